@@ -1,0 +1,107 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "CapturedLog.h"
+#include "CoAssert.h"
+#include "CoMsg.h"
+
+namespace Vantrel {
+
+namespace {
+
+TEST(Messages, LevelsHaveNames) {
+    const char* const names[] = {"user", "error", "warn", "notice", "debug"};
+    for (int level = 0; level < 5; ++level) EXPECT_STREQ(CoMsg::levelName(level), names[level]);
+    EXPECT_STREQ(CoMsg::levelName(-1), "unknown");
+    EXPECT_STREQ(CoMsg::levelName(5), "unknown");
+}
+
+TEST(Messages, PlainAndVerboseLines) {
+    const CoMsg::Message message{CoMsg::WARNING, "common/src/base/tcp/src/CoX", 12, "100% %s text"};
+    EXPECT_EQ(CoMsg::formatLine(message, false), "100% %s text\n");
+    const std::string start = "[warn] " + std::to_string(::getpid()) + " common/src/base/tcp/src/CoX:12 ";
+    const std::string line = CoMsg::formatLine(message, true);
+    EXPECT_EQ(line.substr(0, start.size()), start);
+    EXPECT_THAT(
+        line.substr(start.size()),
+        testing::MatchesRegex("[^ ]+:[0-9][0-9]:[0-9][0-9]:[0-9][0-9]\\.[0-9][0-9][0-9] 100% %s text\n"));
+}
+
+TEST(Messages, ARouterGetsWhatPassesTheFilterWithoutTrailingBlanks) {
+    CapturedLog outer;
+    {
+        const CapturedLog inner;
+        CoMsg::setFilterLevel(CoMsg::WARNING);
+        CO_MSG_WARNING("kept %d \t\r\n\n", 1);
+        CO_MSG_ERROR("%s", std::string(5000, 'x').c_str());
+        int evaluated = 0;
+        CO_MSG_NOTICE("dropped %d", ++evaluated);
+        EXPECT_EQ(evaluated, 0);
+        EXPECT_THAT(inner.texts(), testing::ElementsAre("kept 1", std::string(5000, 'x')));
+        EXPECT_EQ(inner.entries().at(0).level, CoMsg::WARNING);
+        EXPECT_EQ(inner.entries().at(0).source, "tests/unit/base/Messages_test");
+    }
+    CO_MSG_USER("after");
+    EXPECT_THAT(outer.texts(), testing::ElementsAre("after")) << "the earlier router is back";
+}
+
+TEST(Messages, AFailedAssertionIsLoggedAndFalse) {
+    const CapturedLog log;
+    int checks = 0;
+    EXPECT_TRUE(CO_ASSERT(++checks == 1));
+    EXPECT_TRUE(log.entries().empty());
+    const int line = __LINE__ + 1;
+    EXPECT_FALSE(CO_ASSERT(++checks == 1));
+    EXPECT_FALSE(CO_ASSERT_NAMED(checks == 7, "seven"));
+    EXPECT_EQ(checks, 2) << "a condition is evaluated once";
+    const std::string place = "failed in tests/unit/base/Messages_test:";
+    EXPECT_THAT(log.texts(CoMsg::ERROR),
+                testing::ElementsAre("Assertion \"++checks == 1\" " + place + std::to_string(line),
+                                     "Assertion \"seven\" " + place + std::to_string(line + 1)));
+}
+
+// The environment is read once, so every row runs in a process of its own, which prints to standard error.
+TEST(Messages, TheEnvironmentWinsOverTheProgram) {
+    const struct {
+        const char* level;
+        const char* verbose;
+        int programLevel;
+        const char* printed;
+    } cases[] = {
+        {nullptr, nullptr, CoMsg::ERROR, "^user\nerror\n$"},
+        {"", nullptr, CoMsg::ERROR, "^user\nerror\n$"},
+        {"rubbish", nullptr, CoMsg::ERROR, "^user\nerror\n$"},
+        {"warn", nullptr, CoMsg::ERROR, "^user\nerror\nwarn\n$"},
+        {"WARN", nullptr, CoMsg::DEBUG, "^user\nerror\nwarn\n$"},
+        {"2", nullptr, CoMsg::USER, "^user\nerror\nwarn\n$"},
+        {"9", nullptr, CoMsg::USER, "^user\nerror\nwarn\nnotice\ndebug\n$"},
+        {"0", nullptr, CoMsg::DEBUG, "^user\n$"},
+        {"user", "1", CoMsg::DEBUG, "^\\[user\\] [0-9]+ tests/unit/base/Messages_test:[0-9]+ [^ ]+ user\n$"},
+        {"user", "0", CoMsg::DEBUG, "^user\n$"},
+    };
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    for (const auto& each : cases) {
+        SCOPED_TRACE(testing::Message() << (each.level ? each.level : "(not set)"));
+        EXPECT_EXIT(
+            {
+                if (each.level) ::setenv("QD_MSG_LEVEL", each.level, 1);
+                if (each.verbose) ::setenv("QD_MSG_VERBOSE", each.verbose, 1);
+                CoMsg::setFilterLevel(each.programLevel);
+                CO_MSG_USER("user");
+                CO_MSG_ERROR("error");
+                CO_MSG_WARNING("warn");
+                CO_MSG_NOTICE("notice");
+                CO_MSG_DEBUG("debug");
+                ::_exit(0);
+            },
+            testing::ExitedWithCode(0), each.printed);
+    }
+}
+
+}  // namespace
+
+}  // namespace Vantrel

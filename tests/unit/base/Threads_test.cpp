@@ -1,0 +1,94 @@
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>
+
+#include <atomic>
+#include <future>
+#include <string>
+
+#include "CoThread.h"
+#include "CoThreadMgr.h"
+
+namespace Vantrel {
+
+namespace {
+
+// A body that runs until it is asked to stop.
+struct Worker {
+    explicit Worker(const char* name)
+        : thread(
+              name,
+              [this] {
+                  started.set_value(describe());
+                  stop.get_future().wait();
+              },
+              [this] {
+                  if (!asked.exchange(true)) stop.set_value();
+              }) {}
+
+    static std::string describe() {
+        char name[16] = {};
+        ::pthread_getname_np(::pthread_self(), name, sizeof name);
+        sigset_t blocked;
+        ::pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
+        const bool quiet = ::sigismember(&blocked, SIGINT) == 1 && ::sigismember(&blocked, SIGTERM) == 1;
+        return std::string(name) + (quiet ? "" : " takes signals");
+    }
+
+    std::promise<std::string> started;
+    std::promise<void> stop;
+    std::atomic<bool> asked{false};
+    CoThread thread;
+};
+
+TEST(Threads, HaveTheirNameAndTakeNoSignals) {
+    const struct {
+        const char* name;
+        const char* seen;
+    } cases[] = {{"VT Multicast", "VT Multicast"},
+                 {"fifteen letters", "fifteen letters"},
+                 {"sixteen letters!", "sixteen letters"}};
+    sigset_t before;
+    ::pthread_sigmask(SIG_SETMASK, nullptr, &before);
+    for (const auto& each : cases) {
+        Worker worker(each.name);
+        EXPECT_EQ(worker.started.get_future().get(), each.seen);
+    }
+    sigset_t after;
+    ::pthread_sigmask(SIG_SETMASK, nullptr, &after);
+    EXPECT_EQ(::sigismember(&after, SIGINT), ::sigismember(&before, SIGINT)) << "the creator's mask is back";
+}
+
+TEST(Threads, TheDestructorStopsAndJoins) {
+    std::atomic<bool> ended{false};
+    std::promise<void> stop;
+    {
+        const CoThread thread(
+            "worker",
+            [&] {
+                stop.get_future().wait();
+                ended = true;
+            },
+            [&] { stop.set_value(); });
+        EXPECT_FALSE(thread.finished());
+    }
+    EXPECT_TRUE(ended);
+}
+
+TEST(Threads, TheManagerAsksEveryThreadThatExists) {
+    auto gone = std::make_unique<Worker>("gone");
+    gone.reset();
+    Worker first("first");
+    Worker second("second");
+    CoThreadMgr::getInstance().stopAll();
+    for (Worker* worker : {&first, &second}) {
+        worker->thread.join();
+        EXPECT_TRUE(worker->thread.finished());
+        worker->thread.join();  // a second time returns at once
+    }
+    CoThreadMgr::getInstance().stopAll();
+}
+
+}  // namespace
+
+}  // namespace Vantrel
