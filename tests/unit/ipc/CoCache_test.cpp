@@ -1,0 +1,263 @@
+#include "CoCache.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <future>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+namespace Vantrel {
+namespace {
+
+constexpr CoTime::Microseconds LIMIT = 30 * CoTime::PER_SECOND;
+
+/// Counts how many exist, and runs what it is given when it is destroyed.
+struct Item {
+    explicit Item(int theNumber) : number(theNumber) { ++alive; }
+    Item(const Item&) = delete;
+    Item& operator=(const Item&) = delete;
+    ~Item() {
+        --alive;
+        if (onDestroy) onDestroy();
+    }
+    const int number;
+    std::function<void()> onDestroy;
+    static inline std::atomic<int> alive{0};
+};
+
+using Cache = CoCache<std::string, Item>;
+
+std::unique_ptr<Item> make(const std::string&) {
+    static std::atomic<int> made{0};
+    return std::make_unique<Item>(++made);
+}
+
+/// Number of the entry, which is created when missing and not kept.
+int use(Cache& cache, const char* key) {
+    return cache.get(key, make)->number;
+}
+
+TEST(CoCache, SharesOneEntryPerKey) {
+    Cache cache(16, LIMIT);
+    const Cache::Ref first = cache.get("a", make);
+    const Cache::Ref again = cache.get("a", make);
+    const Cache::Ref other = cache.get("b", make);
+    EXPECT_EQ(first.get(), again.get());
+    EXPECT_NE(first.get(), other.get());
+    EXPECT_EQ(2, Item::alive);
+}
+
+TEST(CoCache, FindCreatesNothing) {
+    Cache cache(16, LIMIT);
+    EXPECT_FALSE(cache.find("a"));
+    EXPECT_EQ(0U, cache.size());
+    const int number = use(cache, "a");
+    ASSERT_TRUE(cache.find("a"));
+    EXPECT_EQ(number, cache.find("a")->number);
+}
+
+TEST(CoCache, DropsTheLeastRecentlyUsedAboveTheCapacity) {
+    Cache cache(2, LIMIT);
+    const int a = use(cache, "a");
+    use(cache, "b");
+    EXPECT_EQ(a, use(cache, "a"));
+    use(cache, "c");
+    EXPECT_TRUE(cache.find("a"));
+    EXPECT_FALSE(cache.find("b"));
+    EXPECT_TRUE(cache.find("c"));
+}
+
+TEST(CoCache, KeepsEntriesInUseAboveTheCapacityAndBeyondTheIdleTime) {
+    Cache cache(1, LIMIT);
+    Cache::Ref a = cache.get("a", make);
+    const Cache::Ref b = cache.get("b", make);
+    CoTime::advance(10 * LIMIT);
+    EXPECT_EQ(a.get(), cache.find("a").get());
+    EXPECT_EQ(b.get(), cache.find("b").get());
+    a.reset();
+    EXPECT_FALSE(cache.find("a")) << "room for one only, which is in use";
+    EXPECT_EQ(1, Item::alive);
+}
+
+TEST(CoCache, CapacityZeroKeepsAnEntryAsLongAsItIsReferenced) {
+    Cache cache(0, 0);
+    {
+        const Cache::Ref first = cache.get("a", make);
+        EXPECT_EQ(first.get(), cache.get("a", make).get());
+    }
+    EXPECT_EQ(0, Item::alive);
+}
+
+struct ExpiryCase {
+    const char* what;
+    CoCacheExpiry expiry;
+    CoTime::Microseconds untilUse;
+    CoTime::Microseconds untilFind;
+    bool held;
+    bool found;
+};
+
+TEST(CoCache, ForgetsEntriesWhenTheirTimeIsOver) {
+    const ExpiryCase cases[] = {
+        {"idle just below the limit", CoCacheExpiry::Idle, 0, LIMIT - CoTime::PER_SECOND, false, true},
+        {"idle for the limit", CoCacheExpiry::Idle, 0, LIMIT, false, false},
+        {"a use starts the idle time anew", CoCacheExpiry::Idle, LIMIT / 2, LIMIT * 2 / 3, false, true},
+        {"in use is not idle", CoCacheExpiry::Idle, 0, LIMIT * 2, true, true},
+        {"lifetime not over", CoCacheExpiry::Lifetime, LIMIT / 2, LIMIT / 3, false, true},
+        {"a use does not prolong the lifetime", CoCacheExpiry::Lifetime, LIMIT / 2, LIMIT * 2 / 3, false,
+         false},
+        {"nor does a reference", CoCacheExpiry::Lifetime, 0, LIMIT, true, false},
+    };
+    for (const ExpiryCase& each : cases) {
+        SCOPED_TRACE(each.what);
+        Cache cache(16, LIMIT, each.expiry);
+        Cache::Ref held = cache.get("a", make);
+        if (!each.held) held.reset();
+        CoTime::advance(each.untilUse);
+        cache.find("a");
+        CoTime::advance(each.untilFind);
+        EXPECT_EQ(each.found, static_cast<bool>(cache.find("a")));
+        EXPECT_EQ(each.found ? 1U : 0U, cache.size());
+        EXPECT_EQ(each.found || each.held ? 1 : 0, Item::alive) << "a reference outlasts what was forgotten";
+    }
+}
+
+TEST(CoCache, ForgottenEntriesStayWithTheirHolders) {
+    struct {
+        const char* what;
+        void (*forget)(Cache&);
+        bool keepsHeld;
+        bool keepsUnheld;
+    } const cases[] = {
+        {"dropUnused", [](Cache& cache) { cache.dropUnused(); }, true, false},
+        {"remove", [](Cache& cache) { EXPECT_TRUE(cache.remove("held")); }, false, true},
+        {"remove of no entry", [](Cache& cache) { EXPECT_FALSE(cache.remove("none")); }, true, true},
+        {"removeIf",
+         [](Cache& cache) { EXPECT_EQ(1U, cache.removeIf([](const auto& key) { return key[0] == 'u'; })); },
+         true, false},
+        {"reset", [](Cache& cache) { cache.reset(); }, false, false},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.what);
+        Cache cache(16, LIMIT);
+        const Cache::Ref held = cache.get("held", make);
+        const int number = held->number;
+        use(cache, "unheld");
+        each.forget(cache);
+        EXPECT_EQ(number, held->number);
+        EXPECT_EQ(each.keepsHeld, cache.find("held").get() == held.get());
+        EXPECT_EQ(each.keepsUnheld, static_cast<bool>(cache.find("unheld")));
+        const bool isAnother = cache.get("held", make).get() != held.get();
+        EXPECT_EQ(!each.keepsHeld, isAnother);
+    }
+    EXPECT_EQ(0, Item::alive);
+}
+
+TEST(CoCache, ReferencesOutliveTheCache) {
+    auto cache = std::make_unique<Cache>(16, LIMIT);
+    Cache::Ref held = cache->get("a", make);
+    Cache::Ref copy = held;
+    cache.reset();
+    held.reset();
+    EXPECT_GT(copy->number, 0);
+    copy = Cache::Ref();
+    EXPECT_EQ(0, Item::alive);
+}
+
+TEST(CoCache, CopiesAndMovesPinTheEntryExactlyOnceEach) {
+    Cache cache(0, 0);
+    Cache::Ref a = cache.get("a", make);
+    Cache::Ref copy = a;
+    Cache::Ref moved = std::move(a);
+    copy = *&copy;
+    copy.reset();
+    EXPECT_EQ(1, Item::alive);
+    moved = cache.get("b", make);
+    EXPECT_EQ(1, Item::alive);
+    EXPECT_FALSE(cache.find("a"));
+}
+
+TEST(CoCache, AFailedFactoryLeavesNothing) {
+    Cache cache(16, LIMIT);
+    EXPECT_THROW(cache.get("a", [](const auto&) -> std::unique_ptr<Item> { throw std::runtime_error("no"); }),
+                 std::runtime_error);
+    EXPECT_FALSE(cache.get("a", [](const auto&) { return std::unique_ptr<Item>(); }));
+    EXPECT_EQ(0U, cache.size());
+    EXPECT_GT(use(cache, "a"), 0);
+}
+
+TEST(CoCache, FactoriesAndDestructorsMayUseTheCache) {
+    Cache cache(1, LIMIT);
+    cache
+        .get("a",
+             [&cache](const auto& key) {
+                 use(cache, "b");
+                 return make(key);
+             })
+        ->onDestroy = [&cache] { use(cache, "c"); };
+    cache.reset();
+    EXPECT_TRUE(cache.find("c"));
+}
+
+TEST(CoCache, OthersWaitForTheOneThatMakesTheEntry) {
+    Cache cache(16, LIMIT);
+    std::promise<void> inFactory;
+    std::promise<void> finish;
+    std::atomic<int> made{0};
+    const auto slowMake = [&](const std::string& key) {
+        ++made;
+        inFactory.set_value();
+        finish.get_future().wait();
+        return make(key);
+    };
+    auto first = std::async(std::launch::async, [&] { return cache.get("a", slowMake).get(); });
+    inFactory.get_future().wait();
+    EXPECT_FALSE(cache.find("a")) << "not there yet, and no reason to wait";
+    EXPECT_GT(use(cache, "b"), 0) << "another key need not wait";
+    auto second = std::async(std::launch::async, [&] { return cache.get("a", slowMake).get(); });
+    finish.set_value();
+    EXPECT_EQ(first.get(), second.get());
+    EXPECT_EQ(1, made);
+}
+
+TEST(CoCache, AnEntryInACallDoesNotHoldUpOthersWhoTakeIt) {
+    Cache cache(16, LIMIT);
+    const Cache::Ref held = cache.get("a", make);
+    const auto lock = held.lock();
+    const auto entry = std::async(std::launch::async, [&] { return cache.get("a", make).get(); }).get();
+    EXPECT_EQ(held.get(), entry);
+    EXPECT_FALSE(std::async(std::launch::async, [&] {
+                     std::mutex& mutex = *lock.mutex();
+                     const bool free = mutex.try_lock();
+                     if (free) mutex.unlock();
+                     return free;
+                 }).get());
+}
+
+TEST(CoCache, ManyThreadsShareIt) {
+    constexpr int THREADS = 4;
+    constexpr int ROUNDS = 2000;
+    const std::string keys[] = {"a", "b", "c", "d", "e"};
+    Cache cache(3, LIMIT);
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < THREADS; ++thread) {
+        threads.emplace_back([&cache, &keys, thread] {
+            for (int round = 0; round < ROUNDS; ++round) {
+                const std::string& key = keys[static_cast<std::size_t>(round + thread) % 5];
+                const Cache::Ref entry = cache.get(key, make);
+                const Cache::Ref copy = entry;
+                ASSERT_GT(copy->number, 0);
+                if (round % 7 == 0) cache.remove(key);
+                if (round % 11 == 0) cache.dropUnused();
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_LE(cache.size(), 3U);
+    EXPECT_EQ(static_cast<int>(cache.size()), Item::alive);
+}
+
+}  // namespace
+}  // namespace Vantrel
