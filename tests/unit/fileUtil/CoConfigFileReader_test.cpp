@@ -1,0 +1,229 @@
+#include "CoConfigFileReader.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <sstream>
+
+#include "CapturedLog.h"
+#include "TemporaryDirectory.h"
+
+namespace Vantrel {
+namespace {
+
+using Strings = std::vector<std::string>;
+using ::testing::ElementsAre;
+
+/// All that is defined, as "section|name|value".
+Strings contents(const CoConfigFileReader& reader, const Strings& sections) {
+    Strings found;
+    for (const std::string& name : sections) {
+        const CoConfigFileReader::Section* const section = reader.getSection(name);
+        if (!section) continue;
+        found.push_back(name);
+        for (const auto& variable : section->variables) {
+            found.push_back(name + '|' + variable.name + '|' + variable.value);
+        }
+    }
+    return found;
+}
+
+TEST(CoConfigFileReader, ReadsSectionsAndVariables) {
+    struct {
+        const char* what;
+        std::string text;
+        Strings defined;
+        Strings warnings;
+    } const cases[] = {
+        {"blanks around everything", "  [A]  \n\t Port = 7556 \t\n", {"A", "A|Port|7556"}, {}},
+        {"value with blanks and signs", "[A]\nx=a = b # c", {"A", "A|x|a = b # c"}, {}},
+        {"empty value", "[A]\nx=\ny =", {"A", "A|x|", "A|y|"}, {}},
+        {"carriage returns end lines", "[A]\rx=1\r\ny=2", {"A", "A|x|1", "A|y|2"}, {}},
+        {"the last value counts", "[A]\nx=1\nx=2", {"A", "A|x|2"}, {}},
+        {"a section goes on", "[A]\nx=1\n[B]\ny=2\n[A]\nz=3", {"A", "A|x|1", "A|z|3", "B", "B|y|2"}, {}},
+        {"comments", "# [A]\n[A]\n;x=1\n #y=2\n\n", {"A"}, {}},
+        {"a section without bracket loses a letter", "[AB\nx=1", {"A", "A|x|1"}, {}},
+        {"nothing but a bracket", "[\nx=1", {"", "|x|1"}, {}},
+        {"no section", "Port=7556\n[A]\n", {"A"}, {"Invalid syntax: Not in section. Ignoring line 1"}},
+        {"no value", "#\n[A]\nPort\n", {"A"}, {"Invalid syntax: No variable value. Ignoring line 3"}},
+        {"no name", "[A]\n = 1\n", {"A"}, {"Invalid syntax: No variable name. Ignoring line 2"}},
+        {"names are exact", "[A]\nport=1\n", {"A", "A|port|1"}, {}},
+        {"binary",
+         std::string("[A]\nx=\0\xff\n\0\x80", 11),
+         {"A", std::string("A|x|\0\xff", 6)},
+         {"Invalid syntax: No variable value. Ignoring line 3"}},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.what);
+        CoConfigFileReader reader;
+        std::istringstream stream(each.text);
+        Strings warnings;
+        ASSERT_TRUE(reader.read(stream, CoConfigFileReader::READ_DEFAULT, &warnings));
+        EXPECT_EQ(each.defined, contents(reader, {"", "A", "B"}));
+        EXPECT_EQ(each.warnings, warnings);
+    }
+}
+
+TEST(CoConfigFileReader, CutsLinesAtTheirLongest) {
+    constexpr std::size_t LONGEST = 2047;
+    struct {
+        std::size_t valueLength;  // of the line "x=..."
+        Strings names;
+    } const cases[] = {
+        {LONGEST - 2, {"x", "next"}},           // the longest line is whole, and no empty one follows it
+        {LONGEST - 2 + 2, {"x", "v", "next"}},  // the rest, "v=", is a line
+        {3 * LONGEST, {"x", "next"}},           // rests without "=" are none
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.valueLength);
+        std::string value(each.valueLength, 'v');
+        if (each.names.size() == 3) value.back() = '=';
+        std::istringstream stream("[A]\nx=" + value + "\nnext=1\n\nwrong\n");
+        CoConfigFileReader reader;
+        Strings warnings;
+        ASSERT_TRUE(reader.read(stream, CoConfigFileReader::READ_DEFAULT, &warnings));
+        Strings names;
+        for (const auto& variable : reader.getSection("A")->variables) names.push_back(variable.name);
+        EXPECT_EQ(each.names, names);
+        EXPECT_EQ(LONGEST - 2, reader.getVariable("A", "x")->value.size());
+        const std::size_t rests = (each.valueLength + 2 - 1) / LONGEST;
+        EXPECT_EQ("Invalid syntax: No variable value. Ignoring line " + std::to_string(5 + rests),
+                  warnings.back());
+    }
+}
+
+TEST(CoConfigFileReader, KeepFirstLeavesWhatIsDefined) {
+    CoConfigFileReader reader;
+    std::istringstream first("[A]\nx=1\nx=2\n");
+    std::istringstream second("[A]\nx=3\ny=4\n");
+    ASSERT_TRUE(reader.read(first, 2));
+    ASSERT_TRUE(reader.read(second, 2));
+    EXPECT_THAT(contents(reader, {"A"}), ElementsAre("A", "A|x|1", "A|y|4"));
+}
+
+TEST(CoConfigFileReader, LogsWarningsWithTheFileTheyAreOf) {
+    const TemporaryDirectory directory;
+    const std::string file = directory.write("x.cfg", "Port=1\n[A]\nx\n=2\n");
+    const CapturedLog log;
+    CoConfigFileReader reader;
+    ASSERT_TRUE(reader.read(file));
+    const std::string where = " of '" + file + "'";
+    EXPECT_THAT(log.texts(CoMsg::WARNING),
+                ElementsAre("Invalid syntax: Not in section. Ignoring line 1" + where,
+                            "Invalid syntax: No variable value. Ignoring line 3" + where,
+                            "Invalid syntax: No variable name. Ignoring line 4" + where));
+}
+
+TEST(CoConfigFileReader, ABinaryFileDoesNotFloodTheLog) {
+    std::istringstream stream(std::string(300000, 'x') + std::string(300000, '\n') + "x\nx\n" + [] {
+        std::string lines;
+        for (int i = 0; i < 100000; ++i) lines += "x\n";
+        return lines;
+    }());
+    const CapturedLog log;
+    CoConfigFileReader reader;
+    ASSERT_TRUE(reader.read(stream));
+    EXPECT_EQ(101U, log.texts().size());
+}
+
+TEST(CoConfigFileReader, ManyVariablesTakeNoLongTime) {
+    std::string text = "[A]\n";
+    for (int i = 0; i < 100000; ++i) text += std::to_string(i) + "=\n";
+    std::istringstream stream(text);
+    CoConfigFileReader reader;
+    ASSERT_TRUE(reader.read(stream));  // minutes when every line looks through all before it
+    EXPECT_EQ(100000U, reader.getSection("A")->variables.size());
+}
+
+TEST(CoConfigFileReader, RefusesWhatIsNoFile) {
+    const TemporaryDirectory directory;
+    directory.write("large", std::string(CoConfigFileReader::MAX_FILE_SIZE + 1, '\n'));
+    directory.write("largest", std::string(CoConfigFileReader::MAX_FILE_SIZE, '\n'));
+    ASSERT_EQ(0, ::mkfifo(directory.path("pipe").c_str(), 0600));
+    struct {
+        std::string file;
+        int error;
+    } const cases[] = {{directory.path("missing"), ENOENT}, {directory.path(), EISDIR},
+                       {directory.path("pipe"), EINVAL},    {"/dev/zero", EINVAL},
+                       {directory.path("large"), EFBIG},    {directory.path("largest"), 0}};
+    for (const auto& each : cases) {
+        CoConfigFileReader reader;
+        EXPECT_EQ(each.error == 0, reader.read(each.file)) << each.file;
+        EXPECT_EQ(each.error, reader.lastErrorNumber()) << each.file;
+    }
+}
+
+TEST(CoConfigFileReader, WritesBackWhatItRead) {
+    const TemporaryDirectory directory;
+    const std::string text =
+        "# about this file\n\n; about A\n[A]\n# about x\nx=1\n\n#y=2\ny=\n[B]\n# the end\n";
+    const std::string file = directory.write("x.cfg", text);
+    CoConfigFileReader reader;
+    ASSERT_TRUE(reader.read(file));
+    ASSERT_TRUE(reader.write(file));
+    EXPECT_EQ(text, directory.read("x.cfg"));
+
+    ASSERT_TRUE(reader.put("A", "x", "2"));
+    ASSERT_TRUE(reader.put("A", "new", true, "what it is for\n# and this"));
+    ASSERT_TRUE(reader.put("C", "z", -3));
+    EXPECT_EQ(
+        "# about this file\n\n; about A\n[A]\n# about x\nx=2\n\n#y=2\ny=\n# what it is for\n# and "
+        "this\nnew=true\n"
+        "[B]\n[C]\nz=-3\n# the end\n",
+        reader.toText());
+    EXPECT_FALSE(reader.write(directory.path("missing/x.cfg")));
+    EXPECT_EQ(ENOENT, reader.lastErrorNumber());
+}
+
+TEST(CoConfigFileReader, RefusesToPutWhatReadsBackDifferently) {
+    struct {
+        std::string section, key, value;
+    } const cases[] = {
+        {"A\nx=1", "k", "v"}, {"A", "", "v"},     {"A", "k=", "v"},  {"A", "#k", "v"},
+        {"A", "[k", "v"},     {"A", " k", "v"},   {"A", "k", "v\n"}, {"A", "k", "v\r[B]"},
+        {"A", "k", " v"},     {"A", "k\ny", "v"}, {"A", ";k", "v"},  {"A", "k", std::string(2047, 'v')},
+    };
+    for (const auto& each : cases) {
+        CoConfigFileReader reader;
+        EXPECT_FALSE(reader.put(each.section, each.key, each.value)) << each.section << '|' << each.key;
+        EXPECT_EQ("", reader.toText());
+    }
+}
+
+template <typename Value>
+void expectValue(const std::string& text, bool valid, Value expected) {
+    const Value defaultValue = Value();
+    CoConfigFileReader reader;
+    ASSERT_TRUE(reader.put("A", "x", text));
+    Value value = expected;
+    EXPECT_EQ(valid, reader.get("A", "x", value, defaultValue)) << text;
+    EXPECT_EQ(valid ? expected : defaultValue, value) << text;
+    EXPECT_FALSE(reader.get("A", "missing", value, expected));
+    EXPECT_EQ(expected, value);
+}
+
+TEST(CoConfigFileReader, GetsTypedValues) {
+    expectValue("-2147483648", true, -2147483647 - 1);
+    expectValue("2147483648", false, 7);
+    expectValue("12x", false, 7);
+    expectValue("", false, 7);
+    expectValue("+5", true, 5);
+    expectValue("+-5", false, 7);
+    expectValue("4294967295", true, 4294967295U);
+    expectValue("-1", false, 7U);
+    expectValue("on", true, true);
+    expectValue("maybe", false, true);
+    expectValue("2.5", true, 2.5);
+    expectValue("2,5", false, 7.5);
+    expectValue("a b", true, std::string("a b"));
+    CoConfigFileReader reader;
+    ASSERT_TRUE(reader.put("A", "no", "off"));
+    bool truth = true;
+    EXPECT_TRUE(reader.get("A", "no", truth, true));
+    EXPECT_FALSE(truth);
+}
+
+}  // namespace
+}  // namespace Vantrel
