@@ -1,0 +1,203 @@
+#include "CoNameLookup.h"
+
+#include <dlfcn.h>
+#include <pthread.h>
+#include <signal.h>
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <cstring>
+#include <mutex>
+
+#include "CoTime.h"
+#include "TcpSettings.h"
+
+namespace Vantrel {
+
+namespace {
+
+constexpr unsigned STOP_CHECK_MS = 10;
+
+std::atomic<int> running{0};
+
+// One look-up, shared by the caller and the thread that does it; whoever lets go last frees it.
+class Lookup {
+  public:
+    Lookup() = default;
+    Lookup(const Lookup&) = delete;
+    Lookup& operator=(const Lookup&) = delete;
+    virtual ~Lookup() = default;
+
+    virtual int run() = 0;
+
+    void finish(int error) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        error_ = error;
+        done_ = true;
+        ended_.notify_all();
+    }
+
+    // The look-up's result, or EAI_AGAIN when it is given up.
+    int wait(unsigned timeoutMs, const std::function<bool()>& stopped) {
+        const CoDeadline deadline(timeoutMs);
+        std::unique_lock<std::mutex> lock(mutex_);
+        while (!done_) {
+            const unsigned leftMs = deadline.leftMs();
+            if (leftMs == 0) return EAI_AGAIN;
+            lock.unlock();
+            const bool giveUp = stopped && stopped();
+            lock.lock();
+            if (giveUp) return EAI_AGAIN;
+            const unsigned sliceMs = stopped ? std::min(leftMs, STOP_CHECK_MS) : leftMs;
+            ended_.wait_for(lock, std::chrono::milliseconds(sliceMs), [this] { return done_; });
+        }
+        return error_;
+    }
+
+  private:
+    std::mutex mutex_;
+    std::condition_variable ended_;
+    // Guarded by mutex_:
+    bool done_ = false;
+    int error_ = 0;
+};
+
+class AddressLookup : public Lookup {
+  public:
+    AddressLookup(const char* host, int family) : host_(host), family_(family) {}
+
+    int run() override {
+        addrinfo hints{};
+        hints.ai_socktype = SOCK_STREAM;
+        hints.ai_family = family_;
+        addrinfo* found = nullptr;
+        const int error = CoNameLookup::resolver().load()(host_.c_str(), nullptr, &hints, &found);
+        if (error == 0) addresses.reset(found);
+        return error;
+    }
+
+    CoNameLookup::Addresses addresses{nullptr, &::freeaddrinfo};  // the caller's once the look-up has ended
+
+  private:
+    std::string host_;
+    int family_;
+};
+
+class HostLookup : public Lookup {
+  public:
+    HostLookup(const sockaddr* address, socklen_t size, int flags)
+        : size_(std::min<socklen_t>(size, sizeof address_)), flags_(flags) {
+        std::memcpy(&address_, address, size_);
+    }
+
+    int run() override {
+        char text[NI_MAXHOST] = {};
+        const int error = ::getnameinfo(reinterpret_cast<const sockaddr*>(&address_), size_, text,
+                                        sizeof text, nullptr, 0, flags_);
+        if (error == 0) name = text;
+        return error;
+    }
+
+    std::string name;  // the caller's once the look-up has ended
+
+  private:
+    sockaddr_storage address_{};
+    socklen_t size_;
+    int flags_;
+};
+
+void* runLookup(void* argument) {
+    {
+        const std::unique_ptr<std::shared_ptr<Lookup>> lookup(
+            static_cast<std::shared_ptr<Lookup>*>(argument));
+        (*lookup)->finish((*lookup)->run());
+    }
+    --running;
+    return nullptr;
+}
+
+// A look-up may outlive its caller and even the host's last use of the library: keep the code in memory.
+void pinThisModule() {
+    static const bool pinned = [] {
+        Dl_info module{};
+        return ::dladdr(reinterpret_cast<void*>(&runLookup), &module) != 0 &&
+               ::dlopen(module.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE) != nullptr;
+    }();
+    static_cast<void>(pinned);
+}
+
+// Starts a look-up on a thread that nobody joins and that takes no signals.
+bool start(const std::shared_ptr<Lookup>& lookup) {
+    if (++running > CoNameLookup::MAX_RUNNING) {
+        --running;
+        return false;
+    }
+    pinThisModule();
+    sigset_t all;
+    ::sigfillset(&all);
+    pthread_attr_t attributes;
+    ::pthread_attr_init(&attributes);
+    ::pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    ::pthread_attr_setsigmask_np(&attributes, &all);
+    auto shared = std::make_unique<std::shared_ptr<Lookup>>(lookup);
+    pthread_t thread{};
+    const int error = ::pthread_create(&thread, &attributes, &runLookup, shared.get());
+    ::pthread_attr_destroy(&attributes);
+    if (error != 0) {
+        --running;
+        return false;
+    }
+    static_cast<void>(shared.release());  // the thread's now
+    return true;
+}
+
+}  // namespace
+
+int CoNameLookup::family() {
+    return TcpSettings::ipv6.get() ? AF_INET6 : AF_UNSPEC;
+}
+
+int CoNameLookup::choiceFamily() {
+    return TcpSettings::disableIPv6.get() ? AF_INET : family();
+}
+
+int CoNameLookup::find(const char* host, unsigned timeoutMs, const std::function<bool()>& stopped,
+                       Addresses& addresses, int family) {
+    addrinfo hints{};
+    hints.ai_flags = AI_NUMERICHOST;
+    hints.ai_socktype = SOCK_STREAM;
+    hints.ai_family = family;
+    addrinfo* found = nullptr;
+    const int numericError = ::getaddrinfo(host, nullptr, &hints, &found);
+    if (numericError == 0) addresses = Addresses(found, &::freeaddrinfo);
+    if (numericError != EAI_NONAME) return numericError;
+
+    const auto lookup = std::make_shared<AddressLookup>(host, family);
+    if (!start(lookup)) return EAI_AGAIN;
+    const int error = lookup->wait(timeoutMs, stopped);
+    if (error == 0) addresses = std::move(lookup->addresses);
+    return error;
+}
+
+int CoNameLookup::findName(const sockaddr* address, socklen_t size, int flags, unsigned timeoutMs,
+                           std::string& name) {
+    const auto lookup = std::make_shared<HostLookup>(address, size, flags);
+    if (!start(lookup)) return EAI_AGAIN;
+    const int error = lookup->wait(timeoutMs, nullptr);
+    if (error == 0) name = lookup->name;
+    return error;
+}
+
+std::string CoNameLookup::toNumericText(const sockaddr* address, socklen_t size) {
+    char text[NI_MAXHOST] = {};
+    const int error = ::getnameinfo(address, size, text, sizeof text, nullptr, 0, NI_NUMERICHOST);
+    return error == 0 ? text : "";
+}
+
+std::atomic<CoNameLookup::Resolver>& CoNameLookup::resolver() {
+    static std::atomic<Resolver> current{&::getaddrinfo};
+    return current;
+}
+
+}  // namespace Vantrel

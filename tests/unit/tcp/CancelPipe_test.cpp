@@ -1,0 +1,205 @@
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "CapturedLog.h"
+#include "TcpFixtures.h"
+
+namespace Vantrel {
+
+namespace {
+
+using IoError = CoIoDescriptor::IoError;
+
+struct Blocked {
+    const char* name;
+    std::function<ssize_t(Pair&)> call;
+    ssize_t result;
+};
+
+const std::vector<Blocked>& blockedCalls() {
+    static const std::vector<Blocked> calls = {
+        {"read with time-out",
+         [](Pair& pair) {
+             char byte;
+             int count = 0;
+             // Another thread's byte may end a wait early: go on as every caller does.
+             while ((count = pair.descriptor.nonBlockingReadWithTimeout(&byte, 1, LONG_MS)) == 0) {
+             }
+             return ssize_t{count};
+         },
+         -1},
+        {"write with time-out",
+         [](Pair& pair) { return ssize_t{pair.descriptor.nonBlockingWriteWithTimeout("x", 1, LONG_MS)}; },
+         -1},
+        {"whole read",
+         [](Pair& pair) {
+             char bytes[100];
+             return pair.descriptor.blockingRead(bytes, sizeof bytes);
+         },
+         3},
+        {"whole write", [](Pair& pair) { return pair.descriptor.blockingWrite("x", 1); }, 0},
+        {"line",
+         [](Pair& pair) {
+             char bytes[100];
+             return ssize_t{pair.descriptor.readLine(bytes, sizeof bytes)};
+         },
+         0},
+    };
+    return calls;
+}
+
+TEST(Stop, EndsABlockedCallAndTheNextOneWaitsNormally) {
+    for (const Blocked& each : blockedCalls()) {
+        SCOPED_TRACE(each.name);
+        Pair pair;
+        pair.fillSendBuffer();
+        if (each.result == 3) pair.send("abc");
+        const double seconds =
+            secondsOf([&] { stopWhile(pair.descriptor, [&] { EXPECT_EQ(each.call(pair), each.result); }); });
+        EXPECT_LT(seconds, LONG_SEC / 2);
+        EXPECT_TRUE(pair.descriptor.wasStopped());
+        EXPECT_EQ(pair.descriptor.lastErrorText(), coErrorText(ECONNABORTED));
+        EXPECT_FALSE(cancelPipeHasBytes());
+
+        char byte;
+        EXPECT_GE(secondsOf([&] { EXPECT_EQ(pair.descriptor.nonBlockingReadWithTimeout(&byte, 1, 50), 0); }),
+                  0.049);
+        EXPECT_FALSE(pair.descriptor.wasStopped());
+    }
+}
+
+TEST(Stop, LogsTheThreadAndHasNoEffectOnALaterWait) {
+    Pair idle;
+    Pair waiting;
+    const CapturedLog log;
+    idle.descriptor.stop();
+    EXPECT_THAT(log.texts(CoMsg::NOTICE), testing::ElementsAre(coFormat("TID %d stopping I/O", ::gettid())));
+    EXPECT_FALSE(cancelPipeHasBytes());
+
+    // A byte left behind would make this wait spin.
+    const double cpuBefore = threadCpuSeconds();
+    char byte;
+    for (CoIoDescriptor* descriptor : {&idle.descriptor, &waiting.descriptor}) {
+        EXPECT_GE(secondsOf([&] { EXPECT_EQ(descriptor->nonBlockingReadWithTimeout(&byte, 1, 1000), 0); }),
+                  0.99);
+    }
+    EXPECT_LT(threadCpuSeconds() - cpuBefore, 0.02);
+}
+
+TEST(Stop, BetweenTwoWaitsOfAScopeIsNotLostAndHoldsUntilItsEnd) {
+    Pair pair;
+    pair.send("ab");
+    char byte;
+    {
+        const CoIoDescriptor::StopScope scope(pair.descriptor);
+        EXPECT_EQ(pair.descriptor.blockingRead(&byte, 1), 1);
+        pair.descriptor.stop();
+        EXPECT_EQ(pair.descriptor.nonBlockingReadWithTimeout(&byte, 1, LONG_MS), -1);
+        EXPECT_TRUE(pair.descriptor.wasStopped());
+        EXPECT_FALSE(cancelPipeHasBytes()) << "other waiters would be kept awake";
+        pair.descriptor.stop();
+        EXPECT_EQ(pair.descriptor.blockingRead(&byte, 1), 0);
+        EXPECT_TRUE(pair.descriptor.wasStopped());
+    }
+    EXPECT_EQ(pair.descriptor.blockingRead(&byte, 1), 1);
+    EXPECT_EQ(byte, 'b');
+    {
+        const CoIoDescriptor::StopScope scope(pair.descriptor);
+        pair.descriptor.stop();  // nobody looks
+    }
+    EXPECT_FALSE(cancelPipeHasBytes());
+}
+
+// A byte that belongs to somebody else ends a wait early, but never a whole transfer.
+TEST(Stop, SomebodyElsesLeavesAWaiterUnaffected) {
+    Pair pair;
+    ASSERT_TRUE(CoSharedCancelPipe::get().put());
+    char byte = 0;
+    EXPECT_LT(secondsOf([&] { EXPECT_EQ(pair.descriptor.nonBlockingReadWithTimeout(&byte, 1, LONG_MS), 0); }),
+              LONG_SEC / 2);
+    EXPECT_EQ(pair.descriptor.lastError(), IoError::None);
+    EXPECT_TRUE(cancelPipeHasBytes()) << "took a byte of somebody else";
+    EXPECT_EQ(pair.descriptor.blockingRead(&byte, 1, 50), -1);
+    EXPECT_EQ(pair.descriptor.lastError(), IoError::TimedOut);
+    pair.send("x");
+    EXPECT_EQ(pair.descriptor.nonBlockingReadWithTimeout(&byte, 1, LONG_MS), 1) << "data counts all the same";
+    CoSharedCancelPipe::get().take();
+    EXPECT_FALSE(cancelPipeHasBytes());
+}
+
+// Each of several waiters is stopped many times by several threads at once: every wait ends, and only by a
+// stop of its own.
+TEST(Stop, AStormFromSeveralThreadsLeavesNothingBehind) {
+    constexpr int WAITERS = 3;
+    constexpr int ROUNDS = 200;
+    const CapturedLog quiet;
+    CoMsg::setFilterLevel(CoMsg::ERROR);
+    Pair pairs[WAITERS];
+    Pair bystander;
+    std::atomic<int> waiting{WAITERS};
+    std::vector<std::thread> threads;
+    for (Pair& pair : pairs) {
+        threads.emplace_back([&pair, &waiting] {
+            char byte;
+            for (int i = 0; i < ROUNDS; ++i) {
+                EXPECT_EQ(pair.descriptor.blockingRead(&byte, 1, LONG_MS), 0);
+                EXPECT_TRUE(pair.descriptor.wasStopped());
+            }
+            --waiting;
+        });
+    }
+    for (int i = 0; i < 2; ++i) {
+        threads.emplace_back([&] {
+            while (waiting > 0) {
+                for (Pair& pair : pairs) pair.descriptor.stop();
+            }
+        });
+    }
+    threads.emplace_back([&] {
+        char byte;
+        EXPECT_EQ(bystander.descriptor.blockingRead(&byte, 1, LONG_MS), 1);
+    });
+    while (waiting > 0) std::this_thread::yield();
+    bystander.send("x");
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_FALSE(cancelPipeHasBytes());
+    EXPECT_TRUE(quiet.texts(CoMsg::ERROR).empty());
+}
+
+TEST(CancelPipe, BothEndsAreCloseOnExecAndNonBlocking) {
+    const CoSharedCancelPipe& pipe = CoIoDescriptor::SharedCancelPipe::get();
+    for (const int end : {pipe.getIn(), pipe.getOut()}) {
+        EXPECT_NE(::fcntl(end, F_GETFD) & FD_CLOEXEC, 0);
+        EXPECT_NE(::fcntl(end, F_GETFL) & O_NONBLOCK, 0);
+    }
+    ASSERT_TRUE(pipe.put());
+    ASSERT_TRUE(pipe.put());
+    pipe.take();
+    EXPECT_TRUE(cancelPipeHasBytes());
+    pipe.flush();
+    EXPECT_FALSE(cancelPipeHasBytes());
+
+    const CapturedLog log;
+    EXPECT_FALSE(CoSharedCancelPipe::prepareEnd(-1));
+    EXPECT_THAT(
+        log.texts(CoMsg::ERROR),
+        testing::ElementsAre("Could not get fd flag on pipe file descriptor -1: " + coErrorText(EBADF)));
+}
+
+TEST(CancelPipe, AForkedChildHasOneOfItsOwn) {
+    const CoSharedCancelPipe& ours = CoSharedCancelPipe::get();
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) ::_exit(CoSharedCancelPipe::get().put() && &CoSharedCancelPipe::get() != &ours ? 0 : 1);
+    int status = -1;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_FALSE(cancelPipeHasBytes());
+    EXPECT_EQ(&CoSharedCancelPipe::get(), &ours);
+}
+
+}  // namespace
+
+}  // namespace Vantrel

@@ -1,0 +1,273 @@
+#include <netinet/in.h>
+#include <signal.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <memory>
+
+#include "CapturedLog.h"
+#include "TcpFixtures.h"
+
+namespace Vantrel {
+
+namespace {
+
+using IoError = CoIoDescriptor::IoError;
+
+struct FaultLimits {
+    FaultLimits(unsigned read, unsigned write) {
+        CoIoDescriptor::faults().maxReadBytes = read;
+        CoIoDescriptor::faults().maxWriteBytes = write;
+    }
+    FaultLimits(const FaultLimits&) = delete;
+    FaultLimits& operator=(const FaultLimits&) = delete;
+    ~FaultLimits() {
+        CoIoDescriptor::faults().maxReadBytes = 0;
+        CoIoDescriptor::faults().maxWriteBytes = 0;
+    }
+};
+
+TEST(IoErrors, NumbersAndTextsAreTiedToTheSystemsErrors) {
+    const struct {
+        int number;
+        int systemError;
+    } cases[] = {{2, ENOENT},        {3, EBADF},        {4, EINTR},      {5, EAGAIN},
+                 {6, ENOTCONN},      {7, ECONNABORTED}, {8, ECONNRESET}, {9, ETIMEDOUT},
+                 {10, ECONNREFUSED}, {11, ENXIO},       {12, EINVAL}};
+    const CapturedLog log;
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.number);
+        errno = each.systemError;
+        EXPECT_EQ(static_cast<int>(CoIoDescriptor::getIoError()), each.number);
+        errno = EDOM;  // must not matter
+        char text[256];
+        CoIoDescriptor::getIoError(static_cast<IoError>(each.number), text, sizeof text);
+        EXPECT_EQ(text, coErrorText(each.systemError));
+    }
+    EXPECT_TRUE(log.entries().empty());
+
+    errno = EDOM;
+    EXPECT_EQ(CoIoDescriptor::getIoError(), IoError::Other);
+    EXPECT_THAT(log.texts(CoMsg::WARNING),
+                testing::ElementsAre(coFormat("Unexpected error %d: %s", EDOM, coErrorText(EDOM).c_str())));
+    char text[256];
+    CoIoDescriptor::getIoError(IoError::Other, text, sizeof text);
+    EXPECT_EQ(text, coErrorText(EDOM));
+
+    CoIoDescriptor::getIoError(IoError::None, text, sizeof text);
+    EXPECT_STREQ(text, "");
+    char small[4] = {'x', 'x', 'x', 'x'};
+    CoIoDescriptor::getIoError(IoError::TimedOut, small, 3);
+    EXPECT_EQ(small, coErrorText(ETIMEDOUT).substr(0, 2));
+    EXPECT_EQ(small[3], 'x');
+}
+
+TEST(Descriptor, WithoutADescriptorEveryTransferIsNotConnected) {
+    CoIoDescriptor descriptor;
+    char byte = 0;
+    EXPECT_FALSE(descriptor.isValid());
+    EXPECT_FALSE(descriptor.isActive());
+    const std::function<ssize_t()> calls[] = {
+        [&] { return ssize_t{descriptor.nonBlockingReadWithTimeout(&byte, 1, LONG_MS)}; },
+        [&] { return ssize_t{descriptor.nonBlockingWriteWithTimeout(&byte, 1, LONG_MS)}; },
+        [&] { return descriptor.blockingRead(&byte, 1); },
+        [&] { return descriptor.blockingWrite(&byte, 1); },
+    };
+    for (const auto& call : calls) {
+        EXPECT_EQ(call(), -1);
+        EXPECT_EQ(descriptor.lastError(), IoError::NotConnected);
+        EXPECT_EQ(descriptor.lastErrorText(), coErrorText(ENOTCONN));
+    }
+    EXPECT_FALSE(descriptor.writeStr("x"));
+}
+
+TEST(Descriptor, OwnsItsDescriptor) {
+    Pair first;
+    const int id = first.descriptor.getId();
+    first.descriptor.setId(id);  // the same one again: still open
+    EXPECT_GE(::fcntl(id, F_GETFD), 0);
+    auto owner = std::make_unique<CoIoDescriptor>(::dup(id));
+    const int copy = owner->getId();
+    owner->setId(::dup(id));
+    EXPECT_LT(::fcntl(copy, F_GETFD), 0) << "the one held before was not closed";
+    const int last = owner->getId();
+    owner.reset();
+    EXPECT_LT(::fcntl(last, F_GETFD), 0);
+}
+
+TEST(Descriptor, ReadWaitsForDataAndTellsSilenceFromTheEnd) {
+    Pair pair;
+    char buffer[8] = {};
+    EXPECT_GE(secondsOf([&] { EXPECT_EQ(pair.descriptor.nonBlockingReadWithTimeout(buffer, 8, 60), 0); }),
+              0.059);
+    EXPECT_EQ(pair.descriptor.lastError(), IoError::None);
+    pair.send("abcdefghij");
+    EXPECT_EQ(pair.descriptor.nonBlockingReadWithTimeout(buffer, 8, LONG_MS), 8);
+    EXPECT_EQ(std::string(buffer, 8), "abcdefgh");
+    EXPECT_TRUE(pair.descriptor.isActive());
+    pair.peer.close();
+    EXPECT_TRUE(pair.descriptor.isActive()) << "data is still waiting";
+    EXPECT_EQ(pair.descriptor.nonBlockingReadWithTimeout(buffer, 8, LONG_MS), 2);
+    EXPECT_FALSE(pair.descriptor.isActive());
+    EXPECT_EQ(pair.descriptor.nonBlockingReadWithTimeout(buffer, 8, LONG_MS), -1);
+    EXPECT_EQ(pair.descriptor.lastError(), IoError::ConnectionReset);
+}
+
+TEST(Descriptor, WriteTakesWhatFitsAndWaitsOnlyWhenNothingDoes) {
+    Pair pair;
+    EXPECT_EQ(pair.descriptor.nonBlockingWriteWithTimeout("abc", 3, 0), 3);
+    pair.fillSendBuffer();
+    EXPECT_GE(secondsOf([&] { EXPECT_EQ(pair.descriptor.nonBlockingWriteWithTimeout("x", 1, 60), 0); }),
+              0.059);
+    EXPECT_EQ(pair.descriptor.lastError(), IoError::None);
+}
+
+TEST(Descriptor, ResetByThePeerIsReportedWithTheSystemsText) {
+    CoIoTcpServerDescriptor server;
+    ASSERT_TRUE(server.listen(0, "127.0.0.1"));
+    CoIoTcpDescriptor client;
+    ASSERT_TRUE(client.connect("127.0.0.1", server.getPort(), 0, 0, 10));
+    CoIoDescriptor peer(server.accept());
+    const linger hard{1, 0};
+    ASSERT_EQ(::setsockopt(peer.getId(), SOL_SOCKET, SO_LINGER, &hard, sizeof hard), 0);
+    peer.close();
+    char byte;
+    EXPECT_EQ(client.nonBlockingReadWithTimeout(&byte, 1, LONG_MS), -1);
+    EXPECT_EQ(client.lastError(), IoError::ConnectionReset);
+    EXPECT_EQ(client.lastErrorText(), coErrorText(ECONNRESET));
+}
+
+// A peer that went away, on a socket and on a pipe, with SIGPIPE at its deadly default.
+TEST(Descriptor, NoWriteRaisesTheBrokenPipeSignal) {
+    ASSERT_NE(::signal(SIGPIPE, SIG_DFL), SIG_ERR);
+    int ends[2];
+    ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+    ::close(ends[0]);
+    Pair pair;
+    pair.peer.close();
+    CoIoDescriptor pipe(ends[1]);
+    for (CoIoDescriptor* descriptor : {&pair.descriptor, &pipe}) {
+        EXPECT_EQ(descriptor->nonBlockingWriteWithTimeout("x", 1, LONG_MS), -1);
+        EXPECT_EQ(descriptor->blockingWrite("x", 1), 0);
+        EXPECT_EQ(descriptor->lastError(), IoError::ConnectionReset);
+        EXPECT_FALSE(descriptor->writeStr("x"));
+    }
+    sigset_t set;
+    ::sigpending(&set);
+    EXPECT_EQ(::sigismember(&set, SIGPIPE), 0);
+    ::pthread_sigmask(SIG_SETMASK, nullptr, &set);
+    EXPECT_EQ(::sigismember(&set, SIGPIPE), 0);
+}
+
+// Whole transfers through sockets that block and that do not, and through a pipe, in pieces of every size.
+TEST(Descriptor, BlockingTransfersMoveEveryByte) {
+    std::string sent(300000, '\0');
+    for (std::size_t i = 0; i < sent.size(); ++i) sent[i] = static_cast<char>(i * 7 + i / 251);
+    enum class Kind { Blocking, NonBlocking, Pipe };
+    for (const Kind kind : {Kind::Blocking, Kind::NonBlocking, Kind::Pipe}) {
+        for (const unsigned piece : {0U, 1U, 2U, 3U, 4097U}) {
+            SCOPED_TRACE(testing::Message() << "kind " << static_cast<int>(kind) << " piece " << piece);
+            const FaultLimits limits(piece, piece);
+            Pair pair;
+            if (kind == Kind::Pipe) {
+                int ends[2];
+                ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+                pair.peer.setId(ends[0]);
+                pair.descriptor.setId(ends[1]);
+            } else if (kind == Kind::NonBlocking) {
+                ::fcntl(pair.peer.getId(), F_SETFL, O_NONBLOCK);
+                ::fcntl(pair.descriptor.getId(), F_SETFL, O_NONBLOCK);
+            }
+            const std::size_t size = piece == 0 || piece > 100 ? sent.size() : 3000;
+            std::thread writer([&] {
+                EXPECT_EQ(pair.descriptor.blockingWrite(sent.data(), size), static_cast<ssize_t>(size));
+            });
+            std::string received(size, '?');
+            EXPECT_EQ(pair.peer.blockingRead(received.data(), size, LONG_MS), static_cast<ssize_t>(size));
+            writer.join();
+            EXPECT_TRUE(std::equal(received.begin(), received.end(), sent.begin()));
+        }
+    }
+}
+
+TEST(Descriptor, BlockingTransfersFailWhenThePeerClosesOrStalls) {
+    char buffer[100];
+    Pair pair;
+    pair.send("part");
+    EXPECT_EQ(pair.descriptor.blockingRead(buffer, sizeof buffer, 60), -1);
+    EXPECT_EQ(pair.descriptor.lastError(), IoError::TimedOut);
+    pair.send("part");
+    pair.fillSendBuffer();
+    EXPECT_EQ(pair.descriptor.blockingWrite(buffer, sizeof buffer, 60), -1);
+    EXPECT_EQ(pair.descriptor.lastErrorText(), coErrorText(ETIMEDOUT));
+    pair.peer.close();
+    // Unread bytes on the other side make the close a reset here, which must look the same.
+    EXPECT_EQ(pair.descriptor.blockingRead(buffer, sizeof buffer), 0);
+    EXPECT_EQ(pair.descriptor.lastError(), IoError::ConnectionReset);
+}
+
+// The limit is on silence, not on the transfer: bytes that come slowly but steadily are all taken.
+TEST(Descriptor, AStallLimitStartsAnewWithEveryByte) {
+    Pair pair;
+    std::thread sender([&] {
+        for (int i = 0; i < 8; ++i) {
+            pollfd none{pair.peer.getId(), 0, 0};
+            ::poll(&none, 1, 100);  // the pace itself is what is tested
+            pair.send("x");
+        }
+    });
+    char buffer[8];
+    EXPECT_EQ(pair.descriptor.blockingRead(buffer, 8, 600), 8);
+    sender.join();
+}
+
+TEST(Descriptor, ReadLine) {
+    const struct {
+        const char* sent;
+        int size;
+        int length;
+        const char* text;
+    } cases[] = {
+        {"abc\n", 10, 3, "abc"}, {"\n", 10, 0, ""},           {"abc\n", 4, 3, "abc"},  // exactly size - 1
+        {"abcd\n", 4, 3, "abd"}, {"abcdefgh\n", 4, 3, "abh"}, {"ab\n", 2, 1, "b"},
+        {"ab\n", 1, 0, ""},      {"a\r\n", 10, 2, "a\r"},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(testing::Message() << each.sent << " into " << each.size);
+        Pair pair;
+        pair.send(std::string(each.sent) + "next");
+        char buffer[16];
+        std::fill(std::begin(buffer), std::end(buffer), '#');
+        EXPECT_EQ(pair.descriptor.readLine(buffer, each.size), each.length);
+        EXPECT_STREQ(buffer, each.text);
+        EXPECT_EQ(buffer[each.size], '#') << "wrote past the buffer";
+        EXPECT_EQ(pair.descriptor.nonBlockingReadWithTimeout(buffer, 16, LONG_MS), 4) << "read past the line";
+    }
+    Pair cut;
+    cut.send("abc");
+    cut.peer.close();
+    char buffer[16];
+    EXPECT_EQ(cut.descriptor.readLine(buffer, 16), 0);
+    EXPECT_EQ(cut.descriptor.lastError(), IoError::ConnectionReset);
+}
+
+TEST(Descriptor, WriteStrSendsTheTextWithoutItsEnd) {
+    Pair pair;
+    EXPECT_TRUE(pair.descriptor.writeStr(""));
+    EXPECT_TRUE(pair.descriptor.writeStr("abc"));
+    char buffer[8];
+    EXPECT_EQ(pair.peer.nonBlockingReadWithTimeout(buffer, 8, LONG_MS), 3);
+}
+
+TEST(Descriptor, NullArgumentsAreAssertionsThatFailSafely) {
+    Pair pair;
+    const CapturedLog log;
+    EXPECT_EQ(pair.descriptor.readLine(nullptr, 5), 0);
+    EXPECT_FALSE(pair.descriptor.writeStr(nullptr));
+    EXPECT_EQ(log.texts(CoMsg::ERROR).size(), 2U);
+}
+
+}  // namespace
+
+}  // namespace Vantrel

@@ -1,0 +1,77 @@
+#include <cerrno>
+#include <cstdlib>
+
+#include "CoMsg.h"
+#include "TcpFixtures.h"
+
+namespace Vantrel {
+
+namespace {
+
+using IoError = CoIoDescriptor::IoError;
+
+// An accepted connection, once there is one.
+int acceptOne(CoIoTcpServerDescriptor& server) {
+    pollfd entry{server.getId(), POLLIN, 0};
+    EXPECT_EQ(::poll(&entry, 1, static_cast<int>(LONG_MS)), 1);
+    return server.accept();
+}
+
+TEST(Listen, TakesAFreePortAndAcceptsUsableSockets) {
+    for (const char* address : {"127.0.0.1", "", static_cast<const char*>(nullptr)}) {
+        SCOPED_TRACE(address ? address : "null");
+        CoIoTcpServerDescriptor server;
+        ASSERT_TRUE(server.listen(0, address)) << server.lastErrorText();
+        ASSERT_GT(server.getPort(), 0);
+        EXPECT_NE(::fcntl(server.getId(), F_GETFD) & FD_CLOEXEC, 0);
+        EXPECT_EQ(server.accept(), CoIoDescriptor::INVALID_ID);
+        EXPECT_EQ(server.lastError(), IoError::Again);
+
+        CoIoTcpDescriptor client;
+        ASSERT_TRUE(client.connect("127.0.0.1", server.getPort(), 0, 0, 10)) << client.lastErrorText();
+        CoIoTcpDescriptor accepted(acceptOne(server));
+        EXPECT_EQ(server.lastError(), IoError::None);
+        EXPECT_NE(::fcntl(accepted.getId(), F_GETFD) & FD_CLOEXEC, 0);
+        EXPECT_NE(::fcntl(accepted.getId(), F_GETFL) & O_NONBLOCK, 0);
+        std::string ip;
+        EXPECT_TRUE(accepted.getPeerIP(ip));
+        EXPECT_EQ(ip, "127.0.0.1") << "an IPv4 peer of a socket for both families";
+        EXPECT_TRUE(client.writeStr("hello\n"));
+        char line[16];
+        EXPECT_EQ(accepted.readLine(line, sizeof line), 5);
+    }
+}
+
+TEST(Listen, APortThatIsTakenOrAnAddressThatIsNotOursFails) {
+    CoIoTcpServerDescriptor first;
+    ASSERT_TRUE(first.listen(0, "127.0.0.1"));
+    CoIoTcpServerDescriptor second;
+    EXPECT_FALSE(second.listen(first.getPort(), "127.0.0.1"));
+    EXPECT_EQ(second.lastErrorText(), coErrorText(EADDRINUSE));
+    EXPECT_FALSE(second.isValid());
+    EXPECT_EQ(second.getPort(), 0);
+    EXPECT_FALSE(second.listen(0, "192.0.2.1"));
+    EXPECT_EQ(second.lastErrorText(), coErrorText(EADDRNOTAVAIL));
+    EXPECT_FALSE(second.listen(-1, "127.0.0.1"));
+    EXPECT_EQ(second.lastError(), IoError::Invalid);
+}
+
+TEST(Listen, OnIPv4OnlyWhenIPv6IsDisabled) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");  // the variable is read once: in a fresh process
+    EXPECT_EXIT(
+        {
+            ::setenv("QD_TCP_DISABLE_IPV6", "", 1);
+            CoIoTcpServerDescriptor server;
+            sockaddr_storage address{};
+            socklen_t size = sizeof address;
+            const bool listening =
+                server.listen(0) &&
+                ::getsockname(server.getId(), reinterpret_cast<sockaddr*>(&address), &size) == 0;
+            ::_exit(listening && address.ss_family == AF_INET ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+}  // namespace
+
+}  // namespace Vantrel

@@ -1,0 +1,105 @@
+#pragma once
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "CoIoTcpServerDescriptor.h"
+#include "CoSharedCancelPipe.h"
+
+namespace Vantrel {
+
+constexpr unsigned LONG_MS = 20000;  // an operation that takes this long has failed the test
+constexpr double LONG_SEC = LONG_MS / 1000.0;
+
+inline double secondsOf(const std::function<void()>& action) {
+    const auto start = std::chrono::steady_clock::now();
+    action();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+/// CPU time that this thread has used.
+inline double threadCpuSeconds() {
+    rusage usage{};
+    ::getrusage(RUSAGE_THREAD, &usage);
+    const auto seconds = [](const timeval& time) {
+        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+    };
+    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
+inline bool cancelPipeHasBytes() {
+    pollfd entry{CoSharedCancelPipe::get().getOut(), POLLIN, 0};
+    return ::poll(&entry, 1, 0) > 0;
+}
+
+/// Two connected local stream sockets: ours behind a descriptor, the peer's bare.
+struct Pair {
+    Pair() {
+        int ids[2] = {-1, -1};
+        EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ids), 0);
+        descriptor.setId(ids[0]);
+        peer.setId(ids[1]);
+    }
+    void send(const std::string& bytes) const {
+        EXPECT_EQ(::send(peer.getId(), bytes.data(), bytes.size(), MSG_NOSIGNAL),
+                  static_cast<ssize_t>(bytes.size()));
+    }
+    /// Until nothing more is accepted.
+    void fillSendBuffer() const {
+        const std::vector<char> junk(65536, 'j');
+        while (::send(descriptor.getId(), junk.data(), junk.size(), MSG_DONTWAIT | MSG_NOSIGNAL) > 0) {
+        }
+    }
+
+    CoIoDescriptor descriptor;
+    CoIoDescriptor peer;
+};
+
+/// A listening socket whose queue is full: further connections to it stay in progress.
+class SilentListener {
+  public:
+    SilentListener() {
+        EXPECT_TRUE(server_.listen(0, "127.0.0.1"));
+        ::listen(server_.getId(), 0);
+        sockaddr_storage address{};
+        socklen_t size = sizeof address;
+        ::getsockname(server_.getId(), reinterpret_cast<sockaddr*>(&address), &size);
+        for (int i = 0; i < 8; ++i) {
+            fillers_[i].setId(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+            static_cast<void>(::connect(fillers_[i].getId(), reinterpret_cast<sockaddr*>(&address), size));
+        }
+    }
+    int port() const { return server_.getPort(); }
+
+  private:
+    CoIoTcpServerDescriptor server_;
+    CoIoDescriptor fillers_[8];
+};
+
+/// Calls `stop` on a descriptor again and again until `action` returns, so that no moment has to be guessed.
+inline void stopWhile(CoIoDescriptor& descriptor, const std::function<void()>& action) {
+    std::atomic<bool> ended{false};
+    std::thread stopper([&] {
+        while (!ended) {
+            descriptor.stop();
+            std::this_thread::yield();
+        }
+    });
+    action();
+    ended = true;
+    stopper.join();
+}
+
+}  // namespace Vantrel
