@@ -1,0 +1,447 @@
+#include "CoNetworkConfig.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <uuid/uuid.h>
+
+#include <atomic>
+#include <cerrno>
+#include <filesystem>
+#include <functional>
+#include <thread>
+
+#include "CapturedLog.h"
+#include "CoAtomicFile.h"
+#include "FileSizeLimit.h"
+#include "TemporaryDirectory.h"
+
+namespace Vantrel {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::StartsWith;
+using Strings = std::vector<std::string>;
+
+constexpr const char* WITH_UUID = "[Local]\nUUID=00112233-4455-6677-8899-aabbccddeeff\n";
+
+bool isUUID(const std::string& text) {
+    uuid_t parsed{};
+    return ::uuid_parse(text.c_str(), parsed) == 0;
+}
+
+class CoNetworkConfigTest : public ::testing::Test {
+  protected:
+    ~CoNetworkConfigTest() override { CoFileMonitor::stop(); }
+
+    void write(const std::string& settings) { directory.write("network.cfg", WITH_UUID + settings); }
+    unsigned port() {
+        unsigned value = 7555;
+        config.getSelfDiscoveryPort(value);
+        return value;
+    }
+
+    const TemporaryDirectory directory;
+    const std::string file = directory.path("network.cfg");
+    CoNetworkConfig config{file};
+};
+
+/// Everything that can be configured, as one text.
+std::string settings(CoNetworkConfig& config) {
+    std::string name;
+    std::string scope = "224.0.0.1";
+    unsigned port = 7555;
+    unsigned ttl = 1;
+    unsigned lower = 0;
+    unsigned upper = 0;
+    config.getDisplayName(name);
+    config.getSelfDiscoveryPort(port);
+    config.getSelfDiscoveryScope(scope);
+    config.getSelfDiscoveryTTL(ttl);
+    config.getDynamicPortRange(lower, upper);
+    std::string text = coFormat("%s|%u|%s|%u|%u-%u", name.c_str(), port, scope.c_str(), ttl, lower, upper);
+    const auto getters = {&CoNetworkConfig::getMetadataInterfaces, &CoNetworkConfig::getDataInterfaces,
+                          &CoNetworkConfig::getMulticastInterfaces};
+    for (const auto getter : getters) {
+        Strings names = {"to be replaced"};
+        (config.*getter)(names);
+        text += '|';
+        for (const std::string& each : names) text += each + ';';
+    }
+    return text + '|' + config.getIPRangeFiltersInfo();
+}
+
+constexpr const char* DEFAULTS = "|7555|224.0.0.1|1|49152-65535||||Accept from any\nReject from none\n";
+
+TEST_F(CoNetworkConfigTest, ReadsEveryKey) {
+    write(
+        "DisplayName = Suite 3 \n[Interfaces]\nMetadata=eth2, eth1 ,,*\nData=ib0\nMulticast=\teth3\n"
+        "[SelfDiscovery]\nPort = 7556\nScope=239.0.0.1\nTTL=0\n"
+        "[Filtering]\nAccept=192.168.0.0/16 , 10.0.0.1\nReject=192.168.1.0/255.255.255.0\n"
+        "[DynamicPorts]\nLowerBound=50000\nUpperBound=50000\n");
+    EXPECT_EQ(
+        "Suite 3|7556|239.0.0.1|0|50000-50000|eth2;eth1;*;|ib0;|eth3;|"
+        "Accept from 192.168.0.0/16, 10.0.0.1\nReject from 192.168.1.0/24\n",
+        settings(config));
+    std::string uuid;
+    EXPECT_TRUE(config.getUUID(uuid));
+    EXPECT_EQ("00112233-4455-6677-8899-aabbccddeeff", uuid);
+}
+
+TEST_F(CoNetworkConfigTest, EmptyKeysGiveTheDefaults) {
+    write(
+        "DisplayName=\n[Interfaces]\nMetadata=\nData= , \n[SelfDiscovery]\nPort=\nScope=\nTTL=\n"
+        "[Filtering]\nAccept=\nReject=\n[DynamicPorts]\nLowerBound=\n");
+    const CapturedLog log;
+    EXPECT_EQ(DEFAULTS, settings(config));
+    EXPECT_THAT(log.texts(), IsEmpty());
+}
+
+TEST_F(CoNetworkConfigTest, TheTemplateSaysWhatHoldsWithoutIt) {
+    const std::string text(CoNetworkConfig::getTemplate());
+    EXPECT_EQ(7982U, text.size());
+    EXPECT_EQ(0U, text.find("[Local]\n"));
+    EXPECT_EQ(text.size(), text.find("#UpperBound=65535\n") + 18);
+    std::size_t at = 0;
+    for (const char* line :
+         {"[Local]", "UUID=", "#DisplayName=", "[Interfaces]", "#Metadata=", "#Data=", "#Multicast=",
+          "[SelfDiscovery]", "#Port=7555", "#Scope=224.0.0.1", "#TTL=1", "[Filtering]",
+          "#Accept=", "#Reject=", "[DynamicPorts]", "#LowerBound=49152", "#UpperBound=65535"}) {
+        const std::size_t found = ('\n' + text).find('\n' + std::string(line) + '\n', at);
+        ASSERT_NE(std::string::npos, found) << line;
+        at = found + 1;
+    }
+
+    std::string error;
+    ASSERT_TRUE(CoNetworkConfig::writeTemplate(file.c_str(), error)) << error;
+    EXPECT_EQ(text, directory.read("network.cfg"));
+    const CapturedLog log;
+    EXPECT_EQ(DEFAULTS, settings(config));
+    EXPECT_THAT(log.texts(), IsEmpty());
+}
+
+TEST_F(CoNetworkConfigTest, WriteTemplateTellsWhyItFailed) {
+    const std::string missing = directory.path("missing/network.cfg");
+    struct {
+        const char* path;
+        std::string error;
+    } const cases[] = {
+        {missing.c_str(), "Could not write to '" + missing + "': " + coErrorText(ENOENT)},
+        {directory.path().c_str(), "Could not write to '" + directory.path() + "': " + coErrorText(EISDIR)},
+        {"", "Could not write to '': " + coErrorText(ENOENT)},
+        {nullptr, "Could not write to '': " + coErrorText(ENOENT)},
+    };
+    for (const auto& each : cases) {
+        std::string error;
+        EXPECT_FALSE(CoNetworkConfig::writeTemplate(each.path, error));
+        EXPECT_EQ(each.error, error);
+    }
+}
+
+TEST_F(CoNetworkConfigTest, CreatesTheMissingFileWithAUUID) {
+    CoNetworkConfig deep(directory.path("a/b/network.cfg"));
+    ASSERT_TRUE(deep.createIfMissing()) << deep.lastError();
+    std::string uuid;
+    ASSERT_TRUE(deep.getUUID(uuid));
+    EXPECT_TRUE(isUUID(uuid)) << uuid;
+
+    std::string expected(CoNetworkConfig::getTemplate());
+    expected.replace(expected.find("UUID=\n"), 6, "UUID=" + uuid + '\n');
+    EXPECT_EQ(expected, directory.read("a/b/network.cfg"));
+
+    ASSERT_TRUE(deep.createIfMissing());
+    EXPECT_EQ(expected, directory.read("a/b/network.cfg")) << "what exists stays";
+    CoNetworkConfig other(deep.getConfigFileName());
+    std::string same;
+    EXPECT_TRUE(other.getUUID(same));
+    EXPECT_EQ(uuid, same);
+}
+
+TEST_F(CoNetworkConfigTest, GivesAnExistingFileItsUUIDAndKeepsTheRest) {
+    struct {
+        const char* before;
+        const char* after;
+    } const cases[] = {
+        {"[Local]\n# mine\nUUID=\n[SelfDiscovery]\nPort=7\n",
+         "[Local]\n# mine\nUUID=%s\n[SelfDiscovery]\nPort=7\n"},
+        {"# a\n[SelfDiscovery]\nPort=7\n# b\n", "# a\n[SelfDiscovery]\nPort=7\n[Local]\nUUID=%s\n# b\n"},
+    };
+    for (const auto& each : cases) {
+        directory.write("network.cfg", each.before);
+        CoNetworkConfig fresh(file);
+        unsigned port = 7555;
+        fresh.getSelfDiscoveryPort(port);  // reading is enough
+        EXPECT_EQ(7U, port);
+        std::string uuid;
+        ASSERT_TRUE(fresh.getUUID(uuid));
+        std::string expected = each.after;
+        expected.replace(expected.find("%s"), 2, uuid);
+        EXPECT_EQ(expected, directory.read("network.cfg"));
+    }
+}
+
+TEST_F(CoNetworkConfigTest, LeavesAnEmptyFileToItsWriterUnlessAskedToFillIt) {
+    directory.write("network.cfg", "");
+    EXPECT_EQ(7555U, port());
+    EXPECT_EQ("", directory.read("network.cfg"));
+    ASSERT_TRUE(config.createIfMissing());
+    std::string uuid;
+    EXPECT_TRUE(config.getUUID(uuid));
+    EXPECT_EQ("[Local]\nUUID=" + uuid + '\n', directory.read("network.cfg"));
+}
+
+TEST_F(CoNetworkConfigTest, AMissingFileIsNormal) {
+    const CapturedLog log;
+    EXPECT_EQ(DEFAULTS, settings(config));
+    EXPECT_TRUE(config.isIPInValidRange("10.0.0.1"));
+    std::string uuid = "x";
+    EXPECT_FALSE(config.getUUID(uuid));
+    EXPECT_EQ("", uuid);
+    EXPECT_EQ("No host UUID configured. Please check " + file + ".", config.lastError());
+    bool changed = true;
+    EXPECT_FALSE(config.parse(changed, true));
+    EXPECT_FALSE(changed);
+    EXPECT_EQ("Could not read '" + file + "': " + coErrorText(ENOENT), config.lastError());
+    EXPECT_EQ(log.texts(), log.texts(CoMsg::DEBUG));
+    EXPECT_EQ(0U, directory.countEntries()) << "and is not created";
+}
+
+TEST_F(CoNetworkConfigTest, FailuresAreLoggedAndKeepWhatWasRead) {
+    write("[SelfDiscovery]\nPort=7556\n");
+    ASSERT_EQ(7556U, port());
+    const std::string blocked = directory.write("blocked", "") + "/network.cfg";
+    struct {
+        const char* what;
+        std::function<void()> prepare;
+        std::string error;
+    } const cases[] = {
+        {"too large", [this] { write(std::string(CoConfigFileReader::MAX_FILE_SIZE, '#')); },
+         "Could not parse network.cfg: " + coErrorText(EFBIG)},
+        {"a directory",
+         [this] {
+             std::filesystem::remove(file);
+             std::filesystem::create_directory(file);
+         },
+         "Could not read '" + file + "': " + coErrorText(EISDIR)},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.what);
+        each.prepare();
+        const CapturedLog log;
+        EXPECT_FALSE(config.createIfMissing());
+        EXPECT_EQ(each.error, config.lastError());
+        EXPECT_THAT(log.texts(CoMsg::ERROR), ElementsAre(each.error));
+        EXPECT_EQ(7556U, port());
+    }
+    CoNetworkConfig cannotCreate(blocked);
+    EXPECT_FALSE(cannotCreate.createIfMissing());
+    EXPECT_THAT(cannotCreate.lastError(),
+                StartsWith("Could not create '" + directory.path("blocked") + "': "));
+}
+
+TEST_F(CoNetworkConfigTest, AFullDiskLosesNothing) {
+    const std::string before = "[Local]\nUUID=\n[SelfDiscovery]\nPort=7556\n" + std::string(2000, '#') + '\n';
+    directory.write("network.cfg", before);
+    const FileSizeLimit limit(1000);
+    const CapturedLog log;
+    const std::string error = "Could not write to '" + file + "': " + coErrorText(EFBIG);
+    EXPECT_EQ(7556U, port());
+    EXPECT_THAT(log.texts(CoMsg::ERROR), ElementsAre(error));
+    EXPECT_EQ(before, directory.read("network.cfg"));
+    EXPECT_EQ(1U, directory.countEntries());
+    std::string uuid;
+    EXPECT_FALSE(config.getUUID(uuid)) << "a UUID that is not in the file identifies nobody";
+    EXPECT_FALSE(config.createIfMissing());
+    EXPECT_EQ(error, config.lastError());
+
+    CoNetworkConfig fresh(directory.path("new.cfg"));
+    EXPECT_FALSE(fresh.createIfMissing());
+    EXPECT_EQ(1U, directory.countEntries());
+}
+
+TEST_F(CoNetworkConfigTest, AMalformedUUIDIsNone) {
+    directory.write("network.cfg", "[Local]\nUUID=0011-22\n");
+    std::string uuid = "x";
+    EXPECT_FALSE(config.getUUID(uuid));
+    EXPECT_EQ("", uuid);
+    EXPECT_EQ("Invalid UUID '0011-22'", config.lastError());
+    EXPECT_EQ("[Local]\nUUID=0011-22\n", directory.read("network.cfg")) << "once assigned, never edited";
+}
+
+TEST_F(CoNetworkConfigTest, DynamicPortsOnlyNarrow) {
+    struct {
+        const char* bounds;
+        unsigned lower;
+        unsigned upper;
+        const char* warning;
+    } const cases[] = {
+        {"LowerBound=49152\nUpperBound=65535\n", 49152, 65535, ""},
+        {"LowerBound=60000\n", 60000, 65535, ""},
+        {"UpperBound=60000\n", 49152, 60000, ""},
+        {"LowerBound=40000\n", 49152, 65535, "[40000:65535]"},
+        {"LowerBound=49151\n", 49152, 65535, "[49151:65535]"},
+        {"LowerBound=50001\nUpperBound=50000\n", 49152, 65535, "[50001:50000]"},
+        {"UpperBound=65536\n", 49152, 65535, "[49152:65536]"},
+        {"LowerBound=-1\nUpperBound=x\n", 49152, 65535, "[-1:0]"},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.bounds);
+        write(std::string("[DynamicPorts]\n") + each.bounds);
+        config.reset();
+        const CapturedLog log;
+        unsigned lower = 0;
+        unsigned upper = 0;
+        config.getDynamicPortRange(lower, upper);
+        EXPECT_EQ(each.lower, lower);
+        EXPECT_EQ(each.upper, upper);
+        const std::string warning =
+            coFormat("Invalid Dynamic port range %s; using default [49152:65535].", each.warning);
+        EXPECT_EQ(*each.warning ? Strings{warning} : Strings{}, log.texts());
+    }
+}
+
+TEST_F(CoNetworkConfigTest, UnusableDiscoverySettingsKeepTheCallersDefault) {
+    struct {
+        const char* setting;
+        const char* warning;
+    } const cases[] = {
+        {"Port=0\n", "Invalid Port '0' in [SelfDiscovery]; using 7555."},
+        {"Port=65536\n", "Invalid Port '65536' in [SelfDiscovery]; using 7555."},
+        {"Port=-1\n", "Invalid Port '-1' in [SelfDiscovery]; using 7555."},
+        {"Port=7556x\n", "Invalid Port '7556x' in [SelfDiscovery]; using 7555."},
+        {"TTL=256\n", "Invalid TTL '256' in [SelfDiscovery]; using 1."},
+    };
+    for (const auto& each : cases) {
+        write(std::string("[SelfDiscovery]\n") + each.setting);
+        config.reset();
+        const CapturedLog log;
+        EXPECT_EQ(DEFAULTS, settings(config));
+        EXPECT_THAT(log.texts(), ElementsAre(each.warning));
+    }
+}
+
+TEST_F(CoNetworkConfigTest, FiltersAddresses) {
+    struct {
+        const char* filters;
+        Strings allowed;
+        Strings refused;
+        Strings errors;
+    } const cases[] = {
+        {"", {"10.0.0.1", "::1", "host"}, {}, {}},
+        {"Accept=192.168.0.0/16\nReject=192.168.1.0/24\n",
+         {"192.168.0.1", "::ffff:192.168.0.1"},
+         {"192.168.1.1", "::ffff:192.168.1.1", "10.0.0.1", "127.0.0.1", "fe80::1", ""},
+         {}},
+        {"Reject=10.0.0.0/8,11.0.0.0/8\n", {"12.0.0.1", "fe80::1"}, {"10.1.2.3", "11.0.0.1"}, {}},
+        {"Accept=10.0.0.0/40, 11.0.0.0/8,x,12.0.0.0/255.0.0.1\n",
+         {"11.0.0.1"},
+         {"10.0.0.1", "12.0.0.1"},
+         {"Invalid IP range filter prefix 40", "Invalid IP range filter x",
+          "Invalid IP range filter mask 255.0.0.1"}},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.filters);
+        write(std::string("[Filtering]\n") + each.filters);
+        config.reset();
+        const CapturedLog log;
+        for (const std::string& ip : each.allowed) EXPECT_TRUE(config.isIPInValidRange(ip.c_str())) << ip;
+        for (const std::string& ip : each.refused) EXPECT_FALSE(config.isIPInValidRange(ip.c_str())) << ip;
+        EXPECT_FALSE(config.isIPInValidRange(nullptr));
+        EXPECT_EQ(each.errors, log.texts()) << "once, when the file is read";
+    }
+}
+
+TEST_F(CoNetworkConfigTest, LinesThatMakeNoSenseAreReportedOnce) {
+    directory.write("network.cfg", std::string("Port=7556\n") + WITH_UUID);
+    const CapturedLog log;
+    EXPECT_EQ(7555U, port());
+    EXPECT_EQ(7555U, port());
+    EXPECT_THAT(log.texts(),
+                ElementsAre("Invalid syntax: Not in section. Ignoring line 1 of '" + file + "'"));
+}
+
+TEST_F(CoNetworkConfigTest, ReadsAgainWhatChangedWhileMonitored) {
+    EXPECT_EQ(7555U, port());
+    write("[SelfDiscovery]\nPort=7556\n");
+    EXPECT_EQ(7555U, port()) << "without the monitor, read once";
+    CoFileMonitor::start();
+    EXPECT_EQ(7556U, port());
+    write("[SelfDiscovery]\nPort=7557\n");
+    EXPECT_EQ(7557U, port());
+    bool changed = true;
+    EXPECT_TRUE(config.parse(changed, false));
+    EXPECT_FALSE(changed);
+    std::filesystem::remove(file);
+    EXPECT_EQ(7557U, port()) << "what was read stays in force";
+    write("[SelfDiscovery]\nPort=7558\n[Filtering]\nReject=10.0.0.0/8\n");
+    EXPECT_FALSE(config.isIPInValidRange("10.0.0.1"));
+    EXPECT_EQ(7558U, port());
+}
+
+TEST_F(CoNetworkConfigTest, ManyThreadsAskWhileTheFileChanges) {
+    write("[SelfDiscovery]\nPort=1\n");
+    CoFileMonitor::start();
+    std::atomic<bool> done{false};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 3; ++i) {
+        threads.emplace_back([this, &done] {
+            for (unsigned last = 1; !done;) {
+                const unsigned now = port();
+                EXPECT_GE(now, last) << "an older file than the one read before";
+                last = now;
+                EXPECT_TRUE(config.isIPInValidRange("10.0.0.1"));
+            }
+        });
+    }
+    for (unsigned i = 1; i <= 50; ++i) {
+        const std::string text = WITH_UUID + coFormat("[SelfDiscovery]\nPort=%u\n", i);
+        EXPECT_EQ(0, CoAtomicFile::write(file, text));
+        EXPECT_EQ(i, port());
+    }
+    done = true;
+    CoFileMonitor::stop();
+    for (std::thread& thread : threads) thread.join();
+}
+
+/// Asks the configuration from within the log, as an application's callback may.
+class AskingRouter : public CoMsg::Router {
+  public:
+    explicit AskingRouter(CoNetworkConfig& config) : config_(config), earlier_(CoMsg::setRouter(this)) {
+        CoMsg::setFilterLevel(CoMsg::DEBUG);
+    }
+    ~AskingRouter() override { CoMsg::setRouter(earlier_); }
+    void post(const CoMsg::Message& message) override {
+        text = message.text;
+        allowed = config_.isIPInValidRange("11.0.0.1");
+    }
+    std::string text;
+    bool allowed = false;
+
+  private:
+    CoNetworkConfig& config_;
+    CoMsg::Router* const earlier_;
+};
+
+TEST_F(CoNetworkConfigTest, TheLogMayAskTheConfiguration) {
+    write("[Filtering]\nAccept=x,11.0.0.0/8\n");
+    const AskingRouter router(config);
+    EXPECT_FALSE(config.isIPInValidRange("10.0.0.1"));
+    EXPECT_EQ("Invalid IP range filter x", router.text);
+    EXPECT_TRUE(router.allowed);
+}
+
+TEST(CoNetworkConfig, TheProcessUsesTheFileThatTheEnvironmentNames) {
+    const TemporaryDirectory directory;
+    ::setenv("QD_NETWORK_CFG_FILE", directory.write("other.cfg", WITH_UUID).c_str(), 1);
+    EXPECT_EQ(directory.path("other.cfg"), CoNetworkConfig::getInstance().getConfigFileName());
+    std::string uuid;
+    EXPECT_TRUE(CoNetworkConfig::getInstance().getUUID(uuid));
+}
+
+TEST(CoNetworkConfig, HasADefaultFile) {
+    ::unsetenv("QD_NETWORK_CFG_FILE");
+    EXPECT_EQ("/opt/Quorvane/cfg/network.cfg", CoNetworkConfig::getInstance().getConfigFileName());
+}
+
+}  // namespace
+}  // namespace Vantrel

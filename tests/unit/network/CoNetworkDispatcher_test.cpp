@@ -1,0 +1,104 @@
+#include "CoNetworkDispatcher.h"
+
+#include <arpa/inet.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <fstream>
+
+#include "TemporaryDirectory.h"
+
+namespace Vantrel {
+namespace {
+
+using Role = CoNetworkDispatcher::Role;
+using Strings = std::vector<std::string>;
+
+CoNetworkInterface makeInterface(const char* name, bool up = true, bool multicast = true) {
+    CoNetworkInterface result;
+    result.name = name;
+    result.up = up;
+    result.loopback = result.name == "lo";
+    result.multicast = multicast;
+    return result;
+}
+
+const std::vector<CoNetworkInterface> ALL = {
+    makeInterface("eth0"),        makeInterface("lo", true, false),   makeInterface("eth1"),
+    makeInterface("eth2", false), makeInterface("tun0", true, false), makeInterface("eth1:1"),
+};
+
+Strings names(const std::vector<CoNetworkInterface>& interfaces) {
+    Strings result;
+    for (const auto& each : interfaces) result.push_back(each.name);
+    return result;
+}
+
+TEST(CoNetworkDispatcher, SelectsInTheOrderOfPreference) {
+    struct {
+        const char* what;
+        Role role;
+        Strings configured;
+        Strings selected;
+    } const cases[] = {
+        {"all active ones", Role::Metadata, {}, {"lo", "eth0", "eth1", "tun0", "eth1:1"}},
+        {"named ones", Role::Data, {"eth1", "eth0"}, {"lo", "eth1", "eth1:1", "eth0"}},
+        {"an alias alone", Role::Data, {"eth1:1"}, {"lo", "eth1:1"}},
+        {"any other last", Role::Metadata, {"tun0", "*"}, {"lo", "tun0", "eth0", "eth1", "eth1:1"}},
+        {"any other first", Role::Metadata, {"*", "eth0"}, {"lo", "eth1", "tun0", "eth1:1", "eth0"}},
+        {"named, but not up", Role::Metadata, {"eth2"}, {"lo"}},
+        {"unknown", Role::Metadata, {"eth", "eth9"}, {"lo"}},
+        {"named twice", Role::Metadata, {"eth0", "eth0", "lo"}, {"lo", "eth0"}},
+        {"multicast: all that are capable", Role::Multicast, {}, {"eth0", "eth1", "eth1:1"}},
+        {"multicast: any other that is capable", Role::Multicast, {"eth1", "*"}, {"eth1", "eth1:1", "eth0"}},
+        {"multicast: named ones, capable or not", Role::Multicast, {"tun0", "lo"}, {"tun0", "lo"}},
+        {"multicast: named ones only", Role::Multicast, {"eth2"}, {}},
+    };
+    for (const auto& each : cases) {
+        EXPECT_EQ(each.selected, names(CoNetworkDispatcher::select(each.role, each.configured, ALL)))
+            << each.what;
+    }
+}
+
+TEST(CoNetworkDispatcher, AMachineOnItsOwnMulticastsOnItsLoopback) {
+    const std::vector<CoNetworkInterface> alone = {makeInterface("lo", true, false),
+                                                   makeInterface("eth0", false)};
+    EXPECT_EQ(Strings{"lo"}, names(CoNetworkDispatcher::select(Role::Multicast, {}, alone)));
+    EXPECT_EQ(Strings{}, names(CoNetworkDispatcher::select(Role::Multicast, {"eth0"}, alone)));
+}
+
+TEST(CoNetworkDispatcher, ListsTheInterfacesOfThisMachine) {
+    for (const CoNetworkInterface& each : CoNetworkDispatcher::getAllInterfaces()) {
+        SCOPED_TRACE(each.name + ' ' + each.ip);
+        unsigned char bytes[16];
+        EXPECT_EQ(1, ::inet_pton(each.family, each.ip.c_str(), bytes));
+        EXPECT_GT(each.index, 0U);
+        EXPECT_GE(each.speed, 0);
+        EXPECT_LE(each.prefixLength, each.family == AF_INET ? 32U : 128U);
+        if (each.ip == "127.0.0.1") {
+            EXPECT_TRUE(each.loopback && each.up);
+            EXPECT_EQ(8U, each.prefixLength);
+        }
+        EXPECT_NE(each.loopback, each.ip != "127.0.0.1" && each.ip != "::1");
+    }
+}
+
+TEST(CoNetworkDispatcher, TakesTheNamesOfTheRoleFromTheConfiguration) {
+    const auto all = CoNetworkDispatcher::getAllInterfaces();
+    const TemporaryDirectory directory;
+    ::setenv(
+        "QD_NETWORK_CFG_FILE",
+        directory.write("network.cfg", "[Local]\nUUID=x\n[Interfaces]\nMulticast=lo\nData=none\nMetadata=*\n")
+            .c_str(),
+        1);
+    EXPECT_EQ(names(CoNetworkDispatcher::select(Role::Multicast, {"lo"}, all)),
+              names(CoNetworkDispatcher::getInterfaces(Role::Multicast)));
+    EXPECT_EQ(names(CoNetworkDispatcher::select(Role::Data, {"none"}, all)),
+              names(CoNetworkDispatcher::getInterfaces(Role::Data)));
+    EXPECT_EQ(names(CoNetworkDispatcher::select(Role::Metadata, {"*"}, all)),
+              names(CoNetworkDispatcher::getInterfaces(Role::Metadata)));
+}
+
+}  // namespace
+}  // namespace Vantrel
