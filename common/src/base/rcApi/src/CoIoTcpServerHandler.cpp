@@ -1,0 +1,65 @@
+#include "CoIoTcpServerHandler.h"
+
+#include <utility>
+
+#include "CoMsg.h"
+
+namespace Vantrel {
+
+namespace {
+
+/// Connections accepted in one go, so that a flood of them leaves time for the others in the loop.
+constexpr int ACCEPT_BATCH = 16;
+/// Long enough not to burn the processor, short enough that nobody's connect times out.
+constexpr unsigned ACCEPT_PAUSE_MS = 100;
+
+}  // namespace
+
+CoIoTcpServerHandler::CoIoTcpServerHandler(ConnectionHandler handleConnection, PauseHandler handlePause)
+    : handleConnection_(std::move(handleConnection)), handlePause_(std::move(handlePause)) {}
+
+bool CoIoTcpServerHandler::wantsRead() const {
+    return pausedUntil_ == 0 || CoTime::getTime() >= pausedUntil_;
+}
+
+bool CoIoTcpServerHandler::handleRead() {
+    for (int i = 0; i < ACCEPT_BATCH && acceptOne(); ++i) {
+    }
+    return true;
+}
+
+bool CoIoTcpServerHandler::handleError() {
+    CO_MSG_ERROR("Connections on port %d are not accepted any more: %s", server_.getPort(),
+                 server_.getLastSocketErrorStr().c_str());
+    return false;
+}
+
+bool CoIoTcpServerHandler::acceptOne() {
+    const int descriptor = server_.accept();
+    if (descriptor != CoIoDescriptor::INVALID_ID) {
+        pausedUntil_ = 0;
+        failing_ = false;
+        handleConnection_(descriptor);
+        return true;
+    }
+    switch (server_.lastError()) {
+        case CoIoDescriptor::IoError::None:
+        case CoIoDescriptor::IoError::Again:
+            return false;
+        case CoIoDescriptor::IoError::Interrupted:
+        case CoIoDescriptor::IoError::Aborted:  // the peer gave up before it was accepted
+            return true;
+        default:
+            break;
+    }
+    if (!failing_) {
+        CO_MSG_ERROR("Could not accept a connection on port %d: %s", server_.getPort(),
+                     server_.lastErrorText().c_str());
+    }
+    failing_ = true;
+    pausedUntil_ = CoTime::getTime() + ACCEPT_PAUSE_MS * CoTime::PER_MILLISECOND;
+    handlePause_(ACCEPT_PAUSE_MS);
+    return false;
+}
+
+}  // namespace Vantrel

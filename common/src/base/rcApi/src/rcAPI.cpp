@@ -1,0 +1,255 @@
+#include "rcAPI.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <new>
+
+#include "CoAssert.h"
+#include "CoMsg.h"
+#include "CoProcess.h"
+#include "RcSettings.h"
+#include "rcConnectionInfo.h"
+#include "rcSysCalls.h"
+
+namespace Vantrel {
+
+namespace {
+
+constexpr const char* NO_BUFFER = "Cannot allocate result buffer.";
+constexpr const char* NOT_CONNECTED = "Connection not established.";
+constexpr const char* OTHER_PROCESS = "Connection belongs to the parent process.";
+constexpr const char* INVALID_METHOD = "Invalid method name.";
+
+/// What servers without a login answer, in both spellings.
+constexpr const char* UNKNOWN_LOGIN[] = {"Unknown method: _login", "Unknown method: '_login'."};
+
+constexpr unsigned VERSION_NUMBERS = 4;
+constexpr unsigned VERSION_NUMBER_BITS = 16;
+
+std::uint64_t packVersion(const unsigned short* version, unsigned count) {
+    std::uint64_t packed = 0;
+    for (unsigned i = 0; i < VERSION_NUMBERS; ++i) {
+        packed = packed << VERSION_NUMBER_BITS | (version && i < count ? version[i] : 0U);
+    }
+    return packed;
+}
+
+bool isUnknownLogin(const std::string& reply) {
+    return std::find(std::begin(UNKNOWN_LOGIN), std::end(UNKNOWN_LOGIN), reply) != std::end(UNKNOWN_LOGIN);
+}
+
+class FlagScope {
+  public:
+    explicit FlagScope(std::atomic<bool>& flag) : flag_(flag) { flag_ = true; }
+    FlagScope(const FlagScope&) = delete;
+    FlagScope& operator=(const FlagScope&) = delete;
+    ~FlagScope() { flag_ = false; }
+
+  private:
+    std::atomic<bool>& flag_;
+};
+
+}  // namespace
+
+rcAPI::rcAPI() : rcAPI(nullptr, 0) {}
+
+rcAPI::rcAPI(const unsigned short* version, unsigned count) : version_(packVersion(version, count)) {}
+
+rcAPI::~rcAPI() = default;
+
+bool rcAPI::connect(const char* host, int port, unsigned timeoutMs) {
+    disconnect();
+    clearFlags();
+    if (!allocateBuffer()) {
+        setLastError(NO_BUFFER);
+        return false;
+    }
+    const CoIoDescriptor::StopScope stopScope(descriptor_);
+    const FlagScope connecting(connecting_);
+    if (!descriptor_.connect(host, port, 0, 0, static_cast<int>(timeoutMs / 1000))) {
+        std::string error;
+        return failTransfer(error);
+    }
+    userId_ = ::geteuid();
+    groupId_ = ::getegid();
+    forkGeneration_ = CoProcess::forkGeneration();
+    if (!login(timeoutMs)) {
+        disconnect();
+        return false;
+    }
+    CO_MSG_NOTICE("Connected fd:%d to %s:%u as %d:%d", descriptor_.getId(), host, static_cast<unsigned>(port),
+                  static_cast<int>(userId_), static_cast<int>(groupId_));
+    return true;
+}
+
+bool rcAPI::allocateBuffer() {
+    if (!buffer_) buffer_.reset(new (std::nothrow) char[RECEIVE_BUFFER_SIZE]);
+    return buffer_ != nullptr;
+}
+
+bool rcAPI::login(unsigned timeoutMs) {
+    rcConnectionInfo info(version_);
+    info.fillInfo(&descriptor_);
+    if (!reportedAddress_.empty()) info.setIpAddr(reportedAddress_);
+    std::string reply;
+    return performCall(0, rcSysCalls::LOGIN, info.toAttrStream(), true, reply, timeoutMs) ||
+           isUnknownLogin(reply);
+}
+
+bool rcAPI::call(int objectId, const char* method, const char* argument, bool waitForResult,
+                 std::string& result, unsigned timeoutMs) {
+    // The scope first: a stop that comes before the flags are cleared still ends this call.
+    const CoIoDescriptor::StopScope stopScope(descriptor_);
+    clearFlags();
+    const std::string_view name = method ? method : "";
+    if (!CO_ASSERT(!name.empty() && name.find_first_of(" \n") == std::string_view::npos)) {
+        return fail(INVALID_METHOD, result);
+    }
+    return isCallPossible(result) &&
+           performCall(objectId, name, argument ? argument : "", waitForResult, result, timeoutMs);
+}
+
+bool rcAPI::isCallPossible(std::string& result) {
+    const uid_t userId = ::geteuid();
+    const gid_t groupId = ::getegid();
+    if (descriptor_.isValid() && (userId != userId_ || groupId != groupId_)) {
+        disconnect();
+        return fail(
+            coFormat("Credentials %d:%d do not match connection's %d:%d", static_cast<int>(userId),
+                     static_cast<int>(groupId), static_cast<int>(userId_), static_cast<int>(groupId_)),
+            result);
+    }
+    if (descriptor_.isValid() && forkGeneration_ != CoProcess::forkGeneration()) {
+        disconnect();  // this process's copy of the descriptor only: the connection stays the parent's
+        return fail(OTHER_PROCESS, result);
+    }
+    return isConnected(true) || fail(NOT_CONNECTED, result);
+}
+
+bool rcAPI::performCall(int objectId, std::string_view method, std::string_view argument, bool waitForResult,
+                        std::string& result, unsigned timeoutMs) {
+    const CoDeadline deadline(timeoutMs);
+    const auto type = waitForResult ? rcCommand::Type::Sync : rcCommand::Type::Async;
+    rcCommand::format(type, objectId, method, argument, line_);
+    if (!writeLine(deadline, result)) return false;
+    if (waitForResult) return readReply(deadline, result);
+    result.clear();
+    return true;
+}
+
+bool rcAPI::writeLine(const CoDeadline& deadline, std::string& result) {
+    std::string_view rest = line_;
+    for (;;) {
+        const auto size = static_cast<unsigned>(std::min<std::size_t>(rest.size(), INT_MAX));
+        const int count = descriptor_.nonBlockingWriteWithTimeout(rest.data(), size, deadline.leftMs());
+        if (count < 0) return failTransfer(result);
+        rest.remove_prefix(static_cast<std::size_t>(count));
+        if (rest.empty()) return true;
+        if (deadline.passed()) {
+            disconnect();
+            return fail(coErrorText(ETIMEDOUT), result);
+        }
+    }
+}
+
+bool rcAPI::readReply(const CoDeadline& deadline, std::string& result) {
+    const auto maxBytes = static_cast<std::size_t>(RcSettings::maxReplyBytes.get());
+    result_.reset();
+    for (;;) {
+        const unsigned leftMs = std::max(deadline.leftMs(), 1U);
+        const int count = descriptor_.nonBlockingReadWithTimeout(buffer_.get(), RECEIVE_BUFFER_SIZE, leftMs);
+        if (count < 0) return failTransfer(result);
+        std::size_t used = 0;
+        const bool complete = result_.append(buffer_.get(), static_cast<std::size_t>(count), used);
+        if (result_.receivedBytes() > maxBytes) {
+            disconnect();
+            return fail(coFormat("Reply exceeds %zu bytes (%s).", maxBytes, RcSettings::maxReplyBytes.name()),
+                        result);
+        }
+        if (complete) return takeReply(result);
+        if (deadline.passed()) {
+            timedOut_ = true;
+            return fail(coErrorText(ETIMEDOUT), result);
+        }
+    }
+}
+
+bool rcAPI::takeReply(std::string& result) {
+    result_.value().swapText(result);
+    result_.value().clear();  // the caller's buffer serves the next reply
+    if (result_.isOk()) return true;
+    setLastError(result);
+    return false;
+}
+
+bool rcAPI::isConnected(bool checkAlive) const {
+    return descriptor_.isValid() && forkGeneration_ == CoProcess::forkGeneration() &&
+           (!checkAlive || descriptor_.isActive());
+}
+
+void rcAPI::stop(const char* reason) {
+    if (!descriptor_.isValid() && !connecting_ && !operating_) return;
+    {
+        const std::lock_guard<std::mutex> lock(errorMutex_);
+        stopped_ = true;
+        stopReason_ = reason ? std::string(reason) : coErrorText(EINTR);
+        lastError_ = stopReason_;
+    }
+    descriptor_.stop();
+}
+
+rcAPI::Operation::Operation(rcAPI& endpoint) : endpoint_(endpoint), stopScope_(endpoint.descriptor_) {
+    endpoint_.operating_ = true;
+}
+
+rcAPI::Operation::~Operation() {
+    endpoint_.operating_ = false;
+}
+
+void rcAPI::disconnect() {
+    descriptor_.close();
+    buffer_.reset();
+    result_.reset();
+}
+
+std::string rcAPI::lastError() const {
+    const std::lock_guard<std::mutex> lock(errorMutex_);
+    return lastError_;
+}
+
+void rcAPI::setReportedAddress(const std::string& ip) {
+    reportedAddress_ = ip;
+}
+
+void rcAPI::clearFlags() {
+    timedOut_ = false;
+    stopped_ = false;
+}
+
+bool rcAPI::fail(const std::string& error, std::string& result) {
+    setLastError(error);
+    result = error;
+    return false;
+}
+
+/// Ends a broken connection. A stop on purpose is no I/O error: its own reason is what the caller gets.
+bool rcAPI::failTransfer(std::string& result) {
+    std::string error = descriptor_.lastErrorText();
+    if (stopped_ || descriptor_.wasStopped()) {
+        stopped_ = true;
+        const std::lock_guard<std::mutex> lock(errorMutex_);
+        error = stopReason_;
+    }
+    disconnect();
+    return fail(error, result);
+}
+
+void rcAPI::setLastError(const std::string& error) {
+    const std::lock_guard<std::mutex> lock(errorMutex_);
+    lastError_ = error;
+}
+
+}  // namespace Vantrel

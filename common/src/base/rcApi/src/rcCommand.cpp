@@ -1,0 +1,245 @@
+#include "rcCommand.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+
+#include "CoAssert.h"
+
+namespace Vantrel {
+
+namespace {
+
+constexpr char LINE_END = '\n';
+constexpr char SEPARATOR = ' ';
+constexpr char ESCAPE = '\\';
+
+/// A buffer that a long text has grown is not kept for the short ones that follow.
+constexpr std::size_t KEPT_CAPACITY = 64 * 1024;
+
+/// Bytes that are escaped, with what follows the backslash for each.
+struct Escape {
+    char plain;
+    char escaped;
+};
+constexpr Escape ESCAPES[] = {{'\n', 'n'}, {'\t', 't'}, {'\\', '\\'}};
+constexpr std::size_t ESCAPE_COUNT = sizeof ESCAPES / sizeof ESCAPES[0];
+
+/// Escaping looks for each of them separately, in blocks that stay in the processor's first cache meanwhile.
+constexpr std::size_t ESCAPE_BLOCK = 8192;
+
+char unescaped(char byte) {
+    for (const Escape& escape : ESCAPES) {
+        if (byte == escape.escaped) return escape.plain;
+    }
+    return byte;
+}
+
+const char* findByte(const char* from, const char* end, char byte) {
+    const void* found = std::memchr(from, byte, static_cast<std::size_t>(end - from));
+    return found ? static_cast<const char*>(found) : end;
+}
+
+void appendEscapedBlock(const char* from, const char* end, std::string& line) {
+    const char* next[ESCAPE_COUNT];
+    for (std::size_t i = 0; i < ESCAPE_COUNT; ++i) next[i] = findByte(from, end, ESCAPES[i].plain);
+    for (;;) {
+        const std::size_t first =
+            static_cast<std::size_t>(std::min_element(next, next + ESCAPE_COUNT) - next);
+        line.append(from, next[first]);
+        if (next[first] == end) return;
+        line += ESCAPE;
+        line += ESCAPES[first].escaped;
+        from = next[first] + 1;
+        next[first] = findByte(from, end, ESCAPES[first].plain);
+    }
+}
+
+void clearText(std::string& text) {
+    text.clear();
+    if (text.capacity() > KEPT_CAPACITY) text.shrink_to_fit();
+}
+
+}  // namespace
+
+void rcValue::setText(std::string text) {
+    text_ = std::move(text);
+    escapePending_ = false;
+}
+
+void rcValue::clear() {
+    clearText(text_);
+    escapePending_ = false;
+}
+
+void rcValue::swapText(std::string& other) {
+    text_.swap(other);
+    escapePending_ = false;
+}
+
+void rcValue::appendChar(char byte) {
+    if (escapePending_) {
+        text_ += unescaped(byte);
+        escapePending_ = false;
+    } else if (byte == ESCAPE) {
+        escapePending_ = true;
+    } else {
+        text_ += byte;
+    }
+}
+
+void rcValue::append(const char* data, std::size_t size) {
+    const char* const end = data + size;
+    while (data != end) {
+        if (escapePending_) {
+            appendChar(*data++);
+            continue;
+        }
+        const char* const escape = findByte(data, end, ESCAPE);
+        text_.append(data, escape);
+        data = escape;
+        if (data != end) {
+            escapePending_ = true;
+            ++data;
+        }
+    }
+}
+
+void rcValue::appendEscaped(std::string_view text, std::string& line) {
+    // A tenth more than the text: few bytes of a message need escaping.
+    line.reserve(line.size() + std::max<std::size_t>(1, text.size() + text.size() / 10));
+    while (!text.empty()) {
+        const std::size_t size = std::min(text.size(), ESCAPE_BLOCK);
+        appendEscapedBlock(text.data(), text.data() + size, line);
+        text.remove_prefix(size);
+    }
+}
+
+const char* rcCommand::typeName(Type type) {
+    switch (type) {
+        case Type::Sync:
+            return "sync";
+        case Type::Async:
+            return "async";
+    }
+    return "unknown";
+}
+
+void rcCommand::format(Type type, int objectId, std::string_view method, std::string_view argument,
+                       std::string& line) {
+    char number[16];
+    char* const numberEnd = std::to_chars(number, number + sizeof number, objectId).ptr;
+    clearText(line);
+    line += typeName(type);
+    line += SEPARATOR;
+    line.append(number, numberEnd);
+    line += SEPARATOR;
+    line += method;
+    line += SEPARATOR;
+    rcValue::appendEscaped(argument, line);
+    line += LINE_END;
+}
+
+std::string& rcCommand::field() {
+    return state_ == 0 ? type_ : state_ == 1 ? objectId_ : method_;
+}
+
+bool rcCommand::appendChar(char byte) {
+    if (byte == LINE_END) return true;
+    ++receivedBytes_;
+    if (state_ == VALUE_STATE) {
+        value_.appendChar(byte);
+    } else if (byte == SEPARATOR) {
+        ++state_;
+    } else {
+        field() += byte;
+    }
+    return false;
+}
+
+bool rcCommand::append(const char* data, std::size_t size, std::size_t& used) {
+    const char* const lineEnd = findByte(data, data + size, LINE_END);
+    const bool complete = lineEnd != data + size;
+    const char* from = data;
+    while (from != lineEnd && state_ != VALUE_STATE) {
+        const char* const separator = findByte(from, lineEnd, SEPARATOR);
+        field().append(from, separator);
+        from = separator;
+        if (from != lineEnd) {
+            ++state_;
+            ++from;
+        }
+    }
+    value_.append(from, static_cast<std::size_t>(lineEnd - from));
+    const std::size_t taken = static_cast<std::size_t>(lineEnd - data);
+    receivedBytes_ += taken;
+    used = complete ? taken + 1 : taken;
+    return complete;
+}
+
+void rcCommand::reset() {
+    clearText(type_);
+    clearText(objectId_);
+    clearText(method_);
+    value_.clear();
+    state_ = 0;
+    receivedBytes_ = 0;
+}
+
+const char* rcResult::codeName(Code code) {
+    switch (code) {
+        case Code::Ok:
+            return "ok";
+        case Code::Error:
+            return "error";
+    }
+    return "unknown";
+}
+
+void rcResult::appendLine(Code code, std::string_view value, std::string& line) {
+    line += codeName(code);
+    line += SEPARATOR;
+    rcValue::appendEscaped(value, line);
+    line += LINE_END;
+}
+
+bool rcResult::appendChar(char byte) {
+    if (byte == LINE_END) return true;
+    ++receivedBytes_;
+    if (inValue_) {
+        value_.appendChar(byte);
+    } else if (byte == SEPARATOR) {
+        inValue_ = true;
+    } else {
+        code_ += byte;
+    }
+    return false;
+}
+
+bool rcResult::append(const char* data, std::size_t size, std::size_t& used) {
+    const char* const lineEnd = findByte(data, data + size, LINE_END);
+    const bool complete = lineEnd != data + size;
+    const char* from = data;
+    if (!inValue_) {
+        from = findByte(data, lineEnd, SEPARATOR);
+        code_.append(data, from);
+        if (from != lineEnd) {
+            inValue_ = true;
+            ++from;
+        }
+    }
+    value_.append(from, static_cast<std::size_t>(lineEnd - from));
+    const std::size_t taken = static_cast<std::size_t>(lineEnd - data);
+    receivedBytes_ += taken;
+    used = complete ? taken + 1 : taken;
+    return complete;
+}
+
+void rcResult::reset() {
+    clearText(code_);
+    value_.clear();
+    inValue_ = false;
+    receivedBytes_ = 0;
+}
+
+}  // namespace Vantrel

@@ -1,0 +1,173 @@
+#include "rcServerClient.h"
+
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <climits>
+
+#include "CoMsg.h"
+#include "RcSettings.h"
+#include "rcSysCalls.h"
+
+namespace Vantrel {
+
+namespace {
+
+/// A buffer that a long result has grown is not kept for the short ones that follow.
+constexpr std::size_t KEPT_OUTPUT_CAPACITY = 64 * 1024;
+
+}  // namespace
+
+rcServerContext::Client::Client(rcServerContext& context, unsigned id, int descriptor)
+    : context_(context), id_(id), descriptor_(descriptor) {
+    takeInheritedInfo();
+}
+
+void rcServerContext::Client::takeInheritedInfo() {
+    std::string record;
+    if (!rcSysCalls::getInheritedConnectionInfo(record)) return;
+    const rcConnectionInfo inherited(record.c_str(), nullptr);
+    if (inherited.isValid()) {
+        info_ = inherited;
+    } else {
+        CO_MSG_ERROR("Invalid client login information");
+    }
+}
+
+bool rcServerContext::Client::wantsRead() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    // A client that awaits a delayed return is read from once, to learn when it has gone.
+    return !leaving_ && !inputLeft() && !outputPending();
+}
+
+bool rcServerContext::Client::wantsWrite() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    // Commands that were received and had to wait are gone on with from handleWrite().
+    return outputPending() || (inputLeft() && !awaitingReturn_ && !leaving_);
+}
+
+bool rcServerContext::Client::mayProcess() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return !awaitingReturn_ && !leaving_ && !outputPending();
+}
+
+bool rcServerContext::Client::handleRead() {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        // Not asked for: the peer hung up in both directions, so nothing can be delivered any more.
+        if (leaving_ || inputLeft() || outputPending()) return false;
+        const int count = descriptor_.nonBlockingReadWithTimeout(input_.data(), READ_SIZE, 0);
+        if (count < 0) return false;
+        inputStart_ = 0;
+        inputEnd_ = static_cast<std::size_t>(count);
+    }
+    return processInput();
+}
+
+bool rcServerContext::Client::handleWrite() {
+    bool flushed = false;
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        flushed = flush();
+    }
+    if (!flushed) return handleError();
+    if (leaving_) return !finishLeaving();
+    return processInput();
+}
+
+bool rcServerContext::Client::handleError() {
+    CO_MSG_ERROR("%s", descriptor_.lastError() != CoIoDescriptor::IoError::None
+                           ? descriptor_.lastErrorText().c_str()
+                           : descriptor_.getLastSocketErrorStr().c_str());
+    return false;
+}
+
+bool rcServerContext::Client::processInput() {
+    const std::size_t maxBytes = static_cast<std::size_t>(RcSettings::maxCommandBytes.get());
+    while (inputLeft() && mayProcess()) {
+        std::size_t used = 0;
+        const bool complete = command_.append(input_.data() + inputStart_, inputEnd_ - inputStart_, used);
+        inputStart_ += used;
+        if (command_.receivedBytes() > maxBytes) {
+            CO_MSG_ERROR("Command of client %u at '%s' exceeds %zu bytes (%s), breaking connection", id_,
+                         info_.getIpAddr().c_str(), maxBytes, RcSettings::maxCommandBytes.name());
+            return false;
+        }
+        if (complete && !processLine()) return false;
+    }
+    return true;
+}
+
+bool rcServerContext::Client::processLine() {
+    const bool answered = context_.processCommand(*this, command_) == Outcome::NoAnswer ||
+                          sendResult(context_.resultCode_, context_.resultText_);
+    command_.reset();
+    if (!answered) return handleError();
+    if (info_.isValid()) return true;
+    CO_MSG_ERROR("Invalid client info, breaking connection");
+    leaving_ = true;
+    return !finishLeaving();
+}
+
+/// Whether everything that a leaving client is to get has gone.
+bool rcServerContext::Client::finishLeaving() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return !outputPending();
+}
+
+bool rcServerContext::Client::sendResult(rcResult::Code code, const std::string& text) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    rcResult::appendLine(code, text, output_);
+    return flush();
+}
+
+/// Sends what the socket takes at once. False when the connection is broken. Under mutex_.
+bool rcServerContext::Client::flush() {
+    if (!outputPending()) return true;
+    const std::size_t size = std::min<std::size_t>(output_.size() - outputStart_, INT_MAX);
+    const int count = descriptor_.nonBlockingWriteWithTimeout(output_.data() + outputStart_,
+                                                              static_cast<unsigned>(size), 0);
+    if (count < 0) return false;
+    outputStart_ += static_cast<std::size_t>(count);
+    if (outputPending()) return true;
+    output_.clear();
+    outputStart_ = 0;
+    if (output_.capacity() > KEPT_OUTPUT_CAPACITY) output_.shrink_to_fit();
+    return true;
+}
+
+void rcServerContext::Client::awaitReturn() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    awaitingReturn_ = true;
+}
+
+bool rcServerContext::Client::cancelReturn() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    const bool was = awaitingReturn_;
+    awaitingReturn_ = false;
+    return was;
+}
+
+bool rcServerContext::Client::returnDelayed(rcResult::Code code, const char* text) {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        if (!awaitingReturn_) return false;
+        awaitingReturn_ = false;
+        rcResult::appendLine(code, text ? text : "", output_);
+        if (!flush()) {
+            CO_MSG_ERROR("%s", descriptor_.lastErrorText().c_str());
+            // The loop owns the client: this makes it see that the connection has ended.
+            ::shutdown(descriptor_.getId(), SHUT_RDWR);
+        }
+    }
+    context_.cancel();  // the loop has to look at the client's interests again
+    return true;
+}
+
+void rcServerContext::Client::close() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    awaitingReturn_ = false;
+    descriptor_.close();
+}
+
+}  // namespace Vantrel

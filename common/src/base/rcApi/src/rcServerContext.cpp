@@ -1,0 +1,253 @@
+#include "rcServerContext.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <stdexcept>
+#include <utility>
+
+#include "CoAssert.h"
+#include "CoMsg.h"
+#include "rcServerClient.h"
+#include "rcSysCalls.h"
+
+namespace Vantrel {
+
+namespace {
+
+constexpr const char* UNKNOWN_ERROR = "Unknown error";
+constexpr const char* NOT_LOGGED_IN = "Not logged in.";
+/// Clients compare the text to find out whether a server has a login.
+constexpr const char* UNKNOWN_METHOD = "Unknown method: ";
+
+constexpr int ANY_PORT = 0;
+
+/// A number beyond the range of ids becomes one that no object has, rather than another one's.
+int parseObjectId(const std::string& text) {
+    const long number = std::strtol(text.c_str(), nullptr, 10);
+    return static_cast<int>(number > INT_MAX ? INT_MAX : number < INT_MIN ? INT_MIN : number);
+}
+
+}  // namespace
+
+const rcParam::InfoList& rcMethod::getDudParamList() {
+    static const rcParam::InfoList none;
+    return none;
+}
+
+rcServerContext::rcServerContext(int port, const char* bindAddress)
+    : listener_([this](int descriptor) { handleConnection(descriptor); },
+                [this](unsigned pauseMs) { reviewInterestsIn(pauseMs); }) {
+    if (listener_.server().listen(port, bindAddress)) {
+        registerIOHandler(&listener_);
+    } else {
+        CO_MSG_ERROR("Unable to set-up port %d to accept connections: %s", port,
+                     listener_.server().lastErrorText().c_str());
+    }
+}
+
+rcServerContext::rcServerContext(int lowPort, int highPort, const char* bindAddress)
+    : listener_([this](int descriptor) { handleConnection(descriptor); },
+                [this](unsigned pauseMs) { reviewInterestsIn(pauseMs); }) {
+    const bool any = lowPort < 0 && highPort < 0;
+    const int last = any ? ANY_PORT : highPort;
+    for (int port = any ? ANY_PORT : lowPort; port <= last; ++port) {
+        if (!listener_.server().listen(port, bindAddress)) continue;
+        registerIOHandler(&listener_);
+        return;
+    }
+    const std::string reason = lowPort > highPort ? coErrorText(EINVAL) : listener_.server().lastErrorText();
+    CO_MSG_ERROR("Unable to find port in range %d to %d accept connections: %s", lowPort, highPort,
+                 reason.c_str());
+}
+
+rcServerContext::~rcServerContext() = default;
+
+bool rcServerContext::isValid() const {
+    return listener_.server().isValid();
+}
+
+int rcServerContext::getPort() const {
+    return listener_.server().getPort();
+}
+
+void rcServerContext::requireLogin(bool on) {
+    requireLogin_ = on;
+}
+
+bool rcServerContext::registerMethod(const rcMethod& method) {
+    if (!CO_ASSERT(method.function)) return false;
+    const auto added = methods_.emplace(method.name, method);
+    if (!added.second) {
+        CO_MSG_ERROR("Method '%s' already registered", method.name.c_str());
+        return false;
+    }
+    added.first->second.context = this;
+    return true;
+}
+
+bool rcServerContext::registerObject(int id, void* object) {
+    if (id == 0) {
+        CO_MSG_ERROR("Reserved object Id");
+        return false;
+    }
+    bool added = false;
+    {
+        const std::lock_guard<std::mutex> lock(tablesMutex_);
+        added = objects_.emplace(id, object).second;
+    }
+    if (!added) CO_MSG_ERROR("Object '%d' already registered", id);
+    return added;
+}
+
+bool rcServerContext::unregisterObject(int id) {
+    const std::lock_guard<std::mutex> lock(tablesMutex_);
+    return objects_.erase(id) != 0;
+}
+
+bool rcServerContext::returnFromDelayedCommand(unsigned clientId, bool success, const char* text) {
+    std::shared_ptr<Client> client;
+    {
+        const std::lock_guard<std::mutex> lock(tablesMutex_);
+        const auto found = clients_.find(clientId);
+        if (found != clients_.end()) client = found->second;
+    }
+    const auto code = success ? rcResult::Code::Ok : rcResult::Code::Error;
+    if (client && client->returnDelayed(code, text)) return true;
+    CO_MSG_ERROR("Trying to do a delayed return for a client that isn't waiting for it.");
+    return false;
+}
+
+rcServerContext::Client* rcServerContext::getCurrentClient() const {
+    return current_;
+}
+
+unsigned rcServerContext::getCurrentClientId() const {
+    return current_ ? current_->getId() : 0;
+}
+
+const rcConnectionInfo& rcServerContext::getCurrentConnectionInfo() const {
+    static const rcConnectionInfo nobody("", nullptr);
+    return CO_ASSERT(current_) ? current_->getConnectionInfo() : nobody;
+}
+
+void rcServerContext::setCurrentConnectionInfo(const rcConnectionInfo& info) {
+    if (CO_ASSERT(current_)) current_->setConnectionInfo(info);
+}
+
+rcServerContext::Client* rcServerContext::findClient(unsigned id) const {
+    const std::lock_guard<std::mutex> lock(tablesMutex_);
+    const auto found = clients_.find(id);
+    return found != clients_.end() ? found->second.get() : nullptr;
+}
+
+bool rcServerContext::isIdValid(unsigned id) const {
+    return findClient(id) != nullptr;
+}
+
+bool rcServerContext::login(const rcConnectionInfo&) {
+    return true;
+}
+
+void rcServerContext::clientGone(unsigned) {}
+
+void rcServerContext::handleConnection(int descriptor) {
+    do {
+        ++lastClientId_;
+    } while (lastClientId_ == 0 || isIdValid(lastClientId_));
+    const auto client = std::make_shared<Client>(*this, lastClientId_, descriptor);
+    {
+        const std::lock_guard<std::mutex> lock(tablesMutex_);
+        clients_.emplace(lastClientId_, client);
+    }
+    registerIOHandler(client.get());
+}
+
+void rcServerContext::handlerUnregistered(CoIoHandler& handler) {
+    auto* const client = dynamic_cast<Client*>(&handler);
+    if (!client) return;
+    const unsigned id = client->getId();
+    client->close();
+    {
+        // A delayed return on another thread may still hold the client; it then finds it closed.
+        const std::lock_guard<std::mutex> lock(tablesMutex_);
+        clients_.erase(id);
+    }
+    clientGone(id);
+}
+
+rcServerContext::Outcome rcServerContext::processCommand(Client& client, rcCommand& command) {
+    const bool sync = command.isSync();
+    void* object = nullptr;
+    const rcMethod* const method = findMethod(command, client);
+    if (!method || !findObject(command, object)) return sync ? Outcome::Answer : Outcome::NoAnswer;
+
+    // Before the call: another thread may return from the command before the method does.
+    if (method->delayed && sync) client.awaitReturn();
+    std::string argument;
+    command.value().swapText(argument);
+    current_ = &client;
+    client.setCurrentMethod(method);
+    const bool success = callMethod(*method, object, std::move(argument));
+    client.setCurrentMethod(nullptr);
+    current_ = nullptr;
+    if (rcSysCalls::isLoginCommand(command)) client.setLoggedIn(success);
+
+    if (!sync) return Outcome::NoAnswer;
+    if (!method->delayed) return Outcome::Answer;
+    // A delayed method that failed has nobody to answer later.
+    return !success && client.cancelReturn() ? Outcome::Answer : Outcome::NoAnswer;
+}
+
+/// The method that a command may call; otherwise null, and the result says why.
+const rcMethod* rcServerContext::findMethod(const rcCommand& command, const Client& client) {
+    if (requireLogin_ && !client.isLoggedIn() && !rcSysCalls::isSystemCommand(command)) {
+        setResult(rcResult::Code::Error, NOT_LOGGED_IN);
+        return nullptr;
+    }
+    const auto found = methods_.find(command.method());
+    if (found != methods_.end()) return &found->second;
+    setResult(rcResult::Code::Error, UNKNOWN_METHOD + command.method());
+    return nullptr;
+}
+
+/// The object that a command addresses, null for id 0; false when there is none, and the result says so.
+bool rcServerContext::findObject(const rcCommand& command, void*& object) {
+    const int id = parseObjectId(command.objectId());
+    if (id == 0) {
+        object = nullptr;
+        return true;
+    }
+    const std::lock_guard<std::mutex> lock(tablesMutex_);
+    const auto found = objects_.find(id);
+    if (found == objects_.end()) {
+        setResult(rcResult::Code::Error, coFormat("Invalid Object: %d", id));
+        return false;
+    }
+    object = found->second;
+    return true;
+}
+
+bool rcServerContext::callMethod(const rcMethod& method, void* object, std::string argument) {
+    std::string failure;
+    try {
+        rcParam::Array parameters(method.parameters, std::move(argument));
+        const auto result = (method.resultType ? *method.resultType : rcParamVoid::TYPE).alloc();
+        const bool success = method.function(object, method, parameters, *result);
+        setResult(success ? rcResult::Code::Ok : rcResult::Code::Error, result->takeStringValue());
+        return success;
+    } catch (const std::exception& exception) {
+        failure = exception.what();
+    } catch (...) {
+        // Nothing is known about it.
+    }
+    setResult(rcResult::Code::Error, failure.empty() ? UNKNOWN_ERROR : failure);
+    return false;
+}
+
+void rcServerContext::setResult(rcResult::Code code, std::string text) {
+    resultCode_ = code;
+    resultText_ = std::move(text);
+}
+
+}  // namespace Vantrel

@@ -1,0 +1,123 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+
+#include "CoIoTcpServerHandler.h"
+#include "rcAppContext.h"
+#include "rcCommand.h"
+#include "rcConnectionInfo.h"
+#include "rcParam.h"
+
+namespace Vantrel {
+
+class rcServerContext;
+
+/// One method that a server context answers.
+struct rcMethod {
+    /// Returns success. Throwing fails the command with the exception's message, which otherwise is the
+    /// result's text. `object` is the addressed one, null for object id 0. References are valid during the
+    /// call only.
+    using Function = std::function<bool(void* object, const rcMethod& method, rcParam::Array& parameters,
+                                        rcParam& result)>;
+
+    rcServerContext* context = nullptr;  ///< set by registerMethod
+    std::string name;
+    Function function;
+    const rcParam::Type* resultType = nullptr;  ///< null: void
+    rcParam::InfoList parameters;
+    bool delayed = false;  ///< answers later, through returnFromDelayedCommand
+
+    /// The description of a method without parameters.
+    static const rcParam::InfoList& getDudParamList();
+};
+
+/// The receiving side of the remote-command protocol: listens, and answers the command lines of its clients
+/// through registered methods. "_ping" and "_login" come with rcSysCalls::registerSysCallHandler.
+///
+/// It works while someone drives callIOHandlers; methods and hooks run on that thread, one at a time.
+/// Everything belongs to that thread, except cancel, registerObject, unregisterObject, isIdValid and
+/// returnFromDelayedCommand, which any thread may call. No lock is held while a method or hook runs.
+class rcServerContext : public rcAppContext {
+  public:
+    class Client;
+
+    /// Listens on `port` (0: any free one) of `bindAddress` (null: every address). A failure is logged, and
+    /// the context is then not valid.
+    explicit rcServerContext(int port, const char* bindAddress = nullptr);
+    /// Listens on the first port of the range that works; a negative range means any free port.
+    rcServerContext(int lowPort, int highPort, const char* bindAddress = nullptr);
+    /// Closes every connection, without calling clientGone.
+    ~rcServerContext() override;
+
+    bool isValid() const;
+    /// The port it listens on; 0 when it is not valid.
+    int getPort() const;
+
+    /// From now on every method but "_login" and "_ping" answers "Not logged in." before a login.
+    void requireLogin(bool on);
+
+    /// Copies the description. False, with the reason logged, when the name is taken.
+    bool registerMethod(const rcMethod& method);
+    /// `object` is what methods called on `id` get; it is not owned and must stay until it is unregistered
+    /// and no method runs on it. False, with the reason logged, when `id` is 0 or taken.
+    bool registerObject(int id, void* object);
+    bool unregisterObject(int id);
+
+    /// Answers the delayed command that a client waits for. False, and logged, when that client is gone or
+    /// does not wait. Until then no further command of that client is processed.
+    bool returnFromDelayedCommand(unsigned clientId, bool success, const char* text);
+
+    /// The client whose command is being processed; null outside a method. Valid during the method only.
+    Client* getCurrentClient() const;
+    /// Its id, which is never 0; 0 outside a method. A delayed method keeps it for its return.
+    unsigned getCurrentClientId() const;
+    /// Its login record; an invalid record outside a method, where setting does nothing.
+    const rcConnectionInfo& getCurrentConnectionInfo() const;
+    void setCurrentConnectionInfo(const rcConnectionInfo& info);
+    /// Null when there is none. Valid until the loop's next pass.
+    Client* findClient(unsigned id) const;
+    bool isIdValid(unsigned id) const;
+
+    /// Authentication hook: false refuses the login. The default accepts.
+    virtual bool login(const rcConnectionInfo& info);
+
+  protected:
+    /// Serves a connection that was accepted, and owns its descriptor from then on.
+    void handleConnection(int descriptor);
+
+    /// A client left, or was dropped; its id is not valid any more.
+    virtual void clientGone(unsigned clientId);
+
+    void handlerUnregistered(CoIoHandler& handler) override;
+
+  private:
+    friend class Client;
+
+    /// The outcome of one command: whether to answer now, and what.
+    enum class Outcome { Answer, NoAnswer };
+
+    Outcome processCommand(Client& client, rcCommand& command);
+    const rcMethod* findMethod(const rcCommand& command, const Client& client);
+    bool findObject(const rcCommand& command, void*& object);
+    bool callMethod(const rcMethod& method, void* object, std::string argument);
+    void setResult(rcResult::Code code, std::string text);
+
+    CoIoTcpServerHandler listener_;
+    std::unordered_map<std::string, rcMethod> methods_;
+    bool requireLogin_ = false;
+    unsigned lastClientId_ = 0;
+    Client* current_ = nullptr;
+    rcResult::Code resultCode_ = rcResult::Code::Ok;  ///< of the current command, with its text
+    std::string resultText_;
+
+    mutable std::mutex tablesMutex_;  ///< guards the tables below; taken before a client's own
+    std::map<unsigned, std::shared_ptr<Client>> clients_;
+    std::unordered_map<int, void*> objects_;
+};
+
+}  // namespace Vantrel

@@ -1,0 +1,83 @@
+#include "rcSysCalls.h"
+
+#include <cstdlib>
+#include <ctime>
+#include <mutex>
+
+#include "CoException.h"
+#include "rcServerClient.h"
+#include "rcServerContext.h"
+
+namespace Vantrel {
+
+namespace {
+
+/// Serialises this layer's uses of the environment: contexts of several threads may accept and log in at
+/// once.
+std::mutex& environmentMutex() {
+    static std::mutex* const mutex = new std::mutex;  // outlives static destruction
+    return *mutex;
+}
+
+/// Leaves the record to the processes started from here on; the first one stays.
+bool propagate(const rcConnectionInfo& info) {
+    const std::lock_guard<std::mutex> lock(environmentMutex());
+    return ::setenv(rcSysCalls::CONNECTION_INFO_VARIABLE, info.toAttrStream().c_str(), 0) == 0;
+}
+
+bool ping(void*, const rcMethod&, rcParam::Array&, rcParam&) {
+    return true;
+}
+
+bool login(void*, const rcMethod& method, rcParam::Array& parameters, rcParam&) {
+    rcServerContext& context = *method.context;
+    const CoIoTcpDescriptor& descriptor = context.getCurrentClient()->descriptor();
+    const rcConnectionInfo record(parameters[0].stringValue().c_str(), &descriptor);
+    if (!record.isValid()) {
+        // Makes the context drop the client once it has got its answer.
+        context.setCurrentConnectionInfo(record);
+        throw CoException("Authentication failed for client's login information");
+    }
+    rcConnectionInfo info = context.getCurrentConnectionInfo();
+    info.setTimestamp(static_cast<unsigned>(std::time(nullptr)));
+    info.setClientInfo(record, &descriptor);
+    context.setCurrentConnectionInfo(info);
+    info.logConnection();
+    if (!context.login(info)) throw CoException("Authentication failed");
+    if (!propagate(info)) throw CoException("Failed to propagate login info to session");
+    return true;
+}
+
+}  // namespace
+
+bool rcSysCalls::registerSysCallHandler(rcServerContext& context) {
+    rcMethod pingMethod;
+    pingMethod.name = PING;
+    pingMethod.function = ping;
+    pingMethod.resultType = &rcParamVoid::TYPE;
+    pingMethod.parameters = rcMethod::getDudParamList();
+    rcMethod loginMethod;
+    loginMethod.name = LOGIN;
+    loginMethod.function = login;
+    loginMethod.resultType = &rcParamString::TYPE;
+    loginMethod.parameters = {{&rcParamString::TYPE}};
+    const bool pingAdded = context.registerMethod(pingMethod);
+    return context.registerMethod(loginMethod) && pingAdded;
+}
+
+bool rcSysCalls::isLoginCommand(const rcCommand& command) {
+    return command.method() == LOGIN;
+}
+
+bool rcSysCalls::isSystemCommand(const rcCommand& command) {
+    return command.method() == PING || isLoginCommand(command);
+}
+
+bool rcSysCalls::getInheritedConnectionInfo(std::string& record) {
+    const std::lock_guard<std::mutex> lock(environmentMutex());
+    const char* const text = std::getenv(CONNECTION_INFO_VARIABLE);
+    if (text) record = text;
+    return text != nullptr;
+}
+
+}  // namespace Vantrel

@@ -1,0 +1,390 @@
+#include "ScriptedPeer.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <system_error>
+
+namespace Vantrel {
+
+namespace {
+
+const char* const LOGIN = "_login";
+
+[[noreturn]] void fail(const char* what) {
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
+int openSocketOn(int port) {
+    const int descriptor = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (descriptor < 0) fail("socket");
+    const int on = 1;
+    ::setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (::bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        ::close(descriptor);
+        fail("bind");
+    }
+    return descriptor;
+}
+
+std::string escaped(const std::string& text) {
+    std::string out;
+    for (const char c : text) {
+        if (c == '\n') {
+            out += "\\n";
+        } else if (c == '\t') {
+            out += "\\t";
+        } else if (c == '\\') {
+            out += "\\\\";
+        } else {
+            out += c;
+        }
+    }
+    return out;
+}
+
+std::string unescaped(const std::string& text) {
+    std::string out;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '\\') {
+            out += text[i];
+        } else if (++i < text.size()) {
+            out += text[i] == 'n' ? '\n' : text[i] == 't' ? '\t' : text[i];
+        }
+    }
+    return out;
+}
+
+}  // namespace
+
+struct ScriptedPeer::Connection {
+    int descriptor = -1;
+    std::string in;
+    std::string out;
+    std::size_t sent = 0;
+    bool held = false;  ///< `out` waits for releaseReplies
+    bool closeWhenSent = false;
+    bool ended = false;
+};
+
+ScriptedPeer::ScriptedPeer() {
+    if (::pipe2(wakeEnds_, O_CLOEXEC | O_NONBLOCK) != 0) fail("pipe2");
+    reservation_ = openSocketOn(0);
+    sockaddr_in address{};
+    socklen_t size = sizeof address;
+    if (::getsockname(reservation_, reinterpret_cast<sockaddr*>(&address), &size) != 0) fail("getsockname");
+    port_ = ntohs(address.sin_port);
+    answers_[LOGIN] = ok("");
+    applyListening();
+    thread_ = std::thread(&ScriptedPeer::run, this);
+}
+
+ScriptedPeer::~ScriptedPeer() {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        stopping_ = true;
+    }
+    wake();
+    thread_.join();
+    for (const Connection& client : clients_) ::close(client.descriptor);
+    if (listener_ >= 0) ::close(listener_);
+    ::close(reservation_);
+    ::close(wakeEnds_[0]);
+    ::close(wakeEnds_[1]);
+}
+
+std::string ScriptedPeer::address() const {
+    return "127.0.0.1:" + std::to_string(port_);
+}
+std::string ScriptedPeer::ok(const std::string& text) {
+    return "ok " + escaped(text);
+}
+std::string ScriptedPeer::error(const std::string& text) {
+    return "error " + escaped(text);
+}
+
+void ScriptedPeer::answer(const std::string& method, const std::string& line) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    answers_[method] = line;
+}
+
+void ScriptedPeer::answerWith(Responder responder) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    responder_ = std::move(responder);
+}
+
+void ScriptedPeer::neverAnswer(const std::string& method) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    answers_[method] = std::nullopt;
+}
+
+void ScriptedPeer::loginUnknown(bool quoted) {
+    answer(LOGIN, quoted ? "error Unknown method: '_login'." : "error Unknown method: _login");
+}
+
+void ScriptedPeer::replyInPieces(std::size_t bytes) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    pieceSize_ = bytes;
+}
+
+void ScriptedPeer::closeAfter(std::optional<std::size_t> bytes) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    closeAfter_ = bytes;
+}
+
+void ScriptedPeer::holdReplies() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    holding_ = true;
+}
+
+void ScriptedPeer::releaseReplies() {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        holding_ = false;
+    }
+    wake();
+}
+
+void ScriptedPeer::closeOnAccept(bool on) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    closeOnAccept_ = on;
+}
+
+void ScriptedPeer::dropConnections() {
+    std::unique_lock<std::mutex> lock(mutex_);
+    dropAll_ = true;
+    const unsigned wanted = dropsDone_ + 1;
+    wake();
+    changed_.wait(lock, [this, wanted] { return dropsApplied_ >= wanted; });
+}
+
+void ScriptedPeer::refuse() {
+    setListening(false);
+}
+void ScriptedPeer::listenAgain() {
+    setListening(true);
+}
+
+void ScriptedPeer::setListening(bool on) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    wantListening_ = on;
+    if (!on) dropAll_ = true;
+    const unsigned wanted = on ? dropsDone_ : dropsDone_ + 1;
+    wake();
+    changed_.wait(lock, [this, on, wanted] { return isListening_ == on && dropsApplied_ >= wanted; });
+}
+
+std::vector<std::string> ScriptedPeer::commands() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    std::vector<std::string> lines;
+    for (const Command& command : received_) {
+        if (command.method != LOGIN) lines.push_back(command.line);
+    }
+    return lines;
+}
+
+std::vector<std::string> ScriptedPeer::arguments(const std::string& method) const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    std::vector<std::string> found;
+    for (const Command& command : received_) {
+        if (command.method == method) found.push_back(command.argument);
+    }
+    return found;
+}
+
+std::size_t ScriptedPeer::connections() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return accepted_;
+}
+
+bool ScriptedPeer::waitForCommands(std::size_t count, unsigned timeoutMs) const {
+    std::unique_lock<std::mutex> lock(mutex_);
+    return changed_.wait_for(lock, std::chrono::milliseconds(timeoutMs), [this, count] {
+        const auto commands = std::count_if(received_.begin(), received_.end(),
+                                            [](const Command& command) { return command.method != LOGIN; });
+        return static_cast<std::size_t>(commands) >= count;
+    });
+}
+
+bool ScriptedPeer::waitForConnections(std::size_t count, unsigned timeoutMs) const {
+    std::unique_lock<std::mutex> lock(mutex_);
+    return changed_.wait_for(lock, std::chrono::milliseconds(timeoutMs),
+                             [this, count] { return accepted_ >= count; });
+}
+
+bool ScriptedPeer::waitForNoClients(unsigned timeoutMs) const {
+    std::unique_lock<std::mutex> lock(mutex_);
+    return changed_.wait_for(lock, std::chrono::milliseconds(timeoutMs), [this] { return open_ == 0; });
+}
+
+ScriptedPeer::Command ScriptedPeer::parse(const std::string& line) {
+    // type, object, method, argument: the first three end at one blank each, the rest is the argument.
+    std::size_t at = 0;
+    std::string fields[3];
+    for (std::string& field : fields) {
+        const std::size_t blank = std::min(line.find(' ', at), line.size());
+        field = line.substr(at, blank - at);
+        at = std::min(blank + 1, line.size());
+    }
+    return {line, fields[2], unescaped(line.substr(at))};
+}
+
+void ScriptedPeer::run() {
+    for (;;) {
+        std::vector<pollfd> polled;
+        {
+            const std::lock_guard<std::mutex> lock(mutex_);
+            if (stopping_) return;
+            if (dropAll_) {
+                for (Connection& client : clients_) client.ended = true;
+                dropAll_ = false;
+                ++dropsDone_;
+            }
+            for (Connection& client : clients_) client.held = client.held && holding_;
+        }
+        clients_.remove_if([](const Connection& client) {
+            if (client.ended) ::close(client.descriptor);
+            return client.ended;
+        });
+        applyListening();
+
+        polled.push_back({wakeEnds_[0], POLLIN, 0});
+        polled.push_back({listener_, POLLIN, 0});  // negative: ignored
+        for (const Connection& client : clients_) {
+            const bool sending = !client.held && (client.sent < client.out.size() || client.closeWhenSent);
+            polled.push_back({client.descriptor, static_cast<short>(POLLIN | (sending ? POLLOUT : 0)), 0});
+        }
+        if (::poll(polled.data(), polled.size(), -1) < 0) continue;
+
+        char drained[64];
+        while (::read(wakeEnds_[0], drained, sizeof drained) > 0) {
+        }
+        std::size_t i = 2;
+        for (Connection& client : clients_) {
+            const short ready = polled[i++].revents;
+            if (ready & POLLOUT) send(client);
+            if (ready & (POLLIN | POLLHUP | POLLERR)) receive(client);
+        }
+        if (polled[1].revents & POLLIN) acceptClient();
+    }
+}
+
+void ScriptedPeer::applyListening() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (wantListening_ && listener_ < 0) {
+        listener_ = openSocketOn(port_);
+        if (::listen(listener_, SOMAXCONN) != 0) fail("listen");
+    } else if (!wantListening_ && listener_ >= 0) {
+        ::close(listener_);
+        listener_ = -1;
+    }
+    isListening_ = listener_ >= 0;
+    dropsApplied_ = dropsDone_;
+    open_ = clients_.size();
+    changed_.notify_all();
+}
+
+void ScriptedPeer::acceptClient() {
+    const int descriptor = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+    if (descriptor < 0) return;
+    const int on = 1;
+    ::setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    Connection client;
+    client.descriptor = descriptor;
+    const std::lock_guard<std::mutex> lock(mutex_);
+    client.ended = closeOnAccept_;
+    clients_.push_back(client);
+    ++accepted_;
+    open_ = clients_.size();
+    changed_.notify_all();
+}
+
+void ScriptedPeer::receive(Connection& connection) {
+    char block[65536];
+    const ssize_t count = ::recv(connection.descriptor, block, sizeof block, 0);
+    if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
+    if (count <= 0) {
+        connection.ended = true;
+        return;
+    }
+    connection.in.append(block, static_cast<std::size_t>(count));
+    std::size_t start = 0;
+    for (std::size_t end; (end = connection.in.find('\n', start)) != std::string::npos; start = end + 1) {
+        handle(connection, parse(connection.in.substr(start, end - start)));
+    }
+    connection.in.erase(0, start);
+}
+
+std::optional<std::string> ScriptedPeer::resultLine(const Command& command) {
+    Responder responder;
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        responder = responder_;
+    }
+    if (responder) {
+        if (std::optional<std::string> line = responder(command.method, command.argument)) return line;
+    }
+    const std::lock_guard<std::mutex> lock(mutex_);
+    const auto found = answers_.find(command.method);
+    return found == answers_.end() ? error("Unknown method: '" + command.method + "'.") : found->second;
+}
+
+void ScriptedPeer::handle(Connection& connection, const Command& command) {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        received_.push_back(command);
+        changed_.notify_all();
+    }
+    std::optional<std::string> line = resultLine(command);
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (command.line.compare(0, 5, "sync ") != 0 || !line) return;
+    *line += '\n';
+    if (command.method != LOGIN) {
+        connection.held = holding_;
+        if (closeAfter_) {
+            line->resize(std::min(line->size(), *closeAfter_));
+            connection.closeWhenSent = true;
+        }
+    }
+    connection.out += *line;
+}
+
+void ScriptedPeer::send(Connection& connection) {
+    std::size_t count = connection.out.size() - connection.sent;
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        if (pieceSize_ != 0) count = std::min(count, pieceSize_);
+    }
+    if (count > 0) {
+        const ssize_t sent =
+            ::send(connection.descriptor, connection.out.data() + connection.sent, count, MSG_NOSIGNAL);
+        if (sent < 0) {
+            connection.ended = errno != EAGAIN && errno != EINTR;
+            return;
+        }
+        connection.sent += static_cast<std::size_t>(sent);
+    }
+    if (connection.sent < connection.out.size()) return;
+    connection.out.clear();
+    connection.sent = 0;
+    connection.ended = connection.closeWhenSent;
+}
+
+void ScriptedPeer::wake() const {
+    const ssize_t ignored = ::write(wakeEnds_[1], "w", 1);  // a full pipe wakes as well
+    static_cast<void>(ignored);
+}
+
+}  // namespace Vantrel

@@ -1,0 +1,81 @@
+#include "CoIoTcpServerHandler.h"
+
+#include <gmock/gmock.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <memory>
+#include <vector>
+
+#include "CapturedLog.h"
+#include "RawClient.h"
+#include "rcAppContext.h"
+
+namespace Vantrel {
+namespace {
+
+using testing::SizeIs;
+
+class Loop : public rcAppContext {
+  public:
+    using rcAppContext::reviewInterestsIn;
+};
+
+class CoIoTcpServerHandlerTest : public testing::Test {
+  protected:
+    CoIoTcpServerHandlerTest()
+        : handler(
+              [this](int descriptor) { accepted.push_back(std::make_unique<CoIoDescriptor>(descriptor)); },
+              [this](unsigned pauseMs) {
+                  ++pauses;
+                  loop.reviewInterestsIn(pauseMs);
+              }) {
+        loop.registerIOHandler(&handler);
+    }
+    /// Makes the handler's descriptor one that is always readable and never accepts.
+    void breakServer() {
+        handler.server().setId(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+        sockaddr_in own{};
+        own.sin_family = AF_INET;
+        own.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof own;
+        auto* const address = reinterpret_cast<sockaddr*>(&own);
+        ASSERT_EQ(::bind(handler.server().getId(), address, size), 0);
+        ASSERT_EQ(::getsockname(handler.server().getId(), address, &size), 0);
+        ASSERT_EQ(::sendto(handler.server().getId(), "x", 1, 0, address, size), 1);
+    }
+
+    std::vector<std::unique_ptr<CoIoDescriptor>> accepted;
+    int pauses = 0;
+    Loop loop;
+    CoIoTcpServerHandler handler;
+};
+
+TEST_F(CoIoTcpServerHandlerTest, handsEveryWaitingConnectionOn) {
+    ASSERT_TRUE(handler.server().listen(0, "127.0.0.1"));
+    const RawClient first(handler.server().getPort());
+    const RawClient second(handler.server().getPort());
+    EXPECT_EQ(loop.callIOHandlers(10000U), 1);
+    EXPECT_THAT(accepted, SizeIs(2));
+    EXPECT_EQ(loop.callIOHandlers(0U), 0);
+}
+
+TEST_F(CoIoTcpServerHandlerTest, pausesWhenItCannotAcceptAndRecovers) {
+    const CapturedLog log;
+    breakServer();
+    int passes = 0;
+    for (const CoDeadline limit(350); !limit.passed(); ++passes) loop.callIOHandlers(limit.leftMs());
+    EXPECT_GE(pauses, 2);  // it tries again
+    EXPECT_LE(passes, 6);  // and does not spin meanwhile
+    EXPECT_THAT(log.texts(CoMsg::ERROR), SizeIs(1));
+    EXPECT_TRUE(log.contains(coErrorText(EOPNOTSUPP)));
+
+    ASSERT_TRUE(handler.server().listen(0, "127.0.0.1"));
+    const RawClient client(handler.server().getPort());
+    EXPECT_EQ(loop.callIOHandlers(nullptr), 1);
+    EXPECT_THAT(accepted, SizeIs(1));
+}
+
+}  // namespace
+}  // namespace Vantrel

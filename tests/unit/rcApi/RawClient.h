@@ -1,0 +1,90 @@
+#pragma once
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+namespace Vantrel {
+
+/// A plain socket that a test types lines into. Waits are limited; a wait in vain throws.
+class RawClient {
+  public:
+    explicit RawClient(int port, int receiveBufferSize = 0)
+        : socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<std::uint16_t>(port));
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        if (receiveBufferSize != 0) {
+            ::setsockopt(socket_, SOL_SOCKET, SO_RCVBUF, &receiveBufferSize, sizeof receiveBufferSize);
+        }
+        if (::connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+            throw std::system_error(errno, std::generic_category(), "connect");
+        }
+    }
+    RawClient(const RawClient&) = delete;
+    RawClient& operator=(const RawClient&) = delete;
+    ~RawClient() { close(); }
+
+    void close() {
+        if (socket_ >= 0) ::close(socket_);
+        socket_ = -1;
+    }
+    void finishSending() { ::shutdown(socket_, SHUT_WR); }
+
+    /// Sends `text`, `pieceSize` bytes at a time (0: whole).
+    void send(std::string_view text, std::size_t pieceSize = 0) {
+        while (!text.empty()) {
+            const std::size_t size = pieceSize == 0 ? text.size() : std::min(pieceSize, text.size());
+            const ssize_t sent = ::send(socket_, text.data(), size, MSG_NOSIGNAL);
+            if (sent < 0) throw std::system_error(errno, std::generic_category(), "send");
+            text.remove_prefix(static_cast<std::size_t>(sent));
+        }
+    }
+
+    /// The next line, without its newline; what came before the connection ended when it is cut short.
+    std::string readLine() {
+        for (;;) {
+            const std::size_t end = received_.find('\n');
+            if (end != std::string::npos) {
+                std::string line = received_.substr(0, end);
+                received_.erase(0, end + 1);
+                return line;
+            }
+            if (!receive()) return std::exchange(received_, std::string());
+        }
+    }
+
+    /// Whether the connection ends without a further byte.
+    bool isClosedByPeer() { return received_.empty() && !receive(); }
+
+  private:
+    static constexpr int LIMIT_MS = 10000;
+
+    bool receive() {
+        pollfd waiting{socket_, POLLIN, 0};
+        if (::poll(&waiting, 1, LIMIT_MS) <= 0) throw std::runtime_error("nothing came from the peer");
+        char buffer[65536];
+        const ssize_t count = ::recv(socket_, buffer, sizeof buffer, 0);
+        if (count <= 0) return false;
+        received_.append(buffer, static_cast<std::size_t>(count));
+        return true;
+    }
+
+    int socket_;
+    std::string received_;
+};
+
+}  // namespace Vantrel

@@ -1,0 +1,175 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+#include <vector>
+
+#include "CapturedLog.h"
+#include "rcAttrStream.h"
+
+using namespace Vantrel;
+using namespace std::string_literals;
+
+namespace {
+
+TEST(AttrStreamAdding, WritesEachTypeAndBlanksTheEarlierEntry) {
+    const struct {
+        void (*add)(rcAttrStream&);
+        std::string text;
+    } cases[] = {
+        {[](auto& s) { s.addStringValue("Name", "abc def"), s.addIntValue("Port", 7555); },
+         "Name 7 abc defPort 4 7555"},
+        {[](auto& s) { s.addIntValue("A", 1), s.addIntValue("A", 22); }, "  1 1A 2 22"},
+        {[](auto& s) { s.addStringValue("Name", "x"), s.addStringValue("Name", ""); }, "     1 xName 0 "},
+        {[](auto& s) { s.addStringValue("AB", "A 1 x"), s.addIntValue("A", 1), s.addIntValue("A", 2); },
+         "AB 5 A 1 x  1 1A 1 2"},  // neither a longer name nor text within a value is mistaken for the name
+        {[](auto& s) { s.addStringValue("N", "a\0b"s); }, "N 1 a"},
+        {[](auto& s) { s.addIntValue("I", -2147483647 - 1); }, "I 11 -2147483648"},
+        {[](auto& s) { s.addUInt32Value("U", 255), s.addUInt32Value("Z", 0); }, "U 4 0xffZ 3 0x0"},
+        {[](auto& s) { s.addUInt64Value("L", 0xFEDCBA9876543210UL); }, "L 18 0xfedcba9876543210"},
+        {[](auto& s) { s.addBoolValue("T", true), s.addBoolValue("F", false); }, "T 1 1F 1 0"},
+        {[](auto& s) { s.addFloatValue("F", 0.1F); }, "F 3 0.1"},
+        {[](auto& s) { s.addFloatValue("F", 1234567.0F); }, "F 11 1.23457e+06"},
+        {[](auto& s) { s.addFloatValue("F", -23.976F), s.addFloatValue("G", 25.0F); }, "F 7 -23.976G 2 25"},
+        {[](auto& s) { s.addFloatValue("F", 1e-5F), s.addFloatValue("G", 0.0F); }, "F 5 1e-05G 1 0"},
+    };
+    for (const auto& c : cases) {
+        rcAttrStream stream;
+        c.add(stream);
+        EXPECT_EQ(stream.text(), c.text);
+    }
+}
+
+TEST(AttrStreamAdding, RefusesWhatTheEncodingCannotHold) {
+    const struct {
+        void (*add)(rcAttrStream&);
+        const char* message;
+    } cases[] = {
+        {[](auto& s) { s.addStringValue(nullptr, "x"); }, "Assertion"},
+        {[](auto& s) { s.addIntValue(nullptr, 1); }, "Assertion"},
+        {[](auto& s) { s.addStringValue("A", static_cast<const char*>(nullptr)); }, "Assertion"},
+        {[](auto& s) { s.addStringValue("", "x"); }, "Assertion"},
+        {[](auto& s) { s.addStringValue("two words", "x"); },
+         "Illegal character: ' ' in attribute 'two words'."},
+    };
+    for (const auto& c : cases) {
+        const CapturedLog log;
+        rcAttrStream stream("A 1 1"s);
+        c.add(stream);
+        EXPECT_EQ(stream.text(), "A 1 1");
+        EXPECT_TRUE(log.contains(c.message)) << c.message;
+        EXPECT_TRUE(log.contains("common/src/base/rcApi/src/rcAttrStream"));
+    }
+}
+
+TEST(AttrStreamAdding, TakesValuesThatLieInItsOwnText) {
+    rcAttrStream stream("Name 40 0123456789012345678901234567890123456789"s);
+    for (const char* name : {"A", "B", "C", "Name"}) {
+        std::string_view value;
+        ASSERT_TRUE(stream.getStringValue("Name", value));
+        stream.addStringValue(name, value);
+    }
+    const std::string entry = " 40 0123456789012345678901234567890123456789";
+    EXPECT_EQ(stream.text(), "    " + entry + "A" + entry + "B" + entry + "C" + entry + "Name" + entry);
+}
+
+// What the text must be after a row of additions: every entry ever added, blanked when a later one replaced
+// it.
+class TextModel {
+  public:
+    void add(const std::string& name, const std::string& value) {
+        remove(name);
+        entries_.push_back({name, value, true});
+    }
+    void remove(const std::string& name) {
+        for (Entry& entry : entries_) {
+            if (entry.name == name) entry.live = false;
+        }
+    }
+    std::string text() const {
+        std::string text;
+        for (const Entry& entry : entries_) {
+            text += entry.live ? entry.name : std::string(entry.name.size(), ' ');
+            text += ' ' + std::to_string(entry.value.size()) + ' ' + entry.value;
+        }
+        return text;
+    }
+
+  private:
+    struct Entry {
+        std::string name;
+        std::string value;
+        bool live;
+    };
+    std::vector<Entry> entries_;
+};
+
+TEST(AttrStreamAdding, KeepsTheBlankedEntriesExactlyAtEverySize) {
+    std::mt19937 random(20240);
+    for (const unsigned names : {1U, 5U, 12U, 13U, 14U, 40U, 300U}) {
+        rcAttrStream stream;
+        TextModel model;
+        for (unsigned step = 0; step < 4 * names + 40; ++step) {
+            const std::string name = "n" + std::to_string(random() % names);
+            if (random() % 8 == 0) {
+                rcAttrStream::Iterator(stream).remove(name.c_str());
+                model.remove(name);
+            } else {
+                stream.addIntValue(name.c_str(), static_cast<int>(step));
+                model.add(name, std::to_string(step));
+            }
+            if (random() % 64 == 0) stream = rcAttrStream(stream);
+            if (random() % 64 == 0) stream = rcAttrStream(stream.text());
+            ASSERT_EQ(stream.text(), model.text()) << names << " names, step " << step;
+        }
+    }
+}
+
+TEST(AttrStreamAdding, ToReceivedTextReplacesOnlyWhatAReaderSees) {
+    std::string many;
+    for (char name = 'a'; name <= 't'; ++name) many += name + " 1 x"s;
+    const struct {
+        std::string received;
+        const char* name;
+        std::string text;
+    } cases[] = {
+        {"A 1 1A 1 2", "A", "  1 1A 1 2A 1 9"},  // the first of two
+        {many + "A 1 1A 1 2", "A", many + "  1 1A 1 2A 1 9"},
+        {many + "B 5 x", "A", many + "B 5 xA 1 9"},            // swallowed by B's value
+        {many + "B -1 A 1 2", "A", many + "B -1 A 1 2A 1 9"},  // behind a fault
+        {many + "tail", "A", many + "tailA 1 9"},
+        {many, "c", "a 1 xb 1 x  1 x" + many.substr(15) + "c 1 9"},
+    };
+    for (const auto& c : cases) {
+        rcAttrStream stream(c.received);
+        stream.addIntValue(c.name, 9);
+        EXPECT_EQ(stream.text(), c.text);
+    }
+    rcAttrStream twice(many + "A 1 1A 1 2");
+    twice.addIntValue("A", 8);
+    twice.addIntValue("A", 9);
+    EXPECT_EQ(twice.text(), many + "  1 1  1 2A 1 8A 1 9");
+}
+
+TEST(AttrStreamRemoving, StartsAgainAtTheFirstEntry) {
+    rcAttrStream stream("A 1 1Bcd 1 2C 1 3"s);
+    rcAttrStream::Iterator iterator(stream);
+    std::string_view name;
+    std::string_view value;
+    ASSERT_TRUE(iterator.next(name, value));
+    ASSERT_TRUE(iterator.next(name, value));
+    iterator.remove("nope");
+    iterator.remove("");
+    iterator.remove("Bcd");
+    EXPECT_EQ(stream.text(), "A 1 1    1 2C 1 3");
+    ASSERT_TRUE(iterator.next(name, value));
+    EXPECT_EQ(name, "A");
+    ASSERT_TRUE(iterator.next(name, value));
+    EXPECT_EQ(name, "C");
+    const CapturedLog log;
+    iterator.remove(nullptr);
+    EXPECT_TRUE(log.contains("Assertion"));
+}
+
+}  // namespace

@@ -1,0 +1,315 @@
+#include "rcAttrStream.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <locale>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "CapturedLog.h"
+
+using namespace Vantrel;
+using namespace std::string_literals;
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+using Entries = std::vector<std::pair<std::string, std::string>>;
+
+constexpr const char* PARSE_ERROR = "Error parsing attribute stream.";
+
+Entries entriesOf(const rcAttrStream& stream) {
+    Entries entries;
+    rcAttrStream::ConstIterator iterator(stream);
+    std::string_view name;
+    std::string_view value;
+    while (iterator.next(name, value)) entries.emplace_back(name, value);
+    return entries;
+}
+
+struct ReadingCase {
+    std::string text;
+    Entries entries;
+    bool error;
+};
+
+void check(const ReadingCase& c) {
+    SCOPED_TRACE(c.text);
+    const CapturedLog log;
+    const rcAttrStream stream(c.text);
+    EXPECT_EQ(stream.text(), c.text);
+    EXPECT_EQ(entriesOf(stream), c.entries);
+    if (c.error) {
+        EXPECT_THAT(log.texts(CoMsg::ERROR), ElementsAre(PARSE_ERROR));
+    } else {
+        EXPECT_THAT(log.texts(), IsEmpty());
+    }
+    EXPECT_EQ(stream.isEmpty(), c.entries.empty());
+    EXPECT_EQ(rcAttrStream::ConstIterator(stream).getSize(), c.entries.size());
+}
+
+const ReadingCase WELL_FORMED[] = {
+    {"", {}, false},
+    {"Name 7 abc defPort 4 7555", {{"Name", "abc def"}, {"Port", "7555"}}, false},
+    {"Name 0 Next 1 x", {{"Name", ""}, {"Next", "x"}}, false},
+    {"Name 0 ", {{"Name", ""}}, false},
+    {"T 9 a\nb\tc\\ \"'", {{"T", "a\nb\tc\\ \"'"}}, false},
+    {"A   2 xy", {{"A", "xy"}}, false},                    // more blanks before the length
+    {"A 003 xyz", {{"A", "xyz"}}, false},                  // leading zeros
+    {"A 1 x  1 yB 1 z", {{"A", "x"}, {"B", "z"}}, false},  // removed in the middle
+    {"      3 a bB 1 z", {{"B", "z"}}, false},             // removed, of a longer name
+    {"  1 1   2 22", {}, false},                           // all removed
+    {"A 1 xtail", {{"A", "x"}}, false},                    // no blank: the normal end
+};
+
+const ReadingCase MALFORMED[] = {
+    {"Name 5", {}, true},
+    {"Name ", {}, true},
+    {" ", {}, true},
+    {"A 1 xName 5", {{"A", "x"}}, true},
+    {"A 1 xB -1 yC 1 z", {{"A", "x"}}, true},
+    {"A 1 xB 1y zC 1 z", {{"A", "x"}}, true},
+    {"A 1 xB y zC 1 z", {{"A", "x"}}, true},
+    {"A 1 xB 99999999999999999999 y", {{"A", "x"}}, true},
+    {"A 1 xB 18446744073709551617 y", {{"A", "x"}}, true},  // 2^64 + 1
+    {"A 1 xB 4294967297 y", {{"A", "x"}}, true},            // 2^32 + 1
+    {"A 1 xB 2147483648 y", {{"A", "x"}}, true},
+    {"A 5 abc", {{"A", "abc"}}, false},  // cut to what is there
+    {"A 2147483647 abcB 1 z", {{"A", "abcB 1 z"}}, false},
+    {"A 7 ", {{"A", ""}}, false},
+};
+
+TEST(AttrStreamReading, GivesTheLiveEntriesInOrder) {
+    for (const ReadingCase& c : WELL_FORMED) check(c);
+}
+
+TEST(AttrStreamReading, GivesTheEntriesBeforeAFaultAndEnds) {
+    for (const ReadingCase& c : MALFORMED) check(c);
+}
+
+TEST(AttrStreamReading, PositionsCountFromTheStartOfTheText) {
+    const rcAttrStream stream("  1 1Port 4 7555"s);
+    rcAttrStream::ConstIterator iterator(stream);
+    unsigned nameStart = 0, nameLength = 0, valueStart = 0, valueLength = 0;
+    ASSERT_TRUE(iterator.next(nameStart, nameLength, valueStart, valueLength));
+    EXPECT_THAT((std::vector<unsigned>{nameStart, nameLength, valueStart, valueLength}),
+                ElementsAre(5, 4, 12, 4));
+    EXPECT_EQ(iterator.getSize(), 1U);
+    EXPECT_FALSE(iterator.next(nameStart, nameLength, valueStart, valueLength));
+    ASSERT_TRUE(iterator.find("Port", valueStart, valueLength));
+    EXPECT_EQ(valueStart, 12U);
+}
+
+TEST(AttrStreamReading, LookUpGoesOnFromTheCursorWrapsAndComesBackWhenNothingIsFound) {
+    const rcAttrStream stream("A 1 1B 1 2A 1 3C 1 4"s);  // received text may hold a name twice
+    rcAttrStream::ConstIterator iterator(stream);
+    const struct {
+        const char* name;
+        const char* value;  // null: not found
+    } steps[] = {{"A", "1"}, {"A", "3"},    {"nope", nullptr}, {"C", "4"}, {nullptr, nullptr},
+                 {"A", "1"}, {"", nullptr}, {"B", "2"},        {"B", "2"}, {"A", "3"}};
+    for (const auto& step : steps) {
+        std::string_view value = "untouched";
+        EXPECT_EQ(iterator.find(step.name, value), step.value != nullptr);
+        EXPECT_EQ(value, step.value ? step.value : "untouched");
+        std::string got = "untouched";
+        EXPECT_EQ(stream.getStringValue(step.name, got), step.value != nullptr);  // the getters' own cursor
+        EXPECT_EQ(got, step.value ? step.value : "untouched");
+    }
+}
+
+TEST(AttrStreamReading, ACopyAndAMovedStreamReadTheirOwnText) {
+    rcAttrStream stream("A 1 1B 1 2"s);
+    int value = 0;
+    ASSERT_TRUE(stream.getIntValue("B", value));
+    const rcAttrStream copy(stream);
+    stream.addIntValue("A", 7);
+    const rcAttrStream moved(std::move(stream));
+    ASSERT_TRUE(copy.getIntValue("A", value));
+    EXPECT_EQ(value, 1);
+    ASSERT_TRUE(moved.getIntValue("A", value));
+    EXPECT_EQ(value, 7);
+    stream = copy;
+    EXPECT_EQ(stream.text(), "A 1 1B 1 2");
+}
+
+// What each getter reads from one value.
+struct ConversionCase {
+    std::string value;
+    int asInt;
+    unsigned asUInt;
+    unsigned asUInt32;
+    unsigned long asUInt64;
+    unsigned asUChar;
+    bool asBool;
+    float asFloat;
+};
+
+void check(const ConversionCase& c) {
+    SCOPED_TRACE(c.value);
+    const rcAttrStream stream("V " + std::to_string(c.value.size()) + ' ' + c.value);
+    int i = 77;
+    unsigned u = 77, x = 77;
+    unsigned long ul = 77;
+    unsigned char uc = 77;
+    bool b = !c.asBool;
+    float f = 77;
+    EXPECT_TRUE(stream.getIntValue("V", i) && stream.getUIntValue("V", u) && stream.getUInt32Value("V", x) &&
+                stream.getUInt64Value("V", ul) && stream.getUCharValue("V", uc) &&
+                stream.getBoolValue("V", b) && stream.getFloatValue("V", f));
+    EXPECT_EQ(i, c.asInt);
+    EXPECT_EQ(u, c.asUInt);
+    EXPECT_EQ(x, c.asUInt32);
+    EXPECT_EQ(ul, c.asUInt64);
+    EXPECT_EQ(uc, c.asUChar);
+    EXPECT_EQ(b, c.asBool);
+    EXPECT_FLOAT_EQ(f, c.asFloat);
+}
+
+const ConversionCase CONVERSIONS[] = {
+
+    {"0xff", 0, 0, 255, 255, 0, false, 0},
+    {"ff", 0, 0, 255, 255, 0, false, 0},
+    {"-1", -1, 4294967295U, 4294967295U, ~0UL, 255, false, -1},
+    {"4294967295", -1, 4294967295U, 0x94967295U, 0x4294967295UL, 255, false, 4294967295.0F},
+    {"300", 300, 300, 0x300, 0x300, 44, false, 300},
+    {"", 0, 0, 0, 0, 0, false, 0},
+    {"true", 0, 0, 0, 0, 0, true, 0},
+    {"TRUE", 0, 0, 0, 0, 0, true, 0},
+    {"Yes", 0, 0, 0, 0, 0, true, 0},
+    {"oN", 0, 0, 0, 0, 0, true, 0},
+    {"y", 0, 0, 0, 0, 0, true, 0},
+    {"1", 1, 1, 1, 1, 1, true, 1},
+    {"2", 2, 2, 2, 2, 2, false, 2},
+    {"false", 0, 0, 0xfa, 0xfa, 0, false, 0},
+    {"truest", 0, 0, 0, 0, 0, false, 0},
+    {"23.976", 23, 23, 0x23, 0x23, 23, false, 23.976F},
+    {" 12 x", 12, 12, 0x12, 0x12, 12, false, 12},
+    {"1e3", 1, 1, 0x1e3, 0x1e3, 1, false, 1000},
+    {"+2,5", 2, 2, 2, 2, 2, false, 2},
+    {"-.5", 0, 0, 0, 0, 0, false, -0.5F},
+    {"7\0008"s, 7, 7, 7, 7, 7, false, 7},
+    // Digits behind the 63rd byte do not count.
+    {std::string(62, '0') + "12", 1, 1, 1, 1, 1, false, 12},
+    {std::string(70, ' ') + "5", 0, 0, 0, 0, 0, false, 5},
+};
+
+TEST(AttrStreamGetters, ConvertAsTheTypeAskedFor) {
+    for (const ConversionCase& c : CONVERSIONS) check(c);
+}
+
+TEST(AttrStreamGetters, LeaveTheOutputAloneForAnUnknownOrNullName) {
+    const rcAttrStream stream("A 1 1"s);
+    for (const char* name : {static_cast<const char*>(nullptr), "B", "a", ""}) {
+        int i = 77;
+        unsigned u = 77;
+        unsigned long ul = 77;
+        unsigned char uc = 77;
+        bool b = true;
+        float f = 77;
+        std::string s = "77";
+        char buffer[] = "77";
+        EXPECT_FALSE(stream.getIntValue(name, i) || stream.getUIntValue(name, u) ||
+                     stream.getUInt32Value(name, u) || stream.getUInt64Value(name, ul) ||
+                     stream.getUCharValue(name, uc) || stream.getBoolValue(name, b) ||
+                     stream.getFloatValue(name, f) || stream.getStringValue(name, s) ||
+                     stream.getStringValue(name, buffer, sizeof buffer));
+        EXPECT_TRUE(i == 77 && u == 77 && ul == 77 && uc == 77 && b && f == 77.0F && s == "77");
+        EXPECT_STREQ(buffer, "77");
+    }
+}
+
+TEST(AttrStreamGetters, CutAValueToTheBufferAndTerminateIt) {
+    const rcAttrStream stream("A 4 abcd"s);
+    const struct {
+        unsigned size;
+        std::string bytes;  // the whole buffer afterwards
+    } cases[] = {{0, "######"}, {1, "\0#####"s}, {4, "abc\0##"s}, {5, "abcd\0#"s}, {6, "abcd\0#"s}};
+    for (const auto& c : cases) {
+        std::string buffer(6, '#');
+        EXPECT_TRUE(stream.getStringValue("A", buffer.data(), c.size));
+        EXPECT_EQ(buffer, c.bytes) << c.size;
+    }
+}
+
+TEST(AttrStreamGetters, AndAddersDoNotFollowTheProcessLocale) {
+    struct Comma : std::numpunct<char> {
+        char do_decimal_point() const override { return ','; }
+        char do_thousands_sep() const override { return '.'; }
+        std::string do_grouping() const override { return "\1"; }
+    };
+    const std::locale earlier = std::locale::global(std::locale(std::locale::classic(), new Comma));
+    rcAttrStream stream("F 4 +2.5"s);
+    stream.addFloatValue("G", 1234.5F);
+    stream.addIntValue("I", 1234);
+    float value = 0;
+    EXPECT_TRUE(stream.getFloatValue("F", value));
+    std::locale::global(earlier);
+    EXPECT_EQ(value, 2.5F);
+    EXPECT_EQ(stream.text(), "F 4 +2.5G 6 1234.5I 4 1234");
+}
+
+TEST(AttrStreamEquality, ComparesLiveEntriesInAnyOrder) {
+    const struct {
+        const char* left;
+        const char* right;
+        bool equal;
+    } cases[] = {
+        {"", "", true},
+        {"", "  1 1", true},
+        {"A 1 1B 2 22", "B 2 22A 1 1", true},
+        {"  1 1A 2 22", "A 2 22", true},
+        {"A 1 1", "A 1 2", false},
+        {"A 1 1", "A 2 11", false},
+        {"A 1 1", "B 1 1", false},
+        {"A 1 1", "A 1 1B 0 ", false},
+        {"A 1 1B 0 ", "A 1 1", false},
+        {"A 1 1Name 5", "A 1 1", true},  // both readable as far as they are well formed
+    };
+    for (const auto& c : cases) {
+        const rcAttrStream left{std::string(c.left)};
+        const rcAttrStream right{std::string(c.right)};
+        EXPECT_EQ(left == right, c.equal) << c.left << " / " << c.right;
+        EXPECT_EQ(right != left, !c.equal) << c.left << " / " << c.right;
+    }
+}
+
+TEST(AttrStreamPretty, CutsLongValuesAndShowsOneLine) {
+    const struct {
+        const char* text;
+        int limit;
+        const char* pretty;
+    } cases[] = {
+        {"", 10, ""},
+        {"A 1 1  1 2B 3 a b", 10, "A='1' B='a b'"},
+        {"A 4 a\nb\r", 10, "A='a b '"},
+        {"A 3 \tx\t", 10, "A=' x '"},
+        {"A 10 0123456789", 10, "A='0123456789'"},
+        {"A 11 01234567890", 10, "A='01234567890"},  // one byte too long: only the quote goes
+        {"A 12 012345678901", 10, "A='0123456...'"},
+        {"A 99 0123456789012345678901234567890B 1 x", 10, "A='0123456...'"},
+        {"A 3 abc", -5, "A='abc'"},
+        {"A 4 abcd", 0, "A='abcd"},
+        {"A 5 abcdeB 5 abcde", 3, "A='...' B='...'"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(rcAttrStream{std::string(c.text)}.toPrettyString(c.limit), c.pretty) << c.text << c.limit;
+    }
+}
+
+TEST(AttrStreamPretty, DumpsGoToTheLogAtUserLevel) {
+    const rcAttrStream stream("A 3 a b  1 xB 2 yy"s);
+    const CapturedLog log;
+    stream.dump();
+    stream.prettyDump(3);
+    EXPECT_THAT(
+        log.texts(CoMsg::USER),
+        ElementsAre("Attribute Stream Dump", "'A': 'a b'", "'B': 'yy'", "Attribute Stream Dump Done",
+                    "Attribute Stream Pretty Dump", "A='a b' B='yy'", "Attribute Stream Pretty Dump Done"));
+}
+
+}  // namespace

@@ -1,0 +1,344 @@
+#include "rcConnectionInfo.h"
+
+#include <arpa/inet.h>
+#include <gmock/gmock.h>
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <pwd.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "CapturedLog.h"
+#include "CoIoTcpDescriptor.h"
+
+using namespace Vantrel;
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+namespace {
+
+constexpr const char* LOOPBACK = "127.0.0.1";
+constexpr const char* OTHER_LOOPBACK = "127.0.0.2";
+
+// A checksum of each record below was computed by zlib's crc32 over the bytes named beside it.
+constexpr const char* FULL_RECORD =
+    "StrUserName 4 annaStrGroupName 5 usersIntUmask 2 18StrHostUUID 6 UUID-1StrPassword 2 pw"
+    "StrProcessName 4 flixIntProcessId 2 42StrHostName 5 host1StrIpAddr 8 10.0.0.1IntSerial 9 168496141"
+    "IntTimestamp 8 16909060IntCRC 9 959598205ULongVersion 17 0x7e8000100020003";
+
+// The two ends of one connection, whose addresses differ.
+class TcpPair {
+  public:
+    TcpPair() {
+        const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in at = address(LOOPBACK);
+        socklen_t size = sizeof at;
+        ok_ = ::bind(listener, reinterpret_cast<sockaddr*>(&at), size) == 0 && ::listen(listener, 1) == 0 &&
+              ::getsockname(listener, reinterpret_cast<sockaddr*>(&at), &size) == 0;
+        const int client = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in own = address(OTHER_LOOPBACK);
+        ok_ = ok_ && ::bind(client, reinterpret_cast<sockaddr*>(&own), sizeof own) == 0 &&
+              ::connect(client, reinterpret_cast<sockaddr*>(&at), sizeof at) == 0;
+        client_.setId(client);
+        if (ok_) server_.setId(::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
+        ::close(listener);
+    }
+    bool ok() const { return ok_ && server_.isValid(); }
+    const CoIoDescriptor* client() const { return &client_; }
+    const CoIoDescriptor* server() const { return &server_; }
+
+  private:
+    static sockaddr_in address(const char* ip) {
+        sockaddr_in at{};
+        at.sin_family = AF_INET;
+        ::inet_pton(AF_INET, ip, &at.sin_addr);
+        return at;
+    }
+
+    CoIoTcpDescriptor client_;
+    CoIoTcpDescriptor server_;
+    bool ok_ = false;
+};
+
+// Each case runs in a process of its own, so no test sees a configuration that another one read.
+void useConfiguration(const std::string& content) {
+    const std::string path = testing::TempDir() + "login_" + std::to_string(::getpid()) + ".cfg";
+    ::unlink(path.c_str());
+    if (!content.empty()) std::ofstream(path) << content;
+    ::setenv("QD_NETWORK_CFG_FILE", path.c_str(), 1);
+}
+
+struct ChecksumCase {
+    const char* what;
+    std::string record;  // up to the checksum
+    unsigned crc;
+    const char* crcText;
+};
+
+void check(const ChecksumCase& c) {
+    SCOPED_TRACE(c.what);
+    const std::string behind = c.crcText;
+    const CapturedLog log;
+    rcConnectionInfo info(
+        (c.record + "IntCRC " + std::to_string(behind.size()) + ' ' + behind + "ULongVersion 3 0x0").c_str(),
+        nullptr);
+    EXPECT_EQ(info.generateCRC(), c.crc);
+    EXPECT_TRUE(info.isValid());
+    EXPECT_THAT(log.texts(CoMsg::ERROR), IsEmpty());
+}
+
+// Written in this order on purpose: reading must not depend on the order of writing.
+const std::string REST =
+    "IntProcessId 1 1StrProcessName 1 pStrIpAddr 8 10.0.0.1IntTimestamp 1 0IntSerial 1 5";
+
+const ChecksumCase CHECKSUMS[] = {
+
+    {"10.0.0.1, 8 bytes: an empty password drops all before it",
+     "StrUserName 4 annaStrGroupName 5 usersIntUmask 2 18StrHostName 5 host1StrPassword 0 " + REST,
+     0xF880AABB, "-125785413"},
+    {"the same for another client", "StrUserName 3 bobStrHostName 0 StrPassword 0 " + REST, 0xF880AABB,
+     "-125785413"},
+    {"a missing password counts as an empty one", "StrUserName 3 bobStrHostName 1 h" + REST, 0xF880AABB,
+     "-125785413"},
+    {"anna host1 pw 10.0.0.1, 8 bytes", "StrUserName 4 annaStrHostName 5 host1StrPassword 2 pw" + REST,
+     0x6EC8655B, "1858626907"},
+    {"anna, 4 bytes of umask, host1 pw 10.0.0.1, 8 bytes",
+     "StrUserName 4 annaIntUmask 2 18StrHostName 5 host1StrPassword 2 pw" + REST, 0x51D2B466, "1372763238"},
+    {"4 bytes of umask, host1 pw 10.0.0.1, 8 bytes: an empty group drops the user",
+     "StrUserName 4 annaStrGroupName 0 IntUmask 2 18StrHostName 5 host1StrPassword 2 pw" + REST, 0xA9667231,
+     "-1452903887"},
+    {"the same for another user",
+     "StrUserName 3 bobStrGroupName 0 IntUmask 2 18StrHostName 5 host1StrPassword 2 pw" + REST, 0xA9667231,
+     "-1452903887"},
+    {"host1 pw 10.0.0.1, 8 bytes: an empty UUID drops user, group and umask",
+     "StrUserName 4 annaStrGroupName 5 usersIntUmask 2 18StrHostUUID 0 StrHostName 5 host1"
+     "StrPassword 2 pw" +
+         REST,
+     0x42D09911, "1120966929"},
+    {"pw 10.0.0.1, 8 bytes: an empty host drops all before it",
+     "StrUserName 4 annaStrGroupName 5 usersIntUmask 2 18StrHostName 0 StrPassword 2 pw" + REST, 0xFE6E08D3,
+     "-26343213"},
+    {"8 bytes of 0xFF behind 10.0.0.1",
+     "StrUserName 1 uStrHostName 1 hStrPassword 0 IntProcessId 1 1StrProcessName 1 p"
+     "StrIpAddr 8 10.0.0.1IntTimestamp 2 -1IntSerial 2 -1",
+     0x8B385AFC, "-1959240964"},
+};
+
+TEST(LoginRecord, ChecksumIsThatOfTheFieldsInOrder) {
+    for (const ChecksumCase& c : CHECKSUMS) check(c);
+}
+
+TEST(LoginRecord, ReadsEveryFieldOfAReceivedText) {
+    const CapturedLog log;
+    const rcConnectionInfo info(FULL_RECORD, nullptr);
+    EXPECT_THAT(log.texts(), IsEmpty());
+    EXPECT_TRUE(info.isValid() && info.hasGroup() && info.hasUmask() && info.hasHostUUID());
+    EXPECT_EQ(info.getUserName(), "anna");
+    EXPECT_EQ(info.getGroupName(), "users");
+    EXPECT_EQ(info.getUmask(), 022U);
+    EXPECT_EQ(info.getHostUUID(), "UUID-1");
+    EXPECT_EQ(info.getProcessName(), "flix");
+    EXPECT_EQ(info.getProcessId(), 42);
+    EXPECT_EQ(info.getHostName(), "host1");
+    EXPECT_EQ(info.getIpAddr(), "10.0.0.1");
+    EXPECT_EQ(info.getSerial(), 168496141U);
+    EXPECT_EQ(info.getTimestamp(), 16909060U);
+    EXPECT_EQ(info.getVersion(), 0x07E8000100020003UL);
+    EXPECT_EQ(info.getConnectionStr(),
+              "Connection [168496141] [anna/users/0022] [host1/10.0.0.1] [flix/42] [2024.1.2.3]");
+    EXPECT_EQ(info.toAttrStream(), FULL_RECORD);
+    info.logConnection();
+    EXPECT_THAT(log.texts(CoMsg::NOTICE), ElementsAre(info.getConnectionStr()));
+}
+
+TEST(LoginRecord, MarksOptionalFieldsPresentOnlyWhenTheyAreThere) {
+    const std::string record =
+        "StrUserName 3 bobStrHostName 0 " + REST + "IntCRC 10 -125785413ULongVersion 3 0x0";
+    const rcConnectionInfo info(record.c_str(), nullptr);
+    EXPECT_FALSE(info.hasGroup() || info.hasUmask() || info.hasHostUUID());
+    EXPECT_EQ(info.getGroupName() + info.getHostUUID(), "");
+    EXPECT_EQ(info.getConnectionStr(), "Connection [5] [bob//0000] [/10.0.0.1] [p/1] ");
+    EXPECT_EQ(
+        info.toAttrStream(),
+        "StrUserName 3 bobStrPassword 0 StrProcessName 1 pIntProcessId 1 1StrHostName 0 StrIpAddr 8 10.0.0.1"
+        "IntSerial 1 5IntTimestamp 1 0IntCRC 10 -125785413ULongVersion 3 0x0");
+}
+
+TEST(LoginRecord, IsInvalidWhenAFieldOfTheChecksumWasChanged) {
+    const char* changes[][2] = {{"4 anna", "4 anne"},       {"5 users", "5 user5"},
+                                {"2 18", "2 19"},           {"UUID-1", "UUID-2"},
+                                {"host1", "host2"},         {"2 pw", "2 pv"},
+                                {"10.0.0.1", "10.0.0.2"},   {"16909060", "16909061"},
+                                {"168496141", "168496142"}, {"959598205", "959598204"}};
+    for (const auto& change : changes) {
+        std::string record = FULL_RECORD;
+        record.replace(record.find(change[0]), std::string(change[0]).size(), change[1]);
+        const CapturedLog log;
+        const rcConnectionInfo info(record.c_str(), nullptr);
+        EXPECT_FALSE(info.isValid()) << change[1];
+        const std::string serial = std::to_string(info.getSerial());
+        EXPECT_THAT(log.texts(CoMsg::ERROR),
+                    ElementsAre("Unable to establish connection [" + serial + "]: checksum failed."));
+        EXPECT_TRUE(
+            log.contains("Connection [" + serial + "] Timestamp: " + std::to_string(info.getTimestamp())));
+        EXPECT_TRUE(
+            log.contains(info.getCRC() == 959598205U ? "Checksum 0x39324E7D" : "Checksum 0x39324E7C"));
+    }
+    std::string unchecked = FULL_RECORD;  // process and version take no part
+    unchecked.replace(unchecked.find("flix"), 4, "flux");
+    EXPECT_TRUE(rcConnectionInfo(unchecked.c_str(), nullptr).isValid());
+}
+
+TEST(LoginRecord, IsReadAsFarAsItGoes) {
+    const struct {
+        const char* text;
+        const char* user;
+    } cases[] = {{"", ""}, {"rubbish", ""}, {"StrUserName 3 bobStrHostName -1 ", "bob"}, {nullptr, ""}};
+    for (const auto& c : cases) {
+        const CapturedLog log;
+        const rcConnectionInfo info(c.text, nullptr);
+        EXPECT_FALSE(info.isValid());
+        EXPECT_EQ(info.getUserName(), c.user);
+        EXPECT_EQ(info.getHostName() + info.getIpAddr() + info.getProcessName(), "");
+        EXPECT_EQ(info.getSerial() + info.getTimestamp() + info.getUmask(), 0U);
+        EXPECT_TRUE(log.contains(
+            "Syntax error while parsing connection information, output values won't be accurate"));
+    }
+}
+
+TEST(LoginRecord, TakesThePeersAddressAfterTheClaimedOneWasChecked) {
+    const TcpPair pair;
+    ASSERT_TRUE(pair.ok());
+    const rcConnectionInfo info(FULL_RECORD, pair.server());
+    EXPECT_TRUE(info.isValid());
+    EXPECT_EQ(info.getIpAddr(), OTHER_LOOPBACK);
+}
+
+TEST(LoginRecord, StartsWithDefaultsAndTheNextSerial) {
+    const rcConnectionInfo first;
+    const rcConnectionInfo copy(first);
+    const rcConnectionInfo received(FULL_RECORD, nullptr);
+    const rcConnectionInfo second(0x0001000200030004UL);
+    EXPECT_EQ(first.getSerial(), 0U);
+    EXPECT_EQ(copy.getSerial(), 0U);
+    EXPECT_EQ(second.getSerial(), 1U);
+    EXPECT_TRUE(first.isValid());
+    EXPECT_EQ(first.toAttrStream(),
+              "StrUserName 9 undefinedStrPassword 0 StrProcessName 9 undefinedIntProcessId 1 0"
+              "StrHostName 9 undefinedStrIpAddr 7 0.0.0.0IntSerial 1 0IntTimestamp 1 0IntCRC 1 0ULongVersion "
+              "3 0x0");
+    EXPECT_EQ(first.getConnectionStr(),
+              "Connection [0] [undefined/undefined/0000] [undefined/0.0.0.0] [undefined/0] ");
+    EXPECT_THAT(second.getConnectionStr(), HasSubstr(" [1.2.3.4]"));
+    EXPECT_EQ(first.generateCRC(), 0xBC3DD20AU);  // 0.0.0.0 and eight bytes 0
+}
+
+TEST(LoginRecord, RecomputesTheChecksumWithEachChange) {
+    rcConnectionInfo info;
+    info.setTimestamp(1);
+    info.setSerial(7);
+    EXPECT_EQ(info.getCRC(), 0xED40EA2DU);  // 0.0.0.0 1000 7000
+    info.setSerial(5);
+    info.setTimestamp(1700000000);
+    info.setIpAddr("10.0.0.1");
+    EXPECT_EQ(info.getCRC(), 0xE14119B2U);
+    EXPECT_TRUE(rcConnectionInfo(info.toAttrStream().c_str(), nullptr).isValid());
+}
+
+TEST(LoginRecord, SerialsOfRecordsBuiltAtOnceDiffer) {
+    constexpr std::size_t THREADS = 4, EACH = 500;
+    std::vector<std::vector<unsigned>> serials(THREADS);
+    std::vector<std::thread> threads;
+    for (auto& mine : serials) {
+        threads.emplace_back([&mine] {
+            for (std::size_t i = 0; i < EACH; ++i) {
+                rcConnectionInfo info;
+                if (i % 100 == 0) info.fillInfo(nullptr);
+                mine.push_back(info.getSerial());
+            }
+        });
+    }
+    std::set<unsigned> all;
+    for (std::size_t i = 0; i < THREADS; ++i) {
+        threads[i].join();
+        all.insert(serials[i].begin(), serials[i].end());
+    }
+    EXPECT_EQ(all.size(), THREADS * EACH);
+}
+
+TEST(LoginRecord, HandsTheClientOnButKeepsItsOwnSerialAndTime) {
+    const TcpPair pair;
+    ASSERT_TRUE(pair.ok());
+    const rcConnectionInfo received(FULL_RECORD, nullptr);
+    rcConnectionInfo info;
+    info.setSerial(3);
+    info.setTimestamp(1700000000);
+    info.setClientInfo(received, pair.server());
+    EXPECT_EQ(info.getConnectionStr(),
+              "Connection [3] [anna/users/0022] [host1/127.0.0.2] [flix/42] [2024.1.2.3]");
+    EXPECT_EQ(info.getTimestamp(), 1700000000U);
+    EXPECT_EQ(info.getHostUUID(), "UUID-1");
+    EXPECT_TRUE(rcConnectionInfo(info.toAttrStream().c_str(), nullptr).isValid());
+    info.setClientInfo(received, nullptr);
+    EXPECT_EQ(info.getIpAddr(), "10.0.0.1");
+
+    const CapturedLog log;
+    info.setClientInfo(rcConnectionInfo("rubbish", nullptr), nullptr);
+    EXPECT_FALSE(info.isValid());
+    EXPECT_FALSE(info.hasGroup() || info.hasUmask() || info.hasHostUUID());
+}
+
+TEST(FilledLoginRecord, DescribesThisProcess) {
+    useConfiguration("[Local]\nUUID=6f1c1f0e-95a4-4d7c-a1a8-0d5f2b9f8f11\n");
+    const TcpPair pair;
+    ASSERT_TRUE(pair.ok());
+    const passwd* user = ::getpwuid(::geteuid());
+    const group* primary = ::getgrgid(::getegid());
+    ASSERT_TRUE(user && primary);
+    char host[256] = {};
+    ASSERT_EQ(::gethostname(host, sizeof host - 1), 0);
+    for (const unsigned mask : {027U, 002U}) {  // the mask of the moment, not one read before
+        const mode_t earlier = ::umask(mask);
+        rcConnectionInfo info;
+        info.fillInfo(pair.client());
+        ::umask(earlier);
+        EXPECT_EQ(info.getUmask(), mask);
+        EXPECT_EQ(info.getUserName(), user->pw_name);
+        EXPECT_EQ(info.getGroupName(), primary->gr_name);
+        EXPECT_EQ(info.getHostName(), host);
+        EXPECT_EQ(info.getHostUUID(), "6f1c1f0e-95a4-4d7c-a1a8-0d5f2b9f8f11");
+        EXPECT_EQ(info.getProcessId(), ::getpid());
+        EXPECT_THAT(info.getProcessName(), HasSubstr("rcConnectionInfo_test"));
+        EXPECT_EQ(info.getIpAddr(), OTHER_LOOPBACK);
+        EXPECT_EQ(info.getTimestamp(), 0U);
+        EXPECT_TRUE(info.hasGroup() && info.hasUmask() && info.hasHostUUID());
+        EXPECT_TRUE(rcConnectionInfo(info.toAttrStream().c_str(), nullptr).isValid());
+    }
+}
+
+TEST(FilledLoginRecord, WithoutConfigurationHasNoUuidAndStaysQuiet) {
+    useConfiguration("");
+    const CapturedLog log;
+    rcConnectionInfo info;
+    info.fillInfo(nullptr);
+    EXPECT_FALSE(info.hasHostUUID());
+    EXPECT_EQ(info.getHostUUID(), "undefined");
+    EXPECT_EQ(info.getIpAddr(), "0.0.0.0");
+    EXPECT_THAT(info.toAttrStream(), Not(HasSubstr("StrHostUUID")));
+    for (const CapturedLog::Entry& entry : log.entries()) EXPECT_EQ(entry.level, CoMsg::DEBUG) << entry.text;
+    EXPECT_TRUE(log.contains("User process information couldn't be adequately retrieved"));
+}
+
+}  // namespace

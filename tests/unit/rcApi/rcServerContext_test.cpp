@@ -1,0 +1,274 @@
+#include "rcServerContext.h"
+
+#include <future>
+#include <stdexcept>
+#include <vector>
+
+#include "RcSettings.h"
+#include "ServerFixture.h"
+
+namespace Vantrel {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+class rcServerContextTest : public ServerFixture {};
+
+struct Exchange {
+    const char* line;
+    const char* reply;  ///< null: none
+};
+
+TEST_F(rcServerContextTest, answersEachCommandInOrder) {
+    const Exchange exchanges[] = {
+        {"sync 0 _ping ", "ok "},
+        {"sync 0 Echo a\\nb  c\\\\", "ok a\\nb  c\\\\"},
+        {"sync 0 Echo", "ok "},
+        {"async 0 Echo unheard", nullptr},
+        {"async 0 Nope x", nullptr},
+        {"async 5 Echo x", nullptr},
+        {"SYNC 0 Echo x", nullptr},
+        {"", nullptr},
+        {"sync 0 Nope x", "error Unknown method: Nope"},
+        {"sync 0 echo x", "error Unknown method: echo"},
+        {"sync 5 Nope x", "error Unknown method: Nope"},
+        {"sync 5 Echo x", "error Invalid Object: 5"},
+        {"sync 4294967296 Echo x", "error Invalid Object: 2147483647"},
+        {"sync 7 Name ", "ok seven"},
+        {"sync 0 Name ", "ok nobody"},
+        {"sync words Name ", "ok nobody"},
+        {"sync 0 Add 2 -5", "ok -3"},
+        {"sync 0 Refuse why\\tnot", "error why\\tnot"},
+        {"sync 0 Throw went wrong", "error went wrong"},
+        {"sync 0 Throw ", "error Unknown error"},
+        {"sync 0 ThrowNumber ", "error Unknown error"},
+        {"async 0 Throw unheard", nullptr},
+        {"sync 0 Void x", "ok "},
+    };
+    addEcho();
+    add("Name", [](void* object, rcParam::Array&, rcParam& result) {
+        result.setStringValue(object ? static_cast<const char*>(object) : "nobody");
+        return true;
+    });
+    add("Refuse", [](void*, rcParam::Array& parameters, rcParam& result) {
+        result.setStringValue(parameters[0].stringValue());
+        return false;
+    });
+    add("Throw", [](void*, rcParam::Array& parameters, rcParam&) -> bool {
+        throw std::runtime_error(parameters[0].stringValue());
+    });
+    add("ThrowNumber", [](void*, rcParam::Array&, rcParam&) -> bool { throw 7; });
+    rcMethod sum = describe("Add", [](void*, rcParam::Array& parameters, rcParam& result) {
+        result.setIntValue(parameters[0].intValue() + parameters[1].intValue());
+        return true;
+    });
+    sum.resultType = &rcParamInt::TYPE;
+    sum.parameters = {{&rcParamInt::TYPE}, {&rcParamInt::TYPE}};
+    ASSERT_TRUE(context.registerMethod(sum));
+    rcMethod nothing = describe("Void", [](void*, rcParam::Array&, rcParam&) { return true; });
+    nothing.resultType = nullptr;
+    ASSERT_TRUE(context.registerMethod(nothing));
+    char seven[] = "seven";
+    ASSERT_TRUE(context.registerObject(7, seven));
+    start();
+
+    std::string lines;
+    for (const Exchange& exchange : exchanges) lines += std::string(exchange.line) + '\n';
+    for (const std::size_t pieces : {0U, 1U, 2U, 3U, 17U}) {
+        RawClient client(port());
+        client.send(lines, pieces);
+        for (const Exchange& exchange : exchanges) {
+            if (!exchange.reply) continue;
+            EXPECT_EQ(client.readLine(), exchange.reply) << exchange.line;
+        }
+        client.finishSending();
+        EXPECT_TRUE(client.isClosedByPeer());
+    }
+}
+
+TEST_F(rcServerContextTest, refusesAmbiguousRegistrations) {
+    addEcho();
+    EXPECT_FALSE(
+        context.registerMethod(describe("Echo", [](void*, rcParam::Array&, rcParam&) { return true; })));
+    int object = 0;
+    EXPECT_FALSE(context.registerObject(0, &object));
+    EXPECT_TRUE(context.registerObject(3, &object));
+    EXPECT_FALSE(context.registerObject(3, &object));
+    EXPECT_TRUE(context.unregisterObject(3));
+    EXPECT_FALSE(context.unregisterObject(3));
+    EXPECT_TRUE(context.registerObject(3, &object));
+    EXPECT_THAT(log.texts(CoMsg::ERROR), ElementsAre("Method 'Echo' already registered", "Reserved object Id",
+                                                     "Object '3' already registered"));
+}
+
+TEST_F(rcServerContextTest, saysOnWhichPortItCannotListen) {
+    const std::string taken = std::to_string(port());
+    EXPECT_TRUE(context.isValid());
+    EXPECT_GT(port(), 0);
+    const rcServerContext same(port(), "127.0.0.1");
+    EXPECT_FALSE(same.isValid());
+    EXPECT_EQ(same.getPort(), 0);
+    const rcServerContext none(port(), port(), "127.0.0.1");
+    EXPECT_FALSE(none.isValid());
+    const rcServerContext backwards(2, 1, "127.0.0.1");
+    EXPECT_FALSE(backwards.isValid());
+    const std::string reason = coErrorText(EADDRINUSE);
+    EXPECT_THAT(
+        log.texts(CoMsg::ERROR),
+        ElementsAre(
+            "Unable to set-up port " + taken + " to accept connections: " + reason,
+            "Unable to find port in range " + taken + " to " + taken + " accept connections: " + reason,
+            "Unable to find port in range 2 to 1 accept connections: " + coErrorText(EINVAL)));
+    const rcServerContext any(-1, -1, "127.0.0.1");
+    EXPECT_TRUE(any.isValid());
+    const rcServerContext next(port(), port() + 100, "127.0.0.1");
+    EXPECT_GT(next.getPort(), port());
+}
+
+TEST_F(rcServerContextTest, knowsItsClientsAndTellsWhenTheyLeave) {
+    std::promise<unsigned> seen;
+    add("Who", [this, &seen](void*, rcParam::Array&, rcParam&) {
+        const unsigned id = context.getCurrentClientId();
+        EXPECT_EQ(context.findClient(id), context.getCurrentClient());
+        seen.set_value(id);
+        return true;
+    });
+    start();
+    RawClient client(port());
+    client.send("sync 0 Who \n");
+    EXPECT_EQ(client.readLine(), "ok ");
+    const unsigned id = seen.get_future().get();
+    EXPECT_NE(id, 0U);
+    EXPECT_TRUE(context.isIdValid(id));
+    EXPECT_EQ(context.gone, 0U);
+    client.close();
+
+    RawClient other(port());  // answered after the loop has seen the first one leave
+    other.send("sync 0 _ping \n");
+    EXPECT_EQ(other.readLine(), "ok ");
+    EXPECT_EQ(context.gone, 1U);
+    EXPECT_FALSE(context.isIdValid(id));
+    EXPECT_FALSE(context.returnFromDelayedCommand(id, true, "too late"));
+}
+
+class rcServerDelayTest : public ServerFixture {
+  protected:
+    void SetUp() override {
+        addEcho();
+        rcMethod later = describe("Later", [this](void*, rcParam::Array& parameters, rcParam& result) {
+            clients.push_back(context.getCurrentClientId());
+            result.setStringValue("not sent");
+            if (parameters[0].stringValue() == "throw") throw std::runtime_error("gave up");
+            if (parameters[0].stringValue() == "now") {
+                EXPECT_TRUE(context.returnFromDelayedCommand(clients.back(), true, "at once"));
+            }
+            ++calls;
+            return true;
+        });
+        later.delayed = true;
+        ASSERT_TRUE(context.registerMethod(later));
+        start();
+    }
+    /// Sends lines with one "Later" among them, and waits until that was called.
+    void sendAndWait(RawClient& client, const std::string& lines) {
+        const unsigned before = calls;
+        client.send(lines);
+        const CoDeadline limit(10000);
+        while (calls == before && !limit.passed()) std::this_thread::yield();
+        ASSERT_NE(calls, before);
+    }
+
+    std::atomic<unsigned> calls{0};
+    std::vector<unsigned> clients;  ///< read only after `calls` has told of a new one
+};
+
+TEST_F(rcServerDelayTest, returnsFromAnotherThreadBeforeTheNextCommandIsProcessed) {
+    RawClient client(port());
+    sendAndWait(client, "sync 0 Echo before\nsync 0 Later x\nsync 0 Echo after\n");
+    EXPECT_EQ(client.readLine(), "ok before");
+    EXPECT_TRUE(context.returnFromDelayedCommand(clients.back(), false, "late\nnews"));
+    EXPECT_EQ(client.readLine(), "error late\\nnews");
+    EXPECT_EQ(client.readLine(), "ok after");
+    client.send("sync 0 Later now\nsync 0 Later throw\nsync 0 Echo end\n");
+    EXPECT_EQ(client.readLine(), "ok at once");
+    EXPECT_EQ(client.readLine(), "error gave up");
+    EXPECT_EQ(client.readLine(), "ok end");
+}
+
+TEST_F(rcServerDelayTest, isOnlyForAClientThatWaits) {
+    RawClient client(port());
+    sendAndWait(client, "async 0 Later x\n");
+    const unsigned id = clients.back();
+    EXPECT_FALSE(context.returnFromDelayedCommand(id, true, "nobody asked"));
+    EXPECT_FALSE(context.returnFromDelayedCommand(id + 1, true, "nobody there"));
+    sendAndWait(client, "sync 0 Later x\n");
+    EXPECT_TRUE(context.returnFromDelayedCommand(id, true, nullptr));
+    EXPECT_FALSE(context.returnFromDelayedCommand(id, true, "twice"));
+    EXPECT_EQ(client.readLine(), "ok ");
+    EXPECT_EQ(
+        log.texts(CoMsg::ERROR),
+        std::vector<std::string>(3, "Trying to do a delayed return for a client that isn't waiting for it."));
+}
+
+TEST_F(rcServerDelayTest, mayFindItsClientGone) {
+    auto client = std::make_unique<RawClient>(port());
+    sendAndWait(*client, "sync 0 Later x\n");
+    client.reset();
+    RawClient other(port());
+    other.send("sync 0 Echo x\n");
+    EXPECT_EQ(other.readLine(), "ok x");
+    EXPECT_EQ(context.gone, 1U);
+    EXPECT_FALSE(context.returnFromDelayedCommand(clients.back(), true, "late"));
+}
+
+TEST_F(rcServerContextTest, aClientThatDoesNotReadHoldsUpNobodyAndLosesNothing) {
+    constexpr int COMMANDS = 200;
+    constexpr std::size_t SIZE = 1 << 18;
+    std::atomic<int> processed{0};
+    addEcho();
+    add("Much", [&](void*, rcParam::Array& parameters, rcParam& result) {
+        ++processed;
+        result.setStringValue(parameters[0].stringValue() + std::string(SIZE, 'x'));
+        return true;
+    });
+    start();
+    RawClient slow(port(), 32768);
+    std::string commands;
+    for (int i = 0; i < COMMANDS; ++i) commands += "sync 0 Much " + std::to_string(i) + ".\n";
+    slow.send(commands);
+    slow.finishSending();
+
+    RawClient other(port());
+    for (int i = 0; i < COMMANDS; ++i) {
+        other.send("sync 0 Echo still here\n");
+        ASSERT_EQ(other.readLine(), "ok still here");
+    }
+    // Sockets hold some results, the context one more: it has not read on.
+    EXPECT_LT(processed, COMMANDS / 2);
+    for (int i = 0; i < COMMANDS; ++i) {
+        const std::string line = slow.readLine();
+        ASSERT_EQ(line.size(), 3 + std::to_string(i).size() + 1 + SIZE);
+        ASSERT_EQ(line.compare(0, line.find('x'), "ok " + std::to_string(i) + "."), 0);
+    }
+    EXPECT_TRUE(slow.isClosedByPeer());
+}
+
+TEST_F(rcServerContextTest, dropsAClientWhoseCommandIsTooLong) {
+    ::setenv("VANTREL_MAX_COMMAND_BYTES", "20000", 1);
+    addEcho();
+    start();
+    const std::string argument(20000 - 12, 'x');  // with "sync 0 Echo "
+    RawClient bystander(port());
+    RawClient client(port());
+    client.send("sync 0 Echo " + argument + "\n");
+    EXPECT_EQ(client.readLine(), "ok " + argument);
+    client.send("sync 0 Echo " + argument + "x");  // no newline yet
+    EXPECT_TRUE(client.isClosedByPeer());
+    EXPECT_TRUE(log.contains("exceeds 20000 bytes (VANTREL_MAX_COMMAND_BYTES), breaking connection"));
+    bystander.send("sync 0 Echo fine\n");
+    EXPECT_EQ(bystander.readLine(), "ok fine");
+}
+
+}  // namespace
+}  // namespace Vantrel

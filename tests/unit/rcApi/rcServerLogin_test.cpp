@@ -1,0 +1,125 @@
+#include <algorithm>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "ServerFixture.h"
+
+namespace Vantrel {
+namespace {
+
+using testing::ElementsAre;
+using testing::EndsWith;
+
+constexpr const char* INVALID = "error Authentication failed for client's login information";
+
+/// A login record of `user`. Its password is empty, so that the checksum is that of the address, the time
+/// stamp 0 and the serial 5 alone.
+std::string record(const std::string& user, const std::string& crc = "-125785413") {
+    return "StrUserName " + std::to_string(user.size()) + " " + user +
+           "StrPassword 0 StrProcessName 4 testIntProcessId 2 77StrHostName 2 wsStrIpAddr 8 "
+           "10.0.0.1IntSerial 1 "
+           "5IntTimestamp 1 0IntCRC " +
+           std::to_string(crc.size()) + " " + crc + "ULongVersion 3 0x0";
+}
+
+std::string login(const std::string& recordText) {
+    return "sync 0 _login " + recordText + "\n";
+}
+
+class rcServerLoginTest : public ServerFixture {
+  protected:
+    void SetUp() override {
+        ::unsetenv(rcSysCalls::CONNECTION_INFO_VARIABLE);
+        addEcho();
+        add("Me", [this](void*, rcParam::Array&, rcParam& result) {
+            const rcConnectionInfo& info = context.getCurrentConnectionInfo();
+            result.setStringValue(info.getUserName() + "@" + info.getIpAddr());
+            return true;
+        });
+    }
+    static std::string ask(RawClient& client, const std::string& line) {
+        client.send(line);
+        return client.readLine();
+    }
+};
+
+TEST_F(rcServerLoginTest, takesTheRecordWithTheAddressThatItSees) {
+    start();
+    RawClient client(port());
+    EXPECT_EQ(ask(client, login(record("jane"))), "ok ");
+    EXPECT_EQ(ask(client, "sync 0 Me \n"), "ok jane@127.0.0.1");
+    EXPECT_THAT(log.texts(CoMsg::NOTICE), ElementsAre(EndsWith("] [jane//0000] [ws/127.0.0.1] [test/77]")));
+}
+
+TEST_F(rcServerLoginTest, answersAnInvalidRecordAndDropsTheClient) {
+    start();
+    const std::string invalid[] = {record("jane", "-125785412"), record("jane", "0"), "", "rubbish",
+                                   "StrUserName -5 x"};
+    for (const std::string& text : invalid) {
+        RawClient client(port());
+        EXPECT_EQ(ask(client, login(text)), INVALID) << text;
+        EXPECT_TRUE(client.isClosedByPeer()) << text;
+        RawClient silent(port());
+        silent.send("a" + login(text));
+        EXPECT_TRUE(silent.isClosedByPeer()) << text;
+    }
+    const std::vector<std::string> errors = log.texts(CoMsg::ERROR);
+    EXPECT_EQ(std::count(errors.begin(), errors.end(), "Invalid client info, breaking connection"), 10);
+}
+
+TEST_F(rcServerLoginTest, isNeededBeforeAnyOtherMethodWhenRequired) {
+    context.requireLogin(true);
+    start();
+    RawClient client(port());
+    EXPECT_EQ(ask(client, "async 0 Echo unheard\nsync 0 Echo x\n"), "error Not logged in.");
+    EXPECT_EQ(ask(client, "sync 0 Nope x\n"), "error Not logged in.");
+    EXPECT_EQ(ask(client, "sync 9 Echo x\n"), "error Not logged in.");
+    EXPECT_EQ(ask(client, "sync 0 _ping \n"), "ok ");
+    EXPECT_EQ(ask(client, login(record("jane"))), "ok ");
+    EXPECT_EQ(ask(client, "sync 0 Echo x\n"), "ok x");
+    EXPECT_EQ(ask(client, "sync 0 Nope x\n"), "error Unknown method: Nope");
+
+    // The first login's record is inherited from now on. It opens no door.
+    RawClient second(port());
+    EXPECT_EQ(ask(second, "sync 0 Echo x\n"), "error Not logged in.");
+
+    context.acceptLogins = false;
+    EXPECT_EQ(ask(second, login(record("joe"))), "error Authentication failed");
+    EXPECT_EQ(ask(second, "sync 0 Echo x\n"), "error Not logged in.");
+    EXPECT_EQ(ask(client, login(record("joe"))), "error Authentication failed");
+    EXPECT_EQ(ask(client, "sync 0 Echo x\n"), "error Not logged in.");
+}
+
+TEST_F(rcServerLoginTest, leavesTheFirstRecordToLaterProcesses) {
+    start();
+    RawClient client(port());
+    EXPECT_EQ(ask(client, login(record("jane"))), "ok ");
+    EXPECT_EQ(ask(client, login(record("joe"))), "ok ");
+    stop();
+    std::string left;
+    ASSERT_TRUE(rcSysCalls::getInheritedConnectionInfo(left));
+    const rcConnectionInfo info(left.c_str(), nullptr);
+    EXPECT_TRUE(info.isValid());
+    EXPECT_EQ(info.getUserName(), "jane");
+    EXPECT_NE(info.getTimestamp(), 0U);
+}
+
+TEST_F(rcServerLoginTest, startsFromAnInheritedRecordWhenItIsValid) {
+    ::setenv(rcSysCalls::CONNECTION_INFO_VARIABLE, record("jane").c_str(), 1);
+    start();
+    RawClient heir(port());
+    EXPECT_EQ(ask(heir, "sync 0 Me \n"), "ok jane@10.0.0.1");
+    EXPECT_FALSE(log.contains("Invalid client login information"));
+    stop();
+
+    ::setenv(rcSysCalls::CONNECTION_INFO_VARIABLE, record("jane", "1").c_str(), 1);
+    RawClient stranger(port());
+    stranger.send("sync 0 Me \n");
+    while (!log.contains("Invalid client login information")) ASSERT_GT(context.callIOHandlers(10000U), 0);
+    context.callIOHandlers(10000U);
+    EXPECT_EQ(stranger.readLine(), "ok undefined@0.0.0.0");
+}
+
+}  // namespace
+}  // namespace Vantrel
