@@ -1,0 +1,69 @@
+#include "VantrelBaseInterface.h"
+
+#include <gtest/gtest.h>
+
+#include <clocale>
+#include <string>
+
+namespace {
+
+using Converter = VantrelBaseInterface::Converter;
+
+TEST(BaseInterface, ConvertsBothWays) {
+    const struct {
+        const char* what;
+        const char* from;
+        const char* to;
+        std::string text;
+        std::string expected;
+    } cases[] = {
+        {"to Latin 1", "UTF-8", "ISO-8859-1", "caf\xc3\xa9 no\xc3\xabl", "caf\xe9 no\xebl"},
+        {"from Latin 1", "ISO-8859-1", "UTF-8", "caf\xe9", "caf\xc3\xa9"},
+        {"longer than the room reserved at first", "ISO-8859-1", "UTF-8", std::string(1000, '\xe9'),
+         [] {
+             std::string text;
+             for (int i = 0; i < 1000; ++i) text += "\xc3\xa9";
+             return text;
+         }()},
+        {"ends with a shift back to ASCII", "UTF-8", "ISO-2022-JP", "\xe6\x97\xa5", "\x1b$BF|\x1b(B"},
+        {"no such character there", "UTF-8", "ISO-8859-1", "\xe6\x97\xa5", "\xe6\x97\xa5"},
+        {"no UTF-8", "UTF-8", "ISO-8859-1", "caf\xe9", "caf\xe9"},
+        {"cut inside a character", "UTF-8", "ISO-8859-1", "caf\xc3", "caf\xc3"},
+        {"encoding that nobody knows", "UTF-8", "NO-SUCH-CODE", "caf\xc3\xa9", "caf\xc3\xa9"},
+    };
+    for (const auto& c : cases) {
+        std::string buffer;
+        Converter converter(c.from, c.to);
+        EXPECT_EQ(converter.convert(c.text, buffer), c.expected) << c.what;
+        EXPECT_EQ(converter.convert(c.text, buffer), c.expected) << c.what << ", again";
+    }
+}
+
+TEST(BaseInterface, LeavesInPlaceWhatNeedsNoChange) {
+    const std::string ascii = "plain text, long enough for whole words";
+    const std::string accented = "no\xc3\xabl";
+    std::string buffer;
+    Converter latin("UTF-8", "ISO-8859-1");
+    EXPECT_EQ(latin.convert(ascii, buffer).data(), ascii.data());
+    EXPECT_EQ(Converter("UTF-8", "utf-8").convert(accented, buffer).data(), accented.data());
+    for (const char* locale : {"C", "C.UTF-8"}) {
+        ASSERT_NE(std::setlocale(LC_CTYPE, locale), nullptr);
+        EXPECT_EQ(VantrelBaseInterface::utf8ToLocale(accented, buffer).data(), accented.data()) << locale;
+        EXPECT_EQ(VantrelBaseInterface::localeToUTF8(accented, buffer).data(), accented.data()) << locale;
+    }
+    std::setlocale(LC_CTYPE, "C");
+}
+
+TEST(BaseInterface, AsciiIsSeenAtEveryPosition) {
+    for (std::size_t size = 0; size < 20; ++size) {
+        std::string text(size, '\x7f');
+        EXPECT_TRUE(VantrelBaseInterface::isAscii(text)) << size;
+        for (std::size_t at = 0; at < size; ++at) {
+            text[at] = '\x80';
+            EXPECT_FALSE(VantrelBaseInterface::isAscii(text)) << size << " at " << at;
+            text[at] = 'a';
+        }
+    }
+}
+
+}  // namespace

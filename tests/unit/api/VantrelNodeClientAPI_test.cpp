@@ -1,0 +1,349 @@
+#include "VantrelNodeClientAPI.h"
+
+#include <gmock/gmock.h>
+#include <sys/utsname.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <functional>
+#include <string>
+#include <tuple>
+#include <type_traits>
+#include <vector>
+
+#include "ScriptedPeer.h"
+#include "VantrelClientConnection.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using Vantrel::ScriptedPeer;
+
+namespace {
+
+using Api = VantrelNodeClientAPI;
+using Frames = std::vector<VantrelFrameId>;
+using Texts = std::vector<std::string>;
+/// Performs one operation and tells its result as text.
+using Operation = std::function<std::string(Api&)>;
+
+/// One entry of an attribute stream, by the rules of the wire.
+std::string entry(const std::string& key, const std::string& value) {
+    return key + " " + std::to_string(value.size()) + " " + value;
+}
+
+std::string hostName() {
+    char name[256] = "";
+    ::gethostname(name, sizeof name - 1);
+    return name;
+}
+
+std::string osVersion() {
+    utsname facts{};
+    ::uname(&facts);
+    return facts.release;
+}
+
+std::string hostEntries() {
+    return entry("HostName", hostName()) + entry("OSType", "2") + entry("OSVersion", osVersion());
+}
+
+VantrelClipFormat clipFormat() {
+    VantrelClipFormat format(1920, 1080, 24, 3, 6220800ul, 29.97f, 1.5f, VantrelClipFormat::PROGRESSIVE,
+                             "rgb", "tag", "some \"data\"");
+    format.setColourSpace("Rec 709");
+    return format;
+}
+
+const char* const PLAIN_FORMAT = "1920 1080 24 3 6220800 1.5 29.97 rgb 4 tag \"some \\\"data\\\"\"";
+const char* const FORMAT_STREAM =
+    "w 4 1920h 4 1080bpp 2 24nch 1 3sz 7 6220800asp 3 1.5rate 5 29.97fmt 3 rgbscan 1 4metag 3 tagmeta 11 "
+    "some "
+    "\"data\"cs 7 Rec 709";
+
+std::string told(const VantrelClipFormat& f) {
+    return std::to_string(f.width()) + "x" + std::to_string(f.height()) + " " +
+           std::to_string(f.frameBufferSize()) + " " + f.formatTag() + " " + f.metaDataTag() + " [" +
+           f.metaData() + "] " + f.colourSpace();
+}
+
+std::string told(const Texts& texts) {
+    std::string all;
+    for (const std::string& text : texts) all += "<" + text + ">";
+    return all;
+}
+
+std::string told(const Frames& frames) {
+    Texts texts;
+    for (const VantrelFrameId& frame : frames) texts.emplace_back(frame.id());
+    return told(texts);
+}
+
+std::string told(const Api::NodeInfoList& children) {
+    std::string all;
+    for (std::size_t i = 0; i < children.size(); ++i) {
+        all += "<" + std::string(children[i].id()) + "|" + std::string(children[i].displayName()) + ">";
+    }
+    return all;
+}
+
+std::string told(const VantrelNodeId& id) {
+    return id.id();
+}
+std::string told(const std::string& text) {
+    return text;
+}
+
+/// An operation with its arguments, whose last parameter is its only output.
+template <typename... Parameters, typename... In>
+Operation giving(bool (Api::*operation)(Parameters...), In... in) {
+    using Last = std::tuple_element_t<sizeof...(Parameters) - 1, std::tuple<Parameters...>>;
+    return [=](Api& api) {
+        std::remove_reference_t<Last> value{};
+        return (api.*operation)(in..., value) ? told(value) : "error: " + api.lastError();
+    };
+}
+
+/// An operation without output.
+template <typename... Parameters, typename... In>
+Operation doing(bool (Api::*operation)(Parameters...), In... in) {
+    return [=](Api& api) { return (api.*operation)(in...) ? std::string() : "error: " + api.lastError(); };
+}
+
+struct Exchange {
+    const char* method;
+    Operation operation;
+    std::string argument;  ///< what the server is to receive, unescaped
+    std::string reply;     ///< what it answers, unescaped
+    std::string result;    ///< what the operation then gives
+};
+
+void PrintTo(const Exchange& exchange, std::ostream* out) {
+    *out << exchange.method << " answered by '" << exchange.reply << "'";
+}
+
+class NodeClient : public testing::TestWithParam<Exchange> {
+  protected:
+    NodeClient() : connection_(VantrelServerId(peer_.address().c_str())), api_(connection_) {
+        ::setenv("VANTREL_CONNECTION_RETRY_TIMEOUT_MS", "0", 1);
+        peer_.answer("GetDaemonInfo", ScriptedPeer::ok("HostName 4 host"));
+    }
+
+    ScriptedPeer peer_;
+    VantrelClientConnection connection_;
+    Api api_;
+};
+
+TEST_P(NodeClient, SendsAndReads) {
+    const Exchange& c = GetParam();
+    peer_.answer(c.method, ScriptedPeer::ok(c.reply));
+    EXPECT_EQ(c.operation(api_), c.result);
+    EXPECT_THAT(peer_.arguments(c.method), ElementsAre(c.argument));
+    EXPECT_EQ(peer_.commands().back().rfind(std::string("sync 0 ") + c.method + " ", 0), 0u);
+}
+
+// Every operation gives the server's own text as its reason, and assigns nothing.
+TEST_P(NodeClient, PassesTheServersErrorOn) {
+    const Exchange& c = GetParam();
+    peer_.answer(c.method, ScriptedPeer::error("no\nway"));
+    EXPECT_EQ(c.operation(api_), "error: no\nway");
+}
+
+const VantrelNodeId N1("n1");
+const VantrelNodeId SPACED("n \"1");
+
+INSTANTIATE_TEST_SUITE_P(
+    Tree, NodeClient,
+    testing::Values(
+        Exchange{"GetStorageId", giving(&Api::getStorageId), "", "st 1", "st 1"},
+        Exchange{"QueryNodePlugInVendor", giving(&Api::queryNodePlugInVendor), "", "Vend", "Vend"},
+        Exchange{"QueryNodePlugInProduct", giving(&Api::queryNodePlugInProduct), "", "Prod", "Prod"},
+        Exchange{"GetRootNode", giving(&Api::getRootNode), "", "root", "root"},
+        Exchange{"GetParentNode", giving(&Api::getParentNode, SPACED), "Node 4 n \"1", "n0", "n0"},
+        Exchange{"GetChildren", giving(&Api::getChildren, SPACED), "\"n \\\"1\"", "a,one,b,two,c",
+                 "<a|one><b|two>"},
+        Exchange{"GetChildrenEx", giving(&Api::getChildrenEx, SPACED), "n \"1", "0 17 Id 1 aDispl 3 one",
+                 "<a|one>"},
+        Exchange{"GetChildrenEx", giving(&Api::getChildrenEx, N1), "n1", "0 6 Id 1 a",
+                 "error: Invalid children list"},
+        Exchange{"GetNodeTypeStr", giving(&Api::getNodeTypeStr, SPACED), "\"n \\\"1\"", "CLIP", "CLIP"},
+        Exchange{"GetDisplayName", giving(&Api::getDisplayName, SPACED), "\"n \\\"1\"", "a\nb", "a\nb"},
+        Exchange{"GetDisplayNameEx", giving(&Api::getDisplayNameEx, SPACED), "n \"1", "caf\xc3\xa9",
+                 "caf\xc3\xa9"},
+        Exchange{"RenameNode",
+                 [](Api& api) {
+                     VantrelNodeId node("n 1");
+                     return api.renameNode(node, "new \"name\"") ? told(node) : "error: " + api.lastError();
+                 },
+                 "Node 3 n 1Displ 10 new \"name\"", "n2", "n2"},
+        Exchange{"DuplicateNode", giving(&Api::duplicateNode, VantrelNodeId("p 1"), N1, "copy"),
+                 "ParentNodeId 3 p 1DupeNodeId 2 n1DisplayName 4 copy", "n3", "n3"},
+        Exchange{"DestroyNode", doing(&Api::destroyNode, SPACED), "\"n \\\"1\"", "ignored", ""},
+        Exchange{
+            "CreateNode",
+            giving(&Api::createNode, VantrelNodeId("p 1"), "a \"name\"", Api::CLIP, "CLIP", clipFormat()),
+            std::string("\"p 1\" \"a \\\"name\\\"\" 1 CLIP ") + PLAIN_FORMAT, "n4", "n4"},
+        Exchange{"CreateNodeEx",
+                 giving(&Api::createNodeEx, VantrelNodeId("p,1"), "name", Api::CONTAINER, "REEL", "XML",
+                        "<a/>", clipFormat()),
+                 std::string("Parent 3 p,1Displ 4 nameType 1 0ExType 4 REEL") + entry("Fmt", FORMAT_STREAM) +
+                     "Stream 3 XMLMeta 4 <a/>",
+                 "n5", "n5"},
+        Exchange{"CreateNodeEx",
+                 giving(&Api::createNodeEx, N1, nullptr, Api::CLIP, "", nullptr, "", clipFormat()),
+                 std::string("Parent 2 n1Displ 0 Type 1 1") + entry("Fmt", FORMAT_STREAM), "n6", "n6"}));
+
+std::string typeOf(Api& api) {
+    Api::NodeType type = Api::CONTAINER;
+    int extended = -1;
+    if (!api.getNodeType(SPACED, type, extended)) return "error: " + api.lastError();
+    return std::to_string(type) + "/" + std::to_string(extended);
+}
+
+std::string versionOf(Api& api) {
+    int major = -1;
+    int minor = -1;
+    if (!api.queryNodePlugInVersion(major, minor)) return "error: " + api.lastError();
+    return std::to_string(major) + "/" + std::to_string(minor);
+}
+
+std::string readAheadsOf(Api& api) {
+    int count = -1;
+    return api.getNbReadAheads(N1, count) ? std::to_string(count) : "error: " + api.lastError();
+}
+
+std::string streamIdOf(Api& api) {
+    VantrelStr id;
+    return api.getStreamId(SPACED, id) ? std::string(id.c_str()) : "error: " + api.lastError();
+}
+
+std::string canCreate(Api& api) {
+    bool can = false;
+    if (!api.canCreateNode(N1, "CLIP", can)) return "error: " + api.lastError();
+    return can ? "yes" : "no";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Facts, NodeClient,
+    testing::Values(
+        Exchange{"GetNodeType", typeOf, "\"n \\\"1\"", "1 7", "1/7"},
+        Exchange{"GetNodeType", typeOf, "\"n \\\"1\"", "clip", "error: Invalid node type"},
+        Exchange{"QueryNodePlugInVersion", versionOf, "", "2024 1", "2024/1"},
+        Exchange{"QueryNodePlugInVersion", versionOf, "", "", "error: Invalid version"},
+        Exchange{"GetNbReadAheads", readAheadsOf, "n1", "12", "12"},
+        Exchange{"GetStreamId", streamIdOf, "\"n \\\"1\"", "s1", "s1"},
+        Exchange{"CanCreateNode", canCreate, "Node 2 n1ExtendedType 4 CLIP", "true", "yes"},
+        Exchange{"CanCreateNode", canCreate, "Node 2 n1ExtendedType 4 CLIP", "TRUE!", "no"},
+        Exchange{"QueryMetaDataSupport", giving(&Api::queryMetaDataSupport, SPACED), "\"n \\\"1\"",
+                 "XML,BLOB", "<XML><BLOB>"},
+        Exchange{"SetMetaData", doing(&Api::setMetaData, SPACED, "XML", "<a b=\"c\\d\"/>"),
+                 "\"n \\\"1\" XML \"<a b=\\\"c\\\\d\\\"/>\"", "", ""},
+        Exchange{"SetMetaData", doing(&Api::setMetaData, N1, "XML", nullptr), "n1 XML \"\"", "", ""},
+        Exchange{"GetMetaData", giving(&Api::getMetaData, N1, "XML", "a b", 3), "n1 XML \"a b\" 3",
+                 "<x>\n\t</x>", "<x>\n\t</x>"},
+        Exchange{"GetMetaData", giving(&Api::getMetaData, SPACED, "XML", "f", -1), "\"n \\\"1\" XML f -1",
+                 "m", "m"},
+        Exchange{"GetMetaData", giving(&Api::getMetaData, N1, "XML", nullptr, 0), "n1 XML \"\" 0", "m", "m"},
+        Exchange{"GetMetaData", giving(&Api::getMetaData, N1, "XML", "", 0), "n1 XML \"\" 0", "m", "m"}));
+
+const std::string LOCAL_WORDS = hostName() + " 2 ";
+
+INSTANTIATE_TEST_SUITE_P(
+    Clips, NodeClient,
+    testing::Values(
+        Exchange{"GetClipFormat", giving(&Api::getClipFormat, SPACED), "\"n \\\"1\"",
+                 "64 32 24 3 6144 1 25 rgb 4 none some  data", "64x32 6144 rgb none [some  data] "},
+        Exchange{"GetClipFormatEx", giving(&Api::getClipFormatEx, SPACED), "n \"1",
+                 "w 2 64h 2 32bpp 2 24nch 1 3szu 3 0x0sz 4 6144asp 1 1rate 2 25fmt 3 rgbscan 1 4metag 4 "
+                 "nonemeta 9 "
+                 "some datacs 7 Rec 709",
+                 "64x32 6144 rgb none [some data] Rec 709"},
+        Exchange{"GetClipFormatEx", giving(&Api::getClipFormatEx, N1), "n1",
+                 "w 2 64h 2 32bpp 2 24nch 1 3asp 1 1", "error: Missing GetClipFormatEx parameter: sz"},
+        Exchange{
+            "GetClipFormatEx", giving(&Api::getClipFormatEx, N1), "n1",
+            "w 2 64h 2 32bpp 2 24nch 1 3sz 4 6144asp 1 1rate 2 25fmt 3 rgbscan 1 5metag 4 nonemeta 0 cs 0 ",
+            "error: GetClipFormatEx: Invalid scan format"},
+        Exchange{"GetFrames", giving(&Api::getFrames, SPACED), "\"n \\\"1\"", "f1,f2", "<f1><f2>"},
+        Exchange{"GetFramesEx", giving(&Api::getFramesEx, SPACED), "Node 4 n \"1", "2 3 a,b1 c", "<a,b><c>"},
+        Exchange{"GetFramesEx", giving(&Api::getFramesEx, N1), "Node 2 n1", "2 3 a,b",
+                 "error: Invalid frame list"},
+        Exchange{"AllocateFrames", giving(&Api::allocateFrames, VantrelNodeId("n 1"), 24, clipFormat()),
+                 std::string("\"n 1\" 24 ") + PLAIN_FORMAT, "f1,f2", "<f1><f2>"},
+        Exchange{"AllocateFramesEx", giving(&Api::allocateFramesEx, VantrelNodeId("n,1"), 24, clipFormat()),
+                 std::string("Node 3 n,1NumFrames 2 24") + entry("Fmt", FORMAT_STREAM), "1 2 f1", "<f1>"},
+        Exchange{"AllocateFramesEx", giving(&Api::allocateFramesEx, N1, -1, clipFormat()),
+                 std::string("Node 2 n1NumFrames 2 -1") + entry("Fmt", FORMAT_STREAM), "rubbish",
+                 "error: Invalid frame list"},
+        Exchange{"GetFramePaths", giving(&Api::getFramePaths, SPACED),
+                 "\"n \\\"1\" " + LOCAL_WORDS + "\"" + osVersion() + "\"", "/a b,/c", "</a b></c>"},
+        Exchange{"GetFramePathsEx", giving(&Api::getFramePathsEx, N1), "Parent 2 n1" + hostEntries(),
+                 "2 2 /a4 /b,c", "</a></b,c>"},
+        Exchange{"GetFramePathsEx", giving(&Api::getFramePathsEx, N1), "Parent 2 n1" + hostEntries(),
+                 "2 9 /a", "error: Invalid file list"},
+        Exchange{"SetFramePaths",
+                 doing(&Api::setFramePaths, VantrelNodeId("n 1"), Texts{"/a b", "/c"}, clipFormat()),
+                 "\"n 1\" /a b,/c " + LOCAL_WORDS + osVersion() + " " + PLAIN_FORMAT, "", ""},
+        Exchange{"SetFramePathsEx", doing(&Api::setFramePathsEx, N1, Texts{"/a b,c", "/d"}, clipFormat()),
+                 entry("Fmt", FORMAT_STREAM) + "Parent 2 n1" + "Paths 14 2 6 /a b,c2 /d" + hostEntries(), "",
+                 ""}));
+
+TEST_F(NodeClient, PlainCreatorsRefuseAComma) {
+    const VantrelNodeId comma("n,1");
+    const VantrelNodeId longId((std::string(200, 'x') + ",").c_str());
+    const std::string refused = "error: Invalid node id: 'n,1'.";
+    const struct {
+        Operation operation;
+        std::string result;
+    } cases[] = {
+        {giving(&Api::createNode, comma, "name", Api::CLIP, "CLIP", clipFormat()), refused},
+        {giving(&Api::getFramePaths, comma), refused},
+        {doing(&Api::setFramePaths, comma, Texts{}, clipFormat()), refused},
+        {giving(&Api::allocateFrames, comma, 1, clipFormat()), refused},
+        {giving(&Api::getFramePaths, longId), "error: Invalid node id: '" + std::string(127 - 18, 'x')},
+    };
+    for (const auto& c : cases) EXPECT_EQ(c.operation(api_), c.result);
+    EXPECT_EQ(peer_.connections(), 0u);
+}
+
+TEST_F(NodeClient, FailuresLeaveIdsAndFormatsAlone) {
+    VantrelNodeId node("n1");
+    EXPECT_FALSE(api_.renameNode(node, "name"));
+    EXPECT_EQ(api_.lastError(), "Unknown method: 'RenameNode'.");
+    EXPECT_STREQ(node.id(), "n1");
+    peer_.answer("GetClipFormatEx", ScriptedPeer::ok("w 2 64"));
+    VantrelClipFormat format;
+    EXPECT_FALSE(api_.getClipFormatEx(node, format));
+    EXPECT_EQ(format.width(), 1);
+    peer_.answer("GetRootNode", ScriptedPeer::ok("root"));
+    EXPECT_TRUE(api_.getRootNode(node));
+    // A success keeps the reason of the failure before it.
+    EXPECT_EQ(api_.lastError(), "Missing GetClipFormatEx parameter: h");
+}
+
+TEST_F(NodeClient, ChildrenBeforeAFaultStay) {
+    peer_.answer("GetChildrenEx", ScriptedPeer::ok("0 17 Id 1 aDispl 3 one1 6 Id 1 b"));
+    Api::NodeInfoList children;
+    EXPECT_FALSE(api_.getChildrenEx(N1, children));
+    EXPECT_EQ(told(children), "<a|one>");
+}
+
+TEST_F(NodeClient, RepliesInPiecesAndRefusals) {
+    peer_.answer("GetChildrenEx", ScriptedPeer::ok("0 17 Id 1 aDispl 3 o\te"));
+    peer_.replyInPieces(1);
+    Api::NodeInfoList children;
+    EXPECT_TRUE(api_.getChildrenEx(N1, children)) << api_.lastError();
+    EXPECT_EQ(told(children), "<a|o\te>");
+
+    peer_.replyInPieces(0);
+    peer_.closeAfter(5);
+    EXPECT_FALSE(api_.getChildrenEx(N1, children));
+    EXPECT_NE(api_.lastError(), "");
+    peer_.closeAfter({});
+    EXPECT_TRUE(api_.getChildrenEx(N1, children)) << api_.lastError();
+
+    peer_.answer("GetChildrenEx", "maybe 5");
+    EXPECT_FALSE(api_.getChildrenEx(N1, children));
+    EXPECT_EQ(api_.lastError(), "5");
+}
+
+}  // namespace

@@ -1,0 +1,121 @@
+#include <vantrel/VantrelServerId.h>
+
+#include <gmock/gmock.h>
+
+#include <string>
+
+#include "CapturedLog.h"
+
+namespace {
+
+TEST(VantrelServerId, ReadsItsTextForm) {
+    struct Case {
+        const char* text;
+        const char* address;
+        const char* storage;
+        int port;
+        const char* id;
+    };
+    const Case cases[] = {
+        {"host", "host", "SXAFS", 0, "host:SXAFS"},
+        {"host:7549", "host", "", 7549, "host:7549"},
+        {"host:stor1", "host", "stor1", 0, "host:stor1"},
+        {"host:0", "host", "0", 0, "host:0"},
+        {"host:", "host", "", 0, "host:"},
+        {":7549", "", "", 7549, ":7549"},
+        {"a:b:c", "a:b", "c", 0, "a:b:c"},
+        {"::1:7549", "::1", "", 7549, "::1:7549"},
+        {"host:3dstor", "host", "3dstor", 0, "host:3dstor"},
+        {"host:99999999999", "host", "99999999999", 0, "host:99999999999"},
+        {"", "", "SXAFS", 0, ":SXAFS"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.text);
+        VantrelServerId id("other:1");
+        id.setId(c.text);
+        EXPECT_STREQ(id.getIPAddr(), c.address);
+        EXPECT_STREQ(id.getDB(), c.storage);
+        EXPECT_EQ(id.getPort(), c.port);
+        EXPECT_STREQ(id.getId(), c.id);
+        EXPECT_TRUE(id.isValid());
+        id.setId(id.getId());
+        EXPECT_STREQ(id.getId(), c.id) << "its own text read again";
+    }
+}
+
+TEST(VantrelServerId, WritesItsTextForm) {
+    struct Case {
+        const char* name;
+        VantrelServerId id;
+        const char* expected;
+        bool valid;
+    };
+    const Case cases[] = {
+        {"nothing", VantrelServerId(), ":0", false},
+        {"null", VantrelServerId(nullptr), ":0", false},
+        {"empty text", VantrelServerId(""), ":0", false},
+        {"storage", VantrelServerId("stor1", "host", 0), "host:stor1", true},
+        {"storage and port", VantrelServerId("stor1", "host", 7549), "host:stor1", true},
+        {"port", VantrelServerId(nullptr, "host", 7549), "host:7549", true},
+        {"address only", VantrelServerId("", "host", 0), "host", true},
+        {"no texts", VantrelServerId(nullptr, nullptr, 0), ":0", false},
+        {"port first", VantrelServerId(7549, "host"), "host:7549", true},
+        {"port 0", VantrelServerId(0, "host"), "host", true},
+        {"port alone", VantrelServerId(7549, nullptr), ":7549", true},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(c.id.isValid(), c.valid);
+        EXPECT_STREQ(c.id.getId(), c.expected);
+        EXPECT_EQ(c.id.isValid(), c.valid) << "asking for the text must not make an id of it";
+    }
+}
+
+TEST(VantrelServerId, SettersRenewTheText) {
+    struct Case {
+        const char* name;
+        void (*change)(VantrelServerId&);
+        const char* expected;
+    };
+    const Case cases[] = {
+        {"address", [](VantrelServerId& id) { id.setIPAddr("10.0.0.1"); }, "10.0.0.1:7549"},
+        {"storage", [](VantrelServerId& id) { id.setDB("stor1"); }, "host:stor1"},
+        {"port", [](VantrelServerId& id) { id.setPort(8000); }, "host:8000"},
+        {"null address", [](VantrelServerId& id) { id.setIPAddr(nullptr); }, ":7549"},
+        {"storage id", [](VantrelServerId& id) { id.setStorageId("S1"); }, "host:7549"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        VantrelServerId id("host:7549");
+        c.change(id);
+        EXPECT_STREQ(id.getId(), c.expected);
+        EXPECT_TRUE(id != VantrelServerId("host:7549"));
+    }
+}
+
+TEST(VantrelServerId, ComparesTheFieldsNotTheText) {
+    VantrelServerId id("host:7549");
+    VantrelServerId sameFields(7549, "host");
+    EXPECT_TRUE(id == sameFields);
+    EXPECT_TRUE(VantrelServerId("stor1", "host", 0) == VantrelServerId("host:stor1"));
+    sameFields.setStorageId("S1");
+    EXPECT_TRUE(id != sameFields);
+    EXPECT_TRUE(VantrelServerId("host:stor1") != VantrelServerId("host:stor2"));
+
+    VantrelServerId named;
+    named.setStorageId("S1");
+    EXPECT_TRUE(named.isValid());
+}
+
+TEST(VantrelServerId, TextOfMoreThan1023BytesIsAnAssertion) {
+    for (const unsigned length : {1023U, 1024U}) {
+        SCOPED_TRACE(length);
+        const Vantrel::CapturedLog log;
+        const std::string address(length - 2, 'h');
+        const VantrelServerId id("s", address.c_str(), 0);
+        EXPECT_EQ(std::string(id.getId()), (address + ":s").substr(0, 1023));
+        EXPECT_EQ(log.contains("Assertion"), length > 1023);
+    }
+}
+
+}  // namespace

@@ -1,0 +1,315 @@
+#include <vantrel/VantrelTypes.h>
+
+#include <gmock/gmock.h>
+#include <sys/resource.h>
+
+#include <cstring>
+#include <string>
+#include <utility>
+
+#include "CapturedLog.h"
+#include "Sanitizers.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+const char* emptyBuffer() {
+    return VantrelStr().c_str();
+}
+
+TEST(VantrelStr, IsBuiltFromTheBytesItIsGiven) {
+    struct Case {
+        const char* name;
+        VantrelStr str;
+        std::string expected;
+    };
+    const Case cases[] = {
+        {"nothing", VantrelStr(), ""},
+        {"null", VantrelStr(nullptr), ""},
+        {"empty text", VantrelStr(""), ""},
+        {"text", VantrelStr("reel 1"), "reel 1"},
+        {"null with a count", VantrelStr(nullptr, 3), ""},
+        {"count of 0", VantrelStr("abc", 0), ""},
+        {"empty text with a count", VantrelStr("\0bc", 3), ""},
+        {"part of a text", VantrelStr("abcdef", 3), "abc"},
+        {"bytes with a zero", VantrelStr("a\0c", 3), std::string("a\0c", 3)},
+        {"the middle", VantrelStr("abcdef").substr(2, 3), "cde"},
+        {"clipped at the end", VantrelStr("abcdef").substr(4, 4294967295U), "ef"},
+        {"from the end", VantrelStr("abc").substr(3, 1), ""},
+        {"from beyond the end", VantrelStr("abc").substr(4, 1), ""},
+        {"no bytes", VantrelStr("abc").substr(1, 0), ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(std::string(c.str.c_str(), c.str.length()), c.expected);
+        EXPECT_EQ(c.str.c_str()[c.str.length()], '\0');
+        EXPECT_EQ(c.str.isEmpty(), c.expected.empty());
+        EXPECT_EQ(c.str.c_str() == emptyBuffer(), c.expected.empty());
+    }
+}
+
+TEST(VantrelStr, AssignsAndAppends) {
+    struct Case {
+        const char* name;
+        const char* before;
+        void (*change)(VantrelStr&);
+        const char* after;
+    };
+    const Case cases[] = {
+        {"null empties", "abc", [](VantrelStr& s) { s = nullptr; }, ""},
+        {"longer text", "abc", [](VantrelStr& s) { s = "abcdefghijkl"; }, "abcdefghijkl"},
+        {"shorter text", "abcdefghijkl", [](VantrelStr& s) { s = "x"; }, "x"},
+        {"own tail", "abcdefghijkl", [](VantrelStr& s) { s = s.c_str() + 3; }, "defghijkl"},
+        {"itself", "abc", [](VantrelStr& s) { s = *&s; }, "abc"},
+        {"copy", "abc", [](VantrelStr& s) { s = VantrelStr(VantrelStr("reel")).c_str(); }, "reel"},
+        {"append to nothing", "", [](VantrelStr& s) { s += "reel"; }, "reel"},
+        {"append a string", "reel", [](VantrelStr& s) { s += VantrelStr(" 1"); }, "reel 1"},
+        {"append a character", "reel", [](VantrelStr& s) { s += 's'; }, "reels"},
+        {"append a character to nothing", "", [](VantrelStr& s) { s += 's'; }, "s"},
+        {"append the character 0", "reel", [](VantrelStr& s) { s += '\0'; }, "reel"},
+        {"append null", "reel", [](VantrelStr& s) { s += static_cast<const char*>(nullptr); }, "reel"},
+        {"append an empty text", "", [](VantrelStr& s) { s += ""; }, ""},
+        {"append itself", "abcdefghijkl", [](VantrelStr& s) { s += s; }, "abcdefghijklabcdefghijkl"},
+        {"append own tail", "abcdefghijkl", [](VantrelStr& s) { s += s.c_str() + 9; }, "abcdefghijkljkl"},
+        {"clear", "abc", [](VantrelStr& s) { s.clear(); }, ""},
+        {"reset", "abc", [](VantrelStr& s) { s.reset(); }, ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        VantrelStr str(c.before);
+        c.change(str);
+        EXPECT_STREQ(str.c_str(), c.after);
+        EXPECT_EQ(str.length(), std::strlen(c.after));
+        EXPECT_EQ(*emptyBuffer(), '\0') << "the shared empty buffer was written";
+    }
+}
+
+TEST(VantrelStr, MovesLeaveTheSourceEmpty) {
+    VantrelStr first("first");
+    VantrelStr second(std::move(first));
+    EXPECT_TRUE(first.isEmpty());
+    EXPECT_STREQ(second.c_str(), "first");
+
+    VantrelStr third("third");
+    third = std::move(second);
+    EXPECT_TRUE(second.isEmpty());
+    EXPECT_STREQ(third.c_str(), "first");
+
+    VantrelStr& same = third;
+    third = std::move(same);
+    EXPECT_STREQ(third.c_str(), "first");
+    second = third;
+    third.clear();
+    EXPECT_STREQ(second.c_str(), "first");
+}
+
+TEST(VantrelStr, ComparesBytesNotAddresses) {
+    const VantrelStr a("abc");
+    const VantrelStr sameText(std::string("abc").c_str());
+    const VantrelStr high("ab\xC3");
+    EXPECT_TRUE(a == sameText && a == "abc" && "abc" == sameText && a <= sameText && a >= sameText);
+    EXPECT_FALSE(a != sameText || a != "abc" || "abc" != sameText || a < sameText || a > sameText);
+    EXPECT_TRUE(a != "abd" && a != VantrelStr("abcd") && a != "ab");
+    EXPECT_FALSE(a == static_cast<const char*>(nullptr));
+    EXPECT_FALSE(VantrelStr() == static_cast<const char*>(nullptr));
+    EXPECT_TRUE(a < high) << "bytes compare as unsigned";
+    EXPECT_TRUE(a < "abd" && !(a < "abb") && VantrelStr() < a);
+    // With a zero inside, lengths and bytes count between strings, the text before it elsewhere.
+    EXPECT_FALSE(VantrelStr("a\0b", 3) == VantrelStr("a\0c", 3));
+    EXPECT_TRUE(VantrelStr("a\0b", 3) == "a");
+    EXPECT_EQ(a[1], 'b');
+    EXPECT_EQ(a[3L], '\0');
+}
+
+TEST(VantrelStr, LogsBrokenInvariantsAndSurvivesThem) {
+    const Vantrel::CapturedLog log;
+    VantrelStr str;
+    // The buffer's address stands behind the pointer to the virtual table.
+    const char* const none = nullptr;
+    std::memcpy(reinterpret_cast<unsigned char*>(&str) + sizeof(void*), &none, sizeof none);
+    str.clear();
+    EXPECT_STREQ(str.c_str(), "");
+    EXPECT_TRUE(log.contains("\"buff_ != nullptr\""));
+    EXPECT_TRUE(log.contains("\"buff_ == defaultBuff_\""));
+}
+
+TEST(VantrelStr, BecomesEmptyWhenMemoryRunsOut) {
+    if (Vantrel::HAS_ADDRESS_SANITIZER || Vantrel::HAS_THREAD_SANITIZER)
+        GTEST_SKIP() << "the sanitizers bring an allocator of their own";
+    const std::string large(64U << 20, 'x');
+    VantrelStr assigned("before");
+    VantrelStr appended("before");
+    rlimit before{};
+    ASSERT_EQ(::getrlimit(RLIMIT_AS, &before), 0);
+    rlimit none = before;
+    none.rlim_cur = 1;
+    ASSERT_EQ(::setrlimit(RLIMIT_AS, &none), 0);
+    assigned = large.c_str();
+    appended += large.c_str();
+    const VantrelStr built(large.c_str());
+    ::setrlimit(RLIMIT_AS, &before);
+    for (const VantrelStr* str :
+         {static_cast<const VantrelStr*>(&assigned), static_cast<const VantrelStr*>(&appended), &built}) {
+        EXPECT_EQ(str->length(), 0U);
+        EXPECT_STREQ(str->c_str(), "");
+    }
+}
+
+VantrelStrList listOf(std::initializer_list<const char*> texts) {
+    VantrelStrList list;
+    for (const char* text : texts) list.push_back(text);
+    return list;
+}
+
+std::vector<std::string> textsOf(const VantrelStrList& list) {
+    std::vector<std::string> texts;
+    for (unsigned i = 0; i < list.size(); ++i) texts.emplace_back(list[i]);
+    return texts;
+}
+
+TEST(VantrelStrList, HoldsTextsInOrder) {
+    VantrelStrList list = listOf({"a", nullptr, "c"});
+    EXPECT_THAT(textsOf(list), ElementsAre("a", "", "c"));
+    list.reserve(-1);
+    list.reserve(100);
+    EXPECT_EQ(list.size(), 3U);
+    list.resize(4);
+    EXPECT_THAT(textsOf(list), ElementsAre("a", "", "c", ""));
+    list.resize(1);
+    list.push_back("d");
+    EXPECT_THAT(textsOf(list), ElementsAre("a", "d"));
+    list.resize(-1);
+    EXPECT_EQ(list.size(), 0U);
+}
+
+TEST(VantrelStrList, CopiesAreIndependentAndMovesLeaveNothing) {
+    VantrelStrList list = listOf({"a", "b"});
+    VantrelStrList copy(list);
+    copy.push_back("c");
+    EXPECT_THAT(textsOf(list), ElementsAre("a", "b"));
+    VantrelStrList moved(std::move(list));
+    EXPECT_EQ(list.size(), 0U);
+    EXPECT_THAT(textsOf(moved), ElementsAre("a", "b"));
+    list = copy;
+    copy = std::move(moved);
+    EXPECT_THAT(textsOf(copy), ElementsAre("a", "b"));
+    EXPECT_THAT(textsOf(list), ElementsAre("a", "b", "c"));
+    list = VantrelStrList();
+    EXPECT_EQ(list.size(), 0U);
+}
+
+TEST(VantrelStrList, ComparesSizeAndTextsInOrder) {
+    VantrelStrList emptied = listOf({"a"});
+    emptied.resize(0);
+    EXPECT_TRUE(emptied == VantrelStrList());
+    EXPECT_TRUE(listOf({"a", "b"}) == listOf({"a", "b"}));
+    EXPECT_TRUE(listOf({"a", "b"}) != listOf({"b", "a"}));
+    EXPECT_TRUE(listOf({"a", "b"}) != listOf({"a"}));
+    EXPECT_TRUE(listOf({""}) != VantrelStrList());
+}
+
+TEST(VantrelStrList, BadIndexIsLoggedAndGivesAnEmptyText) {
+    const VantrelStrList lists[] = {VantrelStrList(), listOf({"a"})};
+    for (const VantrelStrList& list : lists) {
+        const Vantrel::CapturedLog log;
+        EXPECT_STREQ(list[list.size()], "");
+        EXPECT_STREQ(list.getStr(4294967295U), "");
+        EXPECT_THAT(log.texts(Vantrel::CoMsg::ERROR),
+                    ElementsAre(HasSubstr("\"index < size()\""), HasSubstr("\"index < size()\"")));
+    }
+}
+
+TEST(VantrelNodeId, ComparesAndOrdersByText) {
+    VantrelNodeId id("b");
+    EXPECT_TRUE(id == VantrelNodeId(VantrelStr("b")) && id != VantrelNodeId("a"));
+    EXPECT_TRUE(VantrelNodeId("a") < id && !(id < VantrelNodeId("b")) && VantrelNodeId() < id);
+    id.setId(nullptr);
+    EXPECT_STREQ(id.id(), "");
+    VantrelFrameId frame("f1");
+    frame.setId("f2");
+    EXPECT_STREQ(VantrelFrameId(frame).id(), "f2");
+}
+
+TEST(VantrelDictionary, WritesAndReadsTheAttributeStream) {
+    VantrelDictionary dictionary;
+    EXPECT_TRUE(dictionary.isEmpty());
+    EXPECT_STREQ(dictionary.getStream(), "");
+    dictionary.setString("Name", "abc def");
+    dictionary.setInteger("Port", 7555);
+    EXPECT_STREQ(dictionary.getStream(), "Name 7 abc defPort 4 7555");
+
+    const VantrelDictionary received("Name 7 abc defPort 4 7555Empty 0 ");
+    VantrelStr text("before");
+    int number = -1;
+    EXPECT_TRUE(received.getString("Name", text));
+    EXPECT_STREQ(text.c_str(), "abc def");
+    EXPECT_TRUE(received.getInteger("Port", number));
+    EXPECT_EQ(number, 7555);
+    EXPECT_FALSE(received.getString("name", text));
+    EXPECT_FALSE(received.getInteger("Missing", number));
+    EXPECT_STREQ(text.c_str(), "abc def");
+    EXPECT_EQ(number, 7555);
+    EXPECT_TRUE(received.getString("Empty", text));
+    EXPECT_TRUE(text.isEmpty());
+
+    VantrelStrList keys = listOf({"old"});
+    received.getFields(keys);
+    EXPECT_THAT(textsOf(keys), ElementsAre("Name", "Port", "Empty"));
+    VantrelDictionary().getFields(keys);
+    EXPECT_EQ(keys.size(), 0U);
+}
+
+TEST(VantrelDictionary, CopiesMovesAndCompares) {
+    VantrelDictionary dictionary("A 1 1B 1 2");
+    VantrelDictionary copy(dictionary);
+    EXPECT_TRUE(copy == VantrelDictionary("B 1 2A 1 1")) << "order does not matter";
+    copy.setInteger("A", 3);
+    EXPECT_TRUE(copy != dictionary);
+    const VantrelDictionary moved(std::move(dictionary));
+    EXPECT_TRUE(dictionary.isEmpty());
+    EXPECT_STREQ(moved.getStream(), "A 1 1B 1 2");
+    dictionary.setString("again", "usable");
+    EXPECT_FALSE(dictionary.isEmpty());
+    dictionary = moved;
+    EXPECT_TRUE(dictionary == moved);
+    EXPECT_TRUE(VantrelDictionary() == VantrelDictionary("  1 x")) << "a removed entry does not count";
+}
+
+TEST(VantrelMetaDataBlob, HasFourKeysInOrder) {
+    const VantrelMetaData::Blob blob("a b", "Xml 1", 2, -3);
+    EXPECT_STREQ(blob.getRawData(), "FORMAT 5 Xml 1VERSION_MAJOR 1 2VERSION_MINOR 2 -3DATA 3 a b");
+    EXPECT_STREQ(VantrelMetaData::Blob(nullptr, nullptr, 0, 0).getRawData(),
+                 "FORMAT 0 VERSION_MAJOR 1 0VERSION_MINOR 1 0DATA 0 ");
+
+    const VantrelMetaData::Blob received("FORMAT 1 fVERSION_MAJOR 2 12VERSION_MINOR 1 7DATA 4 a\n\"b");
+    int majorVersion = 0;
+    int minorVersion = 0;
+    EXPECT_TRUE(received.getVersion(majorVersion, minorVersion));
+    EXPECT_EQ(majorVersion, 12);
+    EXPECT_EQ(minorVersion, 7);
+    EXPECT_STREQ(received.getFormat(), "f");
+    EXPECT_STREQ(received.getData(), "a\n\"b");
+
+    const VantrelMetaData::Blob partial("VERSION_MAJOR 1 5");
+    EXPECT_FALSE(partial.getVersion(majorVersion, minorVersion));
+    EXPECT_EQ(majorVersion, 12);
+    EXPECT_TRUE(partial.getData().isEmpty());
+    EXPECT_STREQ(VantrelMetaData::STREAM_BLOB(), "BLOB");
+    EXPECT_STREQ(VantrelMetaData::STREAM_XML(), "XML");
+}
+
+TEST(VantrelNodeEvent, TakesItsParts) {
+    VantrelNodeId id("n1");
+    VantrelStr type("Created");
+    VantrelDictionary details("K 1 v");
+    const VantrelNodeEvent event(std::move(id), std::move(type), std::move(details));
+    EXPECT_TRUE(type.isEmpty() && details.isEmpty() && id == VantrelNodeId());
+    const VantrelNodeEvent copy(event);
+    EXPECT_STREQ(copy.getNodeId().id(), "n1");
+    EXPECT_STREQ(copy.getType(), "Created");
+    EXPECT_STREQ(copy.getDetails().getStream(), "K 1 v");
+}
+
+}  // namespace

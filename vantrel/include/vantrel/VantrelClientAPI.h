@@ -1,0 +1,100 @@
+#pragma once
+
+/// The one header that an application includes. A program that lists a server's root:
+///
+///     VantrelClient client(false);
+///     VantrelServerHandle server(VantrelServerId("render01:7549"));
+///     VantrelNodeHandle root;
+///     int count = 0;
+///     if (!server.getRootNode(root) || !root.getNumChildren(count)) report(server.lastError());
+///
+/// The library is a guest in its process: it installs no signal handler, writes nothing but log messages,
+/// never ends the process, and may be left without VantrelClientUninit at any moment.
+
+#include <vantrel/VantrelFormats.h>
+#include <vantrel/VantrelNodeHandle.h>
+#include <vantrel/VantrelServerHandle.h>
+#include <vantrel/VantrelServerInfo.h>
+#include <vantrel/VantrelTranslations.h>
+#include <vantrel/VantrelTypes.h>
+
+/// Severity of a log message. A message is emitted when its level is at or below the level set.
+enum VantrelLogLevel : int {
+    VANTREL_LOG_USER = 0,
+    VANTREL_LOG_ERROR = 1,
+    VANTREL_LOG_WARNING = 2,
+    VANTREL_LOG_NOTICE = 3,
+    VANTREL_LOG_DEBUG = 4
+};
+
+/// Receives log messages, on whatever thread posts them; it must be thread-safe. `message` is valid during
+/// the call. It may call any function of the library.
+typedef void (*VantrelLogCallBack)(VantrelLogLevel level, const char* message);
+
+/// Told of a lost connection, on the thread whose call found it lost. `server` is valid during the call. It
+/// may call any function of the library.
+typedef void (*VantrelDisconnectCallBack)(const VantrelServerId& server);
+
+/// Brings the library up. Counted: each call wants one VantrelClientUninit. False when the network layer
+/// cannot be brought up; calls after a failed first one return true without trying again. Adopts the log of a
+/// host program that exports `CoMsg_getFilterLevel` and `CoMsg_getRouter`. Thread-safe, but the first call
+/// and the last VantrelClientUninit must not race with other calls.
+VANTREL_API bool VantrelClientInit();
+/// Undoes one VantrelClientInit; the last one closes every connection and joins every thread of the library.
+VANTREL_API void VantrelClientUninit();
+VANTREL_API bool VantrelClientIsInitialized();
+
+/// Version of the library.
+VANTREL_API void VantrelClientGetVersion(int& major, int& minor, int& patch);
+
+/// Which log messages are emitted; 0 to 4, any other value changes nothing. The environment variable
+/// QD_MSG_LEVEL, when set, wins. Valid at any time, as the registrations below. Thread-safe.
+VANTREL_API void VantrelSetLogLevel(VantrelLogLevel level);
+/// Sends log messages to `callBack`, replacing any earlier one; null restores standard error.
+VANTREL_API void VantrelRegisterLogCallBack(VantrelLogCallBack callBack);
+/// Calls `callBack` for every lost connection, replacing any earlier one; null for none.
+VANTREL_API void VantrelRegisterDisconnectCallBack(VantrelDisconnectCallBack callBack);
+
+/// Closes connections that no handle uses; with `all`, every connection leaves the cache, and handles that
+/// still hold one go on working with it.
+VANTREL_API void VantrelClientReleaseUnusedConnections(bool all);
+
+/// Creates this workstation's network configuration file when it is missing, with a new UUID. False with the
+/// reason in `error` (may be null) when it cannot. Needs no VantrelClientInit.
+VANTREL_API bool VantrelCreateNetworkConfig(VantrelStr* error);
+
+/// Writes the commented template of that file, without a UUID, to `path`. False, with the reason in the log,
+/// when it cannot.
+VANTREL_API bool VantrelWriteNetworkConfigTemplate(const char* path);
+/// The same under the name of the form above. A template, so that a literal null means that form.
+template <typename Character>
+inline bool VantrelCreateNetworkConfig(const Character* path) {
+    return VantrelWriteNetworkConfigTemplate(path);
+}
+
+/// Finds the first child of `parent` with this display name, compared byte for byte. False without an error
+/// text when there is none; `child` then holds the last child examined. Costs one request to the server.
+VANTREL_API bool VantrelFindChild(const VantrelNodeHandle& parent, const char* displayName,
+                                  VantrelNodeHandle& child);
+
+/// Finds a node by the display names on the way to it from the root, separated by "/". "" and "/" give the
+/// root. On failure the reason is the server's last error, empty when a name was not found. Costs one request
+/// to the server per level.
+VANTREL_API bool VantrelResolveDisplayPath(const VantrelServerHandle& server, const char* path,
+                                           VantrelNodeHandle& node);
+
+/// VantrelClientInit and VantrelClientUninit for the life of an object. Thread safety: as those functions.
+class VANTREL_API VantrelClient {
+  public:
+    /// Initialises the library at once, or with `defer` when `init` is called.
+    explicit VantrelClient(bool defer = false);
+    VantrelClient(const VantrelClient&) = delete;
+    VantrelClient& operator=(const VantrelClient&) = delete;
+    virtual ~VantrelClient();
+
+    /// True when this object has initialised the library, now or earlier.
+    bool init();
+
+  private:
+    bool initialized_;
+};

@@ -1,0 +1,48 @@
+#pragma once
+
+#include "VantrelDictionary.h"
+#include "VantrelNodeId.h"
+
+/// Something that happened to a node.
+///
+/// One object must not be used by several threads at once, not even for reading. Copies are independent.
+class VANTREL_API VantrelNodeEvent {
+  public:
+    class Handler;
+
+    /// Takes all three.
+    VantrelNodeEvent(VantrelNodeId&& nodeId, VantrelStr&& type, VantrelDictionary&& details);
+    VantrelNodeEvent(const VantrelNodeEvent& other) = default;
+    VantrelNodeEvent(VantrelNodeEvent&& other) noexcept = default;
+    virtual ~VantrelNodeEvent();
+
+    VantrelNodeEvent& operator=(const VantrelNodeEvent& other) = default;
+    VantrelNodeEvent& operator=(VantrelNodeEvent&& other) noexcept = default;
+
+    /// All three are valid until the event is assigned to or destroyed.
+    const VantrelNodeId& getNodeId() const { return nodeId_; }
+    /// What happened, in the server's own words.
+    const char* getType() const { return type_.c_str(); }
+    /// More about it, by keys of the server.
+    const VantrelDictionary& getDetails() const { return details_; }
+
+  private:
+    VantrelNodeId nodeId_;
+    VantrelStr type_;
+    VantrelDictionary details_;
+};
+
+/// The application's side of event delivery: derive from it and register it for a node with a server handle.
+/// The handler stays the application's; it must live until its unregistration has returned.
+class VANTREL_API VantrelNodeEvent::Handler {
+  public:
+    Handler() = default;
+    Handler(const Handler&) = delete;
+    Handler& operator=(const Handler&) = delete;
+    virtual ~Handler();
+
+    /// Called on a thread of the library, for one event at a time per server handle. It may call any function
+    /// of the library, unregistering itself included. `event` lives until the call returns: copy what is
+    /// needed later. No exception may leave it.
+    virtual void notify(const VantrelNodeEvent& event) = 0;
+};

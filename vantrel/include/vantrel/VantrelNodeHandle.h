@@ -1,0 +1,130 @@
+#pragma once
+
+#include <vantrel/VantrelFormats.h>
+#include <vantrel/VantrelServerHandle.h>
+#include <vantrel/VantrelTypes.h>
+
+class VantrelNodeImp;
+
+/// One node of a server's tree: navigation, creation, metadata, clip format and frames.
+///
+/// The handle keeps what the server said about the node's children, frames, metadata streams, type and
+/// format; pointing it at another node (`setNodeId`) forgets all of it.
+///
+/// Every call that returns `bool` returns true on success; on failure it returns false and `lastError`, which
+/// is the server handle's, tells why. An index is a number from 0 to the count - 1; any other fails. Outputs
+/// are assigned on success only.
+///
+/// Lifetime: refers to its server handle, which must outlive it.
+/// Thread safety: one node handle is used by one thread at a time. Different handles may be used by different
+/// threads; requests to one server wait for each other.
+class VANTREL_API VantrelNodeHandle {
+  public:
+    /// Refers to no node and no server: an output for other calls.
+    VantrelNodeHandle();
+    /// Refers to a node by id. Contacts nobody.
+    VantrelNodeHandle(const VantrelServerHandle& server, const VantrelNodeId& id);
+    VantrelNodeHandle(const VantrelServerHandle& server, const char* id);
+    /// Copies refer to the same node and server and start without cached answers.
+    VantrelNodeHandle(const VantrelNodeHandle& other);
+    VantrelNodeHandle& operator=(const VantrelNodeHandle& other);
+    /// Leaves `other` empty: every later call on it logs an assertion and fails, except assignment.
+    VantrelNodeHandle(VantrelNodeHandle&& other) noexcept;
+    VantrelNodeHandle& operator=(VantrelNodeHandle&& other) noexcept;
+    virtual ~VantrelNodeHandle();
+
+    /// The server handle's last error; never null.
+    const char* lastError() const;
+
+    // --- Identity ---
+
+    const VantrelNodeId& getNodeId() const;
+    /// Points the handle at another node of the server. The id already held changes nothing.
+    void setNodeId(const VantrelNodeId& id);
+    const VantrelServerHandle& getServer() const;
+    void setServer(const VantrelServerHandle& server);
+
+    bool getDisplayName(VantrelStr& displayName);
+    /// The server's own number of the node's extended type; its text, such as "CLIP"; whether it is a clip.
+    bool getNodeType(int& type);
+    bool getNodeTypeStr(VantrelStr& type);
+    bool getIsClipNode(bool& isClip);
+
+    // --- Tree ---
+
+    bool getNumChildren(int& count);
+    bool getNumChildren(unsigned int& count);
+    /// The child at `index`, in the server's order. It knows its display name already.
+    bool getChild(int index, VantrelNodeHandle& child);
+    bool getParentNode(VantrelNodeHandle& parent);
+
+    /// Whether a node of the extended type may be created under this one.
+    bool canCreateNode(const char* extendedType, bool& can);
+    /// Creates a container under this node. `stream` and `metaData` give it its first metadata; null for
+    /// none.
+    bool createNode(const char* displayName, const char* extendedType, VantrelNodeHandle& node);
+    bool createNode(const char* displayName, const char* extendedType, const char* stream,
+                    const char* metaData, VantrelNodeHandle& node);
+    /// The same with the server's number of the extended type.
+    bool createNode(const char* displayName, int extendedType, VantrelNodeHandle& node);
+    /// Creates a clip, without frames, under this node. The format tells what its frames are.
+    bool createClipNode(const char* displayName, const VantrelClipFormat& format, const char* extendedType,
+                        VantrelNodeHandle& clip);
+    bool createClipNode(const char* displayName, const VantrelClipFormat& format, int extendedType,
+                        VantrelNodeHandle& clip);
+    /// Copies `source`, with all that is under it, to a new child of this node. "Functionality not supported
+    /// on remote Vantrel server." on servers older than 2017.0.0.144.
+    bool duplicateNode(const VantrelNodeHandle& source, const char* displayName, VantrelNodeHandle& copy);
+    /// The node may get a new id by it, which the handle then holds.
+    bool renameNode(const char* displayName);
+    /// Destroys the node and all that is under it; the handle then refers to no node.
+    bool destroyNode();
+
+    // --- Metadata ---
+
+    bool getNumAvailableMetaDataStreams(int& count);
+    bool getAvailableMetaDataStream(int index, VantrelStr& stream);
+    bool getIsMetaDataStreamAvailable(const char* stream, bool& available);
+    /// The node's metadata in a stream such as VantrelMetaData::STREAM_XML(). What `filter` (null: none)
+    /// selects and how `depth` levels of nodes below are included is the server's matter.
+    bool getMetaData(const char* stream, const char* filter, int depth, VantrelStr& metaData);
+    /// "Functionality not supported on remote Vantrel server." on servers older than 2.5.0.0.
+    bool setMetaData(const char* stream, const char* metaData);
+
+    // --- Clip and frames ---
+
+    bool getClipFormat(VantrelClipFormat& format);
+    bool getNumFrames(int& count);
+    bool getNumFrames(unsigned int& count);
+    bool getFrameId(int index, VantrelStr& frameId);
+    /// Makes the clip have exactly `count` frames.
+    bool setNumFrames(unsigned int count);
+    /// Path of the frame's file as this host sees it.
+    bool getFrameIdPath(int index, VantrelStr& path);
+    /// Makes the clip's frames the `count` files of `paths`, which stay where they are. "Server does not
+    /// support linking to existing media files." on servers older than 2.6.0.0.
+    bool linkToFrames(const VantrelStr* paths, int count);
+    /// Id for VantrelServerHandle::readStream; empty on servers older than 2007.1.0.0.
+    bool getStreamId(VantrelStr& streamId);
+
+    /// Asks how many frames ahead of the one read the server prepares for this node, and from then on hints
+    /// them with each read. "Functionality not supported on remote Vantrel server." on servers older than
+    /// 2010.1.1.0.
+    bool activateReadAhead();
+    bool getNbReadAheads(int& count);
+
+    enum ReadAheadHint { NO_READ_AHEAD = 0, READ_AHEAD = 1 };
+
+    /// Reads the first `size` bytes of the frame at `index` (see VantrelServerHandle::readFrame), by default
+    /// hinting the frames that follow when read-ahead was activated.
+    bool readFrame(int index, void* buffer, unsigned long size, bool noReadAhead = false);
+    bool readFrame(int index, const void* request, unsigned long requestSize, void* buffer,
+                   unsigned long size, ReadAheadHint hint);
+    bool writeFrame(int index, const void* data, unsigned long size);
+
+    /// The implementation; null (and a logged assertion) when the handle was moved from.
+    VantrelNodeImp* imp() const;
+
+  private:
+    VantrelNodeImp* imp_;
+};

@@ -1,0 +1,145 @@
+#pragma once
+
+#include <vantrel/VantrelServerInfo.h>
+#include <vantrel/VantrelTypes.h>
+
+class VantrelNodeHandle;
+class VantrelServerImp;
+
+/// An application's object for one server. Building one contacts nobody: the first call that needs the server
+/// connects. Handles to the same server share its metadata connection; frames travel on a connection of the
+/// handle's own.
+///
+/// Every call that returns `bool` returns true on success; on failure it returns false and `lastError` tells
+/// why. Every call fails with "API not initialized" before VantrelClientInit, with the system's time-out text
+/// when the server does not answer in time (VANTREL_DEFAULT_CALL_TIMEOUT_MS, default 60000 ms), with the
+/// transport's text when the connection breaks, and with the server's own text when it refuses. A lost
+/// connection is re-established by the next call. Outputs are assigned on success only.
+///
+/// Thread safety: any thread may call; calls on one handle wait for each other, except `isConnected` and
+/// `stop`, which never wait. The handle must outlive the node handles that refer to it.
+class VANTREL_API VantrelServerHandle {
+  public:
+    // Entries of the server's path translation tables (VantrelTranslations.h).
+    class TranslationGroup;
+    class HostTranslation;
+    class OsTypeTranslation;
+
+    explicit VantrelServerHandle(const VantrelServerId& id);
+    /// A new, independent handle to the same server. Asks the source for its id, which may connect the
+    /// source.
+    VantrelServerHandle(const VantrelServerHandle& other);
+    /// Leaves `other` empty: every later call on it logs an assertion and fails.
+    VantrelServerHandle(VantrelServerHandle&& other) noexcept;
+    VantrelServerHandle& operator=(const VantrelServerHandle&) = delete;
+    VantrelServerHandle& operator=(VantrelServerHandle&&) = delete;
+    virtual ~VantrelServerHandle();
+
+    /// Why the last failing call failed; never null, empty at first. Valid until the next call on this
+    /// handle.
+    const char* lastError() const;
+
+    // --- Connection ---
+
+    /// Whether a connection exists now. Does not connect.
+    bool isConnected() const;
+    /// Closes the handle's connections, the shared metadata connection included.
+    void disconnect() const;
+    /// Ends the call in progress on another thread, which fails with `reason` (null: the system's text for an
+    /// interrupted call). Frame transfers end too. Without a call in progress it has no effect.
+    void stop(const char* reason) const;
+
+    /// Whether the server answers. `retryTimeoutMs`: how long to keep trying to connect, in milliseconds.
+    bool ping(unsigned int retryTimeoutMs) const;
+
+    // --- Identity ---
+
+    /// The id that the handle was built from; its text form. Valid as long as the handle.
+    const VantrelServerId& getId() const;
+    const char* getIdStr() const;
+
+    /// The server's host UUID and host name; null on failure. Valid until the next call on this handle.
+    const char* getHostUUID() const;
+    const char* getHostName() const;
+    bool getStorageId(VantrelStr& storageId) const;
+    bool getDisplayName(VantrelStr& displayName) const;
+    /// Everything that the server says of itself.
+    bool getInfo(VantrelServerInfo& info) const;
+    /// True when the server's database has this name, byte for byte.
+    bool isDatabase(const char* name) const;
+
+    /// Vendor, product and version of the software behind the server's node tree.
+    bool getVendor(VantrelStr& vendor) const;
+    bool getProduct(VantrelStr& product) const;
+    bool getVersion(int& major, int& minor) const;
+
+    /// First two numbers of the protocol version.
+    bool getProtocolVersion(int& major, int& minor) const;
+    /// Sets `atLeast` to whether the protocol version is a.b.c.d or later.
+    bool compareVersion(bool& atLeast, int a, int b, int c, int d) const;
+    /// The same for the version of the product.
+    bool compareProductVersion(bool& atLeast, int major, int minor, int maintenance, int build) const;
+
+    // --- Nodes ---
+
+    /// The root of the server's tree. `node` then refers to this handle.
+    bool getRootNode(VantrelNodeHandle& node) const;
+
+    // --- Frames ---
+
+    /// Reads the first `size` bytes of a frame into `buffer`. `readAheadId1` and `readAheadId2`, where not
+    /// null, name frames that the server may prepare. The bytes are those that were written; their layout is
+    /// told by the clip format (VantrelFormats.h). On failure the content of `buffer` is undefined.
+    bool readFrame(const char* frameId, void* buffer, unsigned long size, const char* readAheadId1 = nullptr,
+                   const char* readAheadId2 = nullptr) const;
+    /// The same with `requestSize` bytes of parameters for the server.
+    bool readFrame(const char* frameId, const void* request, unsigned long requestSize, void* buffer,
+                   unsigned long size, const char* readAheadId1 = nullptr,
+                   const char* readAheadId2 = nullptr) const;
+    /// Replaces the content of a frame by `size` bytes. True: the server has stored them.
+    bool writeFrame(const char* frameId, const void* data, unsigned long size) const;
+
+    /// Reads elements of a stream, `elementSize` bytes each, from element `position` on. `count` holds the
+    /// number of elements wanted and becomes the number read. Fails with "Buffer too small." when the answer
+    /// exceeds `size` bytes, and with the system's EACCES text on servers older than 2007.1.0.0.
+    bool readStream(const char* streamId, void* buffer, unsigned long size, unsigned long position,
+                    unsigned long elementSize, unsigned long& count) const;
+    /// Sends a local file to the server, or fetches one. A failed `pullStream` leaves no partial file. Fail
+    /// with the system's EACCES text on servers older than 2007.1.0.0.
+    bool pushStream(const char* remoteName, const char* localPath) const;
+    bool pullStream(const char* remoteName, const char* localPath) const;
+    /// Makes the server forget frames that it has cached. True without traffic on servers older than
+    /// 2012.0.0.5120.
+    bool invalidateCache() const;
+
+    // --- Path translation ---
+
+    /// A path of the source host as the destination host would write it. Paths that the server has no
+    /// translation for come back as they are. A null source host stands for the server's display name, a null
+    /// destination host for the server's host name; with an OS type Unknown, the server takes what it knows
+    /// of the host. Fails with "Invalid source host name given" or "Invalid destination host name given",
+    /// before anything is sent, when a name is empty or holds blanks, quotes or control characters.
+    bool translatePath(const char* path, VantrelStr& result, const char* srcHost = nullptr,
+                       const char* dstHost = nullptr, VantrelOS::OsType srcType = VantrelOS::Unknown,
+                       VantrelOS::OsType dstType = VantrelOS::Unknown) const;
+    /// The same for many paths in one request: `result` holds one path for each, in the same order.
+    bool translatePaths(const VantrelStrList& paths, VantrelStrList& result, const char* srcHost = nullptr,
+                        const char* dstHost = nullptr, VantrelOS::OsType srcType = VantrelOS::Unknown,
+                        VantrelOS::OsType dstType = VantrelOS::Unknown) const;
+
+    /// Each getNum asks the server for a whole table and tells how many entries it has; the call below it
+    /// gives one of them without asking again, except when the table was never asked for. An index outside 0
+    /// to count - 1 fails with "Index %d is out of the bounds 0,%d." (index, count).
+    bool getNumTranslationGroups(int& count) const;
+    bool getTranslationGroup(int index, TranslationGroup& group) const;
+    bool getNumHostTranslations(int& count) const;
+    bool getHostTranslation(int index, HostTranslation& translation) const;
+    bool getNumOsTypeTranslations(int& count) const;
+    bool getOsTypeTranslation(int index, OsTypeTranslation& translation) const;
+
+    /// The implementation; null (and a logged assertion) when the handle was moved from.
+    VantrelServerImp* imp() const;
+
+  private:
+    VantrelServerImp* imp_;
+};

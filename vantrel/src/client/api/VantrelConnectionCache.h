@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <mutex>
+
+#include "VantrelRawDataClientConnection.h"
+
+/// Raw-data connections by frame port. Servers with the same frame port share one: the port alone is the key.
+/// Owns the connections. Thread safety: one thread at a time, but `stop`, which any thread may call.
+class VantrelConnectionCache {
+  public:
+    /// Connections kept; above this the one that was asked for longest ago is closed and forgotten. A server
+    /// names the ports, so their number is not ours to trust.
+    static constexpr std::size_t MAX_CONNECTIONS = 64;
+
+    VantrelConnectionCache() = default;
+    VantrelConnectionCache(const VantrelConnectionCache&) = delete;
+    VantrelConnectionCache& operator=(const VantrelConnectionCache&) = delete;
+    ~VantrelConnectionCache() = default;
+
+    /// The connection of the holder's frame port, made when there is none; it is not yet connected then. A
+    /// closed one learns from `holder` where to connect. Null when the holder has no record. Valid until the
+    /// next call; `holder` must outlive the cache.
+    VantrelRawDataClientConnection* get(VantrelDaemonInfoMgr& holder);
+
+    /// Ends the operation in progress on any of the connections.
+    void stop();
+    /// Closes all connections and keeps them for later.
+    void disconnect();
+
+  private:
+    struct Slot {
+        explicit Slot(VantrelDaemonInfoMgr& holder) : connection(holder) {}
+
+        VantrelRawDataClientConnection connection;
+        std::uint64_t lastUse = 0;
+    };
+
+    void forgetOldest();
+
+    std::uint64_t uses_ = 0;
+    std::mutex mutex_;          // guards what slots there are; what is in them belongs to the one thread
+    std::map<int, Slot> slots_;  // by frame port
+};

@@ -1,0 +1,40 @@
+#include <vantrel/VantrelClientAPI.h>
+
+#include <algorithm>
+#include <string>
+
+#include "CoFilePath.h"
+#include "VantrelNodeImp.h"
+#include "VantrelServerImp.h"
+
+bool VantrelFindChild(const VantrelNodeHandle& parent, const char* displayName, VantrelNodeHandle& child) {
+    if (!displayName) return false;
+    VantrelNodeHandle node(parent);  // the child may be the parent's own handle
+    VantrelNodeImp* from = node.imp();
+    VantrelNodeImp* to = child.imp();
+    const auto* children = from && to ? from->children() : nullptr;
+    if (!children || children->isEmpty()) return false;
+    std::size_t index = 0;
+    while (index + 1 < children->size() && (*children)[index].displayName() != displayName) ++index;
+    from->pointAtChild(index, *to);
+    return (*children)[index].displayName() == displayName;
+}
+
+bool VantrelResolveDisplayPath(const VantrelServerHandle& server, const char* path, VantrelNodeHandle& node) {
+    const std::string clean = Vantrel::CoFilePath::clean(path ? path : "");
+    if (!server.getRootNode(node)) return false;
+    VantrelServerImp* imp = server.imp();
+    if (!imp) return false;
+    imp->setLastError(
+        "");  // a name that is not found leaves no text: an earlier failure's must not pass for it
+    std::size_t start = 0;
+    while (start < clean.size()) {
+        const std::size_t end = std::min(clean.find('/', start), clean.size());
+        const std::string name = clean.substr(start, end - start);
+        start = end + 1;
+        if (name.empty() || VantrelFindChild(node, name.c_str(), node)) continue;
+        imp->setLastError(node.lastError());
+        return false;
+    }
+    return true;
+}

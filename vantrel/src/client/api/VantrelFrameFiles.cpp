@@ -1,0 +1,145 @@
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+#include "CoException.h"
+#include "CoIoDescriptor.h"
+#include "CoMsg.h"
+#include "CoProcess.h"
+#include "VantrelFrameClientAPI.h"
+#include "VantrelFrameTrace.h"
+
+using Vantrel::coErrorText;
+using Vantrel::CoException;
+using Vantrel::coFormat;
+using Vantrel::CoIoDescriptor;
+
+namespace {
+
+[[noreturn]] void fail(const char* what, const std::string& path, int error) {
+    throw CoException(coFormat("Cannot %s '%s': %s", what, path.c_str(), coErrorText(error).c_str()));
+}
+
+/// A new file beside `path` that takes its place when complete, and vanishes when it is not.
+class IncomingFile {
+  public:
+    explicit IncomingFile(const char* path) : path_(resolved(path)), temporary_(path_ + ".XXXXXX") {
+        struct stat earlier {};
+        if (::stat(path_.c_str(), &earlier) == 0) {
+            if (!S_ISREG(earlier.st_mode)) fail("replace", path_, EINVAL);  // a device is not ours to replace
+            mode_ = earlier.st_mode & 07777;
+        }
+        file_.setId(::mkostemp(temporary_.data(), O_CLOEXEC));
+        if (!file_.isValid()) fail("create", path_, errno);
+    }
+    IncomingFile(const IncomingFile&) = delete;
+    IncomingFile& operator=(const IncomingFile&) = delete;
+    ~IncomingFile() {
+        if (file_.isValid()) ::unlink(temporary_.c_str());
+    }
+
+    void append(const char* data, std::size_t size) {
+        while (size > 0) {
+            const ssize_t written = ::write(file_.getId(), data, size);
+            if (written < 0 && errno == EINTR) continue;
+            if (written < 0) fail("write", path_, errno);
+            data += written;
+            size -= static_cast<std::size_t>(written);
+        }
+    }
+
+    void complete() {
+        if (::fchmod(file_.getId(), mode_) != 0) fail("set the mode of", path_, errno);
+        if (::rename(temporary_.c_str(), path_.c_str()) != 0) fail("create", path_, errno);
+        file_.close();
+    }
+
+  private:
+    // A link stays one: the file that it leads to is replaced.
+    static std::string resolved(const char* path) {
+        const std::unique_ptr<char, decltype(&std::free)> real(::realpath(path, nullptr), &std::free);
+        return real ? real.get() : path;
+    }
+
+    const std::string path_;
+    std::string temporary_;
+    // mkostemp keeps the file to its owner; it gets the mode that a plain open would leave it with.
+    mode_t mode_ = 0666 & ~Vantrel::CoProcess::getUmask();
+    CoIoDescriptor file_;
+};
+
+std::size_t readPiece(const CoIoDescriptor& file, const char* path, char* buffer, std::size_t size) {
+    std::size_t filled = 0;
+    while (filled < size) {
+        const ssize_t got = ::read(file.getId(), buffer + filled, size - filled);
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) fail("read", path, errno);
+        if (got == 0) break;
+        filled += static_cast<std::size_t>(got);
+    }
+    return filled;
+}
+
+}  // namespace
+
+void VantrelFrameClientAPI::pushFile(const char* remoteName, const char* localPath) {
+    const CoIoDescriptor file(::open(localPath, O_RDONLY | O_CLOEXEC));
+    if (!file.isValid()) fail("open", localPath, errno);
+    struct stat status {};
+    if (::fstat(file.getId(), &status) != 0) fail("open", localPath, errno);
+    if (!S_ISREG(status.st_mode)) fail("send", localPath, EINVAL);
+    std::size_t left = static_cast<std::size_t>(status.st_size);
+
+    const VantrelRawDataClientConnection::Request request(connection_);
+    const Trace trace(PUSH_FILE, remoteName, left);
+    writeHeader(PUSH_FILE, remoteName, left);
+    handleReturnCode();
+    while (left > 0) {
+        const std::size_t piece = std::min(left, DATA_BUFFER_BYTES);
+        std::size_t got = 0;
+        try {
+            got = readPiece(file, localPath, getDataBuffer(), piece);
+        } catch (const CoException&) {
+            connection_.disconnect();  // the server waits for bytes that will not come
+            throw;
+        }
+        if (got < piece) {
+            connection_.disconnect();
+            throw CoException(coFormat("'%s' became shorter while it was sent", localPath));
+        }
+        connection_.write(getDataBuffer(), piece);
+        left -= piece;
+    }
+    handleReturnCode();
+}
+
+void VantrelFrameClientAPI::pullFile(const char* remoteName, const char* localPath) {
+    IncomingFile file(localPath);
+    const VantrelRawDataClientConnection::Request request(connection_);
+    const Trace trace(PULL_FILE, remoteName, DATA_BUFFER_BYTES);
+    writeHeader(PULL_FILE, remoteName, DATA_BUFFER_BYTES);
+    for (std::size_t left = readSize(); left > 0;) {
+        const std::size_t piece = std::min(left, DATA_BUFFER_BYTES);
+        connection_.read(getDataBuffer(), piece);
+        try {
+            file.append(getDataBuffer(), piece);
+        } catch (const CoException&) {
+            connection_.disconnect();  // the rest of the file is on its way, and is not read
+            throw;
+        }
+        left -= piece;
+    }
+    handleReturnCode();
+    file.complete();
+}
+
+char* VantrelFrameClientAPI::getDataBuffer() {
+    if (!dataBuffer_) dataBuffer_ = std::make_unique<char[]>(DATA_BUFFER_BYTES);
+    return dataBuffer_.get();
+}

@@ -1,0 +1,172 @@
+#include "VantrelRawDataClientConnection.h"
+
+#include <algorithm>
+
+#include "CoException.h"
+#include "CoMsg.h"
+#include "CoNetworkConfig.h"
+#include "CoProcess.h"
+#include "VantrelDaemonInfo.h"
+#include "VantrelDaemonInfoMgr.h"
+#include "VantrelSettings.h"
+
+using Vantrel::CoException;
+using Vantrel::coFormat;
+using Vantrel::CoIoDescriptor;
+
+namespace {
+
+constexpr int DEFAULT_FRAME_PORT = 7550;
+constexpr int HIGHEST_PORT = 65535;
+constexpr int CONNECT_TIMEOUT_SEC = 10;
+/// A server of this host accepts at once, or is in trouble: TCP then tells more.
+constexpr unsigned LOCAL_CONNECT_TIMEOUT_MS = 1000;
+constexpr int MAX_REASON_BYTES = 255;
+constexpr const char* ABORTED = "Operation aborted.";
+
+std::size_t pieceOf(std::size_t length) {
+    return std::min(length, static_cast<std::size_t>(VantrelSettings::frameIoBytes.get()));
+}
+
+unsigned stallTimeoutMs() {
+    return static_cast<unsigned>(VantrelSettings::frameStallTimeoutMs.get());
+}
+
+}  // namespace
+
+void VantrelRawDataClientConnection::Operation::throwIfStopped() const {
+    if (tcp_.stopRequested() || local_.stopRequested()) throw CoException(ABORTED);
+}
+
+VantrelRawDataClientConnection::Request::Request(VantrelRawDataClientConnection& connection)
+    : Operation(connection) {
+    // A forked child closes its copy of the parent's socket, and speaks on one of its own.
+    const bool ours = connection.forkGeneration_ == Vantrel::CoProcess::forkGeneration();
+    if (!ours || !connection.socket().isActive()) {
+        connection.disconnect();
+        connection.connect();
+    }
+}
+
+void VantrelRawDataClientConnection::disconnect() {
+    tcp_.close();
+    local_.close();
+}
+
+void VantrelRawDataClientConnection::stop() {
+    tcp_.stop();
+    local_.stop();
+}
+
+bool VantrelRawDataClientConnection::isToThisHost() const {
+    std::string address;
+    if (!tcp_.getPeerIP(address)) return local_.isValid();
+    return VantrelOS::isLoopBackIP(address.c_str()) || VantrelOS::isLocalIP(address.c_str());
+}
+
+CoIoDescriptor& VantrelRawDataClientConnection::socket() {
+    if (local_.isValid()) return local_;
+    return tcp_;
+}
+
+void VantrelRawDataClientConnection::connect() {
+    const VantrelDaemonInfo* info = nullptr;
+    if (!server_->getDaemonInfo(info)) throw CoException(server_->lastError());
+    disconnect();
+    if (connectLocally(*info)) return;
+    for (unsigned i = 0; i < VantrelDaemonInfo::MAX_IPS && *info->getDataIP(i); ++i) {
+        const char* address = info->getDataIP(i);
+        if (!Vantrel::CoNetworkConfig::getInstance().isIPInValidRange(address)) continue;
+        if (connectTo(*info, address)) return;
+    }
+    server_->clearDaemonInfo();  // the server may have moved: ask it before the next attempt
+    throw CoException("No data interface found");
+}
+
+bool VantrelRawDataClientConnection::connectLocally(const VantrelDaemonInfo& info) {
+    const std::string path = info.getFrameMsgQ();
+    if (path.empty() || !info.isLocal()) return false;
+    CO_MSG_NOTICE("Connecting to server '%s' / '%s' using '%s'.", info.getDisplayName(), info.getStorageId(),
+                  path.c_str());
+    if (!local_.connect(path.c_str(), LOCAL_CONNECT_TIMEOUT_MS)) {
+        if (local_.wasStopped()) throw CoException(ABORTED);
+        CO_MSG_WARNING("Could not connect to socket pipe file '%s': %s", path.c_str(),
+                       local_.lastErrorText().c_str());
+        return false;
+    }
+    forkGeneration_ = Vantrel::CoProcess::forkGeneration();
+    CO_MSG_NOTICE("Connected to server '%s' / '%s' using '%s'.", info.getDisplayName(), info.getStorageId(),
+                  path.c_str());
+    return true;
+}
+
+bool VantrelRawDataClientConnection::connectTo(const VantrelDaemonInfo& info, const char* address) {
+    const int port = info.getFramePort() != 0 ? info.getFramePort() : DEFAULT_FRAME_PORT;
+    if (port < 0 || port > HIGHEST_PORT) {
+        CO_MSG_WARNING("Server '%s' names %d as its frame port.", info.getDisplayName(), port);
+        return false;
+    }
+    CO_MSG_NOTICE("Connecting to server '%s' / '%s' using '%s:%u'.", info.getDisplayName(),
+                  info.getStorageId(), address, static_cast<unsigned>(port));
+    const int bufferBytes = static_cast<int>(VantrelSettings::frameSocketBufferBytes.get());
+    if (!tcp_.connect(address, port, bufferBytes, bufferBytes, CONNECT_TIMEOUT_SEC)) {
+        if (tcp_.wasStopped()) throw CoException(ABORTED);
+        return false;
+    }
+    forkGeneration_ = Vantrel::CoProcess::forkGeneration();
+    if (!tcp_.setNonBlocking(false)) {
+        CO_MSG_WARNING("Couldn't set socket as blocking: %s", tcp_.lastErrorText().c_str());
+    }
+    CO_MSG_NOTICE("Connected to server '%s' / '%s'.", info.getDisplayName(), info.getStorageId());
+    return true;
+}
+
+void VantrelRawDataClientConnection::read(char* buffer, std::size_t length) {
+    if (!isConnected()) connect();
+    while (length > 0) {
+        const std::size_t piece = pieceOf(length);
+        CoIoDescriptor& from = socket();
+        const ssize_t moved = from.blockingRead(buffer, piece, stallTimeoutMs());
+        if (moved != static_cast<ssize_t>(piece)) {
+            const bool aborted = from.wasStopped();
+            const std::string reason = from.lastErrorText();
+            disconnect();
+            if (aborted) throw CoException(ABORTED);
+            if (moved == 0) throw CoException("Connection closed");
+            throw CoException(coFormat("Cannot read data on socket: %.*s", MAX_REASON_BYTES, reason.c_str()));
+        }
+        buffer += piece;
+        length -= piece;
+    }
+}
+
+void VantrelRawDataClientConnection::write(const char* buffer, std::size_t length) {
+    if (!isConnected()) connect();
+    while (length > 0) {
+        const std::size_t piece = pieceOf(length);
+        CoIoDescriptor& to = socket();
+        const ssize_t moved = to.blockingWrite(buffer, piece, stallTimeoutMs());
+        if (moved != static_cast<ssize_t>(piece)) {
+            const bool aborted = to.wasStopped();
+            const bool stalled = to.lastError() == CoIoDescriptor::IoError::TimedOut;
+            const std::string reason = stalled ? ": " + to.lastErrorText() : std::string();
+            disconnect();
+            if (aborted) throw CoException(ABORTED);
+            throw CoException(coFormat("ret: %d writing %d bytes%s", static_cast<int>(moved),
+                                       static_cast<int>(piece), reason.c_str()));
+        }
+        buffer += piece;
+        length -= piece;
+    }
+}
+
+bool VantrelRawDataClientConnection::readText(std::string& text, std::size_t maxLength) {
+    text.clear();
+    while (text.size() < maxLength) {
+        char byte = 0;
+        read(&byte, 1);
+        if (byte == '\0') return true;
+        text.push_back(byte);
+    }
+    return false;
+}

@@ -1,0 +1,225 @@
+#include <errno.h>
+#include <vantrel/VantrelNodeHandle.h>
+#include <vantrel/VantrelServerHandle.h>
+
+#include <cstring>
+#include <utility>
+
+#include "CoMsg.h"
+#include "VantrelKeptText.h"
+#include "VantrelServerImp.h"
+
+// --- Construction ---
+
+VantrelServerHandle::VantrelServerHandle(const VantrelServerId& id) : imp_(new VantrelServerImp(id)) {}
+
+VantrelServerHandle::VantrelServerHandle(const VantrelServerHandle& other)
+    : imp_(new VantrelServerImp(other.getId())) {}
+
+VantrelServerHandle::VantrelServerHandle(VantrelServerHandle&& other) noexcept
+    : imp_(std::exchange(other.imp_, nullptr)) {}
+
+VantrelServerHandle::~VantrelServerHandle() {
+    const Vantrel::CoDeferral deferral;
+    delete imp_;
+}
+
+const char* VantrelServerHandle::lastError() const {
+    const VantrelServerImp* server = imp();
+    return server ? VantrelKeptText::keep(server->lastErrorText()) : "";
+}
+
+// --- Connection ---
+
+bool VantrelServerHandle::isConnected() const {
+    const VantrelServerImp* server = imp();
+    return server && server->isConnected();
+}
+
+void VantrelServerHandle::disconnect() const {
+    if (VantrelServerImp* server = imp()) server->disconnect();
+}
+
+void VantrelServerHandle::stop(const char* reason) const {
+    if (VantrelServerImp* server = imp()) server->stop(reason);
+}
+
+bool VantrelServerHandle::ping(unsigned int retryTimeoutMs) const {
+    VantrelServerImp* server = imp();
+    return server && server->ping(retryTimeoutMs);
+}
+
+// --- Identity ---
+
+const VantrelServerId& VantrelServerHandle::getId() const {
+    static const auto* const noId = new VantrelServerId;  // never destroyed: a moved-from handle may ask late
+    VantrelServerImp* server = imp();
+    if (!server) return *noId;
+    server->init();
+    return server->serverId();
+}
+
+const char* VantrelServerHandle::getIdStr() const {
+    return getId().getId();
+}
+
+namespace {
+
+// Reads fields of the daemon info; false when there is none.
+template <typename Read>
+bool readInfo(VantrelServerImp* server, Read read) {
+    const auto info = server ? server->daemonInfo() : nullptr;
+    if (info) read(*info);
+    return info != nullptr;
+}
+
+}  // namespace
+
+const char* VantrelServerHandle::getHostUUID() const {
+    const char* text = nullptr;
+    readInfo(imp(), [&](const VantrelDaemonInfo& info) { text = VantrelKeptText::keep(info.getHostUUID()); });
+    return text;
+}
+
+const char* VantrelServerHandle::getHostName() const {
+    const char* text = nullptr;
+    readInfo(imp(), [&](const VantrelDaemonInfo& info) { text = VantrelKeptText::keep(info.getHostName()); });
+    return text;
+}
+
+bool VantrelServerHandle::getStorageId(VantrelStr& storageId) const {
+    return readInfo(imp(), [&](const VantrelDaemonInfo& info) { storageId = info.getStorageId(); });
+}
+
+bool VantrelServerHandle::getDisplayName(VantrelStr& displayName) const {
+    return readInfo(imp(), [&](const VantrelDaemonInfo& info) { displayName = info.getDisplayName(); });
+}
+
+bool VantrelServerHandle::getInfo(VantrelServerInfo& out) const {
+    return readInfo(imp(), [&](const VantrelDaemonInfo& info) { out = info; });
+}
+
+bool VantrelServerHandle::isDatabase(const char* name) const {
+    bool same = false;
+    readInfo(imp(), [&](const VantrelDaemonInfo& info) {
+        same = name && std::strcmp(info.getDatabase(), name) == 0;
+    });
+    return same;
+}
+
+bool VantrelServerHandle::getVendor(VantrelStr& vendor) const {
+    VantrelServerImp* server = imp();
+    return server && server->nodeRequest([&](VantrelNodeClientAPI& client) {
+        std::string text;
+        if (!client.queryNodePlugInVendor(text)) return false;
+        vendor = text.c_str();
+        return true;
+    });
+}
+
+bool VantrelServerHandle::getProduct(VantrelStr& product) const {
+    VantrelServerImp* server = imp();
+    return server && server->nodeRequest([&](VantrelNodeClientAPI& client) {
+        std::string text;
+        if (!client.queryNodePlugInProduct(text)) return false;
+        product = text.c_str();
+        return true;
+    });
+}
+
+bool VantrelServerHandle::getVersion(int& major, int& minor) const {
+    VantrelServerImp* server = imp();
+    return server && server->nodeRequest([&](VantrelNodeClientAPI& client) {
+        return client.queryNodePlugInVersion(major, minor);
+    });
+}
+
+bool VantrelServerHandle::getProtocolVersion(int& major, int& minor) const {
+    return readInfo(imp(), [&](const VantrelDaemonInfo& info) {
+        major = info.getVersionMajor();
+        minor = info.getVersionMinor();
+    });
+}
+
+bool VantrelServerHandle::compareVersion(bool& atLeast, int a, int b, int c, int d) const {
+    return readInfo(imp(), [&](const VantrelDaemonInfo& info) {
+        atLeast = VantrelVersion::ofProtocol(info) >= VantrelVersion{a, b, c, d};
+    });
+}
+
+bool VantrelServerHandle::compareProductVersion(bool& atLeast, int major, int minor, int maintenance,
+                                                int build) const {
+    return readInfo(imp(), [&](const VantrelDaemonInfo& info) {
+        atLeast = VantrelVersion::ofProduct(info) >= VantrelVersion{major, minor, maintenance, build};
+    });
+}
+
+// --- Nodes ---
+
+bool VantrelServerHandle::getRootNode(VantrelNodeHandle& node) const {
+    VantrelServerImp* server = imp();
+    VantrelNodeId root;
+    if (!server || !node.imp() ||
+        !server->nodeRequest([&](VantrelNodeClientAPI& client) { return client.getRootNode(root); })) {
+        return false;
+    }
+    node.setServer(*this);
+    node.setNodeId(root);
+    return true;
+}
+
+// --- Frames ---
+
+bool VantrelServerHandle::readFrame(const char* frameId, void* buffer, unsigned long size,
+                                    const char* readAheadId1, const char* readAheadId2) const {
+    return readFrame(frameId, nullptr, 0, buffer, size, readAheadId1, readAheadId2);
+}
+
+bool VantrelServerHandle::readFrame(const char* frameId, const void* request, unsigned long requestSize,
+                                    void* buffer, unsigned long size, const char* readAheadId1,
+                                    const char* readAheadId2) const {
+    VantrelServerImp* server = imp();
+    return server && server->frameRequest([&](VantrelFrameClientAPI& client) {
+        client.readFrame(frameId, buffer, size, request, requestSize, readAheadId1, readAheadId2);
+    });
+}
+
+bool VantrelServerHandle::writeFrame(const char* frameId, const void* data, unsigned long size) const {
+    VantrelServerImp* server = imp();
+    return server && server->frameRequest(
+                         [&](VantrelFrameClientAPI& client) { client.writeFrame(frameId, data, size); });
+}
+
+bool VantrelServerHandle::readStream(const char* streamId, void* buffer, unsigned long size,
+                                     unsigned long position, unsigned long elementSize,
+                                     unsigned long& count) const {
+    VantrelServerImp* server = imp();
+    return server && server->requireVersion(VantrelServerFeatures::STREAMS, Vantrel::coErrorText(EACCES)) &&
+           server->frameRequest([&](VantrelFrameClientAPI& client) {
+               client.readStream(streamId, buffer, size, position, elementSize, count);
+           });
+}
+
+bool VantrelServerHandle::pushStream(const char* remoteName, const char* localPath) const {
+    VantrelServerImp* server = imp();
+    return server && server->requireVersion(VantrelServerFeatures::STREAMS, Vantrel::coErrorText(EACCES)) &&
+           server->frameRequest([&](VantrelFrameClientAPI& client) {
+               client.pushFile(remoteName, localPath ? localPath : "");
+           });
+}
+
+bool VantrelServerHandle::pullStream(const char* remoteName, const char* localPath) const {
+    VantrelServerImp* server = imp();
+    return server && server->requireVersion(VantrelServerFeatures::STREAMS, Vantrel::coErrorText(EACCES)) &&
+           server->frameRequest([&](VantrelFrameClientAPI& client) {
+               client.pullFile(remoteName, localPath ? localPath : "");
+           });
+}
+
+bool VantrelServerHandle::invalidateCache() const {
+    VantrelServerImp* server = imp();
+    VantrelVersion version{};
+    if (!server || !server->protocolVersion(version)) return false;
+    if (!(version >= VantrelServerFeatures::INVALIDATE_CACHE)) return true;
+    return server->frameRequest([](VantrelFrameClientAPI& client) { client.invalidateCache(); });
+}

@@ -1,0 +1,109 @@
+#include "VantrelServerImp.h"
+
+#include <exception>
+#include <utility>
+
+#include "CoException.h"
+#include "VantrelInitCounter.h"
+
+VantrelServerImp::VantrelServerImp(const VantrelServerId& serverId) : serverId_(serverId), rawData_(*this) {
+    serverId_.getId();  // builds its text now, so that threads may read it at the same time later
+}
+
+bool VantrelServerImp::init() {
+    if (!VantrelInitCounter::handlesMayWork()) {
+        setLastError(VantrelInitCounter::NOT_INITIALIZED);
+        return false;
+    }
+    if (initialized_) return true;
+    const Lock lock(*this);
+    if (initialized_) return true;
+    try {
+        connection_.reset(&serverId_);
+    } catch (const std::exception& error) {
+        lastError_ = error.what();
+        return false;
+    }
+    baseClient_ = std::make_unique<VantrelBaseClientAPI>(*connection_.get());
+    nodeClient_ = std::make_unique<VantrelNodeClientAPI>(*connection_.get());
+    initialized_ = true;
+    return true;
+}
+
+VantrelClientConnection* VantrelServerImp::connectionNow() const {
+    return initialized_ ? connection_.get() : nullptr;
+}
+
+bool VantrelServerImp::isConnected() const {
+    const VantrelClientConnection* connection = connectionNow();
+    return connection && connection->isConnected();
+}
+
+void VantrelServerImp::disconnect() {
+    stop(nullptr);  // whoever is in a call leaves it, and the lock
+    const Lock lock(*this);
+    rawData_.disconnect();
+    if (VantrelClientConnection* connection = connectionNow()) connection->disconnect();
+}
+
+void VantrelServerImp::stop(const char* reason) {
+    if (VantrelClientConnection* connection = connectionNow()) connection->stop(reason);
+    rawData_.stop();
+}
+
+std::string VantrelServerImp::lastErrorText() const {
+    const Lock lock(*this);
+    return lastError_;
+}
+
+void VantrelServerImp::setLastError(std::string text) {
+    const Lock lock(*this);
+    lastError_ = std::move(text);
+}
+
+bool VantrelServerImp::ping(unsigned retryTimeoutMs) {
+    return request(&VantrelServerImp::baseClient_,
+                   [retryTimeoutMs](VantrelBaseClientAPI& client) { return client.ping(retryTimeoutMs); });
+}
+
+std::shared_ptr<const VantrelDaemonInfo> VantrelServerImp::daemonInfo() {
+    const Lock lock(*this);
+    const bool ok = request(&VantrelServerImp::baseClient_, [this](VantrelBaseClientAPI& client) {
+        // The first answer may be the connection's; one that went stale is not asked of it again.
+        return client.getDaemonInfo(daemonInfo_, daemonInfo_ && daemonInfoStale_);
+    });
+    daemonInfoStale_ = !ok;
+    return ok ? daemonInfo_ : nullptr;
+}
+
+bool VantrelServerImp::protocolVersion(VantrelVersion& version) {
+    const auto info = daemonInfo();
+    if (info) version = VantrelVersion::ofProtocol(*info);
+    return info != nullptr;
+}
+
+bool VantrelServerImp::requireVersion(const VantrelVersion& needed, const std::string& refusal) {
+    VantrelVersion version{};
+    if (!protocolVersion(version)) return false;
+    if (version >= needed) return true;
+    setLastError(refusal);
+    return false;
+}
+
+bool VantrelServerImp::getDaemonInfo(const VantrelDaemonInfo*& info) {
+    if (!daemonInfo()) return false;
+    info = daemonInfo_.get();
+    return true;
+}
+
+VantrelFrameClientAPI& VantrelServerImp::frameApi() {
+    if (!init()) throw Vantrel::CoException(lastError_);
+    if (!frameClient_) {
+        const auto info = daemonInfo();
+        if (!info) throw Vantrel::CoException(lastError_);
+        frameClient_ = std::make_unique<VantrelFrameClientAPI>(
+            rawData_,
+            VantrelVersion::ofProtocol(*info) >= VantrelServerFeatures::READ_WITHOUT_ACKNOWLEDGEMENT);
+    }
+    return *frameClient_;
+}
