@@ -1,0 +1,280 @@
+#include "NodeStore.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <optional>
+
+#include "CoException.h"
+#include "ServerLimits.h"
+#include "TemporaryDirectory.h"
+
+namespace vantreld {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+/// The text of the CoException that `action` throws; empty when it throws none.
+template <typename Action>
+std::string failureOf(Action action) {
+    try {
+        action();
+    } catch (const Vantrel::CoException& error) {
+        return error.what();
+    }
+    return {};
+}
+
+class NodeStoreTest : public testing::Test {
+  protected:
+    NodeStoreTest() { reopen(); }
+
+    void reopen() {
+        store_.reset();
+        store_.emplace(directory_.path());
+    }
+    NodeStore& store() { return *store_; }
+
+    std::string create(const std::string& parent, const std::string& type, const std::string& name) {
+        NodeStore::NewNode node;
+        node.type = type;
+        node.displayName = name;
+        node.format = type == "CLIP" ? "w 1 7" : "";
+        return store().create(parent, node);
+    }
+    std::string createLibrary() {
+        const std::string project = create(create(store().rootId(), "VOLUME", "v"), "PROJECT", "p");
+        return create(project, "LIBRARY", "l");
+    }
+    std::string createClip(std::int64_t frames) {
+        const std::string clip = create(createLibrary(), "CLIP", "c");
+        store().setNumFrames(clip, frames);
+        return clip;
+    }
+    void write(const std::string& frame, const std::string& content) {
+        const auto file = store().beginFrame(frame);
+        file->write(content.data(), content.size());
+        store().commitFrame(frame, *file);
+    }
+    std::string read(const std::string& frame) {
+        const ReadableFile file = store().openFrame(frame);
+        std::string content(file.size, '\0');
+        EXPECT_EQ(::read(file.fd.get(), content.data(), content.size()),
+                  static_cast<ssize_t>(content.size()));
+        return content;
+    }
+    std::size_t frameFiles() const {
+        const std::filesystem::directory_iterator files(directory_.path("frames"));
+        return static_cast<std::size_t>(std::distance(begin(files), end(files)));
+    }
+
+    Vantrel::TemporaryDirectory directory_;
+    std::optional<NodeStore> store_;
+};
+
+TEST_F(NodeStoreTest, everythingIsThereAgainAfterReopening) {
+    const std::string clip = createClip(2);
+    store().setMetaData(clip, "XML", "<a/>");
+    write(store().frameIds(clip)[1], "pixels");
+    const std::string storageId = store().storageId();
+    const std::string library = store().parentId(clip);
+    reopen();
+    EXPECT_EQ(store().storageId(), storageId);
+    EXPECT_EQ(store().node(clip).type, "CLIP");
+    EXPECT_EQ(store().parentId(clip), library);
+    EXPECT_EQ(store().metaData(clip, "XML"), "<a/>");
+    EXPECT_EQ(store().metaData(clip, "BLOB"), "");
+    EXPECT_EQ(store().clipFormat(clip), "w 1 7");
+    ASSERT_EQ(store().frameIds(clip).size(), 2u);
+    EXPECT_EQ(read(store().frameIds(clip)[1]), "pixels");
+}
+
+TEST_F(NodeStoreTest, aSecondServerIsKeptOut) {
+    EXPECT_THAT(failureOf([&] { NodeStore second(directory_.path()); }),
+                HasSubstr("is in use by another server."));
+}
+
+TEST_F(NodeStoreTest, displayNamesAreKeptByteForByte) {
+    const std::string parent = store().rootId();
+    const std::string names[] = {"a,b",
+                                 "say \"hi\"",
+                                 "two\nlines\tand\ttabs",
+                                 "back\\slash",
+                                 "\xff\xfe\x80",
+                                 "/",
+                                 " ",
+                                 "'; DROP TABLE nodes; --",
+                                 std::string(MAX_DISPLAY_NAME_BYTES, 'x')};
+    for (const std::string& name : names)
+        EXPECT_EQ(store().node(create(parent, "VOLUME", name)).displayName, name);
+    reopen();
+    const auto children = store().children(parent);
+    ASSERT_EQ(children.size(), std::size(names));
+    for (std::size_t i = 0; i < children.size(); ++i) EXPECT_EQ(children[i].displayName, names[i]);
+}
+
+TEST_F(NodeStoreTest, displayNamesThatCannotBeKeptAreRefusedEverywhere) {
+    const std::string volume = create(store().rootId(), "VOLUME", "v");
+    for (const std::string& name :
+         {std::string(), std::string("a\0b", 3), std::string(MAX_DISPLAY_NAME_BYTES + 1, 'x')}) {
+        EXPECT_NE(failureOf([&] { create(volume, "PROJECT", name); }), "");
+        EXPECT_NE(failureOf([&] { store().rename(volume, name); }), "");
+    }
+    EXPECT_TRUE(store().children(volume).empty());
+    EXPECT_EQ(store().node(volume).displayName, "v");
+}
+
+TEST_F(NodeStoreTest, nodeIdsHaveOneSpellingAndAreNeverUsedAgain) {
+    const std::string gone = create(store().rootId(), "VOLUME", "v");
+    store().destroy(gone);
+    EXPECT_NE(create(store().rootId(), "VOLUME", "v"), gone);
+    const std::string root = store().rootId();
+    for (const std::string& id :
+         {gone, std::string(), root + " ", root + ",", "N" + root.substr(1), root.substr(1),
+          "n0" + root.substr(1), std::string("n-1"), std::string("n99999999999999999999")}) {
+        EXPECT_EQ(failureOf([&] { store().node(id); }), "Node '" + id + "' does not exist.");
+    }
+    EXPECT_EQ(root.find_first_of(" ,\"\\"), std::string::npos);
+}
+
+TEST_F(NodeStoreTest, theRootStays) {
+    const std::string root = store().rootId();
+    EXPECT_EQ(failureOf([&] { store().destroy(root); }), "The root node cannot be destroyed.");
+    EXPECT_EQ(failureOf([&] { store().rename(root, "x"); }), "The root node cannot be renamed.");
+    EXPECT_EQ(failureOf([&] { store().parentId(root); }), "The root node has no parent.");
+}
+
+TEST_F(NodeStoreTest, aParentRefusesWhatDoesNotBelongUnderIt) {
+    const std::string library = createLibrary();
+    EXPECT_EQ(failureOf([&] { create(library, "VOLUME", "x"); }),
+              "Cannot create 'x' under node '" + library + "': a LIBRARY accepts no VOLUME.");
+    EXPECT_EQ(failureOf([&] { store().duplicate(store().rootId(), library, "x"); }),
+              "Cannot create 'x' under node '" + store().rootId() + "': a HOST accepts no LIBRARY.");
+    EXPECT_TRUE(store().children(library).empty());
+}
+
+TEST_F(NodeStoreTest, destroyingTakesTheSubtreeAndItsFilesAndNothingElse) {
+    const std::string library = createLibrary();
+    const std::string keptClip = create(library, "CLIP", "kept");
+    const std::string folder = create(library, "FOLDER", "f");
+    const std::string clip = create(create(folder, "REEL", "r"), "CLIP", "c");
+    for (const std::string& each : {keptClip, clip}) {
+        store().setNumFrames(each, 1);
+        store().setMetaData(each, "XML", each);
+        write(store().frameIds(each)[0], each);
+    }
+    const std::string frame = store().frameIds(clip)[0];
+    store().destroy(folder);
+    EXPECT_NE(failureOf([&] { store().node(clip); }), "");
+    EXPECT_EQ(failureOf([&] { store().openFrame(frame); }), "Frame '" + frame + "' does not exist.");
+    EXPECT_EQ(store().children(library).size(), 1u);
+    EXPECT_EQ(read(store().frameIds(keptClip)[0]), keptClip);
+    EXPECT_EQ(store().metaData(keptClip, "XML"), keptClip);
+    EXPECT_EQ(frameFiles(), 1u);
+}
+
+TEST_F(NodeStoreTest, aDuplicateIsIndependentOfItsSource) {
+    const std::string library = createLibrary();
+    const std::string folder = create(library, "FOLDER", "f");
+    const std::string clip = create(folder, "CLIP", "c");
+    store().setNumFrames(clip, 2);
+    store().setMetaData(clip, "XML", "<x/>");
+    write(store().frameIds(clip)[0], "one");
+    // Below its own source: the copy must not copy itself.
+    const std::string copy = store().duplicate(folder, folder, "copy");
+    EXPECT_EQ(store().node(copy).displayName, "copy");
+    ASSERT_EQ(store().children(copy).size(), 1u);
+    const std::string clipCopy = store().children(copy)[0].id;
+    EXPECT_EQ(store().metaData(clipCopy, "XML"), "<x/>");
+    write(store().frameIds(clip)[0], "two");
+    EXPECT_EQ(read(store().frameIds(clipCopy)[0]), "one");
+    store().destroy(clip);
+    EXPECT_EQ(read(store().frameIds(clipCopy)[0]), "one");
+    EXPECT_EQ(frameFiles(), 1u);
+    EXPECT_EQ(store().node(store().duplicate(library, clipCopy, "")).displayName, "c");
+}
+
+TEST_F(NodeStoreTest, theNumberOfFramesIsTheTotalThatWasSet) {
+    const std::string clip = createClip(3);
+    const auto ids = store().frameIds(clip);
+    write(ids[0], "0");
+    write(ids[2], "2");
+    store().setNumFrames(clip, 5);
+    ASSERT_EQ(store().frameIds(clip).size(), 5u);
+    EXPECT_EQ(read(store().frameIds(clip)[2]), "2");
+    store().setNumFrames(clip, 1);
+    EXPECT_THAT(store().frameIds(clip), ElementsAre(ids[0]));
+    EXPECT_EQ(frameFiles(), 1u);
+    store().setNumFrames(clip, 3);
+    EXPECT_EQ(failureOf([&] { store().openFrame(ids[2]); }), "Frame '" + ids[2] + "' has not been written.");
+    EXPECT_EQ(read(ids[0]), "0");
+    for (const std::int64_t count : {std::int64_t(-1), MAX_CLIP_FRAMES + 1, INT64_MAX, INT64_MIN})
+        EXPECT_THAT(failureOf([&] { store().setNumFrames(clip, count); }), HasSubstr(std::to_string(count)));
+    EXPECT_EQ(store().frameIds(clip).size(), 3u);
+}
+
+TEST_F(NodeStoreTest, anUnfinishedWriteLeavesTheEarlierFrameAndNoFile) {
+    const std::string clip = createClip(1);
+    const std::string frame = store().frameIds(clip)[0];
+    write(frame, "earlier");
+    { store().beginFrame(frame)->write("half", 4); }
+    EXPECT_EQ(read(frame), "earlier");
+    EXPECT_EQ(frameFiles(), 1u);
+    // What a killed server leaves goes at the next start.
+    directory_.write("frames/0123456789abcdef", "half");
+    reopen();
+    EXPECT_EQ(read(frame), "earlier");
+    EXPECT_EQ(frameFiles(), 1u);
+}
+
+TEST_F(NodeStoreTest, aFrameThatVanishesDuringItsWriteIsNotBroughtBack) {
+    const std::string clip = createClip(2);
+    const std::string frame = store().frameIds(clip)[1];
+    {
+        const auto content = store().beginFrame(frame);
+        store().setNumFrames(clip, 1);
+        EXPECT_EQ(failureOf([&] { store().commitFrame(frame, *content); }),
+                  "Frame '" + frame + "' does not exist.");
+    }
+    EXPECT_EQ(frameFiles(), 0u);
+}
+
+TEST_F(NodeStoreTest, anOpenFrameOutlivesItsOverwriting) {
+    const std::string clip = createClip(1);
+    const std::string frame = store().frameIds(clip)[0];
+    write(frame, "old");
+    const ReadableFile file = store().openFrame(frame);
+    write(frame, "new content");
+    char content[4] = {};
+    ASSERT_EQ(::read(file.fd.get(), content, 3), 3);
+    EXPECT_STREQ(content, "old");
+    EXPECT_EQ(read(frame), "new content");
+    EXPECT_EQ(frameFiles(), 1u);
+}
+
+TEST_F(NodeStoreTest, linkedFramesStayWithinTheFileFolder) {
+    const std::string clip = createClip(0);
+    directory_.write("files/in.raw", "linked");
+    directory_.write("out.raw", "secret");
+    const std::string root = std::filesystem::canonical(directory_.path());
+    const std::vector<std::string> paths = {"in.raw",     root + "/files/in.raw", "",
+                                            "../out.raw", root + "/out.raw",      root + "/files/../out.raw",
+                                            "missing"};
+    store().setFramePaths(clip, paths);
+    EXPECT_EQ(store().framePaths(clip), paths);
+    const auto ids = store().frameIds(clip);
+    ASSERT_EQ(ids.size(), paths.size());
+    EXPECT_EQ(read(ids[0]), "linked");
+    EXPECT_EQ(read(ids[1]), "linked");
+    for (std::size_t i = 2; i < ids.size(); ++i)
+        EXPECT_NE(failureOf([&] { store().openFrame(ids[i]); }), "") << i;
+    write(ids[3], "own");
+    EXPECT_EQ(read(ids[3]), "own");
+    EXPECT_EQ(directory_.read("out.raw"), "secret");
+}
+
+}  // namespace
+}  // namespace vantreld

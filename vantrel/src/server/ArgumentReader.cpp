@@ -1,0 +1,68 @@
+#include "ArgumentReader.h"
+
+#include <charconv>
+
+#include "CoException.h"
+#include "CoMsg.h"
+#include "rcParam.h"
+
+namespace vantreld {
+
+using Vantrel::CoException;
+using Vantrel::coFormat;
+
+namespace {
+
+constexpr char QUOTE = '"';
+
+/// Length of the piece that `text` begins with.
+std::size_t pieceLength(std::string_view text) {
+    bool quoted = false;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (c == '\\' && i + 1 < text.size() && (text[i + 1] == QUOTE || text[i + 1] == '\\')) {
+            ++i;
+        } else if (c == QUOTE) {
+            quoted = !quoted;
+        } else if (c == ' ' && !quoted) {
+            return i;
+        }
+    }
+    return text.size();
+}
+
+std::string decoded(std::string_view piece) {
+    if (!piece.empty() && piece.front() == QUOTE) return Vantrel::rcParamEscapedStringToString(piece);
+    return std::string(piece);
+}
+
+}  // namespace
+
+std::string ArgumentReader::next(const char* what) {
+    if (ended_) throw CoException(coFormat("Missing %s parameter: %s", command_, what));
+    const std::size_t length = pieceLength(rest_);
+    const std::string_view piece = rest_.substr(0, length);
+    ended_ = length == rest_.size();
+    rest_.remove_prefix(ended_ ? length : length + 1);
+    return decoded(piece);
+}
+
+int ArgumentReader::nextInt(const char* what) {
+    return parseIntParameter(command_, what, next(what));
+}
+
+std::string nodeIdArgument(const std::string& argument) {
+    return decoded(argument);
+}
+
+int parseIntParameter(const char* command, const char* what, std::string_view text) {
+    int number = 0;
+    const char* end = text.data() + text.size();
+    const auto parsed = std::from_chars(text.data(), end, number);
+    if (parsed.ec != std::errc() || parsed.ptr != end)
+        throw CoException(coFormat("Invalid %s parameter: %s is '%.64s', not a number.", command, what,
+                                   std::string(text).c_str()));
+    return number;
+}
+
+}  // namespace vantreld

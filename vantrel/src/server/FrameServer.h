@@ -1,0 +1,59 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "CoIoTcpServerDescriptor.h"
+#include "CoThread.h"
+#include "FrameSession.h"
+#include "NodeStore.h"
+#include "ServerLimits.h"
+#include "ServerOptions.h"
+#include "StorageFile.h"
+
+namespace vantreld {
+
+/// The frame port: accepts connections on a thread of its own and serves each on one more. It serves from its
+/// construction to its destruction, which ends every connection. Thread-safe.
+class FrameServer {
+  public:
+    static constexpr unsigned DEFAULT_STALL_TIMEOUT_MS = 60000;
+
+    struct Settings {
+        int port = 0;             ///< 0: any free one
+        std::string bindAddress;  ///< empty: every address
+        VantrelVersion version = DEFAULT_PROTOCOL_VERSION;
+        /// A transfer that moves no byte for so long ends its connection.
+        unsigned stallTimeoutMs = DEFAULT_STALL_TIMEOUT_MS;
+        /// Connections beyond are closed at once, with a logged warning.
+        std::size_t maxConnections = MAX_FRAME_CONNECTIONS;
+    };
+
+    /// Throws CoException when it cannot listen. `store` must outlive it.
+    FrameServer(NodeStore& store, const Settings& settings);
+    FrameServer(const FrameServer&) = delete;
+    FrameServer& operator=(const FrameServer&) = delete;
+    ~FrameServer();
+
+    int port() const { return listener_.getPort(); }
+
+  private:
+    struct Connection;
+
+    void acceptConnections();
+    void addConnection(UniqueFd socket);
+    void reapFinished();
+    void wake();
+
+    NodeStore& store_;
+    const Settings settings_;
+    Vantrel::CoIoTcpServerDescriptor listener_;
+    UniqueFd wakeUp_;
+    std::atomic<bool> stopped_{false};
+    std::vector<std::unique_ptr<Connection>> connections_;  ///< of the accepting thread
+    std::unique_ptr<Vantrel::CoThread> acceptor_;           ///< last: it uses all the others
+};
+
+}  // namespace vantreld

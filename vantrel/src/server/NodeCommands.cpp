@@ -1,0 +1,278 @@
+#include "NodeCommands.h"
+
+#include <utility>
+
+#include "ArgumentReader.h"
+#include "CoException.h"
+#include "CoMsg.h"
+#include "NodeStreams.h"
+#include "VantrelClipFormatCodec.h"
+#include "VantrelNodeInterface.h"
+#include "VantrelNodeTypes.h"
+#include "rcAttrStream.h"
+
+namespace vantreld {
+
+using Vantrel::CoException;
+using Vantrel::coFormat;
+using Vantrel::rcAttrStream;
+
+namespace {
+
+constexpr VantrelVersion ALWAYS{0, 0, 0, 0};
+
+constexpr const char* METADATA_STREAMS[] = {"XML", "BLOB"};
+
+void checkMetaDataStream(const std::string& stream) {
+    for (const char* supported : METADATA_STREAMS) {
+        if (stream == supported) return;
+    }
+    throw CoException(coFormat("Metadata stream '%.64s' is not supported.", stream.c_str()));
+}
+
+/// The extended type, by name or number, of a node to be created.
+std::string requestedType(int nodeType, const std::string& extendedType, const std::string& displayName) {
+    const bool isClip = nodeType == VantrelNodeInterface::CLIP;
+    if (extendedType.empty() && isClip) return "CLIP";
+    const std::string_view type = vantrelFindNodeType(extendedType);
+    if (type.empty())
+        throw CoException(coFormat("Cannot create '%.128s': unknown node type '%.64s'.", displayName.c_str(),
+                                   extendedType.c_str()));
+    if (isClip && !vantrelIsClipNodeType(type))
+        throw CoException(coFormat("Cannot create clip '%.128s': a %s is not a clip.", displayName.c_str(),
+                                   std::string(type).c_str()));
+    return std::string(type);
+}
+
+std::string formatText(const VantrelClipFormat& format) {
+    rcAttrStream stream;
+    Vantrel::VantrelClipFormatCodec::toStream(format, stream);
+    return stream.text();
+}
+
+}  // namespace
+
+namespace Features = VantrelServerFeatures;
+
+const NodeCommands::Command NodeCommands::COMMANDS[] = {
+    {"GetDaemonInfo", ALWAYS, &NodeCommands::getDaemonInfo},
+    {"Ping", ALWAYS, &NodeCommands::ping},
+    {"QueryVersion", ALWAYS, &NodeCommands::queryVersion},
+    {"QueryNodePlugInVendor", ALWAYS, &NodeCommands::queryVendor},
+    {"QueryNodePlugInProduct", ALWAYS, &NodeCommands::queryProduct},
+    {"QueryNodePlugInVersion", ALWAYS, &NodeCommands::queryProductVersion},
+    {"GetStorageId", ALWAYS, &NodeCommands::getStorageId},
+    {"GetRootNode", ALWAYS, &NodeCommands::getRootNode},
+    {"GetParentNode", ALWAYS, &NodeCommands::getParentNode},
+    {"GetChildren", ALWAYS, &NodeCommands::getChildren},
+    {"GetChildrenEx", Features::CHILDREN_EX, &NodeCommands::getChildrenEx},
+    {"GetDisplayName", ALWAYS, &NodeCommands::getDisplayName},
+    {"GetDisplayNameEx", Features::CHILDREN_EX, &NodeCommands::getDisplayNameEx},
+    {"GetNodeType", ALWAYS, &NodeCommands::getNodeType},
+    {"GetNodeTypeStr", ALWAYS, &NodeCommands::getNodeTypeStr},
+    {"CanCreateNode", Features::CAN_CREATE_NODE, &NodeCommands::canCreateNode},
+    {"CreateNode", Features::SET_METADATA, &NodeCommands::createNode},
+    {"CreateNodeEx", Features::CREATE_NODE_EX, &NodeCommands::createNodeEx},
+    {"RenameNode", ALWAYS, &NodeCommands::renameNode},
+    {"DuplicateNode", Features::DUPLICATE_NODE, &NodeCommands::duplicateNode},
+    {"DestroyNode", ALWAYS, &NodeCommands::destroyNode},
+    {"QueryMetaDataSupport", ALWAYS, &NodeCommands::queryMetaDataSupport},
+    {"GetMetaData", ALWAYS, &NodeCommands::getMetaData},
+    {"SetMetaData", Features::SET_METADATA, &NodeCommands::setMetaData},
+    {"GetClipFormat", ALWAYS, &NodeCommands::getClipFormat},
+    {"GetClipFormatEx", Features::CLIP_FORMAT_EX, &NodeCommands::getClipFormatEx},
+    {"GetFrames", ALWAYS, &NodeCommands::getFrames},
+    {"GetFramesEx", Features::FRAMES_EX, &NodeCommands::getFramesEx},
+    {"AllocateFrames", ALWAYS, &NodeCommands::allocateFrames},
+    {"AllocateFramesEx", Features::FRAMES_EX, &NodeCommands::allocateFramesEx},
+    {"GetFramePaths", ALWAYS, &NodeCommands::getFramePaths},
+    {"GetFramePathsEx", Features::FRAME_PATHS_EX, &NodeCommands::getFramePathsEx},
+    {"SetFramePaths", Features::LINK_TO_FRAMES, &NodeCommands::setFramePaths},
+    {"SetFramePathsEx", Features::FRAME_PATHS_EX, &NodeCommands::setFramePathsEx},
+    {"GetStreamId", Features::STREAMS, &NodeCommands::getStreamId},
+    {"GetNbReadAheads", Features::READ_AHEADS, &NodeCommands::getNbReadAheads},
+};
+
+NodeCommands::NodeCommands(NodeStore& store, VantrelVersion version,
+                           std::function<VantrelDaemonInfo()> daemonInfo)
+    : store_(store), version_(version), daemonInfo_(std::move(daemonInfo)) {}
+
+std::vector<std::string> NodeCommands::names() const {
+    std::vector<std::string> names;
+    for (const Command& command : COMMANDS) {
+        if (version_ >= command.since) names.emplace_back(command.name);
+    }
+    return names;
+}
+
+std::string NodeCommands::call(std::string_view name, const std::string& argument) {
+    for (const Command& command : COMMANDS) {
+        if (name == command.name && version_ >= command.since) return (this->*command.handler)(argument);
+    }
+    throw CoException("Unknown method: " + std::string(name));
+}
+
+// --- The server -----------------------------------------------------------------------------------------
+
+std::string NodeCommands::getDaemonInfo(const std::string&) {
+    return daemonInfo_().toAttrStream().text();
+}
+
+std::string NodeCommands::ping(const std::string&) {
+    return {};
+}
+
+std::string NodeCommands::queryVersion(const std::string&) {
+    return coFormat("%d %d", version_.major, version_.minor);
+}
+
+std::string NodeCommands::queryVendor(const std::string&) {
+    return daemonInfo_().getVendor();
+}
+
+std::string NodeCommands::queryProduct(const std::string&) {
+    return daemonInfo_().getProduct();
+}
+
+std::string NodeCommands::queryProductVersion(const std::string&) {
+    const VantrelDaemonInfo info = daemonInfo_();
+    return coFormat("%d %d", info.getProductVersionMajorNumber(), info.getProductVersionMinorNumber());
+}
+
+std::string NodeCommands::getStorageId(const std::string&) {
+    return daemonInfo_().getStorageId();
+}
+
+// --- The tree -------------------------------------------------------------------------------------------
+
+std::string NodeCommands::getRootNode(const std::string&) {
+    return store_.rootId();
+}
+
+std::string NodeCommands::getParentNode(const std::string& argument) {
+    const StreamArgument stream("GetParentNode", argument);
+    return store_.parentId(stream.text("Node"));
+}
+
+std::string NodeCommands::getChildren(const std::string& argument) {
+    return commaChildren(store_.children(nodeIdArgument(argument)));
+}
+
+std::string NodeCommands::getChildrenEx(const std::string& argument) {
+    return streamChildren(store_.children(argument));
+}
+
+std::string NodeCommands::getDisplayName(const std::string& argument) {
+    return store_.node(nodeIdArgument(argument)).displayName;
+}
+
+std::string NodeCommands::getDisplayNameEx(const std::string& argument) {
+    return store_.node(argument).displayName;
+}
+
+std::string NodeCommands::getNodeType(const std::string& argument) {
+    const std::string type = store_.node(nodeIdArgument(argument)).type;
+    const bool isClip = vantrelIsClipNodeType(type);
+    return coFormat("%d %d", isClip ? VantrelNodeInterface::CLIP : VantrelNodeInterface::CONTAINER,
+                    vantrelNodeTypeNumber(type));
+}
+
+std::string NodeCommands::getNodeTypeStr(const std::string& argument) {
+    return store_.node(nodeIdArgument(argument)).type;
+}
+
+std::string NodeCommands::canCreateNode(const std::string& argument) {
+    const StreamArgument stream("CanCreateNode", argument);
+    const NodeStore::Node parent = store_.node(stream.text("Node"));
+    const std::string_view type = vantrelFindNodeType(stream.text("ExtendedType"));
+    return vantrelNodeTypeAccepts(parent.type, type) ? "TRUE" : "FALSE";
+}
+
+std::string NodeCommands::createNode(const std::string& argument) {
+    ArgumentReader pieces("CreateNode", argument);
+    const std::string parent = pieces.next("parent");
+    NodeStore::NewNode node;
+    node.displayName = pieces.next("name");
+    const int nodeType = pieces.nextInt("type");
+    node.type = requestedType(nodeType, pieces.next("extended type"), node.displayName);
+    if (vantrelIsClipNodeType(node.type)) {
+        VantrelClipFormat format;
+        std::string error;
+        if (!Vantrel::VantrelClipFormatCodec::fromRequestText(pieces.rest(), format, error))
+            throw CoException(error);
+        node.format = formatText(format);
+    }
+    return store_.create(parent, node);
+}
+
+std::string NodeCommands::createNodeEx(const std::string& argument) {
+    const StreamArgument stream("CreateNodeEx", argument);
+    NodeStore::NewNode node;
+    node.displayName = stream.text("Displ");
+    node.type = requestedType(stream.number("Type"), stream.textOrEmpty("ExType"), node.displayName);
+    if (vantrelIsClipNodeType(node.type)) node.format = formatText(stream.clipFormat());
+    node.stream = stream.textOrEmpty("Stream");
+    node.metaData = stream.textOrEmpty("Meta");
+    if (!node.stream.empty()) checkMetaDataStream(node.stream);
+    return store_.create(stream.text("Parent"), node);
+}
+
+std::string NodeCommands::renameNode(const std::string& argument) {
+    const StreamArgument stream("RenameNode", argument);
+    const std::string id = stream.text("Node");
+    store_.rename(id, stream.text("Displ"));
+    return id;
+}
+
+std::string NodeCommands::duplicateNode(const std::string& argument) {
+    const StreamArgument stream("DuplicateNode", argument);
+    return store_.duplicate(stream.text("ParentNodeId"), stream.text("DupeNodeId"),
+                            stream.textOrEmpty("DisplayName"));
+}
+
+std::string NodeCommands::destroyNode(const std::string& argument) {
+    store_.destroy(nodeIdArgument(argument));
+    return {};
+}
+
+// --- Metadata and formats -------------------------------------------------------------------------------
+
+std::string NodeCommands::queryMetaDataSupport(const std::string& argument) {
+    store_.node(nodeIdArgument(argument));
+    std::string streams;
+    for (const char* stream : METADATA_STREAMS) streams += (streams.empty() ? "" : ",") + std::string(stream);
+    return streams;
+}
+
+std::string NodeCommands::getMetaData(const std::string& argument) {
+    // What a stream holds is the application's: it is given back whole, whatever the filter and the depth.
+    ArgumentReader pieces("GetMetaData", argument);
+    const std::string id = pieces.next("node");
+    const std::string stream = pieces.next("stream");
+    checkMetaDataStream(stream);
+    return store_.metaData(id, stream);
+}
+
+std::string NodeCommands::setMetaData(const std::string& argument) {
+    ArgumentReader pieces("SetMetaData", argument);
+    const std::string id = pieces.next("node");
+    const std::string stream = pieces.next("stream");
+    checkMetaDataStream(stream);
+    store_.setMetaData(id, stream, pieces.next("data"));
+    return {};
+}
+
+std::string NodeCommands::getClipFormat(const std::string& argument) {
+    VantrelClipFormat format;
+    std::string error;
+    const rcAttrStream stream(store_.clipFormat(nodeIdArgument(argument)));
+    if (!Vantrel::VantrelClipFormatCodec::fromStream(stream, "GetClipFormat", format, error))
+        throw CoException(error);
+    return Vantrel::VantrelClipFormatCodec::toReplyText(format);
+}
+
+std::string NodeCommands::getClipFormatEx(const std::string& argument) {
+    return store_.clipFormat(argument);
+}
+
+}  // namespace vantreld

@@ -1,0 +1,101 @@
+#include "NodeServer.h"
+
+#include "CoNetworkConfig.h"
+#include "CoNetworkDispatcher.h"
+#include "CoUser.h"
+#include "ServerAddresses.h"
+#include "rcServerClient.h"
+#include "rcSysCalls.h"
+
+namespace vantreld {
+
+using Vantrel::CoNetworkDispatcher;
+using Vantrel::rcMethod;
+using Vantrel::rcParam;
+using Vantrel::rcParamString;
+
+namespace {
+
+constexpr const char* VENDOR = "Vantrel";
+constexpr const char* PRODUCT = "vantreld";
+constexpr VantrelVersion PRODUCT_VERSION{2024, 0, 0, 0};
+
+std::vector<std::string> interfaceAddresses(CoNetworkDispatcher::Role role) {
+    std::vector<std::string> addresses;
+    for (const auto& interface : CoNetworkDispatcher::getInterfaces(role)) addresses.push_back(interface.ip);
+    return addresses;
+}
+
+const char* bindAddressOf(const ServerOptions& options) {
+    return options.bindAddress.empty() ? nullptr : options.bindAddress.c_str();
+}
+
+void setVersions(VantrelDaemonInfo& info, const VantrelVersion& protocol) {
+    info.setVersionMajor(protocol.major);
+    info.setVersionMinor(protocol.minor);
+    info.setVersionMaint(protocol.patch);
+    info.setVersionBuild(protocol.build);
+    info.setProductVersionMajorNumber(PRODUCT_VERSION.major);
+    info.setProductVersionMinorNumber(PRODUCT_VERSION.minor);
+    info.setProductVersionMaintNumber(PRODUCT_VERSION.patch);
+    info.setProductBuildNumber(PRODUCT_VERSION.build);
+    const std::string text = std::to_string(PRODUCT_VERSION.major) + "." +
+                             std::to_string(PRODUCT_VERSION.minor) + "." +
+                             std::to_string(PRODUCT_VERSION.patch);
+    info.setProductVersionString(text.c_str());
+}
+
+}  // namespace
+
+NodeServer::NodeServer(NodeStore& store, const ServerOptions& options)
+    : rcServerContext(options.nodePort, bindAddressOf(options)),
+      store_(store),
+      options_(options),
+      commands_(store, options.version, [this] { return daemonInfo(); }) {
+    requireLogin(true);
+    Vantrel::rcSysCalls::registerSysCallHandler(*this);
+    for (const std::string& name : commands_.names()) {
+        rcMethod method;
+        method.name = name;
+        method.resultType = &rcParamString::TYPE;
+        method.parameters = {{&rcParamString::TYPE}};
+        method.function = [this](void*, const rcMethod& called, rcParam::Array& parameters, rcParam& result) {
+            result.setStringValue(commands_.call(called.name, parameters[0].takeStringValue()));
+            return true;
+        };
+        registerMethod(method);
+    }
+}
+
+VantrelDaemonInfo NodeServer::daemonInfo() const {
+    VantrelDaemonInfo info;
+    std::string reachedAt;
+    if (const Client* client = getCurrentClient()) client->descriptor().getSocketIP(reachedAt);
+    unsigned slot = 0;
+    for (const std::string& ip : serverAddresses(reachedAt, options_.bindAddress,
+                                                 interfaceAddresses(CoNetworkDispatcher::Role::Metadata))) {
+        if (slot < VantrelDaemonInfo::MAX_IPS) info.setMetadataIP(slot++, ip.c_str());
+    }
+    slot = 0;
+    for (const std::string& ip : serverAddresses(reachedAt, options_.bindAddress,
+                                                 interfaceAddresses(CoNetworkDispatcher::Role::Data))) {
+        if (slot < VantrelDaemonInfo::MAX_IPS) info.setDataIP(slot++, ip.c_str());
+    }
+    std::string hostName;
+    Vantrel::CoUser::getHostName(hostName);
+    info.setHostName(hostName.c_str());
+    info.setDisplayName(options_.displayName.empty() ? hostName.c_str() : options_.displayName.c_str());
+    info.setOsType(VantrelOS::Linux);
+    info.setDatabase(options_.database.c_str());
+    info.setNodePort(getPort());
+    info.setFramePort(framePort_);
+    setVersions(info, options_.version);
+    info.setVendor(VENDOR);
+    info.setProduct(PRODUCT);
+    info.setStorageId(options_.storageId.empty() ? store_.storageId().c_str() : options_.storageId.c_str());
+    std::string uuid;
+    if (Vantrel::CoNetworkConfig::getInstance().getUUID(uuid)) info.setHostUUID(uuid.c_str());
+    return info;
+}
+
+}  // namespace vantreld

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "NodeCommands.h"
+#include "NodeStore.h"
+#include "ServerOptions.h"
+#include "rcServerContext.h"
+
+namespace vantreld {
+
+/// The node port: answers node commands of logged-in clients, one at a time, on the thread that drives its
+/// loop. Belongs to that thread.
+class NodeServer : public Vantrel::rcServerContext {
+  public:
+    /// Not valid when it cannot listen (logged). `store` must outlive it.
+    NodeServer(NodeStore& store, const ServerOptions& options);
+
+    /// The port that clients are told to fetch frames from.
+    void setFramePort(int port) { framePort_ = port; }
+
+  private:
+    VantrelDaemonInfo daemonInfo() const;
+
+    NodeStore& store_;
+    const ServerOptions options_;
+    int framePort_ = 0;
+    NodeCommands commands_;
+};
+
+}  // namespace vantreld

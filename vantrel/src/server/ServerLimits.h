@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace vantreld {
+
+/// What a client can make the server keep or answer is bounded here.
+
+/// Frames of one clip: a day and a half at 30 per second, and the list of their ids stays below what clients
+/// accept as one reply.
+constexpr std::int64_t MAX_CLIP_FRAMES = 4'000'000;
+
+constexpr std::size_t MAX_DISPLAY_NAME_BYTES = 65'536;
+
+/// One uploaded frame or file.
+constexpr std::uint64_t MAX_FRAME_BYTES = std::uint64_t(4) << 30;
+constexpr std::uint64_t MAX_FILE_BYTES = std::uint64_t(1) << 40;
+
+/// The texts and parameters of a frame port request.
+constexpr std::size_t MAX_METHOD_BYTES = 63;
+constexpr std::size_t MAX_REQUEST_TEXT_BYTES = 4096;
+constexpr std::uint64_t MAX_PARAMETER_BYTES = 1 << 20;
+
+constexpr std::size_t MAX_FRAME_CONNECTIONS = 256;
+
+}  // namespace vantreld

@@ -1,0 +1,81 @@
+#include "ServerOptions.h"
+
+#include <CLI/CLI.hpp>
+#include <charconv>
+
+#include "CoMsg.h"
+
+namespace vantreld {
+
+using Vantrel::CoMsg;
+
+namespace {
+
+constexpr int USAGE_ERROR = 2;
+constexpr int MAX_PORT = 65535;
+
+int levelOf(const std::string& name) {
+    for (int level = CoMsg::USER; level <= CoMsg::DEBUG; ++level) {
+        if (name == CoMsg::levelName(level)) return level;
+    }
+    return CoMsg::WARNING;
+}
+
+}  // namespace
+
+std::optional<VantrelVersion> parseProtocolVersion(std::string_view text) {
+    int numbers[4] = {};
+    const char* at = text.data();
+    const char* end = at + text.size();
+    for (int i = 0; i < 4; ++i) {
+        if (i > 0 && (at == end || *at++ != '.')) return std::nullopt;
+        const auto parsed = std::from_chars(at, end, numbers[i]);
+        if (parsed.ec != std::errc() || numbers[i] < 0 || *at == '-') return std::nullopt;
+        at = parsed.ptr;
+    }
+    if (at != end) return std::nullopt;
+    return VantrelVersion{numbers[0], numbers[1], numbers[2], numbers[3]};
+}
+
+std::optional<int> parseCommandLine(int argc, char** argv, ServerOptions& options) {
+    CLI::App app("Media server over one directory: a tree of nodes with metadata, clips and frames.",
+                 "vantreld");
+    std::string logLevel = CoMsg::levelName(CoMsg::WARNING);
+    std::string version;
+    app.add_option("--root", options.root, "Directory that holds everything; made when it is not there")
+        ->required();
+    app.add_option("--port", options.nodePort, "Node port; 0 takes any free one")
+        ->check(CLI::Range(0, MAX_PORT))
+        ->capture_default_str();
+    app.add_option("--frame-port", options.framePort, "Frame port; 0 takes any free one")
+        ->check(CLI::Range(0, MAX_PORT))
+        ->capture_default_str();
+    app.add_option("--bind", options.bindAddress, "Address to listen on; every address by default");
+    app.add_option("--display-name", options.displayName, "Name shown to people; the host's name by default");
+    app.add_option("--database", options.database, "Name of the database")->capture_default_str();
+    app.add_option("--storage-id", options.storageId, "Identity of the storage; kept in the root by default");
+    app.add_option("--protocol-version", version, "Act as a server of this version, A.B.C.D")
+        ->check([](const std::string& text) {
+            return parseProtocolVersion(text) ? std::string() : "'" + text + "' is not of the form A.B.C.D";
+        });
+    app.add_flag("--demo", options.demo, "Fill an empty root with a small tree and a clip of colour bars");
+    app.add_option("--log-level", logLevel, "What is logged on standard error")
+        ->check(CLI::IsMember({"user", "error", "warn", "notice", "debug"}))
+        ->capture_default_str();
+    // Announcing itself comes with discovery; until then these change nothing.
+    app.add_flag("--no-discovery", "Do not announce the server");
+    app.add_option("--discovery-port", "UDP port of the announcements")
+        ->check(CLI::Range(0, MAX_PORT))
+        ->expected(1);
+    app.add_option("--discovery-scope", "Multicast group of the announcements")->expected(1);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : USAGE_ERROR;
+    }
+    if (!version.empty()) options.version = *parseProtocolVersion(version);
+    CoMsg::setFilterLevel(levelOf(logLevel));
+    return std::nullopt;
+}
+
+}  // namespace vantreld

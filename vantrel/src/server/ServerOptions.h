@@ -1,0 +1,34 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "VantrelServerFeatures.h"
+
+namespace vantreld {
+
+/// The protocol that this server speaks unless it is told to act its age.
+constexpr VantrelVersion DEFAULT_PROTOCOL_VERSION{2024, 0, 0, 0};
+
+/// How the server was asked to run.
+struct ServerOptions {
+    std::string root;
+    int nodePort = 7549;  ///< 0: any free one, as for the frame port
+    int framePort = 7550;
+    std::string bindAddress;         ///< of both ports; empty: every address
+    std::string displayName;         ///< empty: the host's name
+    std::string database = "SXAFS";  ///< what clients take for the database of a host that is named alone
+    std::string storageId;           ///< empty: the one that was made with the root
+    VantrelVersion version = DEFAULT_PROTOCOL_VERSION;
+    bool demo = false;
+};
+
+/// Four decimal numbers with points between them; none for any other text.
+std::optional<VantrelVersion> parseProtocolVersion(std::string_view text);
+
+/// Reads the command line and sets the log level that it names. The exit status when the program is to end at
+/// once, with the help or what was wrong printed: 0 for help, 2 for wrong usage.
+std::optional<int> parseCommandLine(int argc, char** argv, ServerOptions& options);
+
+}  // namespace vantreld

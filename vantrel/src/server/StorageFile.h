@@ -1,0 +1,83 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <string>
+
+namespace vantreld {
+
+/// Owns one file descriptor.
+class UniqueFd {
+  public:
+    UniqueFd() = default;
+    explicit UniqueFd(int fd) : fd_(fd) {}
+    UniqueFd(UniqueFd&& other) noexcept : fd_(other.release()) {}
+    UniqueFd& operator=(UniqueFd&& other) noexcept {
+        if (this != &other) reset(other.release());
+        return *this;
+    }
+    ~UniqueFd() { reset(); }
+
+    int get() const { return fd_; }
+    bool isOpen() const { return fd_ >= 0; }
+    int release() {
+        const int fd = fd_;
+        fd_ = -1;
+        return fd;
+    }
+    void reset(int fd = -1);
+
+  private:
+    int fd_ = -1;
+};
+
+/// A regular file open for reading.
+struct ReadableFile {
+    UniqueFd fd;
+    std::size_t size = 0;
+};
+
+/// A file being made, under a name that nothing else has. Until keep() it goes away with this object, and
+/// nobody can have met it. Failures throw CoException with the path and the system's reason.
+class NewFile {
+  public:
+    explicit NewFile(const std::string& directory);
+    NewFile(const NewFile&) = delete;
+    NewFile& operator=(const NewFile&) = delete;
+    ~NewFile();
+
+    const std::string& name() const { return name_; }
+    std::string path() const { return directory_ + "/" + name_; }
+    std::size_t size() const { return size_; }
+
+    void write(const char* data, std::size_t length);
+    /// Its bytes are on disk when this returns; its name only after syncDirectory.
+    void sync();
+    /// Gives it the path of its final place on the same file system, replacing what is there.
+    void moveTo(const std::string& path);
+    /// It stays where it is.
+    void keep() { kept_ = true; }
+
+  private:
+    std::string directory_;
+    std::string name_;
+    UniqueFd fd_;
+    std::size_t size_ = 0;
+    bool kept_ = false;
+};
+
+/// Opens a regular file; throws CoException when it is missing, unreadable or something else.
+ReadableFile openForReading(const std::string& path);
+
+/// Names made, moved or removed in the directory are on disk when this returns.
+void syncDirectory(const std::string& path);
+
+/// Makes the directory, and those above it that are missing, durably.
+void makeDirectories(const std::string& path);
+
+/// Removes the directory's entries, folders excepted, for which `unwanted` is true.
+void sweepDirectory(const std::string& path, const std::function<bool(const std::string& name)>& unwanted);
+
+[[noreturn]] void failWithErrno(const char* attempted, const std::string& path);
+
+}  // namespace vantreld

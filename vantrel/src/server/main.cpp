@@ -1,0 +1,88 @@
+// vantreld: serves one directory as a media server until SIGTERM or SIGINT.
+
+#include <sys/signalfd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+
+#include "CoException.h"
+#include "CoIoDescriptor.h"
+#include "CoIoHandler.h"
+#include "CoMsg.h"
+#include "DemoContent.h"
+#include "FrameServer.h"
+#include "NodeServer.h"
+#include "NodeStore.h"
+#include "ServerOptions.h"
+
+namespace {
+
+using Vantrel::coErrorText;
+using Vantrel::CoException;
+using Vantrel::coFormat;
+
+/// Turns the signals that end the server into something its loop can wait for.
+class EndSignals : public Vantrel::CoIoHandler {
+  public:
+    /// To be made before any other thread, so that none of them takes the signals.
+    EndSignals() {
+        sigset_t signals;
+        ::sigemptyset(&signals);
+        ::sigaddset(&signals, SIGTERM);
+        ::sigaddset(&signals, SIGINT);
+        ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+        ::signal(SIGPIPE, SIG_IGN);
+        descriptor_.setId(::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
+        if (!descriptor_.isValid())
+            throw CoException(coFormat("Cannot wait for signals: %s", coErrorText(errno).c_str()));
+    }
+
+    bool came() const { return came_; }
+
+    Vantrel::CoIoDescriptor* getDescriptor() override { return &descriptor_; }
+    bool handleRead() override {
+        came_ = true;
+        return false;
+    }
+
+  private:
+    Vantrel::CoIoDescriptor descriptor_;
+    bool came_ = false;
+};
+
+void serve(const vantreld::ServerOptions& options) {
+    EndSignals end;
+    vantreld::NodeStore store(options.root);
+    if (options.demo) vantreld::addDemoContent(store);
+
+    vantreld::FrameServer::Settings frameSettings;
+    frameSettings.port = options.framePort;
+    frameSettings.bindAddress = options.bindAddress;
+    frameSettings.version = options.version;
+    const vantreld::FrameServer frames(store, frameSettings);
+    vantreld::NodeServer nodes(store, options);
+    if (!nodes.isValid()) throw CoException(coFormat("Cannot listen on node port %d.", options.nodePort));
+    nodes.setFramePort(frames.port());
+    nodes.registerIOHandler(&end);
+
+    std::printf("vantreld ready: node port %d, frame port %d\n", nodes.getPort(), frames.port());
+    std::fflush(stdout);
+    while (!end.came()) {
+        if (nodes.callIOHandlers(nullptr) < 0) throw CoException("The node port's loop failed.");
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    vantreld::ServerOptions options;
+    if (const auto status = vantreld::parseCommandLine(argc, argv, options)) return *status;
+    try {
+        serve(options);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "vantreld: %s\n", error.what());
+        return 1;
+    }
+    return 0;
+}
