@@ -1,0 +1,80 @@
+#!/bin/sh
+# The demo: a fresh server on a fresh folder, an image sequence in and out of it, a contact sheet to look at.
+#   scripts/demo.sh BUILD
+# BUILD is the build folder. Everything lands in BUILD/demo, which is emptied first.
+set -eu
+
+if [ $# -ne 1 ] || [ ! -d "$1" ]; then
+    echo "usage: scripts/demo.sh BUILD" >&2
+    exit 2
+fi
+build=$(cd "$1" && pwd)
+work=$build/demo
+ready_limit=30
+stop_limit=10
+
+program() {
+    for candidate in "$build/bin/$1" "$build/$2/$1"; do
+        if [ -x "$candidate" ]; then
+            echo "$candidate"
+            return
+        fi
+    done
+    echo "demo.sh: $1 is not built in $build" >&2
+    return 1
+}
+server=$(program vantreld vantrel/src/server)
+demo=$(program vantrel_demo examples)
+client=$(program vantrel vantrel/src/tools)
+
+rm -rf "$work"
+mkdir -p "$work/root"
+
+server_pid=
+stop_server() {
+    [ -n "$server_pid" ] || return 0
+    pid=$server_pid
+    server_pid=
+    kill -TERM "$pid" 2>/dev/null || true
+    # A server that does not end by itself is ended, so that the demo never hangs.
+    (
+        sleep "$stop_limit" &
+        nap=$!
+        trap 'kill "$nap"' TERM
+        wait "$nap" && kill -KILL "$pid"
+    ) >/dev/null 2>&1 &
+    watchdog=$!
+    status=0
+    wait "$pid" || status=$?
+    kill "$watchdog" 2>/dev/null || true
+    return "$status"
+}
+trap 'stop_server || true' EXIT
+trap 'exit 129' HUP
+trap 'exit 130' INT
+trap 'exit 143' TERM
+
+# The ready line comes through a named pipe: the script waits for it and for nothing else.
+mkfifo "$work/ready"
+"$server" --root "$work/root" --port 0 --frame-port 0 --bind 127.0.0.1 --no-discovery \
+    --display-name "demo server" >"$work/ready" 2>"$work/vantreld.log" &
+server_pid=$!
+line=$(timeout "$ready_limit" head -n 1 "$work/ready" || true)
+rm -f "$work/ready"
+port=$(printf '%s\n' "$line" | sed -n 's/^vantreld ready: node port \([0-9][0-9]*\), frame port [0-9][0-9]*$/\1/p')
+if [ -z "$port" ]; then
+    echo "demo.sh: the server did not start:" >&2
+    cat "$work/vantreld.log" >&2
+    exit 1
+fi
+echo "Started vantreld on node port $port, over $work/root"
+
+"$demo" "127.0.0.1:$port" "$work"
+echo "The clip, as the command-line client sees it:"
+"$client" stat "127.0.0.1:$port" "/stor1/demo/Default Library/reel 1/turning ball" | sed 's/^/  /'
+
+if ! stop_server; then
+    echo "demo.sh: the server did not end cleanly; see $work/vantreld.log" >&2
+    exit 1
+fi
+echo "Stopped the server. To look at: $work/contact-sheet.png"
