@@ -1,0 +1,74 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace Vantrel {
+
+/// A frame port that plays a script: for each request it notes the bytes that came and answers what it was told,
+/// whole or in pieces, and then goes on, closes, or falls silent. One connection at a time, on a port of
+/// 127.0.0.1 that the system chose. It knows nothing of the protocol. Thread-safe.
+class FramePeer {
+  public:
+    /// What follows a reply. `Stall`: neither reads nor sends any more, but stays connected.
+    enum class Then { GoOn, Close, Stall };
+
+    FramePeer();
+    FramePeer(const FramePeer&) = delete;
+    FramePeer& operator=(const FramePeer&) = delete;
+    ~FramePeer();
+
+    int port() const { return port_; }
+
+    /// The next request has `requestBytes` bytes (0: whatever one read gives) and gets `reply`.
+    void expect(std::size_t requestBytes, const std::string& reply, Then then = Then::GoOn);
+    /// Sends later replies `bytes` at a time; 0: whole.
+    void replyInPieces(std::size_t bytes);
+
+    /// The requests received, those cut short by the client's going included, in order. A last element holds what
+    /// came beyond the script.
+    std::vector<std::string> requests() const;
+    std::size_t connections() const;
+    /// Whether so many requests, or ends of connections by the client, came within the limit.
+    bool waitForRequests(std::size_t count) const;
+    bool waitForClosed(std::size_t count) const;
+
+  private:
+    struct Step {
+        std::size_t requestBytes;
+        std::string reply;
+        Then then;
+    };
+
+    void run();
+    void serve(int client);
+    bool nextStep(int client, Step& step);
+    bool receive(int client, std::size_t size, std::string& request) const;
+    bool send(int client, const std::string& reply) const;
+    bool waitFor(int descriptor, short event) const;
+    void note(const std::string& request);
+    template <typename Predicate>
+    bool wait(Predicate predicate) const;
+
+    int listener_ = -1;
+    int port_ = 0;
+    int endPipe_[2] = {-1, -1};
+
+    mutable std::mutex mutex_;
+    mutable std::condition_variable changed_;
+    // Guarded by mutex_.
+    std::deque<Step> script_;
+    std::size_t pieceSize_ = 0;
+    std::vector<std::string> requests_;
+    std::size_t connections_ = 0;
+    std::size_t closed_ = 0;
+
+    std::thread thread_;
+};
+
+}  // namespace Vantrel
