@@ -127,8 +127,9 @@ unsigned rcServerContext::getCurrentClientId() const {
 }
 
 const rcConnectionInfo& rcServerContext::getCurrentConnectionInfo() const {
-    static const rcConnectionInfo nobody("", nullptr);
-    return CO_ASSERT(current_) ? current_->getConnectionInfo() : nobody;
+    if (CO_ASSERT(current_)) return current_->getConnectionInfo();
+    static const auto* const nobody = new rcConnectionInfo("", nullptr);  // never destroyed
+    return *nobody;
 }
 
 void rcServerContext::setCurrentConnectionInfo(const rcConnectionInfo& info) {
