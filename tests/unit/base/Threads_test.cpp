@@ -1,11 +1,15 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
 
 #include <atomic>
 #include <future>
+#include <memory>
+#include <stdexcept>
 #include <string>
 
+#include "CapturedLog.h"
 #include "CoThread.h"
 #include "CoThreadMgr.h"
 
@@ -73,6 +77,33 @@ TEST(Threads, TheDestructorStopsAndJoins) {
         EXPECT_FALSE(thread.finished());
     }
     EXPECT_TRUE(ended);
+}
+
+// An application may shut down from a callback.
+TEST(Threads, OneThatDestroysItselfRunsToItsEnd) {
+    std::promise<void> created;
+    const auto ended = std::make_shared<std::promise<void>>();  // the thread's too, which nobody joins
+    std::unique_ptr<CoThread> thread;
+    thread = std::make_unique<CoThread>(
+        "worker",
+        [&created, &thread, ended] {
+            created.get_future().wait();
+            thread.reset();
+            ended->set_value();
+        },
+        [] {});
+    created.set_value();
+    ended->get_future().wait();
+    EXPECT_EQ(thread, nullptr);
+}
+
+TEST(Threads, AnExceptionEndsTheThreadAndNotTheProcess) {
+    const CapturedLog log;
+    CoThread thread(
+        "worker", [] { throw std::runtime_error("no memory"); }, [] {});
+    thread.join();
+    EXPECT_TRUE(thread.finished());
+    EXPECT_THAT(log.texts(CoMsg::ERROR), testing::ElementsAre("Thread 'worker' ended early: no memory"));
 }
 
 TEST(Threads, TheManagerAsksEveryThreadThatExists) {

@@ -54,6 +54,7 @@ class ServerFixture : public testing::Test {
     }
 
     void start() {
+        stopping_ = false;
         thread_ = std::thread([this] {
             while (!stopping_) context.callIOHandlers(nullptr);
         });

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -175,6 +176,61 @@ TEST(rcValue, longTextsWithEscapesAroundEveryBlockEdgeAreKept) {
             value.append(escaped.data() + at, std::min(size, escaped.size() - at));
         }
         EXPECT_TRUE(value.text() == plain) << size;
+    }
+}
+
+/// Bytes of memory that this process has, or with `peak` the most that it had since the last resetPeak().
+std::size_t memoryInUse(bool peak) {
+    std::ifstream status("/proc/self/status");
+    for (std::string word; status >> word;) {
+        std::size_t kibibytes = 0;
+        if (word == (peak ? "VmHWM:" : "VmRSS:") && status >> kibibytes) return kibibytes * 1024;
+    }
+    return 0;
+}
+
+void resetPeak() {
+    std::ofstream("/proc/self/clear_refs") << 5;
+}
+
+// A sanitizer takes memory of its own for ours.
+#if defined(__has_feature)
+constexpr bool MEMORY_IS_SHADOWED = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
+#elif defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool MEMORY_IS_SHADOWED = true;
+#else
+constexpr bool MEMORY_IS_SHADOWED = false;
+#endif
+
+TEST(rcResult, aLongValueTakesHardlyMoreMemoryThanItsBytes) {
+    struct Case {
+        const char* received;
+        std::string text;
+        std::size_t size;
+    };
+    const Case cases[] = {{"abcdefg\\", "abcdefg", (1U << 20) + 1},  // the backslash escapes the next 'a'
+                          {"abcdefg\\", "abcdefg", 33U << 20},
+                          {"\\n", "\n", 9U << 20}};
+    for (const Case& test : cases) {
+        SCOPED_TRACE(test.text + " up to " + std::to_string(test.size));
+        std::string piece;
+        while (piece.size() < 32768) piece += test.received;
+        resetPeak();
+        const std::size_t before = memoryInUse(false);
+        rcResult line;
+        std::size_t used = 0;
+        ASSERT_FALSE(line.append("ok ", 3, used));
+        while (line.value().text().size() < test.size) {
+            ASSERT_FALSE(line.append(piece.data(), piece.size(), used));
+        }
+        ASSERT_TRUE(line.append("\n", 1, used));
+        const std::size_t taken = memoryInUse(true) - before;
+        EXPECT_TRUE(MEMORY_IS_SHADOWED || taken < test.size / 4 * 5 + (1U << 20)) << taken;
+
+        const std::string& text = line.value().text();
+        std::size_t at = 0;
+        while (at < text.size() && text.compare(at, test.text.size(), test.text) == 0) at += test.text.size();
+        EXPECT_EQ(at, text.size());
     }
 }
 

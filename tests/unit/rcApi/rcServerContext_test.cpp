@@ -1,5 +1,6 @@
 #include "rcServerContext.h"
 
+#include <climits>
 #include <future>
 #include <stdexcept>
 #include <vector>
@@ -113,13 +114,16 @@ TEST_F(rcServerContextTest, saysOnWhichPortItCannotListen) {
     EXPECT_FALSE(none.isValid());
     const rcServerContext backwards(2, 1, "127.0.0.1");
     EXPECT_FALSE(backwards.isValid());
+    const rcServerContext noPorts(65536, INT_MAX, "127.0.0.1");
+    EXPECT_FALSE(noPorts.isValid());
     const std::string reason = coErrorText(EADDRINUSE);
     EXPECT_THAT(
         log.texts(CoMsg::ERROR),
         ElementsAre(
             "Unable to set-up port " + taken + " to accept connections: " + reason,
             "Unable to find port in range " + taken + " to " + taken + " accept connections: " + reason,
-            "Unable to find port in range 2 to 1 accept connections: " + coErrorText(EINVAL)));
+            "Unable to find port in range 2 to 1 accept connections: " + coErrorText(EINVAL),
+            "Unable to find port in range 65536 to 2147483647 accept connections: " + coErrorText(EINVAL)));
     const rcServerContext any(-1, -1, "127.0.0.1");
     EXPECT_TRUE(any.isValid());
     const rcServerContext next(port(), port() + 100, "127.0.0.1");

@@ -91,6 +91,28 @@ TEST_F(rcServerLoginTest, isNeededBeforeAnyOtherMethodWhenRequired) {
     EXPECT_EQ(ask(client, "sync 0 Echo x\n"), "error Not logged in.");
 }
 
+TEST_F(rcServerLoginTest, isNeededBeforeALongCommandWhenRequired) {
+    const std::string longest = "sync 0 Echo " + std::string(65536 - 12, 'x');
+    for (const bool required : {false, true}) {
+        context.requireLogin(required);
+        start();
+        RawClient stranger(port());
+        EXPECT_EQ(ask(stranger, longest + "\n"),
+                  required ? "error Not logged in." : "ok " + longest.substr(12));
+        RawClient friendly(port());
+        EXPECT_EQ(ask(friendly, login(record("jane"))), "ok ");
+        EXPECT_EQ(ask(friendly, longest + "x\n"), "ok " + longest.substr(12) + "x");
+        stranger.send(longest + "x");
+        if (required) {
+            EXPECT_TRUE(stranger.isClosedByPeer());
+        } else {
+            EXPECT_EQ(ask(stranger, "\n"), "ok " + longest.substr(12) + "x");
+        }
+        EXPECT_EQ(log.contains("exceeds 65536 bytes before a login, breaking connection"), required);
+        stop();
+    }
+}
+
 TEST_F(rcServerLoginTest, leavesTheFirstRecordToLaterProcesses) {
     start();
     RawClient client(port());

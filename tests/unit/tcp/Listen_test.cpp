@@ -42,6 +42,21 @@ TEST(Listen, TakesAFreePortAndAcceptsUsableSockets) {
     }
 }
 
+TEST(Listen, TheErrorThatAPeerLeftOnASocketCanBeAskedFor) {
+    CoIoTcpServerDescriptor server;
+    ASSERT_TRUE(server.listen(0, "127.0.0.1"));
+    CoIoTcpDescriptor client;
+    ASSERT_TRUE(client.connect("127.0.0.1", server.getPort(), 0, 0, 10));
+    CoIoTcpDescriptor accepted(acceptOne(server));
+    EXPECT_EQ(accepted.getLastSocketErrorStr(), "");
+    const linger reset{1, 0};
+    ASSERT_EQ(::setsockopt(client.getId(), SOL_SOCKET, SO_LINGER, &reset, sizeof reset), 0);
+    client.close();
+    pollfd entry{accepted.getId(), 0, 0};
+    ASSERT_EQ(::poll(&entry, 1, static_cast<int>(LONG_MS)), 1);
+    EXPECT_EQ(accepted.getLastSocketErrorStr(), coErrorText(ECONNRESET));
+}
+
 TEST(Listen, APortThatIsTakenOrAnAddressThatIsNotOursFails) {
     CoIoTcpServerDescriptor first;
     ASSERT_TRUE(first.listen(0, "127.0.0.1"));

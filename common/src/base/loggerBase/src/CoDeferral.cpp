@@ -1,21 +1,14 @@
 #include "CoDeferral.h"
 
 #include <utility>
-#include <vector>
 
 namespace Vantrel {
 
 namespace {
 
-struct ThreadState {
-    unsigned depth = 0;
-    std::vector<std::function<void()>> kept;
-};
-
-ThreadState& state() {
-    thread_local ThreadState current;
-    return current;
-}
+// A bare pointer: objects of the application that end with its thread, or after it, may still use the
+// library.
+thread_local CoDeferral* outermost = nullptr;
 
 void run(const std::function<void()>& call) {
     try {
@@ -27,21 +20,19 @@ void run(const std::function<void()>& call) {
 }  // namespace
 
 CoDeferral::CoDeferral() {
-    ++state().depth;
+    if (!outermost) outermost = this;
 }
 
 CoDeferral::~CoDeferral() {
-    ThreadState& current = state();
-    if (--current.depth > 0 || current.kept.empty()) return;
+    if (outermost != this) return;
+    outermost = nullptr;
     // A call may use the library, which may keep further calls and run them itself.
-    const auto calls = std::exchange(current.kept, {});
-    for (const auto& call : calls) run(call);
+    for (const auto& call : kept_) run(call);
 }
 
 void CoDeferral::callOut(std::function<void()> call) {
-    ThreadState& current = state();
-    if (current.depth > 0) {
-        current.kept.push_back(std::move(call));
+    if (outermost) {
+        outermost->kept_.push_back(std::move(call));
     } else {
         run(call);
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <vector>
 
 namespace Vantrel {
 
@@ -17,6 +18,9 @@ class CoDeferral {
     /// Runs `call` now, or when the thread's outermost deferral ends. What it throws is dropped: an
     /// application's exception must not end in the library's frames.
     static void callOut(std::function<void()> call);
+
+  private:
+    std::vector<std::function<void()>> kept_;  ///< the outermost one's: what waits for its end
 };
 
 }  // namespace Vantrel

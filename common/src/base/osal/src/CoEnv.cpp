@@ -6,7 +6,7 @@
 
 namespace Vantrel {
 
-long CoEnvInt::get() const {
+void CoEnvInt::read() const {
     std::call_once(once_, [this] {
         value_ = default_;
         const char* text = std::getenv(name_);
@@ -16,10 +16,10 @@ long CoEnvInt::get() const {
         if (end == text) return;
         value_ = parsed < lowest_ ? lowest_ : parsed > highest_ ? highest_ : parsed;
     });
-    return value_;
+    known_.store(true, std::memory_order_release);
 }
 
-bool CoEnvFlag::get() const {
+void CoEnvFlag::read() const {
     std::call_once(once_, [this] {
         const char* text = std::getenv(name_);
         if (!text) return;
@@ -27,7 +27,7 @@ bool CoEnvFlag::get() const {
             rule_ == Rule::SetMeansOn || (std::strcmp(text, "false") != 0 &&
                                           std::strcmp(text, "FALSE") != 0 && std::strcmp(text, "0") != 0);
     });
-    return value_;
+    known_.store(true, std::memory_order_release);
 }
 
 const char* CoEnvText::get() const {

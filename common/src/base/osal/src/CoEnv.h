@@ -17,16 +17,22 @@ class CoEnvInt {
     constexpr CoEnvInt(const char* name, long defaultValue, long lowest, long highest)
         : name_(name), default_(defaultValue), lowest_(lowest), highest_(highest) {}
 
-    long get() const;
+    long get() const {
+        if (!known_.load(std::memory_order_acquire)) read();
+        return value_;
+    }
     const char* name() const { return name_; }
     long defaultValue() const { return default_; }
 
   private:
+    void read() const;
+
     const char* name_;
     long default_;
     long lowest_;
     long highest_;
     mutable std::once_flag once_{};
+    mutable std::atomic<bool> known_{false};  ///< spares settings of the busiest paths the once_flag
     mutable long value_ = 0;
 };
 
@@ -38,13 +44,19 @@ class CoEnvFlag {
 
     constexpr CoEnvFlag(const char* name, Rule rule) : name_(name), rule_(rule) {}
 
-    bool get() const;
+    bool get() const {
+        if (!known_.load(std::memory_order_acquire)) read();
+        return value_;
+    }
     const char* name() const { return name_; }
 
   private:
+    void read() const;
+
     const char* name_;
     Rule rule_;
     mutable std::once_flag once_{};
+    mutable std::atomic<bool> known_{false};
     mutable bool value_ = false;
 };
 

@@ -1,14 +1,15 @@
 #include "CoProcess.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
-#include <cstdio>
+#include <cstdlib>
 #include <cstring>
-#include <memory>
 
 namespace Vantrel {
 
@@ -32,13 +33,17 @@ std::string CoProcess::getName() {
 
 unsigned CoProcess::getUmask() {
     // The kernel tells the mask here; umask() would have to change it for a moment to read it.
-    const std::unique_ptr<FILE, int (*)(FILE*)> status(std::fopen("/proc/self/status", "re"), &std::fclose);
-    char line[256];
-    unsigned mask = 022;
-    while (status && std::fgets(line, sizeof line, status.get())) {
-        if (std::sscanf(line, "Umask: %o", &mask) == 1) break;
-    }
-    return mask;
+    // It stands on the second line, so one short read has it.
+    constexpr unsigned USUAL_MASK = 022;
+    constexpr const char* LABEL = "\nUmask:";
+    char text[256];
+    const int status = ::open("/proc/self/status", O_RDONLY | O_CLOEXEC);
+    if (status < 0) return USUAL_MASK;
+    const ssize_t length = ::read(status, text, sizeof text - 1);
+    ::close(status);
+    text[std::max<ssize_t>(length, 0)] = '\0';
+    const char* found = std::strstr(text, LABEL);
+    return found ? static_cast<unsigned>(std::strtoul(found + std::strlen(LABEL), nullptr, 8)) : USUAL_MASK;
 }
 
 unsigned CoProcess::forkGeneration() {

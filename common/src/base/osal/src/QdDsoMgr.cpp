@@ -11,4 +11,13 @@ void* QdDsoMgr::findInHost(const char* symbol) {
     return host ? ::dlsym(host.get(), symbol) : nullptr;
 }
 
+void QdDsoMgr::keepLoaded() {
+    static const bool kept = [] {
+        Dl_info module{};
+        return ::dladdr(reinterpret_cast<void*>(&QdDsoMgr::keepLoaded), &module) != 0 &&
+               ::dlopen(module.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE) != nullptr;
+    }();
+    static_cast<void>(kept);
+}
+
 }  // namespace Vantrel

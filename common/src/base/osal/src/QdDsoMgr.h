@@ -2,11 +2,15 @@
 
 namespace Vantrel {
 
-/// Looks symbols up in the program that loaded this library. Thread-safe.
+/// This library and the program that loaded it. Thread-safe.
 class QdDsoMgr {
   public:
     /// Address of a symbol that the host program exports, or null.
     static void* findInHost(const char* symbol);
+
+    /// Keeps this library in memory when the host unloads it, for what stays behind: threads that nobody
+    /// joins, and objects that are never destroyed and which a later load would make again.
+    static void keepLoaded();
 };
 
 }  // namespace Vantrel

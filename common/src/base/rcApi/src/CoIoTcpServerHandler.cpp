@@ -42,16 +42,7 @@ bool CoIoTcpServerHandler::acceptOne() {
         handleConnection_(descriptor);
         return true;
     }
-    switch (server_.lastError()) {
-        case CoIoDescriptor::IoError::None:
-        case CoIoDescriptor::IoError::Again:
-            return false;
-        case CoIoDescriptor::IoError::Interrupted:
-        case CoIoDescriptor::IoError::Aborted:  // the peer gave up before it was accepted
-            return true;
-        default:
-            break;
-    }
+    if (server_.lastError() == CoIoDescriptor::IoError::Again) return false;
     if (!failing_) {
         CO_MSG_ERROR("Could not accept a connection on port %d: %s", server_.getPort(),
                      server_.lastErrorText().c_str());

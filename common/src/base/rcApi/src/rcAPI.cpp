@@ -225,8 +225,9 @@ void rcAPI::setReportedAddress(const std::string& ip) {
 }
 
 void rcAPI::clearFlags() {
-    timedOut_ = false;
-    stopped_ = false;
+    // Looked at first: clearing a flag that other threads may read costs much more than finding it clear.
+    if (timedOut_) timedOut_ = false;
+    if (stopped_) stopped_ = false;
 }
 
 bool rcAPI::fail(const std::string& error, std::string& result) {

@@ -136,6 +136,11 @@ void fromString(std::string_view text, float& value) {
 }
 
 long decimalFromString(std::string_view text) {
+    long number = 0;
+    const char* end = text.data() + text.size();
+    const std::from_chars_result plain = std::from_chars(text.data(), end, number);
+    if (plain.ec == std::errc() && plain.ptr == end && text.size() <= MAX_NUMBER_BYTES) return number;
+    // Blanks around the number, a plus sign, a number too large: as strtol takes them.
     return std::strtol(NumberText(text).get(), nullptr, 10);
 }
 

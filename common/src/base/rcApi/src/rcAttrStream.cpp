@@ -58,6 +58,12 @@ std::size_t findNameEnd(std::string_view text, std::size_t at) {
     return text.find(BLANK, at);
 }
 
+unsigned long markOf(std::string_view name) {
+    unsigned long hash = 0;
+    for (const char byte : name) hash = hash * 31 + static_cast<unsigned char>(byte);
+    return 1UL << ((hash ^ hash >> 6) & 63);
+}
+
 bool liesWithin(const std::string& text, std::string_view part) {
     const std::less<const char*> before;  // ordered for unrelated pointers too
     return !before(part.data(), text.data()) && before(part.data(), text.data() + text.size());
@@ -192,15 +198,17 @@ void rcAttrStream::addStringValue(const char* name, std::string_view value) {
 }
 
 void rcAttrStream::add(std::string_view name, std::string_view value) {
-    char length[16];
-    const std::to_chars_result printed = std::to_chars(length, length + sizeof length, value.size());
-    const std::string_view digits(length, static_cast<std::size_t>(printed.ptr - length));
-    const std::size_t needed = name.size() + digits.size() + value.size() + 2;
+    char length[24] = {BLANK};
+    char* lengthEnd = std::to_chars(length + 1, length + sizeof length, value.size()).ptr;
+    *lengthEnd++ = BLANK;
+    const std::size_t needed = name.size() + static_cast<std::size_t>(lengthEnd - length) + value.size();
     if (!CO_ASSERT(needed <= MAX_TEXT_BYTES && text_.size() <= MAX_TEXT_BYTES - needed)) return;
 
-    removeEntry(name);
+    const unsigned long mark = markOf(name);
+    if (namesMark_ & mark) removeEntry(name);
+    namesMark_ |= mark;
     const std::size_t start = text_.size();
-    text_.append(name).append(1, BLANK).append(digits).append(1, BLANK).append(value);
+    text_.append(name).append(length, lengthEnd).append(value);
     if (index_.isActive()) index_.insert(name, start);
     cursor_ = 0;
 }

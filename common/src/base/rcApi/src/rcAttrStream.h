@@ -22,7 +22,7 @@ class rcAttrStream {
     rcAttrStream() = default;
     /// Takes received text as it is. Malformed text is found while reading: entries before the fault can be
     /// read, and the fault is logged and ends the reading.
-    explicit rcAttrStream(std::string text) : text_(std::move(text)) {}
+    explicit rcAttrStream(std::string text) : text_(std::move(text)), namesMark_(text_.empty() ? 0 : ~0UL) {}
 
     /// The encoded text, to put on the wire. Valid until the stream changes or goes away.
     const std::string& text() const { return text_; }
@@ -86,6 +86,9 @@ class rcAttrStream {
     void indexNames();
 
     std::string text_;
+    /// One bit for each name in `text_`, several names sharing one: a name whose bit is missing is surely
+    /// new.
+    unsigned long namesMark_ = 0;
     rcAttrNameIndex index_;  ///< of `text_`; active only while adding to a longer stream
     // A position rather than a ConstIterator, which a copy or a move would leave bound to the other's text.
     mutable std::size_t cursor_ = 0;

@@ -1,7 +1,11 @@
 #include "rcCommand.h"
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <charconv>
+#include <cstdint>
 #include <cstring>
 
 #include "CoAssert.h"
@@ -16,6 +20,10 @@ constexpr char ESCAPE = '\\';
 
 /// A buffer that a long text has grown is not kept for the short ones that follow.
 constexpr std::size_t KEPT_CAPACITY = 64 * 1024;
+
+/// From this size on a text that grows is moved in steps of as much, each given back before the next: growing
+/// then takes hardly more memory than the text itself.
+constexpr std::size_t MOVE_STEP = 1024 * 1024;
 
 /// Bytes that are escaped, with what follows the backslash for each.
 struct Escape {
@@ -55,6 +63,38 @@ void appendEscapedBlock(const char* from, const char* end, std::string& line) {
     }
 }
 
+/// Lets the system have the whole pages of a buffer back, whose bytes are not needed any more.
+void giveBackPages(char* from, char* end) {
+    static const auto pageSize = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
+    const std::uintptr_t skipped = (pageSize - reinterpret_cast<std::uintptr_t>(from) % pageSize) % pageSize;
+    const std::size_t size = static_cast<std::size_t>(end - from);
+    if (size < skipped + pageSize) return;
+    ::madvise(from + skipped, (size - skipped) / pageSize * pageSize, MADV_DONTNEED);  // only saves memory
+}
+
+/// Room for `more` bytes behind a long text. The new buffer's pages take no memory until they are written.
+void growLongText(std::string& text, std::size_t more) {
+    std::string larger;
+    larger.reserve(std::max(text.size() + more, 2 * text.capacity()));
+    for (std::size_t moved = 0; moved < text.size(); moved += MOVE_STEP) {
+        const std::size_t size = std::min(MOVE_STEP, text.size() - moved);
+        larger.append(text, moved, size);
+        giveBackPages(text.data(), text.data() + moved + size);
+    }
+    text.swap(larger);
+}
+
+void appendTo(std::string& text, const char* from, const char* end) {
+    const auto size = static_cast<std::size_t>(end - from);
+    if (text.size() >= MOVE_STEP && text.capacity() - text.size() < size) growLongText(text, size);
+    text.append(from, size);
+}
+
+void appendTo(std::string& text, char byte) {
+    if (text.size() >= MOVE_STEP && text.capacity() == text.size()) growLongText(text, 1);
+    text += byte;
+}
+
 void clearText(std::string& text) {
     text.clear();
     if (text.capacity() > KEPT_CAPACITY) text.shrink_to_fit();
@@ -79,12 +119,12 @@ void rcValue::swapText(std::string& other) {
 
 void rcValue::appendChar(char byte) {
     if (escapePending_) {
-        text_ += unescaped(byte);
+        appendTo(text_, unescaped(byte));
         escapePending_ = false;
     } else if (byte == ESCAPE) {
         escapePending_ = true;
     } else {
-        text_ += byte;
+        appendTo(text_, byte);
     }
 }
 
@@ -96,7 +136,7 @@ void rcValue::append(const char* data, std::size_t size) {
             continue;
         }
         const char* const escape = findByte(data, end, ESCAPE);
-        text_.append(data, escape);
+        appendTo(text_, data, escape);
         data = escape;
         if (data != end) {
             escapePending_ = true;

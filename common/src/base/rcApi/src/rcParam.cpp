@@ -107,8 +107,8 @@ rcParam::Array::Array(const InfoList& infos, std::string argument) {
 }
 
 rcParam& rcParam::Array::operator[](std::size_t index) const {
-    static rcParamVoid none;
-    return CO_ASSERT(index < size()) ? *parameters_[index] : none;
+    static auto* const none = new rcParamVoid;  // these outlive static destruction
+    return CO_ASSERT(index < size()) ? *parameters_[index] : *none;
 }
 
 template <typename T>
@@ -137,7 +137,7 @@ void rcParamFloat::setStringValue(std::string text) {
 }
 
 const std::string& rcParamBool::stringValue() const {
-    static const std::string texts[] = {FALSE_TEXT, TRUE_TEXT};
+    static const auto* const texts = new std::string[]{FALSE_TEXT, TRUE_TEXT};
     return texts[value_ ? 1 : 0];
 }
 
@@ -149,8 +149,8 @@ void rcParamBool::setStringValue(std::string text) {
 }
 
 const std::string& rcParamVoid::stringValue() const {
-    static const std::string none;
-    return none;
+    static const auto* const none = new std::string;
+    return *none;
 }
 
 template <>

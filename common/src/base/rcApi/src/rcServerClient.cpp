@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <climits>
 
+#include "CoDeferral.h"
 #include "CoMsg.h"
 #include "RcSettings.h"
 #include "rcSysCalls.h"
@@ -15,6 +16,9 @@ namespace {
 
 /// A buffer that a long result has grown is not kept for the short ones that follow.
 constexpr std::size_t KEPT_OUTPUT_CAPACITY = 64 * 1024;
+
+/// Many times a login record. A stranger gets no more of the memory, however many connections he opens.
+constexpr std::size_t MAX_BYTES_BEFORE_LOGIN = 64 * 1024;
 
 }  // namespace
 
@@ -53,6 +57,7 @@ bool rcServerContext::Client::mayProcess() const {
 
 bool rcServerContext::Client::handleRead() {
     {
+        const CoDeferral deferral;  // descriptors log: not under the lock
         const std::lock_guard<std::mutex> lock(mutex_);
         // Not asked for: the peer hung up in both directions, so nothing can be delivered any more.
         if (leaving_ || inputLeft() || outputPending()) return false;
@@ -67,6 +72,7 @@ bool rcServerContext::Client::handleRead() {
 bool rcServerContext::Client::handleWrite() {
     bool flushed = false;
     {
+        const CoDeferral deferral;
         const std::lock_guard<std::mutex> lock(mutex_);
         flushed = flush();
     }
@@ -76,24 +82,35 @@ bool rcServerContext::Client::handleWrite() {
 }
 
 bool rcServerContext::Client::handleError() {
-    CO_MSG_ERROR("%s", descriptor_.lastError() != CoIoDescriptor::IoError::None
-                           ? descriptor_.lastErrorText().c_str()
-                           : descriptor_.getLastSocketErrorStr().c_str());
+    const CoDeferral deferral;
+    const std::lock_guard<std::mutex> lock(mutex_);
+    CO_MSG_ERROR("%s", descriptor_.getLastSocketErrorStr().c_str());
     return false;
 }
 
 bool rcServerContext::Client::processInput() {
-    const std::size_t maxBytes = static_cast<std::size_t>(RcSettings::maxCommandBytes.get());
     while (inputLeft() && mayProcess()) {
         std::size_t used = 0;
         const bool complete = command_.append(input_.data() + inputStart_, inputEnd_ - inputStart_, used);
         inputStart_ += used;
-        if (command_.receivedBytes() > maxBytes) {
-            CO_MSG_ERROR("Command of client %u at '%s' exceeds %zu bytes (%s), breaking connection", id_,
-                         info_.getIpAddr().c_str(), maxBytes, RcSettings::maxCommandBytes.name());
-            return false;
-        }
+        if (isCommandTooLong()) return false;
         if (complete && !processLine()) return false;
+    }
+    return true;
+}
+
+/// Logs it, too.
+bool rcServerContext::Client::isCommandTooLong() const {
+    const std::size_t size = command_.receivedBytes();
+    const auto maxBytes = static_cast<std::size_t>(RcSettings::maxCommandBytes.get());
+    const bool stranger = context_.requireLogin_ && !loggedIn_;
+    if (size <= (stranger ? std::min(maxBytes, MAX_BYTES_BEFORE_LOGIN) : maxBytes)) return false;
+    if (size > maxBytes) {
+        CO_MSG_ERROR("Command of client %u at '%s' exceeds %zu bytes (%s), breaking connection", id_,
+                     info_.getIpAddr().c_str(), maxBytes, RcSettings::maxCommandBytes.name());
+    } else {
+        CO_MSG_ERROR("Command of client %u exceeds %zu bytes before a login, breaking connection", id_,
+                     MAX_BYTES_BEFORE_LOGIN);
     }
     return true;
 }
@@ -116,6 +133,7 @@ bool rcServerContext::Client::finishLeaving() {
 }
 
 bool rcServerContext::Client::sendResult(rcResult::Code code, const std::string& text) {
+    const CoDeferral deferral;
     const std::lock_guard<std::mutex> lock(mutex_);
     rcResult::appendLine(code, text, output_);
     return flush();
@@ -150,6 +168,7 @@ bool rcServerContext::Client::cancelReturn() {
 
 bool rcServerContext::Client::returnDelayed(rcResult::Code code, const char* text) {
     {
+        const CoDeferral deferral;
         const std::lock_guard<std::mutex> lock(mutex_);
         if (!awaitingReturn_) return false;
         awaitingReturn_ = false;

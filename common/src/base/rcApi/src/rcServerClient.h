@@ -51,6 +51,7 @@ class rcServerContext::Client : public CoIoHandler {
     bool outputPending() const { return outputStart_ != output_.size(); }
     bool mayProcess() const;
     bool processInput();
+    bool isCommandTooLong() const;
     bool processLine();
     bool finishLeaving();
     void takeInheritedInfo();

@@ -1,5 +1,6 @@
 #include "rcServerContext.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -21,6 +22,7 @@ constexpr const char* NOT_LOGGED_IN = "Not logged in.";
 constexpr const char* UNKNOWN_METHOD = "Unknown method: ";
 
 constexpr int ANY_PORT = 0;
+constexpr int HIGHEST_PORT = 65535;
 
 /// A number beyond the range of ids becomes one that no object has, rather than another one's.
 int parseObjectId(const std::string& text) {
@@ -31,8 +33,8 @@ int parseObjectId(const std::string& text) {
 }  // namespace
 
 const rcParam::InfoList& rcMethod::getDudParamList() {
-    static const rcParam::InfoList none;
-    return none;
+    static const auto* const none = new rcParam::InfoList;  // outlives static destruction
+    return *none;
 }
 
 rcServerContext::rcServerContext(int port, const char* bindAddress)
@@ -50,13 +52,14 @@ rcServerContext::rcServerContext(int lowPort, int highPort, const char* bindAddr
     : listener_([this](int descriptor) { handleConnection(descriptor); },
                 [this](unsigned pauseMs) { reviewInterestsIn(pauseMs); }) {
     const bool any = lowPort < 0 && highPort < 0;
-    const int last = any ? ANY_PORT : highPort;
-    for (int port = any ? ANY_PORT : lowPort; port <= last; ++port) {
+    const int first = any ? ANY_PORT : std::max(lowPort, ANY_PORT);
+    const int last = any ? ANY_PORT : std::min(highPort, HIGHEST_PORT);
+    for (int port = first; port <= last; ++port) {
         if (!listener_.server().listen(port, bindAddress)) continue;
         registerIOHandler(&listener_);
         return;
     }
-    const std::string reason = lowPort > highPort ? coErrorText(EINVAL) : listener_.server().lastErrorText();
+    const std::string reason = first > last ? coErrorText(EINVAL) : listener_.server().lastErrorText();
     CO_MSG_ERROR("Unable to find port in range %d to %d accept connections: %s", lowPort, highPort,
                  reason.c_str());
 }

@@ -49,7 +49,8 @@ class rcServerContext : public rcAppContext {
     /// Listens on `port` (0: any free one) of `bindAddress` (null: every address). A failure is logged, and
     /// the context is then not valid.
     explicit rcServerContext(int port, const char* bindAddress = nullptr);
-    /// Listens on the first port of the range that works; a negative range means any free port.
+    /// Listens on the first port of the range that works; a negative range means any free port. Numbers that
+    /// are no ports are left out.
     rcServerContext(int lowPort, int highPort, const char* bindAddress = nullptr);
     /// Closes every connection, without calling clientGone.
     ~rcServerContext() override;
@@ -58,7 +59,8 @@ class rcServerContext : public rcAppContext {
     /// The port it listens on; 0 when it is not valid.
     int getPort() const;
 
-    /// From now on every method but "_login" and "_ping" answers "Not logged in." before a login.
+    /// From now on every method but "_login" and "_ping" answers "Not logged in." before a login, and a
+    /// client that sends a long command before one is dropped.
     void requireLogin(bool on);
 
     /// Copies the description. False, with the reason logged, when the name is taken.

@@ -1,10 +1,10 @@
 #include "CoIoDescriptor.h"
 
 #include <poll.h>
-#include <sched.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <utility>
@@ -34,6 +34,9 @@ constexpr ErrorPair ERRORS[] = {
     {CoIoDescriptor::IoError::NoDevice, ENXIO},
     {CoIoDescriptor::IoError::Invalid, EINVAL},
 };
+
+// Between two looks at the cancel pipe while a byte in it is for another waiter.
+constexpr int FOREIGN_STOP_PAUSE_MS = 1;
 
 std::string errorText(CoIoDescriptor::IoError error) {
     const int current = errno;
@@ -93,9 +96,13 @@ CoIoDescriptor::WaitResult CoIoDescriptor::waitFor(short events, int timeoutMs, 
     if (ready == 0) return WaitResult::TimedOut;
     occurred = entries[0].revents;
     if (occurred != 0) return WaitResult::Ready;
-    // The byte is for another waiter, who takes it in a moment: let it run rather than poll at full speed.
-    ::sched_yield();
-    return WaitResult::Woken;
+    // The byte is for another waiter, who takes it in a moment, or later when it is busy: rather than poll at
+    // full speed, wait a little for the descriptor alone.
+    const int pauseMs = timeoutMs < 0 ? FOREIGN_STOP_PAUSE_MS : std::min(timeoutMs, FOREIGN_STOP_PAUSE_MS);
+    if (::poll(entries, 1, pauseMs) < 0 && errno != EINTR) return WaitResult::Failed;
+    if (stopRequested()) return WaitResult::Stopped;
+    occurred = entries[0].revents;
+    return occurred != 0 ? WaitResult::Ready : WaitResult::Woken;
 }
 
 bool CoIoDescriptor::setSendBufferSizeSocketOption(int bytes) {

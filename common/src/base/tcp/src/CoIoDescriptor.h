@@ -98,6 +98,9 @@ class CoIoDescriptor {
         StopScope& operator=(const StopScope&) = delete;
         ~StopScope();
 
+        /// Whether stop() was called since it began.
+        bool stopRequested() const { return descriptor_.stop_.requested(); }
+
       private:
         CoIoDescriptor& descriptor_;
     };

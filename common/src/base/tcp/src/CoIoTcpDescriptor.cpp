@@ -124,7 +124,7 @@ bool CoIoTcpDescriptor::connectTo(const addrinfo& address, const Options& option
         setLastError(IoError::Invalid);
         return false;
     }
-    setId(::socket(address.ai_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    setId(::socket(address.ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!isValid()) {
         setLastErrorFromSystem();
         return false;
@@ -133,7 +133,6 @@ bool CoIoTcpDescriptor::connectTo(const addrinfo& address, const Options& option
     setNoDelaySocketOption(true);
     if (options.sendBufferBytes > 0) setSendBufferSizeSocketOption(options.sendBufferBytes);
     if (options.receiveBufferBytes > 0) setReceiveBufferSizeSocketOption(options.receiveBufferBytes);
-    if (!setNonBlocking(true)) return false;
 
     if (::connect(getId(), reinterpret_cast<const sockaddr*>(&target), address.ai_addrlen) == 0) return true;
     if (errno == EINPROGRESS) return waitUntilConnected(deadline);
@@ -220,6 +219,13 @@ bool CoIoTcpDescriptor::getPeerIP(std::string& ip) const {
     return queryIP(
         getId(), [](int id, sockaddr* address, socklen_t* size) { return ::getpeername(id, address, size); },
         ip);
+}
+
+std::string CoIoTcpDescriptor::getLastSocketErrorStr() const {
+    int pending = 0;
+    socklen_t size = sizeof pending;
+    const bool found = ::getsockopt(getId(), SOL_SOCKET, SO_ERROR, &pending, &size) == 0 && pending != 0;
+    return found ? coErrorText(pending) : lastErrorText();
 }
 
 std::string CoIoTcpDescriptor::getIpAddrFromHostName(const char* hostName, unsigned timeoutMs) {

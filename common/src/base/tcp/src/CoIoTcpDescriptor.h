@@ -35,8 +35,9 @@ class CoIoTcpDescriptor : public CoIoDescriptor {
     /// none, `ip` is then as before.
     bool getSocketIP(std::string& ip) const;
     bool getPeerIP(std::string& ip) const;
-    /// Text of the last error on this socket; empty when there was none.
-    std::string getLastSocketErrorStr() const { return lastErrorText(); }
+    /// Text of the error that is pending on this socket, which it takes away, or else of the last error;
+    /// empty when there was none.
+    std::string getLastSocketErrorStr() const;
 
     /// Numeric address of a host name. Throws CoException with the resolver's text; ends within `timeoutMs`.
     static std::string getIpAddrFromHostName(const char* hostName,

@@ -94,7 +94,8 @@ int CoIoTcpServerDescriptor::accept() {
     if (id < 0) {
         // A connection that its peer gave up while it waited is no failure of ours: there just is none now.
         if (errno == ECONNABORTED) errno = EAGAIN;
-        setLastErrorFromSystem();
+        // A full descriptor table lasts: no warning of an unknown error for each attempt.
+        setLastError(errno == EAGAIN ? IoError::Again : IoError::Other);
         return INVALID_ID;
     }
     const int on = 1;

@@ -1,6 +1,7 @@
 #include "CoNameLookup.h"
 
-#include <dlfcn.h>
+#include <arpa/inet.h>
+#include <netinet/in.h>
 #include <pthread.h>
 #include <signal.h>
 
@@ -11,6 +12,7 @@
 #include <mutex>
 
 #include "CoTime.h"
+#include "QdDsoMgr.h"
 #include "TcpSettings.h"
 
 namespace Vantrel {
@@ -117,23 +119,13 @@ void* runLookup(void* argument) {
     return nullptr;
 }
 
-// A look-up may outlive its caller and even the host's last use of the library: keep the code in memory.
-void pinThisModule() {
-    static const bool pinned = [] {
-        Dl_info module{};
-        return ::dladdr(reinterpret_cast<void*>(&runLookup), &module) != 0 &&
-               ::dlopen(module.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE) != nullptr;
-    }();
-    static_cast<void>(pinned);
-}
-
 // Starts a look-up on a thread that nobody joins and that takes no signals.
 bool start(const std::shared_ptr<Lookup>& lookup) {
     if (++running > CoNameLookup::MAX_RUNNING) {
         --running;
         return false;
     }
-    pinThisModule();
+    QdDsoMgr::keepLoaded();  // a look-up may outlive its caller and even the host's last use of the library
     sigset_t all;
     ::sigfillset(&all);
     pthread_attr_t attributes;
@@ -191,6 +183,11 @@ int CoNameLookup::findName(const sockaddr* address, socklen_t size, int flags, u
 
 std::string CoNameLookup::toNumericText(const sockaddr* address, socklen_t size) {
     char text[NI_MAXHOST] = {};
+    if (address->sa_family == AF_INET && size >= sizeof(sockaddr_in)) {
+        // By far the most frequent, and without a scope that only getnameinfo can tell.
+        const auto& ip = reinterpret_cast<const sockaddr_in*>(address)->sin_addr;
+        return ::inet_ntop(AF_INET, &ip, text, sizeof text) ? text : "";
+    }
     const int error = ::getnameinfo(address, size, text, sizeof text, nullptr, 0, NI_NUMERICHOST);
     return error == 0 ? text : "";
 }

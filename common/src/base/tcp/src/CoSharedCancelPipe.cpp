@@ -9,6 +9,7 @@
 #include "CoAssert.h"
 #include "CoMsg.h"
 #include "CoProcess.h"
+#include "QdDsoMgr.h"
 
 namespace Vantrel {
 
@@ -25,6 +26,7 @@ CoSharedCancelPipe& CoSharedCancelPipe::get() {
     CoSharedCancelPipe* seen = current.load(std::memory_order_acquire);
     if (seen && seen->generation_ == generation) return *seen;
 
+    QdDsoMgr::keepLoaded();
     // No lock: one that another thread held at the moment of a fork would stay locked in the child.
     auto* const fresh = new CoSharedCancelPipe(generation);
     fresh->earlier_ = seen;

@@ -3,9 +3,11 @@
 #include <pthread.h>
 #include <signal.h>
 
+#include <exception>
 #include <string>
 #include <utility>
 
+#include "CoMsg.h"
 #include "CoThreadMgr.h"
 
 namespace Vantrel {
@@ -33,14 +35,19 @@ class SignalsBlocked {
 }  // namespace
 
 CoThread::CoThread(const char* name, std::function<void()> body, std::function<void()> requestStop)
-    : requestStop_(std::move(requestStop)) {
+    : requestStop_(std::move(requestStop)), finished_(std::make_shared<std::atomic<bool>>(false)) {
     const SignalsBlocked blocked;
-    thread_ =
-        std::thread([this, shortName = std::string(name).substr(0, MAX_NAME_BYTES), run = std::move(body)] {
-            ::pthread_setname_np(::pthread_self(), shortName.c_str());
+    thread_ = std::thread([finished = finished_, shortName = std::string(name).substr(0, MAX_NAME_BYTES),
+                           run = std::move(body)] {
+        ::pthread_setname_np(::pthread_self(), shortName.c_str());
+        try {
             run();
-            finished_ = true;
-        });
+        } catch (const std::exception& error) {
+            // Passing on would end the host process.
+            CO_MSG_ERROR("Thread '%s' ended early: %s", shortName.c_str(), error.what());
+        }
+        *finished = true;
+    });
     CoThreadMgr::getInstance().add(this);
 }
 
@@ -48,6 +55,7 @@ CoThread::~CoThread() {
     CoThreadMgr::getInstance().remove(this);
     requestStop_();
     join();
+    if (thread_.joinable()) thread_.detach();
 }
 
 void CoThread::join() {

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <functional>
+#include <memory>
 #include <thread>
 
 namespace Vantrel {
@@ -16,18 +17,19 @@ class CoThread {
     CoThread(const CoThread&) = delete;
     CoThread& operator=(const CoThread&) = delete;
 
-    /// Requests the stop and joins.
+    /// Requests the stop and joins. On the thread itself, which cannot wait for its own end, it leaves the
+    /// rest of `body` running.
     ~CoThread();
 
     void requestStop() const { requestStop_(); }
     /// Waits for the end of `body`; returns at once when called a second time or on the thread itself.
     void join();
     /// Whether `body` has returned.
-    bool finished() const { return finished_; }
+    bool finished() const { return *finished_; }
 
   private:
     std::function<void()> requestStop_;
-    std::atomic<bool> finished_{false};
+    std::shared_ptr<std::atomic<bool>> finished_;  ///< the thread's too: it may outlive this object
     std::thread thread_;
 };
 

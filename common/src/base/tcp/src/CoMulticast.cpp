@@ -1,0 +1,326 @@
+#include "CoMulticast.h"
+
+#include <ifaddrs.h>
+#include <net/if.h>
+#include <netdb.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+
+#include "CoAssert.h"
+#include "CoException.h"
+#include "CoIoTcpDescriptor.h"
+#include "CoMsg.h"
+#include "CoNameLookup.h"
+#include "TcpSettings.h"
+
+namespace Vantrel {
+
+namespace {
+
+constexpr unsigned HIGHEST_PORT = 65535;
+constexpr unsigned HIGHEST_TTL = 255;
+constexpr const char* ALL_HOSTS = "224.0.0.1";
+constexpr const char* ALL_HOSTS_IPV6 = "ff02::1";
+constexpr const char* BLANKS = " \t\r\n";
+constexpr const char* BAD_ADDRESS = "Cannot initialize socket address.";
+constexpr const char* ROUTE_HINT = "  Check the default/multicast/gateway route entry";
+
+[[noreturn]] void fail(const std::string& attempted, const std::string& reason) {
+    throw CoException(attempted + (attempted.back() == '.' ? " " : ": ") + reason + ".");
+}
+
+[[noreturn]] void fail(const std::string& attempted, int error) {
+    fail(attempted, coErrorText(error));
+}
+
+[[noreturn]] void failFromSystem(const char* attempted) {
+    fail(attempted, errno);
+}
+
+const sockaddr* toSockaddr(const sockaddr_storage& address) {
+    return reinterpret_cast<const sockaddr*>(&address);
+}
+
+sockaddr* toSockaddr(sockaddr_storage& address) {
+    return reinterpret_cast<sockaddr*>(&address);
+}
+
+socklen_t sizeOf(const sockaddr_storage& address) {
+    return address.ss_family == AF_INET6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in);
+}
+
+// The port stands at the same place in both families' addresses.
+void setPort(sockaddr_storage& address, unsigned port) {
+    reinterpret_cast<sockaddr_in&>(address).sin_port = htons(static_cast<uint16_t>(port));
+}
+
+unsigned portOf(const sockaddr_storage& address) {
+    if (address.ss_family != AF_INET && address.ss_family != AF_INET6) return 0;
+    return ntohs(reinterpret_cast<const sockaddr_in&>(address).sin_port);
+}
+
+/// Reads a numeric address, for IPv6 with or without a zone. 0, or the resolver's error.
+int readAddress(const char* text, int family, unsigned port, sockaddr_storage& address) {
+    addrinfo hints{};
+    hints.ai_family = family;
+    hints.ai_socktype = SOCK_DGRAM;
+    hints.ai_flags = AI_NUMERICHOST;
+    addrinfo* first = nullptr;
+    const int error = ::getaddrinfo(text, nullptr, &hints, &first);
+    if (error != 0) return error;
+    const CoNameLookup::Addresses owner(first, &::freeaddrinfo);
+    address = {};
+    std::memcpy(&address, first->ai_addr, first->ai_addrlen);
+    setPort(address, port);
+    return 0;
+}
+
+const char* groupOf(const std::string& scope, int family) {
+    return family == AF_INET6 && scope == ALL_HOSTS ? ALL_HOSTS_IPV6 : scope.c_str();
+}
+
+sockaddr_storage resolveScope(const std::string& scope, unsigned port) {
+    if (scope.empty()) throw CoException("Empty scope");
+    if (port > HIGHEST_PORT) fail(BAD_ADDRESS, coFormat("%u is no port", port));
+    const bool isIPv6 = TcpSettings::ipv6.get() || scope.find(':') != std::string::npos;
+    const int family = isIPv6 ? AF_INET6 : AF_INET;
+    sockaddr_storage group{};
+    const int error = readAddress(groupOf(scope, family), family, port, group);
+    if (error == EAI_MEMORY) fail(BAD_ADDRESS, "Out of memory");
+    if (error != 0) {
+        fail(BAD_ADDRESS, coFormat("'%s' is no %s address", scope.c_str(), isIPv6 ? "IPv6" : "IPv4"));
+    }
+    return group;
+}
+
+/// The number of an interface, or of the one that an alias such as "eth0:1" belongs to.
+unsigned indexOf(const std::string& interface) {
+    return ::if_nametoindex(interface.substr(0, interface.find(':')).c_str());
+}
+
+bool isReceptionPause(int error) {
+    return error == ECONNRESET || error == EAGAIN || error == EINTR;
+}
+
+}  // namespace
+
+void CoMulticast::Socket::close() noexcept {
+    if (id >= 0) ::close(id);
+    id = -1;
+}
+
+CoMulticast::CoMulticast(unsigned port, const std::string& scope, const std::string& interface)
+    : port_(port), scope_(scope), interface_(interface), group_(resolveScope(scope, port)) {
+    open();
+}
+
+void CoMulticast::open() {
+    socket_.id = ::socket(group_.ss_family, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const int on = 1;
+    // Without it, an IPv6 socket would take IPv4's datagrams from the IPv4 sockets of the same port.
+    const bool opened = socket_.id >= 0 && (!isIPv6() || ::setsockopt(socket_.id, IPPROTO_IPV6, IPV6_V6ONLY,
+                                                                      &on, sizeof on) == 0);
+    if (opened) return;
+    const int error = errno;
+    fail(coFormat("Unable to create a datagram socket%s", isIPv6() ? " for IPv6" : " for IPv4"), error);
+}
+
+CoMulticast::Interface CoMulticast::findInterface() const {
+    return interface_.empty() ? Interface() : findNamedInterface();
+}
+
+CoMulticast::Interface CoMulticast::findNamedInterface() const {
+    if (interface_.size() >= IFNAMSIZ || interface_.find_first_of(BLANKS) != std::string::npos) {
+        fail("Invalid interface specified", EINVAL);
+    }
+    ifaddrs* first = nullptr;
+    if (::getifaddrs(&first) != 0) failFromSystem("Unable to acquire network interface list");
+    const std::unique_ptr<ifaddrs, decltype(&::freeifaddrs)> owner(first, &::freeifaddrs);
+
+    Interface found;
+    int error = ENODEV;
+    for (const ifaddrs* entry = first; entry && error != 0; entry = entry->ifa_next) {
+        if (interface_ != entry->ifa_name) continue;
+        found.index = indexOf(interface_);
+        error = EADDRNOTAVAIL;
+        if (isIPv6()) {
+            error = 0;
+        } else if (entry->ifa_addr && entry->ifa_addr->sa_family == AF_INET) {
+            const void* const address = entry->ifa_addr;
+            found.address = static_cast<const sockaddr_in*>(address)->sin_addr;
+            error = 0;
+        }
+    }
+    if (error != 0) fail(coFormat("Invalid interface %s", interface_.c_str()), error);
+    return found;
+}
+
+void CoMulticast::bind(bool isPublic) {
+    const Interface local = findInterface();
+    sockaddr_storage address{};  // any address, any free port
+    address.ss_family = group_.ss_family;
+    const int on = 1;
+    if (isPublic) {
+        setPort(address, port_);
+        if (::setsockopt(socket_.id, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0) {
+            failFromSystem("Unable to set SO_REUSEADDR option");
+        }
+    } else if (!isIPv6()) {
+        // No address reuse here: the system could give two private sockets the same port, and the replies to
+        // one would go to the other.
+        reinterpret_cast<sockaddr_in&>(address).sin_addr = local.address;
+    }
+    if (::bind(socket_.id, toSockaddr(address), sizeOf(address)) != 0) {
+        const int error = errno;
+        const std::string ip = CoNameLookup::toNumericText(toSockaddr(address), sizeOf(address));
+        fail(coFormat("Unable to bind to %s:%u", ip.c_str(), isPublic ? port_ : 0), error);
+    }
+    if (isPublic && port_ == 0) {
+        port_ = getLocalPort();
+        setPort(group_, port_);
+    }
+    if (!interface_.empty()) selectInterface(local);
+}
+
+void CoMulticast::selectInterface(const Interface& local) const {
+    int result = 0;
+    if (isIPv6()) {
+        result = ::setsockopt(socket_.id, IPPROTO_IPV6, IPV6_MULTICAST_IF, &local.index, sizeof local.index);
+    } else {
+        ip_mreqn request{};
+        request.imr_address = local.address;
+        request.imr_ifindex = static_cast<int>(local.index);
+        result = ::setsockopt(socket_.id, IPPROTO_IP, IP_MULTICAST_IF, &request, sizeof request);
+    }
+    if (result == 0) return;
+    const int error = errno;
+    fail(coFormat("Unable to set multicast i/f to %s", interface_.c_str()), error);
+}
+
+int CoMulticast::changeMembership(int optionIPv4, int optionIPv6) const {
+    const Interface local = findInterface();
+    if (!isIPv6()) {
+        ip_mreqn request{};
+        request.imr_multiaddr = reinterpret_cast<const sockaddr_in&>(group_).sin_addr;
+        request.imr_address = local.address;
+        request.imr_ifindex = static_cast<int>(local.index);
+        return ::setsockopt(socket_.id, IPPROTO_IP, optionIPv4, &request, sizeof request);
+    }
+    const auto& group = reinterpret_cast<const sockaddr_in6&>(group_);
+    ipv6_mreq request{};
+    request.ipv6mr_multiaddr = group.sin6_addr;
+    request.ipv6mr_interface = local.index != 0 ? local.index : group.sin6_scope_id;
+    return ::setsockopt(socket_.id, IPPROTO_IPV6, optionIPv6, &request, sizeof request);
+}
+
+void CoMulticast::join() {
+    if (changeMembership(IP_ADD_MEMBERSHIP, IPV6_JOIN_GROUP) == 0) return;
+    const int error = errno;
+    const char* const hint = error == ENODEV ? ROUTE_HINT : "";
+    fail(coFormat("Unable to join multicast group %s.%s", scope_.c_str(), hint), error);
+}
+
+void CoMulticast::drop() {
+    if (changeMembership(IP_DROP_MEMBERSHIP, IPV6_LEAVE_GROUP) == 0) return;
+    const int error = errno;
+    fail(coFormat("Unable to leave multicast group %s", scope_.c_str()), error);
+}
+
+int CoMulticast::setOption(int optionIPv4, int optionIPv6, int value) const {
+    return isIPv6() ? ::setsockopt(socket_.id, IPPROTO_IPV6, optionIPv6, &value, sizeof value)
+                    : ::setsockopt(socket_.id, IPPROTO_IP, optionIPv4, &value, sizeof value);
+}
+
+int CoMulticast::getOption(int optionIPv4, int optionIPv6, int& value) const {
+    socklen_t size = sizeof value;
+    return isIPv6() ? ::getsockopt(socket_.id, IPPROTO_IPV6, optionIPv6, &value, &size)
+                    : ::getsockopt(socket_.id, IPPROTO_IP, optionIPv4, &value, &size);
+}
+
+void CoMulticast::setTTL(unsigned ttl) {
+    // The system would take a number that turns negative as its own default.
+    const bool possible = ttl <= HIGHEST_TTL;
+    if (possible && setOption(IP_MULTICAST_TTL, IPV6_MULTICAST_HOPS, static_cast<int>(ttl)) == 0) return;
+    const int error = possible ? errno : EINVAL;
+    fail(coFormat("Unable to set the time-to-live to %u", ttl), error);
+}
+
+unsigned CoMulticast::getTTL() const {
+    int ttl = 0;
+    if (getOption(IP_MULTICAST_TTL, IPV6_MULTICAST_HOPS, ttl) != 0) {
+        failFromSystem("Unable to get the time-to-live");
+    }
+    return static_cast<unsigned>(ttl);
+}
+
+void CoMulticast::setLoopback(bool on) {
+    if (setOption(IP_MULTICAST_LOOP, IPV6_MULTICAST_LOOP, on ? 1 : 0) == 0) return;
+    const int error = errno;
+    fail(coFormat("Unable to set loopback to %u", on ? 1u : 0u), error);
+}
+
+bool CoMulticast::willLoopback() const {
+    int on = 0;
+    if (getOption(IP_MULTICAST_LOOP, IPV6_MULTICAST_LOOP, on) != 0) {
+        failFromSystem("Unable to get the loopback");
+    }
+    return on != 0;
+}
+
+void CoMulticast::send(const void* data, std::size_t length, const char* address, unsigned port) const {
+    if (!address) return send(data, length, group_);
+    sockaddr_storage to{};
+    if (port > HIGHEST_PORT || readAddress(address, group_.ss_family, port, to) != 0) {
+        fail(coFormat("Unable to send %ld bytes to %s:%u", static_cast<long>(length), address, port), EINVAL);
+    }
+    send(data, length, to);
+}
+
+void CoMulticast::send(const void* data, std::size_t length, const sockaddr_storage& to) const {
+    const ssize_t sent =
+        ::sendto(socket_.id, data, length, MSG_DONTWAIT | MSG_NOSIGNAL, toSockaddr(to), sizeOf(to));
+    if (sent >= 0) return;
+    const int error = errno;
+    std::string ip;
+    unsigned port = 0;
+    addrToIPAndPort(to, ip, port);
+    fail(coFormat("Unable to send %ld bytes to %s:%u", static_cast<long>(length), ip.c_str(), port), error);
+}
+
+bool CoMulticast::receive(void* buffer, std::size_t& length, sockaddr_storage& from, bool block) const {
+    const std::size_t size = std::exchange(length, 0);
+    if (!CO_ASSERT(buffer != nullptr)) return false;
+    sockaddr_storage sender{};
+    socklen_t senderSize = sizeof sender;
+    const ssize_t received =
+        ::recvfrom(socket_.id, buffer, size, block ? 0 : MSG_DONTWAIT, toSockaddr(sender), &senderSize);
+    if (received >= 0) {
+        length = static_cast<std::size_t>(received);
+        from = sender;
+        return true;
+    }
+    const int error = errno;
+    if (isReceptionPause(error)) return false;
+    fail(coFormat("Unable to receive %ld bytes", static_cast<long>(size)), error);
+}
+
+void CoMulticast::addrToIPAndPort(const sockaddr_storage& address, std::string& ip, unsigned& port) {
+    port = portOf(address);
+    ip.clear();
+    // What is no internet address would get a name.
+    if (address.ss_family != AF_INET && address.ss_family != AF_INET6) return;
+    const std::string text = CoNameLookup::toNumericText(toSockaddr(address), sizeOf(address));
+    ip = CoIoTcpDescriptor::skipIPv4InIPv6Prefix(text.c_str());
+}
+
+unsigned CoMulticast::getLocalPort() const {
+    sockaddr_storage address{};
+    socklen_t size = sizeof address;
+    if (::getsockname(socket_.id, toSockaddr(address), &size) != 0) return 0;
+    return portOf(address);
+}
+
+}  // namespace Vantrel
