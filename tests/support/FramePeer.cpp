@@ -102,22 +102,27 @@ void FramePeer::run() {
         }
         serve(client);
         ::close(client);
+        const std::lock_guard<std::mutex> lock(mutex_);
+        ++closed_;
+        changed_.notify_all();
     }
 }
 
 void FramePeer::serve(int client) {
     for (Step step; nextStep(client, step);) {
         if (!send(client, step.reply) || step.then == Then::Close) return;
-        if (step.then == Then::GoOn) continue;
-        waitFor(client, POLLRDHUP);
+        if (step.then == Then::GoOn)
+            continue;  // A client that gave a write up may leave bytes that nobody reads, and its end behind
+                       // them.
+        pollfd entries[] = {{client, POLLRDHUP, 0}, {listener_, POLLIN, 0}, {endPipe_[0], POLLIN, 0}};
+        while (::poll(entries, 3, -1) < 0 && errno == EINTR) {
+        }
         break;
     }
-    const std::lock_guard<std::mutex> lock(mutex_);
-    ++closed_;
-    changed_.notify_all();
 }
 
-// Takes the next request and the step that answers it; false when the client has gone, or went beyond the script.
+// Takes the next request and the step that answers it; false when the client has gone, or went beyond the
+// script.
 bool FramePeer::nextStep(int client, Step& step) {
     std::string request;
     if (!receive(client, 1, request)) return false;

@@ -10,9 +10,9 @@
 
 namespace Vantrel {
 
-/// A frame port that plays a script: for each request it notes the bytes that came and answers what it was told,
-/// whole or in pieces, and then goes on, closes, or falls silent. One connection at a time, on a port of
-/// 127.0.0.1 that the system chose. It knows nothing of the protocol. Thread-safe.
+/// A frame port that plays a script: for each request it notes the bytes that came and answers what it was
+/// told, whole or in pieces, and then goes on, closes, or falls silent. One connection at a time, on a port
+/// of 127.0.0.1 that the system chose. It knows nothing of the protocol. Thread-safe.
 class FramePeer {
   public:
     /// What follows a reply. `Stall`: neither reads nor sends any more, but stays connected.
@@ -30,11 +30,11 @@ class FramePeer {
     /// Sends later replies `bytes` at a time; 0: whole.
     void replyInPieces(std::size_t bytes);
 
-    /// The requests received, those cut short by the client's going included, in order. A last element holds what
-    /// came beyond the script.
+    /// The requests received, those cut short by the client's going included, in order. A last element holds
+    /// what came beyond the script.
     std::vector<std::string> requests() const;
     std::size_t connections() const;
-    /// Whether so many requests, or ends of connections by the client, came within the limit.
+    /// Whether so many requests came, or so many connections ended, within the limit.
     bool waitForRequests(std::size_t count) const;
     bool waitForClosed(std::size_t count) const;
 

@@ -292,6 +292,7 @@ TEST_F(FrameServerTest, aServerOfAnAgeLacksTheMethodsThatCameLater) {
         VantrelVersion since;
     } cases[] = {
         {"ReadFrameNoAck\0n5-0\0000\0InvalidateCache\0"s, {2010, 0, 0, 0}},
+        {"ReadAheadRedirect\0n5-0\0000\0000\0"s, {2011, 0, 0, 0}},
         {"InvalidateCache\0"s, {2012, 0, 0, 5120}},
         {"PullFile\0x\0001\0"s, {2007, 1, 0, 0}},
     };

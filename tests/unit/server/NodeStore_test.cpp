@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "CoException.h"
+#include "FileSizeLimit.h"
 #include "ServerLimits.h"
 #include "TemporaryDirectory.h"
 
@@ -227,6 +228,41 @@ TEST_F(NodeStoreTest, anUnfinishedWriteLeavesTheEarlierFrameAndNoFile) {
     directory_.write("frames/0123456789abcdef", "half");
     reopen();
     EXPECT_EQ(read(frame), "earlier");
+    EXPECT_EQ(frameFiles(), 1u);
+}
+
+TEST_F(NodeStoreTest, aFullDiskAtTheCommitLeavesTheEarlierFrameAndNoFile) {
+    const std::string clip = createClip(1);
+    const std::string frame = store().frameIds(clip)[0];
+    write(frame, "earlier");
+    {
+        const auto content = store().beginFrame(frame);
+        content->write("later", 5);
+        const Vantrel::FileSizeLimit limit(std::filesystem::file_size(directory_.path("vantreld.db-wal")));
+        EXPECT_THAT(failureOf([&] { store().commitFrame(frame, *content); }),
+                    HasSubstr("Cannot use database"));
+    }
+    EXPECT_EQ(read(frame), "earlier");
+    EXPECT_EQ(frameFiles(), 1u);
+    write(frame, "later");
+    EXPECT_EQ(read(frame), "later");
+}
+
+TEST_F(NodeStoreTest, whatIsNotItsOwnInTheRootStays) {
+    const char* const strangers[] = {"frames/shot.0001.dpx", "frames/0123456789abcdeF",
+                                     "uploads/0123456789abcdef0", "uploads/notes.txt"};
+    for (const char* each : strangers) directory_.write(each, "precious");
+    directory_.write("uploads/0123456789abcdef", "half");
+    reopen();
+    for (const char* each : strangers) EXPECT_EQ(directory_.read(each), "precious") << each;
+    EXPECT_FALSE(std::filesystem::exists(directory_.path("uploads/0123456789abcdef")));
+}
+
+TEST_F(NodeStoreTest, framesThatLostTheirDatabaseAreNotSweptAway) {
+    write(store().frameIds(createClip(1))[0], "precious");
+    store_.reset();
+    std::filesystem::rename(directory_.path("vantreld.db"), directory_.path("saved"));
+    EXPECT_THAT(failureOf([&] { NodeStore without(directory_.path()); }), HasSubstr("vantreld.db"));
     EXPECT_EQ(frameFiles(), 1u);
 }
 

@@ -38,10 +38,14 @@ class VANTREL_API VantrelNodeHandle {
 
     // --- Identity ---
 
+    /// The node's id; empty when the handle refers to no node. Valid until the handle is changed or
+    /// destroyed.
     const VantrelNodeId& getNodeId() const;
     /// Points the handle at another node of the server. The id already held changes nothing.
     void setNodeId(const VantrelNodeId& id);
+    /// The server handle that this one refers to; without one, a handle that names no server.
     const VantrelServerHandle& getServer() const;
+    /// Makes the handle refer to another server handle, which must outlive it.
     void setServer(const VantrelServerHandle& server);
 
     bool getDisplayName(VantrelStr& displayName);

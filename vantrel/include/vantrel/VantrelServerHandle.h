@@ -88,8 +88,9 @@ class VANTREL_API VantrelServerHandle {
     // --- Frames ---
 
     /// Reads the first `size` bytes of a frame into `buffer`. `readAheadId1` and `readAheadId2`, where not
-    /// null, name frames that the server may prepare. The bytes are those that were written; their layout is
-    /// told by the clip format (VantrelFormats.h). On failure the content of `buffer` is undefined.
+    /// null, name frames that the server may prepare, or for which it may name another server: they are then
+    /// read from that one, as long as it can be connected. The bytes are those that were written; their
+    /// layout is told by the clip format (VantrelFormats.h). On failure the content of `buffer` is undefined.
     bool readFrame(const char* frameId, void* buffer, unsigned long size, const char* readAheadId1 = nullptr,
                    const char* readAheadId2 = nullptr) const;
     /// The same with `requestSize` bytes of parameters for the server.

@@ -12,7 +12,6 @@
 namespace vantreld {
 
 using Vantrel::CoException;
-using Vantrel::coFormat;
 
 namespace {
 
@@ -49,7 +48,9 @@ std::string NodeCommands::allocateFramesEx(const std::string& argument) {
 
 std::string NodeCommands::getFramePaths(const std::string& argument) {
     ArgumentReader pieces("GetFramePaths", argument);
-    return VantrelNodeCodec::joinWithCommas(store_.framePaths(pieces.next("node")));
+    const std::string clip = pieces.next("node");
+    std::vector<std::string> paths = store_.framePaths(clip);
+    return commaPaths(std::move(paths), store_.frameIds(clip));
 }
 
 std::string NodeCommands::getFramePathsEx(const std::string& argument) {
@@ -63,9 +64,7 @@ std::string NodeCommands::setFramePaths(const std::string& argument) {
     pieces.next("host name");
     // A path with a blank in it moves every later piece: better refused than linked to half a path.
     pieces.nextInt("OS type");
-    std::vector<std::string> list;
-    VantrelNodeCodec::parseCommaList(paths, list);
-    store_.setFramePaths(clip, list);
+    store_.setFramePaths(clip, splitPaths(paths));
     return {};
 }
 

@@ -29,8 +29,8 @@ constexpr int ACCEPT_BACK_OFF_MS = 100;
 
 struct FrameServer::Connection {
     Connection(FrameServer& server, UniqueFd socket)
-        : session(server.store_, std::move(socket), server.settings_.stallTimeoutMs,
-                  server.settings_.version),
+        : session(server.store_, std::move(socket), server.settings_.stallTimeoutMs, server.settings_.version,
+                  server.settings_.redirection),
           thread(
               "VT Frames",
               [this, &server] {
@@ -54,6 +54,7 @@ FrameServer::FrameServer(NodeStore& store, const Settings& settings)
     if (!listener_.listen(settings.port, address))
         throw CoException(
             coFormat("Cannot listen on frame port %d: %s", settings.port, listener_.lastErrorText().c_str()));
+    localListener_ = std::make_unique<LocalSocket>(VantrelDaemonInfo::frameMsgQPath(port()));
     acceptor_ = std::make_unique<CoThread>(
         "VT Frame Port", [this] { acceptConnections(); },
         [this] {
@@ -74,21 +75,38 @@ void FrameServer::wake() {
 void FrameServer::acceptConnections() {
     bool backOff = false;
     while (!stopped_) {
-        pollfd polled[] = {{wakeUp_.get(), POLLIN, 0}, {listener_.getId(), POLLIN, 0}};
-        ::poll(polled, backOff ? 1 : 2, backOff ? ACCEPT_BACK_OFF_MS : -1);
-        backOff = false;
+        pollfd polled[] = {
+            {wakeUp_.get(), POLLIN, 0}, {listener_.getId(), POLLIN, 0}, {localListener_->fd(), POLLIN, 0}};
+        ::poll(polled, backOff ? 1 : 3, backOff ? ACCEPT_BACK_OFF_MS : -1);
         std::uint64_t count = 0;
         if (::read(wakeUp_.get(), &count, sizeof count) > 0) reapFinished();
-        if (polled[1].revents == 0) continue;
-        const int id = listener_.accept();
-        if (id != CoIoDescriptor::INVALID_ID) {
-            addConnection(UniqueFd(id));
-        } else if (listener_.lastError() != CoIoDescriptor::IoError::Again) {
-            CO_MSG_WARNING("Cannot accept a frame connection: %s", listener_.lastErrorText().c_str());
-            backOff = true;
-        }
+        const bool remoteFailed = polled[1].revents != 0 && !acceptRemote();
+        const bool localFailed = polled[2].revents != 0 && !acceptLocal();
+        backOff = remoteFailed || localFailed;
     }
     connections_.clear();
+}
+
+bool FrameServer::acceptRemote() {
+    const int id = listener_.accept();
+    if (id != CoIoDescriptor::INVALID_ID) {
+        addConnection(UniqueFd(id));
+        return true;
+    }
+    if (listener_.lastError() == CoIoDescriptor::IoError::Again) return true;
+    CO_MSG_WARNING("Cannot accept a frame connection: %s", listener_.lastErrorText().c_str());
+    return false;
+}
+
+bool FrameServer::acceptLocal() {
+    UniqueFd socket = localListener_->accept();
+    if (socket.isOpen()) {
+        addConnection(std::move(socket));
+        return true;
+    }
+    if (errno == EAGAIN || errno == EINTR || errno == ECONNABORTED) return true;
+    CO_MSG_WARNING("Cannot accept a local frame connection: %s", coErrorText(errno).c_str());
+    return false;
 }
 
 void FrameServer::addConnection(UniqueFd socket) {

@@ -8,6 +8,7 @@
 #include "CoIoTcpServerDescriptor.h"
 #include "CoThread.h"
 #include "FrameSession.h"
+#include "LocalSocket.h"
 #include "NodeStore.h"
 #include "ServerLimits.h"
 #include "ServerOptions.h"
@@ -15,8 +16,8 @@
 
 namespace vantreld {
 
-/// The frame port: accepts connections on a thread of its own and serves each on one more. It serves from its
-/// construction to its destruction, which ends every connection. Thread-safe.
+/// The frame port and the local socket beside it: accepts connections on a thread of its own and serves each
+/// on one more. It serves from its construction to its destruction, which ends every connection. Thread-safe.
 class FrameServer {
   public:
     static constexpr unsigned DEFAULT_STALL_TIMEOUT_MS = 60000;
@@ -25,6 +26,7 @@ class FrameServer {
         int port = 0;             ///< 0: any free one
         std::string bindAddress;  ///< empty: every address
         VantrelVersion version = DEFAULT_PROTOCOL_VERSION;
+        std::string redirection;  ///< record of the server to redirect to, as it travels; empty: none
         /// A transfer that moves no byte for so long ends its connection.
         unsigned stallTimeoutMs = DEFAULT_STALL_TIMEOUT_MS;
         /// Connections beyond are closed at once, with a logged warning.
@@ -43,6 +45,8 @@ class FrameServer {
     struct Connection;
 
     void acceptConnections();
+    bool acceptRemote();
+    bool acceptLocal();
     void addConnection(UniqueFd socket);
     void reapFinished();
     void wake();
@@ -50,6 +54,7 @@ class FrameServer {
     NodeStore& store_;
     const Settings settings_;
     Vantrel::CoIoTcpServerDescriptor listener_;
+    std::unique_ptr<LocalSocket> localListener_;
     UniqueFd wakeUp_;
     std::atomic<bool> stopped_{false};
     std::vector<std::unique_ptr<Connection>> connections_;  ///< of the accepting thread

@@ -47,6 +47,8 @@ VantrelVersion firstVersion(VantrelFrameInterface::Method method) {
         case VantrelFrameInterface::READ_FRAME_NO_ACK:
         case VantrelFrameInterface::READ_FRAME_PARAMS_NO_ACK:
             return VantrelServerFeatures::READ_WITHOUT_ACKNOWLEDGEMENT;
+        case VantrelFrameInterface::READ_AHEAD_REDIRECT:
+            return VantrelServerFeatures::READ_AHEAD_REDIRECT;
         case VantrelFrameInterface::INVALIDATE_CACHE:
             return VantrelServerFeatures::INVALIDATE_CACHE;
         default:
@@ -66,8 +68,12 @@ struct FrameSession::Request {
     std::uint64_t size = 0;  ///< bytes asked for, or announced
 };
 
-FrameSession::FrameSession(NodeStore& store, UniqueFd socket, unsigned stallTimeoutMs, VantrelVersion version)
-    : store_(store), socket_(std::move(socket), stallTimeoutMs), version_(version) {}
+FrameSession::FrameSession(NodeStore& store, UniqueFd socket, unsigned stallTimeoutMs, VantrelVersion version,
+                           const std::string& redirection)
+    : store_(store),
+      socket_(std::move(socket), stallTimeoutMs),
+      version_(version),
+      redirection_(redirection) {}
 
 void FrameSession::run() {
     try {
@@ -209,6 +215,13 @@ void FrameSession::writeFrame(const Request& request) {
 }
 
 void FrameSession::readAhead(const Request& request) {
+    if (request.method != VantrelFrameInterface::READ_AHEAD_REDIRECT) return prefetch(request);
+    if (redirection_.empty()) prefetch(request);
+    const std::string reply = VantrelFrameInterface::sizeText(redirection_.size()) + redirection_;
+    socket_.write(reply.data(), reply.size());
+}
+
+void FrameSession::prefetch(const Request& request) {
     try {
         const ReadableFile frame = store_.openFrame(request.text);
         const std::uint64_t length = std::min<std::uint64_t>(request.size, frame.size);
@@ -217,9 +230,6 @@ void FrameSession::readAhead(const Request& request) {
         // A hint has no answer; the read that follows tells.
         CO_MSG_DEBUG("Cannot read ahead: %s", error.what());
     }
-    if (request.method != VantrelFrameInterface::READ_AHEAD_REDIRECT) return;
-    const std::string notRedirected = VantrelFrameInterface::sizeText(0);
-    socket_.write(notRedirected.data(), notRedirected.size());
 }
 
 void FrameSession::readStream(const Request& request) {

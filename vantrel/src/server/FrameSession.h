@@ -17,8 +17,11 @@ namespace vantreld {
 /// begins; otherwise it ends. Used by one thread, except shutDown.
 class FrameSession {
   public:
-    /// Methods that a server of `version` lacks are unknown. `store` must outlive the session.
-    FrameSession(NodeStore& store, UniqueFd socket, unsigned stallTimeoutMs, VantrelVersion version);
+    /// Methods that a server of `version` lacks are unknown. `redirection` is the record of the server that
+    /// read-aheads are redirected to, as it travels; empty: none. `store` and `redirection` must outlive the
+    /// session.
+    FrameSession(NodeStore& store, UniqueFd socket, unsigned stallTimeoutMs, VantrelVersion version,
+                 const std::string& redirection);
 
     /// Returns when the connection has ended.
     void run();
@@ -37,6 +40,7 @@ class FrameSession {
     void readFrame(const Request& request, bool acknowledged);
     void writeFrame(const Request& request);
     void readAhead(const Request& request);
+    void prefetch(const Request& request);
     void readStream(const Request& request);
     void pushFile(const Request& request);
     void pullFile(const Request& request);
@@ -52,6 +56,7 @@ class FrameSession {
     NodeStore& store_;
     FrameSocket socket_;
     const VantrelVersion version_;
+    const std::string& redirection_;
     std::vector<char> piece_;  ///< for uploads; made with the first one
 };
 

@@ -15,7 +15,6 @@
 namespace vantreld {
 
 using Vantrel::coErrorText;
-using Vantrel::coFormat;
 
 namespace {
 

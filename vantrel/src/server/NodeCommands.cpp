@@ -91,11 +91,18 @@ const NodeCommands::Command NodeCommands::COMMANDS[] = {
     {"SetFramePathsEx", Features::FRAME_PATHS_EX, &NodeCommands::setFramePathsEx},
     {"GetStreamId", Features::STREAMS, &NodeCommands::getStreamId},
     {"GetNbReadAheads", Features::READ_AHEADS, &NodeCommands::getNbReadAheads},
+    {"TranslatePaths", ALWAYS, &NodeCommands::translatePaths},
+    {"GetTranslationGroups", ALWAYS, &NodeCommands::getTranslationGroups},
+    {"GetHostTranslations", ALWAYS, &NodeCommands::getHostTranslations},
+    {"GetOsTypeTranslations", ALWAYS, &NodeCommands::getOsTypeTranslations},
 };
 
 NodeCommands::NodeCommands(NodeStore& store, VantrelVersion version,
-                           std::function<VantrelDaemonInfo()> daemonInfo)
-    : store_(store), version_(version), daemonInfo_(std::move(daemonInfo)) {}
+                           std::function<VantrelDaemonInfo()> daemonInfo, PathTranslations translations)
+    : store_(store),
+      version_(version),
+      daemonInfo_(std::move(daemonInfo)),
+      translations_(std::move(translations)) {}
 
 std::vector<std::string> NodeCommands::names() const {
     std::vector<std::string> names;
@@ -112,7 +119,7 @@ std::string NodeCommands::call(std::string_view name, const std::string& argumen
     throw CoException("Unknown method: " + std::string(name));
 }
 
-// --- The server -----------------------------------------------------------------------------------------
+// --- The server ---
 
 std::string NodeCommands::getDaemonInfo(const std::string&) {
     return daemonInfo_().toAttrStream().text();
@@ -143,7 +150,7 @@ std::string NodeCommands::getStorageId(const std::string&) {
     return daemonInfo_().getStorageId();
 }
 
-// --- The tree -------------------------------------------------------------------------------------------
+// --- The tree ---
 
 std::string NodeCommands::getRootNode(const std::string&) {
     return store_.rootId();
@@ -235,7 +242,7 @@ std::string NodeCommands::destroyNode(const std::string& argument) {
     return {};
 }
 
-// --- Metadata and formats -------------------------------------------------------------------------------
+// --- Metadata and formats ---
 
 std::string NodeCommands::queryMetaDataSupport(const std::string& argument) {
     store_.node(nodeIdArgument(argument));
@@ -258,7 +265,11 @@ std::string NodeCommands::setMetaData(const std::string& argument) {
     const std::string id = pieces.next("node");
     const std::string stream = pieces.next("stream");
     checkMetaDataStream(stream);
-    store_.setMetaData(id, stream, pieces.next("data"));
+    const std::string data = pieces.next("data");
+    // Data without quotes has fallen apart: better refused than kept by half.
+    if (!pieces.rest().empty())
+        throw CoException("Invalid SetMetaData parameter: text follows the data, which is one quoted piece.");
+    store_.setMetaData(id, stream, data);
     return {};
 }
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "NodeStore.h"
+#include "PathTranslations.h"
 #include "VantrelDaemonInfo.h"
 #include "VantrelServerFeatures.h"
 
@@ -16,7 +17,8 @@ namespace vantreld {
 class NodeCommands {
   public:
     /// `daemonInfo` tells what this server is, as the client that is being answered should see it.
-    NodeCommands(NodeStore& store, VantrelVersion version, std::function<VantrelDaemonInfo()> daemonInfo);
+    NodeCommands(NodeStore& store, VantrelVersion version, std::function<VantrelDaemonInfo()> daemonInfo,
+                 PathTranslations translations = {});
 
     /// Names of the commands that a server of this version has.
     std::vector<std::string> names() const;
@@ -78,9 +80,16 @@ class NodeCommands {
     std::string getStreamId(const std::string& argument);
     std::string getNbReadAheads(const std::string& argument);
 
+    // Path translation
+    std::string translatePaths(const std::string& argument);
+    std::string getTranslationGroups(const std::string& argument);
+    std::string getHostTranslations(const std::string& argument);
+    std::string getOsTypeTranslations(const std::string& argument);
+
     NodeStore& store_;
     const VantrelVersion version_;
     const std::function<VantrelDaemonInfo()> daemonInfo_;
+    const PathTranslations translations_;
 };
 
 }  // namespace vantreld

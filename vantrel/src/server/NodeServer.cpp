@@ -1,5 +1,8 @@
 #include "NodeServer.h"
 
+#include <utility>
+
+#include "CoException.h"
 #include "CoNetworkConfig.h"
 #include "CoNetworkDispatcher.h"
 #include "CoUser.h"
@@ -47,11 +50,12 @@ void setVersions(VantrelDaemonInfo& info, const VantrelVersion& protocol) {
 
 }  // namespace
 
-NodeServer::NodeServer(NodeStore& store, const ServerOptions& options)
+NodeServer::NodeServer(NodeStore& store, const ServerOptions& options, PathTranslations translations)
     : rcServerContext(options.nodePort, bindAddressOf(options)),
       store_(store),
       options_(options),
-      commands_(store, options.version, [this] { return daemonInfo(); }) {
+      commands_(
+          store, options.version, [this] { return daemonInfo(); }, std::move(translations)) {
     requireLogin(true);
     Vantrel::rcSysCalls::registerSysCallHandler(*this);
     for (const std::string& name : commands_.names()) {
@@ -65,6 +69,19 @@ NodeServer::NodeServer(NodeStore& store, const ServerOptions& options)
         };
         registerMethod(method);
     }
+    registerShutdown();
+}
+
+void NodeServer::registerShutdown() {
+    rcMethod method;
+    method.name = "Shutdown";
+    method.function = [this](void*, const rcMethod&, rcParam::Array&, rcParam&) {
+        if (!options_.allowShutdown)
+            throw Vantrel::CoException("This server does not let clients shut it down.");
+        shutdownRequested_ = true;
+        return true;
+    };
+    registerMethod(method);
 }
 
 VantrelDaemonInfo NodeServer::daemonInfo() const {

@@ -12,17 +12,22 @@ namespace vantreld {
 class NodeServer : public Vantrel::rcServerContext {
   public:
     /// Not valid when it cannot listen (logged). `store` must outlive it.
-    NodeServer(NodeStore& store, const ServerOptions& options);
+    NodeServer(NodeStore& store, const ServerOptions& options, PathTranslations translations = {});
 
     /// The port that clients are told to fetch frames from.
     void setFramePort(int port) { framePort_ = port; }
 
+    /// Whether a client has told the server to end, and was answered.
+    bool shutdownRequested() const { return shutdownRequested_; }
+
   private:
     VantrelDaemonInfo daemonInfo() const;
+    void registerShutdown();
 
     NodeStore& store_;
     const ServerOptions options_;
     int framePort_ = 0;
+    bool shutdownRequested_ = false;
     NodeCommands commands_;
 };
 

@@ -105,6 +105,7 @@ void NodeStore::createSchema() {
         throw CoException(
             coFormat("Root '%s' was made by another version of the server (layout %ld, not %d).",
                      directory_.c_str(), static_cast<long>(version), SCHEMA_VERSION));
+    requireNoFrames();
     SqliteTransaction transaction(database_);
     database_.execute(SCHEMA);
     NewNode root;
@@ -117,9 +118,24 @@ void NodeStore::createSchema() {
     transaction.commit();
 }
 
+void NodeStore::requireNoFrames() const {
+    // Without the rows that know them, the sweep would take them for unused.
+    bool found = false;
+    sweepDirectory(framesDirectory_, [&found](const std::string& file) {
+        found = found || NewFile::isName(file);
+        return false;
+    });
+    if (!found) return;
+    throw CoException(
+        coFormat("Root '%s' has frames, but its database 'vantreld.db' is missing or empty. "
+                 "Put it back, or remove what is in 'frames'.",
+                 directory_.c_str()));
+}
+
 void NodeStore::sweepUnusedFrames() {
     // An upload that a crash cut off left a file that no row knows.
     sweepDirectory(framesDirectory_, [this](const std::string& file) {
+        if (!NewFile::isName(file)) return false;
         SqliteQuery query(database_, "SELECT 1 FROM frames WHERE file = ? LIMIT 1");
         return !query.text(file).step();
     });
@@ -233,6 +249,11 @@ std::string NodeStore::duplicate(std::string_view parentId, std::string_view sou
         query.number(source.key);
         while (query.step()) subtree.emplace_back(query.numberAt(0), query.numberAt(1));
     }
+    if (subtree.size() > MAX_DUPLICATED_NODES)
+        throw CoException(
+            coFormat("Cannot duplicate node '%s': it has %zu nodes with those under it, at most "
+                     "%zu are copied.",
+                     nodeIdText(source.key).c_str(), subtree.size(), MAX_DUPLICATED_NODES));
     SqliteTransaction transaction(database_);
     std::unordered_map<std::int64_t, std::int64_t> copies{{source.parent, parent.key}};
     for (const auto& [original, originalParent] : subtree) {

@@ -31,7 +31,7 @@ class NodeStore {
     std::string storageId();
     RemoteFiles& remoteFiles() { return remoteFiles_; }
 
-    // --- Tree -------------------------------------------------------------------------------------------
+    // --- Tree ---
 
     struct Node {
         std::int64_t key = 0;
@@ -67,14 +67,14 @@ class NodeStore {
     /// Removes the node and all that is under it.
     void destroy(std::string_view id);
 
-    // --- Metadata and formats ---------------------------------------------------------------------------
+    // --- Metadata and formats ---
 
     /// Empty when none was ever set.
     std::string metaData(std::string_view id, const std::string& stream);
     void setMetaData(std::string_view id, const std::string& stream, const std::string& data);
     std::string clipFormat(std::string_view id);
 
-    // --- Frames -----------------------------------------------------------------------------------------
+    // --- Frames ---
 
     std::int64_t numFrames(std::string_view clip);
     std::vector<std::string> frameIds(std::string_view clip);
@@ -96,6 +96,7 @@ class NodeStore {
   private:
     UniqueFd lockDirectory() const;
     void createSchema();
+    void requireNoFrames() const;
     void sweepUnusedFrames();
 
     // The operations below expect the mutex held.

@@ -184,7 +184,13 @@ void NodeStore::commitFrame(std::string_view frameId, NewFile& content) {
     // Kept before the commit: whether a failed commit reached the disk is unknown, and a row without its file
     // would lose a frame, while a file without a row is swept at the next start.
     content.keep();
-    commitAndRemove(transaction, earlier);
+    try {
+        commitAndRemove(transaction, earlier);
+    } catch (const CoException&) {
+        // A full disk tells for certain, and needs the space.
+        if (database_.couldNotWrite()) content.discard();
+        throw;
+    }
 }
 
 }  // namespace vantreld

@@ -6,6 +6,7 @@
 #include "CoException.h"
 #include "CoMsg.h"
 #include "VantrelClipFormatCodec.h"
+#include "VantrelNodeCodec.h"
 
 namespace vantreld {
 
@@ -17,7 +18,7 @@ namespace {
 
 constexpr char COMMA = ',';
 
-/// What a comma in a display name becomes where a comma would end it and shift every later child.
+/// What a comma becomes in a text that it would end: it would shift every later one.
 constexpr char COMMA_STAND_IN = '_';
 
 }  // namespace
@@ -68,6 +69,27 @@ std::string commaChildren(const std::vector<NodeStore::Child>& children) {
         reply += node.id + COMMA + name;
     }
     return reply;
+}
+
+std::string commaPaths(std::vector<std::string> paths, const std::vector<std::string>& frameIds) {
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+        std::replace(paths[i].begin(), paths[i].end(), COMMA, COMMA_STAND_IN);
+        // Clients drop what is empty between two commas. An id leads nowhere as a path.
+        if (paths[i].empty() && i < frameIds.size()) paths[i] = frameIds[i];
+    }
+    return VantrelNodeCodec::joinWithCommas(paths);
+}
+
+std::vector<std::string> splitPaths(std::string_view text) {
+    std::vector<std::string> paths;
+    while (!text.empty()) {
+        const std::size_t comma = text.find(COMMA);
+        paths.emplace_back(text.substr(0, comma));
+        if (comma == std::string_view::npos) break;
+        text.remove_prefix(comma + 1);
+        if (text.empty()) paths.emplace_back();
+    }
+    return paths;
 }
 
 }  // namespace vantreld

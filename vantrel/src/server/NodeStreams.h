@@ -34,4 +34,9 @@ std::string streamChildren(const std::vector<NodeStore::Child>& children);
 /// The older form: id, display name, id, display name, separated by commas.
 std::string commaChildren(const std::vector<NodeStore::Child>& children);
 
+/// A clip's paths separated by commas. The id of a frame stands in for a path that it does not have.
+std::string commaPaths(std::vector<std::string> paths, const std::vector<std::string>& frameIds);
+/// The paths that such a text names, empty ones too; none for an empty text.
+std::vector<std::string> splitPaths(std::string_view text);
+
 }  // namespace vantreld

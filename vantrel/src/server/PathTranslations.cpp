@@ -56,7 +56,8 @@ struct PathTranslations::Rule {
 
     std::string apply(std::string_view path, OsType fromType, OsType toType) const {
         const std::string_view rest = path.substr(from.size());
-        if (rest.empty()) return std::string(to);
+        // The path of the rule itself; of the root's rule it is the separator.
+        if (rest.empty() || (from.empty() && rest.size() == 1)) return std::string(to);
         return std::string(withoutTrailingSeparators(to, toType)) + converted(rest, fromType, toType);
     }
 

@@ -76,8 +76,8 @@ class Item {
         if (found == value_.end()) return;
         if (!found->is_array()) failAt(key, "is not a list");
         if (found->size() > MAX_TRANSLATIONS)
-            fail(coFormat("has %zu '%s', but no more than %zu can be.", found->size(), key,
-                          MAX_TRANSLATIONS));
+            fail(
+                coFormat("has %zu '%s', but no more than %zu can be.", found->size(), key, MAX_TRANSLATIONS));
         for (std::size_t i = 0; i < found->size(); ++i)
             table.push_back(read(Item(file_, coFormat("%s[%zu]", key, i), (*found)[i])));
     }

@@ -33,7 +33,7 @@ RemoteFiles::RemoteFiles(std::string folder, std::string scratch)
     : folder_(std::move(folder)), scratch_(std::move(scratch)) {
     makeDirectories(folder_);
     makeDirectories(scratch_);
-    sweepDirectory(scratch_, [](const std::string&) { return true; });
+    sweepDirectory(scratch_, NewFile::isName);
 }
 
 std::string RemoteFiles::checkedPath(const std::string& name) const {

@@ -11,6 +11,10 @@ namespace vantreld {
 /// accept as one reply.
 constexpr std::int64_t MAX_CLIP_FRAMES = 4'000'000;
 
+/// Nodes that one command copies: copying a folder into itself, again and again, doubles it each time, and
+/// everybody waits meanwhile.
+constexpr std::size_t MAX_DUPLICATED_NODES = 100'000;
+
 constexpr std::size_t MAX_DISPLAY_NAME_BYTES = 65'536;
 
 /// One uploaded frame or file.
@@ -23,5 +27,14 @@ constexpr std::size_t MAX_REQUEST_TEXT_BYTES = 4096;
 constexpr std::uint64_t MAX_PARAMETER_BYTES = 1 << 20;
 
 constexpr std::size_t MAX_FRAME_CONNECTIONS = 256;
+
+/// Paths of one "TranslatePaths". With the longest text that a table may hold before each of them, the answer
+/// stays below what clients accept as one reply.
+constexpr std::size_t MAX_TRANSLATED_PATHS = 10'000;
+
+/// The file of path translations: its size, the entries of each of its tables, each of their texts.
+constexpr std::size_t MAX_TRANSLATION_FILE_BYTES = 1 << 20;
+constexpr std::size_t MAX_TRANSLATIONS = 1000;
+constexpr std::size_t MAX_TRANSLATION_TEXT_BYTES = 4096;
 
 }  // namespace vantreld

@@ -42,6 +42,7 @@ std::optional<int> parseCommandLine(int argc, char** argv, ServerOptions& option
                  "vantreld");
     std::string logLevel = CoMsg::levelName(CoMsg::WARNING);
     std::string version;
+    std::string redirectTo;
     app.add_option("--root", options.root, "Directory that holds everything; made when it is not there")
         ->required();
     app.add_option("--port", options.nodePort, "Node port; 0 takes any free one")
@@ -58,7 +59,14 @@ std::optional<int> parseCommandLine(int argc, char** argv, ServerOptions& option
         ->check([](const std::string& text) {
             return parseProtocolVersion(text) ? std::string() : "'" + text + "' is not of the form A.B.C.D";
         });
+    app.add_option("--redirect-to", redirectTo,
+                   "Send those who announce that they will read a frame to this server, HOST:PORT:FRAMEPORT")
+        ->check([](const std::string& text) {
+            return parseRedirection(text) ? std::string()
+                                          : "'" + text + "' is not of the form HOST:PORT:FRAMEPORT";
+        });
     app.add_flag("--demo", options.demo, "Fill an empty root with a small tree and a clip of colour bars");
+    app.add_flag("--allow-shutdown", options.allowShutdown, "Let clients end the server");
     app.add_option("--log-level", logLevel, "What is logged on standard error")
         ->check(CLI::IsMember({"user", "error", "warn", "notice", "debug"}))
         ->capture_default_str();
@@ -74,6 +82,7 @@ std::optional<int> parseCommandLine(int argc, char** argv, ServerOptions& option
         return app.exit(error) == 0 ? 0 : USAGE_ERROR;
     }
     if (!version.empty()) options.version = *parseProtocolVersion(version);
+    options.redirection = parseRedirection(redirectTo);
     CoMsg::setFilterLevel(levelOf(logLevel));
     return std::nullopt;
 }

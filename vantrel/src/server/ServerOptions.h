@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "Redirection.h"
 #include "VantrelServerFeatures.h"
 
 namespace vantreld {
@@ -22,6 +23,8 @@ struct ServerOptions {
     std::string storageId;           ///< empty: the one that was made with the root
     VantrelVersion version = DEFAULT_PROTOCOL_VERSION;
     bool demo = false;
+    std::optional<Redirection> redirection;  ///< where read-aheads are sent; none: frames are read here
+    bool allowShutdown = false;              ///< whether clients may end the server
 };
 
 /// Four decimal numbers with points between them; none for any other text.

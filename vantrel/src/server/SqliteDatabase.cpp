@@ -49,6 +49,11 @@ void SqliteDatabase::fail(const char* attempted) const {
         coFormat("Cannot %s database '%s': %s", attempted, path_.c_str(), sqlite3_errmsg(handle_)));
 }
 
+bool SqliteDatabase::couldNotWrite() const {
+    const int code = sqlite3_extended_errcode(handle_);
+    return code == SQLITE_FULL || code == SQLITE_IOERR_WRITE;
+}
+
 sqlite3_stmt* SqliteDatabase::take(const char* sql) {
     std::vector<sqlite3_stmt*>& atRest = prepared_[sql];
     if (!atRest.empty()) {

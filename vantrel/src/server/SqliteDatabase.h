@@ -28,6 +28,8 @@ class SqliteDatabase {
     int changedRows() const;
 
     [[noreturn]] void fail(const char* attempted) const;
+    /// Whether the last failure was the disk's taking no more bytes. A commit that failed so is not on disk.
+    bool couldNotWrite() const;
 
   private:
     friend class SqliteQuery;

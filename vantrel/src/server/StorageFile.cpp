@@ -25,6 +25,8 @@ namespace {
 constexpr mode_t FILE_MODE = 0666;
 constexpr mode_t DIRECTORY_MODE = 0777;
 
+constexpr std::size_t NAME_LENGTH = 16;
+
 std::string randomName() {
     std::random_device device;
     const std::uint64_t high = device();
@@ -49,6 +51,10 @@ NewFile::NewFile(const std::string& directory) : directory_(directory) {
         fd_.reset(::open(path().c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, FILE_MODE));
     } while (!fd_.isOpen() && errno == EEXIST);
     if (!fd_.isOpen()) failWithErrno("create", path());
+}
+
+bool NewFile::isName(std::string_view name) {
+    return name.size() == NAME_LENGTH && name.find_first_not_of("0123456789abcdef") == std::string_view::npos;
 }
 
 NewFile::~NewFile() {

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <functional>
 #include <string>
+#include <string_view>
 
 namespace vantreld {
 
@@ -42,6 +43,8 @@ struct ReadableFile {
 class NewFile {
   public:
     explicit NewFile(const std::string& directory);
+    /// Whether files made here have names of that form: others in a directory are somebody else's.
+    static bool isName(std::string_view name);
     NewFile(const NewFile&) = delete;
     NewFile& operator=(const NewFile&) = delete;
     ~NewFile();
@@ -55,8 +58,9 @@ class NewFile {
     void sync();
     /// Gives it the path of its final place on the same file system, replacing what is there.
     void moveTo(const std::string& path);
-    /// It stays where it is.
+    /// It stays where it is; after discard() it goes away again.
     void keep() { kept_ = true; }
+    void discard() { kept_ = false; }
 
   private:
     std::string directory_;

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <utility>
 
 #include "CoException.h"
 #include "CoIoDescriptor.h"
@@ -21,6 +22,8 @@ namespace {
 using Vantrel::coErrorText;
 using Vantrel::CoException;
 using Vantrel::coFormat;
+
+constexpr const char* TRANSLATIONS_FILE = "translations.json";
 
 /// Turns the signals that end the server into something its loop can wait for.
 class EndSignals : public Vantrel::CoIoHandler {
@@ -54,21 +57,25 @@ class EndSignals : public Vantrel::CoIoHandler {
 void serve(const vantreld::ServerOptions& options) {
     EndSignals end;
     vantreld::NodeStore store(options.root);
+    auto translations = vantreld::PathTranslations::load(options.root + "/" + TRANSLATIONS_FILE);
     if (options.demo) vantreld::addDemoContent(store);
 
     vantreld::FrameServer::Settings frameSettings;
     frameSettings.port = options.framePort;
     frameSettings.bindAddress = options.bindAddress;
     frameSettings.version = options.version;
+    if (options.redirection) {
+        frameSettings.redirection = vantreld::daemonInfoOf(*options.redirection).toAttrStream().text();
+    }
     const vantreld::FrameServer frames(store, frameSettings);
-    vantreld::NodeServer nodes(store, options);
+    vantreld::NodeServer nodes(store, options, std::move(translations));
     if (!nodes.isValid()) throw CoException(coFormat("Cannot listen on node port %d.", options.nodePort));
     nodes.setFramePort(frames.port());
     nodes.registerIOHandler(&end);
 
     std::printf("vantreld ready: node port %d, frame port %d\n", nodes.getPort(), frames.port());
     std::fflush(stdout);
-    while (!end.came()) {
+    while (!end.came() && !nodes.shutdownRequested()) {
         if (nodes.callIOHandlers(nullptr) < 0) throw CoException("The node port's loop failed.");
     }
 }

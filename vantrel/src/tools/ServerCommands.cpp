@@ -1,3 +1,6 @@
+#include <optional>
+#include <vector>
+
 #include "CommandOptions.h"
 #include "Session.h"
 
@@ -44,6 +47,39 @@ void info(const Program& program, const ServerOptions& options) {
                 {"id", out.text(info.getId().getId())}});
 }
 
+struct TranslateOptions {
+    std::string server;
+    std::vector<std::string> paths;
+    std::optional<std::string> fromHost;
+    std::optional<std::string> toHost;
+};
+
+void translate(const Program& program, const TranslateOptions& options) {
+    const Session session(program, options.server);
+    const Output& out = session.output();
+    const auto orServers = [](const std::optional<std::string>& host) {
+        return host ? host->c_str() : nullptr;
+    };
+    VantrelStrList paths;
+    for (const std::string& path : options.paths) paths.push_back(path.c_str());
+    VantrelStrList translated;
+    session.require(session.server().translatePaths(paths, translated, orServers(options.fromHost),
+                                                    orServers(options.toHost)),
+                    "no translation from server '" + options.server + "'");
+    Json list = Json::array();
+    for (unsigned i = 0; i < translated.size(); ++i) list.push_back(out.text(translated.getStr(i)));
+    out.list(list);
+}
+
+void declareTranslate(CLI::App& command, TranslateOptions& options) {
+    addServer(command, options.server);
+    command.add_option("PATH", options.paths, "paths as the source host writes them")->required();
+    command.add_option("--from-host", options.fromHost, "source host; the server's display name by default")
+        ->type_name("H");
+    command.add_option("--to-host", options.toHost, "destination host; the server's host name by default")
+        ->type_name("H");
+}
+
 void declareServer(CLI::App& command, ServerOptions& options) {
     addServer(command, options.server);
 }
@@ -53,4 +89,6 @@ void declareServer(CLI::App& command, ServerOptions& options) {
 void addServerCommands(CLI::App& app, Program& program) {
     addCommand<ServerOptions>(app, program, "ping", "Ask whether a server answers", declareServer, ping);
     addCommand<ServerOptions>(app, program, "info", "Show what a server says of itself", declareServer, info);
+    addCommand<TranslateOptions>(app, program, "translate", "Show paths as another host writes them",
+                                 declareTranslate, translate);
 }

@@ -41,6 +41,6 @@ class VantrelConnectionCache {
     void forgetOldest();
 
     std::uint64_t uses_ = 0;
-    std::mutex mutex_;          // guards what slots there are; what is in them belongs to the one thread
+    std::mutex mutex_;           // guards what slots there are; what is in them belongs to the one thread
     std::map<int, Slot> slots_;  // by frame port
 };

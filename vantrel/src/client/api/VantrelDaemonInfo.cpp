@@ -31,7 +31,7 @@ void setIP(VantrelStr (&ips)[VantrelDaemonInfo::MAX_IPS], unsigned index, const 
 }
 
 std::string indexedKey(const char* key, unsigned index) {
-    return Vantrel::coFormat("%s%u", key, index);
+    return key + std::to_string(index);
 }
 
 void writeIPs(const VantrelStr (&ips)[VantrelDaemonInfo::MAX_IPS], const char* key, rcAttrStream& stream) {
@@ -52,8 +52,11 @@ void readText(const rcAttrStream& stream, const char* key, VantrelStr& text) {
 /// Returns the number of addresses found.
 unsigned readIPs(const rcAttrStream& stream, const char* key, VantrelStr (&ips)[VantrelDaemonInfo::MAX_IPS]) {
     for (unsigned i = 0; i < VantrelDaemonInfo::MAX_IPS; ++i) {
+        const std::string name = indexedKey(key, i);
+        // Every list ends with a name that is missing: most often a plain search of the text tells that.
+        const bool mayBeThere = i == 0 || stream.text().find(name) != std::string::npos;
         std::string_view value;
-        if (!stream.getStringValue(indexedKey(key, i).c_str(), value)) return i;
+        if (!mayBeThere || !stream.getStringValue(name.c_str(), value)) return i;
         ips[i] = toStr(value);
     }
     return VantrelDaemonInfo::MAX_IPS;
@@ -95,14 +98,15 @@ bool equalIPs(const VantrelStr (&left)[VantrelDaemonInfo::MAX_IPS],
 }  // namespace
 
 VantrelDaemonInfo::VantrelDaemonInfo(const rcAttrStream& stream) {
+    // Keys are read in the order in which they are written, so that each is one step.
     const bool hasIPs = readIPs(stream, METADATA_IP_KEY, metadataIPs_) > 0;
+    readIPs(stream, DATA_IP_KEY, dataIPs_);
     std::string_view host;
     // "Hostname" holds an address, but from peers that know no other key it has to serve as the name too.
     stream.getStringValue("Hostname", host);
     if (!hasIPs) metadataIPs_[0] = toStr(host);
     stream.getStringValue("HostName", host);
     hostName_ = toStr(host);
-    readIPs(stream, DATA_IP_KEY, dataIPs_);
 
     readText(stream, "DisplayName", displayName_);
     VantrelStr osType;
@@ -120,7 +124,6 @@ VantrelDaemonInfo::VantrelDaemonInfo(const rcAttrStream& stream) {
     stream.getIntValue("ProductVersionMajor", productVersionMajor_);
     stream.getIntValue("ProductVersionMinor", productVersionMinor_);
     stream.getIntValue("ProductVersionMaint", productVersionMaint_);
-    // Read in the order in which it is written, so that every key is one step.
     readText(stream, "ProductVersionStr", productVersionString_);
     stream.getIntValue("ProductBuild", productBuild_);
     readText(stream, "StorageId", storageId_);

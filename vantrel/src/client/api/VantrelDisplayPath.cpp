@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <string>
+#include <string_view>
 
 #include "CoFilePath.h"
 #include "VantrelNodeImp.h"
@@ -9,15 +10,17 @@
 
 bool VantrelFindChild(const VantrelNodeHandle& parent, const char* displayName, VantrelNodeHandle& child) {
     if (!displayName) return false;
-    VantrelNodeHandle node(parent);  // the child may be the parent's own handle
+    VantrelNodeHandle node(parent.getServer(),
+                           parent.getNodeId());  // the child may be the parent's own handle
     VantrelNodeImp* from = node.imp();
     VantrelNodeImp* to = child.imp();
     const auto* children = from && to ? from->children() : nullptr;
     if (!children || children->isEmpty()) return false;
+    const std::string_view wanted(displayName);
     std::size_t index = 0;
-    while (index + 1 < children->size() && (*children)[index].displayName() != displayName) ++index;
+    while (index + 1 < children->size() && (*children)[index].displayName() != wanted) ++index;
     from->pointAtChild(index, *to);
-    return (*children)[index].displayName() == displayName;
+    return (*children)[index].displayName() == wanted;
 }
 
 bool VantrelResolveDisplayPath(const VantrelServerHandle& server, const char* path, VantrelNodeHandle& node) {

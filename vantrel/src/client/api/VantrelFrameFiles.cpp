@@ -98,8 +98,8 @@ void VantrelFrameClientAPI::pushFile(const char* remoteName, const char* localPa
 
     const VantrelRawDataClientConnection::Request request(connection_);
     const Trace trace(PUSH_FILE, remoteName, left);
-    writeHeader(PUSH_FILE, remoteName, left);
-    handleReturnCode();
+    writeMethodStringAndSize(connection_, PUSH_FILE, remoteName, left);
+    handleReturnCode(connection_);
     while (left > 0) {
         const std::size_t piece = std::min(left, DATA_BUFFER_BYTES);
         std::size_t got = 0;
@@ -116,15 +116,15 @@ void VantrelFrameClientAPI::pushFile(const char* remoteName, const char* localPa
         connection_.write(getDataBuffer(), piece);
         left -= piece;
     }
-    handleReturnCode();
+    handleReturnCode(connection_);
 }
 
 void VantrelFrameClientAPI::pullFile(const char* remoteName, const char* localPath) {
     IncomingFile file(localPath);
     const VantrelRawDataClientConnection::Request request(connection_);
     const Trace trace(PULL_FILE, remoteName, DATA_BUFFER_BYTES);
-    writeHeader(PULL_FILE, remoteName, DATA_BUFFER_BYTES);
-    for (std::size_t left = readSize(); left > 0;) {
+    writeMethodStringAndSize(connection_, PULL_FILE, remoteName, DATA_BUFFER_BYTES);
+    for (std::size_t left = readSize(connection_); left > 0;) {
         const std::size_t piece = std::min(left, DATA_BUFFER_BYTES);
         connection_.read(getDataBuffer(), piece);
         try {
@@ -135,7 +135,7 @@ void VantrelFrameClientAPI::pullFile(const char* remoteName, const char* localPa
         }
         left -= piece;
     }
-    handleReturnCode();
+    handleReturnCode(connection_);
     file.complete();
 }
 

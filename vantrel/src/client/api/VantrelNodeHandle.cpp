@@ -294,6 +294,7 @@ bool VantrelNodeHandle::linkToFrames(const VantrelStr* paths, int count) {
         return false;
     }
     std::vector<std::string> texts;
+    texts.reserve(static_cast<std::size_t>(count));
     for (int i = 0; i < count; ++i) texts.emplace_back(paths[i].c_str());
     return node->linkToFrames(texts);
 }

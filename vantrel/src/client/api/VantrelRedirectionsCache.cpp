@@ -25,9 +25,7 @@ const char* VantrelRedirectionsCache::Entry::lastError() const {
     return target_ ? "" : NO_TARGET;
 }
 
-VantrelRedirectionsCache::VantrelRedirectionsCache(unsigned capacity) : entries_(capacity) {
-    for (std::unique_ptr<Entry>& entry : entries_) entry = std::make_unique<Entry>();
-}
+VantrelRedirectionsCache::VantrelRedirectionsCache(unsigned capacity) : entries_(capacity) {}
 
 VantrelRedirectionsCache::~VantrelRedirectionsCache() = default;
 
@@ -57,15 +55,15 @@ const VantrelDaemonInfo* VantrelRedirectionsCache::target(const std::string& key
 
 VantrelRedirectionsCache::Entry* VantrelRedirectionsCache::entryOf(const std::string& key) {
     const auto found = std::find_if(entries_.begin(), entries_.end(),
-                                    [&](const auto& entry) { return entry->inUse_ && entry->key_ == key; });
-    return found != entries_.end() ? found->get() : nullptr;
+                                    [&](const Entry& entry) { return entry.inUse_ && entry.key_ == key; });
+    return found != entries_.end() ? &*found : nullptr;
 }
 
 VantrelRedirectionsCache::Entry& VantrelRedirectionsCache::victim() {
     // Free entries come before any used one; among equals the first in the array is taken.
-    const auto before = [](const auto& a, const auto& b) {
-        if (a->inUse_ != b->inUse_) return !a->inUse_;
-        return a->inUse_ && a->lastUse_ < b->lastUse_;
+    const auto before = [](const Entry& a, const Entry& b) {
+        if (a.inUse_ != b.inUse_) return !a.inUse_;
+        return a.inUse_ && a.lastUse_ < b.lastUse_;
     };
-    return **std::min_element(entries_.begin(), entries_.end(), before);
+    return *std::min_element(entries_.begin(), entries_.end(), before);
 }

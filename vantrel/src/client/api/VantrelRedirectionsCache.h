@@ -43,7 +43,7 @@ class VantrelRedirectionsCache {
     Entry* entryOf(const std::string& key);
     Entry& victim();
 
-    std::vector<std::unique_ptr<Entry>> entries_;
+    std::vector<Entry> entries_;          // never resized
     VantrelConnectionCache connections_;  // goes first: it connects through the entries
 };
 

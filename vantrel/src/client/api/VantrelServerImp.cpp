@@ -42,13 +42,13 @@ bool VantrelServerImp::isConnected() const {
 void VantrelServerImp::disconnect() {
     stop(nullptr);  // whoever is in a call leaves it, and the lock
     const Lock lock(*this);
-    rawData_.disconnect();
+    if (frameClient_) frameClient_->disconnect();
     if (VantrelClientConnection* connection = connectionNow()) connection->disconnect();
 }
 
 void VantrelServerImp::stop(const char* reason) {
     if (VantrelClientConnection* connection = connectionNow()) connection->stop(reason);
-    rawData_.stop();
+    if (VantrelFrameClientAPI* frames = frameClientNow_) frames->stop();
 }
 
 std::string VantrelServerImp::lastErrorText() const {
@@ -101,9 +101,8 @@ VantrelFrameClientAPI& VantrelServerImp::frameApi() {
     if (!frameClient_) {
         const auto info = daemonInfo();
         if (!info) throw Vantrel::CoException(lastError_);
-        frameClient_ = std::make_unique<VantrelFrameClientAPI>(
-            rawData_,
-            VantrelVersion::ofProtocol(*info) >= VantrelServerFeatures::READ_WITHOUT_ACKNOWLEDGEMENT);
+        frameClient_ = std::make_unique<VantrelFrameClientAPI>(rawData_, *info);
+        frameClientNow_ = frameClient_.get();
     }
     return *frameClient_;
 }

@@ -97,6 +97,7 @@ class VantrelServerImp : private VantrelDaemonInfoMgr {
     const VantrelServerId serverId_;
     std::atomic<bool> initialized_{false};
     std::atomic<bool> daemonInfoStale_{true};
+    std::atomic<VantrelFrameClientAPI*> frameClientNow_{nullptr};  // frameClient_'s, once it is made
 
     mutable std::recursive_mutex mutex_;  // guards what follows
     std::string lastError_;
@@ -106,8 +107,8 @@ class VantrelServerImp : private VantrelDaemonInfoMgr {
     std::unique_ptr<VantrelNodeClientAPI> nodeClient_;
     std::shared_ptr<const VantrelDaemonInfo> daemonInfo_;
     TranslationTables translationTables_;
-    VantrelRawDataClientConnection rawData_;  // stop() reaches it without the lock
-    std::unique_ptr<VantrelFrameClientAPI> frameClient_;
+    VantrelRawDataClientConnection rawData_;
+    std::unique_ptr<VantrelFrameClientAPI> frameClient_;  // set once; stop() reaches it without the lock
 };
 
 template <typename Client, typename Call>

@@ -11,7 +11,7 @@ VantrelServerInfo::~VantrelServerInfo() {
 }
 
 VantrelServerInfo& VantrelServerInfo::operator=(const VantrelServerInfo& other) {
-    *info_ = *other.info_;
+    if (this != &other) *info_ = *other.info_;
     return *this;
 }
 

@@ -24,6 +24,11 @@ VantrelOS::OsType knownOsType(long number) {
     return known ? static_cast<VantrelOS::OsType>(number) : VantrelOS::Unknown;
 }
 
+/// Applications take texts as zero-terminated ones: a NUL would make another path or host of this one.
+bool hasNul(std::string_view text) {
+    return text.find('\0') != std::string_view::npos;
+}
+
 /// Takes a request or a list of paths apart from the left. After a false nothing more can be read.
 class Reader {
   public:
@@ -69,8 +74,7 @@ class Reader {
         std::string path;
         do {
             if (paths.size() == maxPaths || !takeQuoted(path)) return false;
-            // Applications take paths as zero-terminated texts: a NUL would make another path of this one.
-            if (path.find('\0') != std::string::npos) return false;
+            if (hasNul(path)) return false;
             paths.push_back(path);
         } while (take(PATH_SEPARATOR));
         return atEnd();
@@ -117,7 +121,7 @@ class Fields {
 
     bool get(const char* name, std::string& text) {
         std::string_view value;
-        if (!fields_.find(name, value)) return false;
+        if (!fields_.find(name, value) || hasNul(value)) return false;
         text = value;
         return true;
     }
@@ -137,7 +141,7 @@ class Fields {
         if (!list.readCount(count) || count > left) return false;
         left -= count;
         for (std::string_view text; count > 0; --count) {
-            if (!list.readElement(text)) return false;
+            if (!list.readElement(text) || hasNul(text)) return false;
             texts.emplace_back(text);
         }
         return true;

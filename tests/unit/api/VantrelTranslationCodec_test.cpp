@@ -1,0 +1,228 @@
+#include "VantrelTranslationCodec.h"
+
+#include <gmock/gmock.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+using std::string_literals::operator""s;
+using Codec = VantrelTranslationCodec;
+using Texts = std::vector<std::string>;
+
+std::string told(const VantrelTranslationRequest& r) {
+    std::string all =
+        r.srcHost + " " + std::to_string(r.srcType) + " " + r.dstHost + " " + std::to_string(r.dstType);
+    for (const std::string& path : r.paths) all += " <" + path + ">";
+    return all;
+}
+
+TEST(TranslationCodec, RequestsOnTheWire) {
+    const struct {
+        VantrelTranslationRequest request;
+        const char* text;
+    } cases[] = {
+        {{"one", VantrelOS::Linux, "two", VantrelOS::WindowsNT, {"/a"}}, R"("one" 2 "two" 3 "/a")"},
+        {{"one", VantrelOS::Unknown, "two", VantrelOS::MacOSX, {"/a b", "", "c,d"}},
+         R"("one" 0 "two" 4 "/a b","","c,d")"},
+        {{"a\\b", VantrelOS::Irix, "two", VantrelOS::Linux, {R"(C:\x "y")", "\\"}},
+         R"("a\\b" 1 "two" 2 "C:\\x \"y\"","\\")"},
+        {{"one", VantrelOS::Linux, "two", VantrelOS::Linux, {}}, R"("one" 2 "two" 2 )"},
+        {{"one", VantrelOS::Linux, "two", VantrelOS::Linux, {"line\nend\t"}},
+         "\"one\" 2 \"two\" 2 \"line\nend\t\""},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(Codec::formatRequest(c.request), c.text);
+        VantrelTranslationRequest parsed;
+        parsed.paths = {"old"};
+        std::string error;
+        EXPECT_TRUE(Codec::parseRequest(c.text, 3, parsed, error)) << c.text << ": " << error;
+        EXPECT_EQ(told(parsed), told(c.request));
+    }
+}
+
+TEST(TranslationCodec, RequestsThatSayWhatIsWrong) {
+    const struct {
+        std::string text;
+        const char* wrong;
+    } cases[] = {
+        {"", "source host"},
+        {"one 2 \"two\" 2 \"/a\"", "source host"},
+        {"\"\" 2 \"two\" 2 \"/a\"", "source host"},
+        {"\"o ne\" 2 \"two\" 2 \"/a\"", "source host"},
+        {"\"one", "source host"},
+        {"\"one\"2 \"two\" 2 \"/a\"", "source host"},
+        {"\"one\" Linux \"two\" 2 \"/a\"", "source OS type"},
+        {"\"one\" 99999999999 \"two\" 2 \"/a\"", "source OS type"},
+        {"\"one\"  \"two\" 2 \"/a\"", "source OS type"},
+        {"\"one\" 2 \"two\\\" 2 \"/a\"", "destination host"},
+        {"\"one\" 2 \"'two'\" 2 \"/a\"", "destination host"},
+        {"\"one\" 2 \"two\" 2", "destination OS type"},
+        {"\"one\" 2 \"two\" 2\"/a\"", "destination OS type"},
+        {"\"one\" 2 \"two\" 2 /a", "paths"},
+        {"\"one\" 2 \"two\" 2 \"/a\" ", "paths"},
+        {"\"one\" 2 \"two\" 2 \"/a\",", "paths"},
+        {"\"one\" 2 \"two\" 2 \"/a\",\"/b\",\"/c\"", "paths"},
+    };
+    for (const auto& c : cases) {
+        VantrelTranslationRequest request{"old", VantrelOS::Irix, "older", VantrelOS::MacOSX, {"oldest"}};
+        std::string error;
+        EXPECT_FALSE(Codec::parseRequest(c.text, 2, request, error)) << c.text;
+        EXPECT_EQ(error, std::string("Invalid TranslatePaths parameter: ") + c.wrong) << c.text;
+        EXPECT_EQ(told(request), "old 1 older 4 <oldest>") << c.text;
+    }
+    VantrelTranslationRequest request;
+    std::string error;
+    EXPECT_TRUE(Codec::parseRequest("\"one\" -7 \"two\" 5 ", 0, request, error));
+    EXPECT_EQ(told(request), "one 0 two 0") << "numbers of systems that nobody knows";
+}
+
+TEST(TranslationCodec, PathsOfReplies) {
+    const struct {
+        std::string text;
+        bool ok;
+        Texts paths;
+    } cases[] = {
+        {"", true, {}},
+        {"\"\"", true, {""}},
+        {"\"/a\",\"/b c\"", true, {"/a", "/b c"}},
+        {"\"a,\\\"b\\\"\",\"c\\\\d\"", true, {"a,\"b\"", "c\\d"}},
+        {"\"\\a\"", true, {"a"}},
+        {"\"1\",\"2\",\"3\"", true, {"1", "2", "3"}},
+        {"\"1\",\"2\",\"3\",\"4\"", false, {}},
+        {"\"/a\"\"/b\"", false, {}},
+        {"\"/a\", \"/b\"", false, {}},
+        {"\"/a\",", false, {}},
+        {",\"/a\"", false, {}},
+        {"/a", false, {}},
+        {"\"", false, {}},
+        {"\"/a", false, {}},
+        {"\"/a\\", false, {}},
+        {"\"/a\\\"", false, {}},
+        {"\"/a\0b\""s, false, {}},
+    };
+    for (const auto& c : cases) {
+        Texts paths{"old"};
+        EXPECT_EQ(Codec::parsePaths(c.text, 3, paths), c.ok) << c.text;
+        EXPECT_EQ(paths, c.ok ? c.paths : Texts{"old"}) << c.text;
+    }
+    EXPECT_EQ(Codec::formatPaths({}), "");
+    EXPECT_EQ(Codec::formatPaths({"/a b", "", "\"\\"}), R"("/a b","","\"\\")");
+}
+
+TEST(TranslationCodec, NamesOfHosts) {
+    for (const char* name : {"a", "render-01.example.com", "::1", "a\\b", "h\xc3\xb4te"})
+        EXPECT_TRUE(Codec::isValidHost(name)) << name;
+    for (const std::string& name : {""s, "a b"s, " a"s, "a\t"s, "a\n"s, "\"a\""s, "it's"s, "a\x7f"s, "a\0"s})
+        EXPECT_FALSE(Codec::isValidHost(name)) << name;
+}
+
+// What one entry of each table says, and the texts by hand.
+std::string told(const VantrelPathTranslationGroup& g) {
+    std::string all = g.name + "|" + VantrelOS::OsTypeStr(g.osType);
+    for (const std::string& host : g.hosts) all += "|" + host;
+    return all;
+}
+std::string told(const VantrelHostTranslation& t) {
+    return t.srcHost + "|" + t.srcPath + "|" + t.dstHost + "|" + t.dstPath;
+}
+std::string told(const VantrelOsTypeTranslation& t) {
+    return std::string(VantrelOS::OsTypeStr(t.srcType)) + "|" + t.srcPath + "|" +
+           VantrelOS::OsTypeStr(t.dstType) + "|" + t.dstPath;
+}
+
+const std::string GROUP = "name 2 g1osType 1 2hosts 12 2 3 one3 two";
+const std::string HOST_TRANSLATION = "srcHost 3 onesrcPath 4 /a bdstHost 3 twodstPath 1 /";
+const std::string OS_TYPE_TRANSLATION = "srcType 1 2srcPath 4 /mntdstType 1 3dstPath 2 Z:";
+
+template <typename Entry>
+using Parse = bool (*)(std::string_view, std::vector<Entry>&);
+
+/// What a table's text gives; "malformed" when it is refused, and then nothing else has changed.
+template <typename Entry>
+std::string parsed(Parse<Entry> parse, const std::string& text) {
+    std::vector<Entry> table(3);
+    if (!parse(text, table)) return table.size() == 3 ? "malformed" : "malformed and changed";
+    std::string all;
+    for (const Entry& entry : table) all += "[" + told(entry) + "]";
+    return all;
+}
+
+TEST(TranslationCodec, TablesOnTheWire) {
+    const std::string groups = "numGroups 1 20 40 " + GROUP + "1 27 name 0 osType 1 0hosts 2 0 ";
+    EXPECT_EQ(Codec::formatGroups({{"g1", VantrelOS::Linux, {"one", "two"}}, {"", VantrelOS::Unknown, {}}}),
+              groups);
+    EXPECT_EQ(parsed(Codec::parseGroups, groups), "[g1|Linux|one|two][|Unknown]");
+
+    const std::string hosts = "numHostTranslations 1 10 51 " + HOST_TRANSLATION;
+    EXPECT_EQ(Codec::formatHostTranslations({{"one", "/a b", "two", "/"}}), hosts);
+    EXPECT_EQ(parsed(Codec::parseHostTranslations, hosts), "[one|/a b|two|/]");
+
+    const std::string osTypes = "numOsTypeTranslations 1 10 48 " + OS_TYPE_TRANSLATION;
+    EXPECT_EQ(Codec::formatOsTypeTranslations({{VantrelOS::Linux, "/mnt", VantrelOS::WindowsNT, "Z:"}}),
+              osTypes);
+    EXPECT_EQ(parsed(Codec::parseOsTypeTranslations, osTypes), "[Linux|/mnt|WindowsNT|Z:]");
+}
+
+TEST(TranslationCodec, TablesThatAreOddOrMalformed) {
+    const std::string one = "0 40 " + GROUP;
+    const std::string good = "[g1|Linux|one|two]";
+    const std::string bad = "malformed";
+    const struct {
+        const char* what;
+        std::string text;
+        std::string result;
+    } cases[] = {
+        {"empty table", "numGroups 1 0", ""},
+        {"nothing at all", "", bad},
+        {"no count", one, bad},
+        {"count behind the entries", one + "numGroups 1 1", good},
+        {"entries in any order", "numGroups 1 21 27 name 0 osType 1 9hosts 2 0 " + one, good + "[|Unknown]"},
+        {"more entries than counted", "numGroups 1 1" + one + "1 3 xyz", good},
+        {"other fields and keys", "more 1 xnumGroups 1 10 47 new 1 y" + GROUP, good},
+        {"empty list of hosts", "numGroups 1 10 25 name 0 osType 1 4hosts 0 ", "[|MacOSX]"},
+        {"the first of two entries with one key", "numGroups 1 1" + one + "0 3 xyz", good},
+        {"fewer entries than counted", "numGroups 1 2" + one, bad},
+        {"key with a zero in front", "numGroups 1 100 40 " + GROUP, bad},
+        {"negative count", "numGroups 2 -1" + one, bad},
+        {"count that is no number", "numGroups 1 x", bad},
+        {"count with rubbish behind", "numGroups 2 1x" + one, bad},
+        {"huge count", "numGroups 10 2147483647" + one, bad},
+        {"count beyond numbers", "numGroups 20 99999999999999999999" + one, bad},
+        {"no name", "numGroups 1 10 31 osType 1 2hosts 12 2 3 one3 two", bad},
+        {"no hosts", "numGroups 1 10 18 name 2 g1osType 1 2", bad},
+        {"hosts that are no list", "numGroups 1 10 28 name 2 g1osType 1 2hosts 1 x", bad},
+        {"more hosts than there are", "numGroups 1 10 32 name 2 g1osType 1 2hosts 5 9 1 a", bad},
+        {"NUL in a name", "numGroups 1 10 28 name 1 "s + '\0' + "osType 1 2hosts 4 1 0 ", bad},
+        {"NUL in a host", "numGroups 1 10 30 name 0 osType 1 2hosts 5 1 1 "s + '\0', bad},
+        {"negative length", "numGroups 1 10 -5 " + GROUP, bad},
+    };
+    for (const auto& c : cases) EXPECT_EQ(parsed(Codec::parseGroups, c.text), c.result) << c.what;
+
+    EXPECT_EQ(parsed(Codec::parseHostTranslations, "numHostTranslations 1 10 40 " + HOST_TRANSLATION), bad)
+        << "cut before the last field";
+    EXPECT_EQ(parsed(Codec::parseOsTypeTranslations, "numGroups 1 0"), bad) << "another table";
+}
+
+TEST(TranslationCodec, TablesHaveALimit) {
+    std::string entries;
+    for (std::size_t i = 0; i <= Codec::MAX_TABLE_ENTRIES; ++i)
+        entries += std::to_string(i) + " 25 name 0 osType 1 0hosts 0 ";
+    std::vector<VantrelPathTranslationGroup> groups;
+    EXPECT_TRUE(Codec::parseGroups("numGroups 6 100000" + entries, groups));
+    EXPECT_EQ(groups.size(), Codec::MAX_TABLE_ENTRIES);
+    EXPECT_FALSE(Codec::parseGroups("numGroups 6 100001" + entries, groups));
+
+    // Hosts count over all groups: one too many in two groups together.
+    const auto group = [](const std::string& key, std::size_t hosts) {
+        std::string list = std::to_string(hosts) + " ";
+        for (std::size_t i = 0; i < hosts; ++i) list += "0 ";
+        const std::string fields = "name 0 osType 1 0hosts " + std::to_string(list.size()) + " " + list;
+        return key + " " + std::to_string(fields.size()) + " " + fields;
+    };
+    EXPECT_TRUE(Codec::parseGroups("numGroups 1 2" + group("0", 99999) + group("1", 1), groups));
+    EXPECT_FALSE(Codec::parseGroups("numGroups 1 2" + group("0", 99999) + group("1", 2), groups));
+}
+
+}  // namespace
