@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -24,7 +25,12 @@ class CliFixture : public ::testing::Test {
         return arguments;
     }
     static ChildProcess::Result run(std::vector<std::string> arguments) {
-        return ChildProcess(command(std::move(arguments)), {"LC_ALL=C.UTF-8"}).wait(kLimit);
+        return ChildProcess(command(std::move(arguments)), {"LC_ALL=C.UTF-8", sanitizerOptions()})
+            .wait(kLimit);
+    }
+    static std::string sanitizerOptions() {
+        const char* given = std::getenv("TSAN_OPTIONS");
+        return std::string("TSAN_OPTIONS=suppressions=" VANTREL_TSAN_SUPPRESSIONS " ") + (given ? given : "");
     }
     /// Standard output of a command that must succeed.
     static std::string good(std::vector<std::string> arguments) {

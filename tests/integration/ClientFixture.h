@@ -37,7 +37,8 @@ struct PeerInfo {
                entry("VersionMinor", std::to_string(numbers[1])) +
                entry("VersionMaint", std::to_string(numbers[2])) +
                entry("VersionBuild", std::to_string(numbers[3])) + entry("ProductVersionMajor", "7") +
-               entry("ProductVersionMinor", "1") + entry("StorageId", storageId) + entry("HostUUID", "uuid-1");
+               entry("ProductVersionMinor", "1") + entry("StorageId", storageId) +
+               entry("HostUUID", "uuid-1");
     }
 };
 

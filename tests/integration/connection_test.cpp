@@ -1,0 +1,343 @@
+// How the library connects, what it does when a connection fails or is lost, and how handles share
+// connections.
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <functional>
+
+#include "ClientFixture.h"
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using std::chrono::steady_clock;
+using ::testing::Contains;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+using Vantrel::ScriptedPeer;
+
+namespace {
+
+class ConnectionTest : public PeerFixture {
+  protected:
+    ConnectionTest() {
+        set("VANTREL_DEFAULT_CALL_TIMEOUT_MS", "400");
+        set("VANTREL_GET_DAEMON_INFO_CALL_TIMEOUT_MS", "400");
+    }
+    void SetUp() override {
+        Received::record();
+        ASSERT_TRUE(VantrelClientInit());
+        VantrelSetLogLevel(VANTREL_LOG_NOTICE);
+    }
+};
+
+// --- One failure, and the next call ---
+
+struct Failure {
+    const char* name;
+    std::function<void(ScriptedPeer&)> fail;
+    std::string error;  // "!" and the reason: "Server not found"; "!" alone: for whatever reason
+    bool connectedAfter;
+};
+
+TEST_F(ConnectionTest, AFailedCallTellsWhyInTimeAndTheNextOneWorks) {
+    const std::string refused = std::strerror(ECONNREFUSED);
+    const std::string reset = std::strerror(ECONNRESET);
+    const std::string late = std::strerror(ETIMEDOUT);
+    const auto dropping = [](std::function<void(ScriptedPeer&)> change) {
+        return [change](ScriptedPeer& p) {
+            change(p);
+            p.dropConnections();
+        };
+    };
+    const Failure failures[] = {
+        {"refused port", [](ScriptedPeer& p) { p.refuse(); }, "!" + refused, false},
+        {"closes mid-reply", [](ScriptedPeer& p) { p.closeAfter(2); }, "!" + reset, false},
+        {"closes instead of a reply", [](ScriptedPeer& p) { p.closeAfter(0); }, "!" + reset, false},
+        {"closes at once", dropping([](ScriptedPeer& p) { p.closeOnAccept(true); }), "!", false},
+        {"never answers", [](ScriptedPeer& p) { p.neverAnswer("Ping"); }, late, false},
+        {"server's own error", [](ScriptedPeer& p) { p.answer("Ping", ScriptedPeer::error("No\nway.")); },
+         "No\nway.", true},
+        {"error without text", [](ScriptedPeer& p) { p.answer("Ping", "error "); }, "", true},
+        {"wrong login", dropping([](ScriptedPeer& p) { p.answer("_login", ScriptedPeer::error("Who?")); }),
+         "!Who?", false},
+        {"login never answered", dropping([](ScriptedPeer& p) { p.neverAnswer("_login"); }), late, false},
+        {"no daemon info",
+         dropping([](ScriptedPeer& p) { p.answer("GetDaemonInfo", ScriptedPeer::error("?")); }), "!?", false},
+        {"daemon info never answered", dropping([](ScriptedPeer& p) { p.neverAnswer("GetDaemonInfo"); }),
+         late, false},
+    };
+    const VantrelServerHandle server(id());
+    for (const Failure& failure : failures) {
+        SCOPED_TRACE(failure.name);
+        ASSERT_TRUE(server.ping(0)) << server.lastError();
+        failure.fail(peer);
+        const auto start = steady_clock::now();
+        EXPECT_FALSE(server.ping(0));
+        EXPECT_LT(steady_clock::now() - start, seconds(5));
+        if (failure.error == "!") {
+            EXPECT_THAT(server.lastError(), StartsWith("Server not found ["));
+        } else if (failure.error[0] == '!') {
+            EXPECT_EQ(server.lastError(), notFound(failure.error.substr(1)));
+        } else {
+            EXPECT_EQ(server.lastError(), failure.error);
+        }
+        EXPECT_EQ(server.isConnected(), failure.connectedAfter);
+
+        peer.closeAfter(std::nullopt);
+        peer.closeOnAccept(false);
+        peer.answer("Ping", ScriptedPeer::ok(""));
+        peer.answer("_login", ScriptedPeer::ok(""));
+        describe({});
+        peer.listenAgain();
+    }
+    ASSERT_TRUE(server.ping(0)) << server.lastError();
+}
+
+TEST_F(ConnectionTest, RubbishInsteadOfAReplyIsAFailureWithAText) {
+    const VantrelServerHandle server(id());
+    for (const char* line : {"rubbish", "", " ", "OK", "okay then", "\x01\x02\xff"}) {
+        peer.answer("Ping", line);
+        EXPECT_FALSE(server.ping(0)) << '"' << line << '"';
+        peer.answer("Ping", ScriptedPeer::ok(""));
+        EXPECT_TRUE(server.ping(0)) << '"' << line << "\": " << server.lastError();
+    }
+}
+
+TEST_F(ConnectionTest, ALateReplyIsNotTakenForThatOfTheNextCall) {
+    const VantrelServerHandle server(id());
+    VantrelStr vendor;
+    ASSERT_TRUE(server.ping(0));
+    for (const char* slow : {"QueryNodePlugInVendor", "GetDaemonInfo"}) {
+        peer.answer("QueryNodePlugInVendor", ScriptedPeer::ok("late"));
+        if (std::string(slow) == "GetDaemonInfo") peer.dropConnections();
+        peer.holdReplies();
+        EXPECT_FALSE(server.getVendor(vendor));
+        EXPECT_STREQ(server.lastError(), std::strerror(ETIMEDOUT));
+        peer.answer("QueryNodePlugInVendor", ScriptedPeer::ok("right"));
+        peer.releaseReplies();
+        ASSERT_TRUE(server.getVendor(vendor)) << server.lastError();
+        EXPECT_STREQ(vendor, "right") << slow;
+    }
+}
+
+TEST_F(ConnectionTest, ATimeOutReportsTheLostServerAndTheNextCallConnectsAgain) {
+    const VantrelServerHandle server(id());
+    ASSERT_TRUE(server.ping(0));
+    peer.neverAnswer("Ping");
+    Received::clear();
+    EXPECT_FALSE(server.ping(0));
+    const auto lost = Received::lostServers();
+    ASSERT_EQ(lost.size(), 1U);
+    VantrelServerId expected("SXAFS", "127.0.0.1", peer.port());
+    expected.setStorageId("stor-1");
+    EXPECT_TRUE(lost[0] == expected) << lost[0].getId();
+    EXPECT_THAT(Received::log(), Contains("1 Ping timed-out"));
+    EXPECT_TRUE(peer.waitForNoClients());
+    peer.answer("Ping", ScriptedPeer::ok(""));
+    EXPECT_TRUE(server.ping(0));
+    EXPECT_EQ(peer.connections(), 2U);
+}
+
+TEST_F(ConnectionTest, ALostConnectionIsReportedAndReestablishedWithinTheCall) {
+    const VantrelServerHandle server(id());
+    for (unsigned round = 1; round <= 3; ++round) {
+        ASSERT_TRUE(server.ping(0)) << server.lastError();
+        EXPECT_EQ(peer.connections(), round);
+        Received::clear();
+        peer.dropConnections();
+        ASSERT_TRUE(server.ping(0));
+        EXPECT_EQ(peer.connections(), ++round);
+        EXPECT_EQ(Received::lostServers().size(), 1U);
+        peer.refuse();  // as a restarted server: the same port, later
+        peer.listenAgain();
+    }
+}
+
+TEST_F(ConnectionTest, ACallReconnectsAtMostTwice) {
+    const VantrelServerHandle server(id());
+    ASSERT_TRUE(server.ping(0));
+    peer.closeAfter(100000);  // answers whole, and closes: it can be connected to, but not called
+    peer.dropConnections();
+    Received::clear();
+    EXPECT_FALSE(server.ping(0));
+    EXPECT_STRNE(server.lastError(), "");
+    EXPECT_EQ(peer.connections(), 3U);
+    EXPECT_EQ(Received::lostServers().size(), 3U);
+}
+
+TEST_F(ConnectionTest, ConnectingIsTriedAgainForTheRetryTime) {
+    const VantrelServerHandle server(id());
+    peer.closeOnAccept(true);
+    const struct {
+        unsigned retryMs;
+        std::size_t attempts;
+    } rows[] = {{0, 1}, {200, 2}, {1300, 3}};
+    std::size_t before = 0;
+    for (const auto& row : rows) {
+        const auto start = steady_clock::now();
+        EXPECT_FALSE(server.ping(row.retryMs));
+        EXPECT_GE(steady_clock::now() - start, milliseconds(row.retryMs));
+        EXPECT_EQ(peer.connections() - before, row.attempts) << row.retryMs;
+        EXPECT_THAT(server.lastError(), StartsWith("Server not found ["));
+        before = peer.connections();
+    }
+}
+
+TEST_F(ConnectionTest, AnsweredByTheLastAttempt) {
+    const VantrelServerHandle server(id());
+    peer.closeOnAccept(true);
+    auto pinging = std::async(std::launch::async, [&] { return server.ping(20000); });
+    ASSERT_TRUE(peer.waitForConnections(1));
+    peer.closeOnAccept(false);
+    EXPECT_TRUE(pinging.get()) << server.lastError();
+}
+
+// --- Servers that cannot be reached ---
+
+/// A listener whose queue is full: the system drops what else wants to connect, as if the host did not exist.
+class DeafListener {
+  public:
+    DeafListener() {
+        auto* const generic = reinterpret_cast<sockaddr*>(&address_);
+        address_.sin_family = AF_INET;
+        address_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof address_;
+        EXPECT_EQ(::bind(listener_, generic, size), 0);
+        EXPECT_EQ(::listen(listener_, 0), 0);
+        EXPECT_EQ(::getsockname(listener_, generic, &size), 0);
+        for (const int filler : fillers_) ::connect(filler, generic, size);
+    }
+    DeafListener(const DeafListener&) = delete;
+    DeafListener& operator=(const DeafListener&) = delete;
+    ~DeafListener() {
+        for (const int filler : fillers_) ::close(filler);
+        ::close(listener_);
+    }
+    VantrelServerId id() const { return VantrelServerId(ntohs(address_.sin_port), "127.0.0.1"); }
+
+  private:
+    sockaddr_in address_{};
+    int listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
+    int fillers_[2] = {::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0),
+                       ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0)};
+};
+
+TEST_F(ConnectionTest, AServerThatCannotBeReachedIsToldOfInTime) {
+    const DeafListener deaf;
+    const struct {
+        VantrelServerId id;
+        std::string error;
+    } rows[] = {
+        {deaf.id(), std::string(": ") + std::strerror(ETIMEDOUT) + "."},
+        {VantrelServerId("no-such-host.invalid:7549"),
+         "Server not found [no-such-host.invalid:7549] [] []: "},
+        {VantrelServerId("render01"), "Server not found [render01:0] [SXAFS] []: "},
+        {VantrelServerId(""), "Server not found [:0] ["},
+    };
+    for (const auto& row : rows) {
+        const VantrelServerHandle server(row.id);
+        const auto start = steady_clock::now();
+        EXPECT_FALSE(server.ping(0));
+        EXPECT_LT(steady_clock::now() - start, seconds(5));
+        EXPECT_THAT(server.lastError(), HasSubstr(row.error));
+        EXPECT_FALSE(server.isConnected());
+    }
+}
+
+// --- Who answers ---
+
+TEST_F(ConnectionTest, AServerOfOldThatHasNoLoginIsAccepted) {
+    for (const bool quoted : {false, true}) {
+        peer.loginUnknown(quoted);
+        peer.dropConnections();
+        const VantrelServerHandle server(id());
+        EXPECT_TRUE(server.ping(0)) << quoted << server.lastError();
+    }
+}
+
+TEST_F(ConnectionTest, RepliesInSingleBytesAreWhole) {
+    peer.replyInPieces(1);
+    peer.answer("QueryNodePlugInVendor", ScriptedPeer::ok("a\nb\tc\\d"));
+    VantrelStr vendor;
+    const VantrelServerHandle server(id());
+    ASSERT_TRUE(server.getVendor(vendor)) << server.lastError();
+    EXPECT_STREQ(vendor, "a\nb\tc\\d");
+    EXPECT_STREQ(server.getHostName(), "render01");
+}
+
+TEST_F(ConnectionTest, AnotherServerAtTheAddressIsRefused) {
+    const struct {
+        const char* database;
+        const char* storageId;
+        bool matches;
+    } rows[] = {{"SXAFS", "stor-1", true}, {"", "", true},   {"SXAFS", "", true},      {"", "stor-1", true},
+                {"OTHER", "", false},      {"", "x", false}, {"SXAFS", "stor", false}, {"sxafs", "", false}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::string(row.database) + '/' + row.storageId);
+        const std::size_t before = peer.connections();
+        VantrelServerId wanted(row.database, "127.0.0.1", peer.port());
+        wanted.setStorageId(row.storageId);
+        const VantrelServerHandle server(wanted);
+        EXPECT_EQ(server.ping(3000), row.matches);
+        EXPECT_EQ(peer.connections() - before, 1U) << "a wrong server is not tried again";
+        EXPECT_EQ(server.isConnected(), row.matches);
+        if (row.matches) continue;
+        EXPECT_THAT(server.lastError(),
+                    StartsWith("Mismatching server information [127.0.0.1:" + std::to_string(peer.port()) +
+                               "] [" + row.database + " vs SXAFS] [" + row.storageId + " vs stor-1]: "));
+        VantrelClientReleaseUnusedConnections(true);
+    }
+}
+
+TEST_F(ConnectionTest, IPRangesDecideWhoIsContacted) {
+    const std::string port = std::to_string(peer.port());
+    const struct {
+        const char* filtering;
+        std::string id;
+        bool allowed;
+    } rows[] = {
+        {"Accept=10.0.0.0/8", "127.0.0.1:" + port, false},  {"Accept=127.0.0.0/8", "127.0.0.1:" + port, true},
+        {"Reject=127.0.0.1", "127.0.0.1:" + port, false},   {"Reject=10.0.0.0/8", "127.0.0.1:" + port, true},
+        {"Accept=127.0.0.0/8", "localhost:" + port, true},  {"Accept=10.0.0.0/8", "localhost:" + port, false},
+        {"Reject=127.0.0.0/8", "localhost:" + port, false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.id + ' ' + row.filtering);
+        folder.write("network.cfg", std::string("[Filtering]\n") + row.filtering + '\n');
+        VantrelClientReleaseUnusedConnections(true);
+        const std::size_t before = peer.connections();
+        const VantrelServerHandle server(VantrelServerId(row.id.c_str()));
+        EXPECT_EQ(server.ping(0), row.allowed) << server.lastError();
+        EXPECT_EQ(peer.connections() - before, row.allowed ? 1U : 0U);
+        if (row.allowed) continue;
+        const std::string text = "Specified IP in server Id [" + row.id + "] rejected by IP range filtering";
+        EXPECT_THAT(server.lastError(), HasSubstr(text));
+        EXPECT_THAT(Received::log(), Contains("2 " + text));
+    }
+}
+
+// --- Tracing ---
+
+class TraceTest : public PeerFixture, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(TraceTest, IsOnUnlessTheVariableSaysNo) {
+    const std::string value = GetParam();
+    const bool on = value == "1" || value == "no";
+    set("QD_VANTREL_TRACE", value);
+    Received::record();
+    const VantrelClient client(false);
+    VantrelSetLogLevel(VANTREL_LOG_DEBUG);
+    peer.answer("QueryNodePlugInVendor", ScriptedPeer::ok("Q"));
+    VantrelStr vendor;
+    EXPECT_TRUE(VantrelServerHandle(id()).getVendor(vendor));
+    const auto log = Received::log();
+    EXPECT_EQ(std::count(log.begin(), log.end(), "4 Calling QueryNodePlugInVendor()"), on ? 1 : 0);
+    EXPECT_EQ(std::count(log.begin(), log.end(), "4 Finished QueryNodePlugInVendor() -> 'Q'"), on ? 1 : 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Values, TraceTest, ::testing::Values("1", "no", "0", "false", "FALSE"));
+
+}  // namespace

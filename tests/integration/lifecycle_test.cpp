@@ -1,0 +1,228 @@
+// Bringing the library up and down, its log and its callbacks, as an application sees them.
+#include <atomic>
+#include <functional>
+#include <map>
+
+#include "ClientFixture.h"
+
+using ::testing::AllOf;
+using ::testing::Contains;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+
+namespace {
+
+constexpr const char* NOT_INITIALIZED = "API not initialized";
+
+class LifecycleTest : public PeerFixture {};
+
+TEST_F(LifecycleTest, InitIsCounted) {
+    EXPECT_FALSE(VantrelClientIsInitialized());
+    EXPECT_TRUE(VantrelClientInit());
+    EXPECT_TRUE(VantrelClientInit());
+    VantrelClientUninit();
+    EXPECT_TRUE(VantrelClientIsInitialized());
+    VantrelClientUninit();
+    EXPECT_FALSE(VantrelClientIsInitialized());
+}
+
+TEST_F(LifecycleTest, EveryRequestIsRefusedWhileNotInitialized) {
+    const VantrelServerHandle server(id());
+    VantrelNodeHandle node(server, "n1");
+    VantrelNodeHandle other;
+    VantrelStr text;
+    VantrelServerInfo info;
+    VantrelClipFormat format;
+    int number = 0;
+    unsigned long count = 0;
+    bool flag = false;
+    char bytes[4] = {};
+    const std::map<std::string, std::function<bool()>> calls = {
+        {"ping", [&] { return server.ping(0); }},
+        {"getRootNode", [&] { return server.getRootNode(other); }},
+        {"getInfo", [&] { return server.getInfo(info); }},
+        {"getHostName", [&] { return server.getHostName() != nullptr; }},
+        {"getVendor", [&] { return server.getVendor(text); }},
+        {"compareVersion", [&] { return server.compareVersion(flag, 1, 0, 0, 0); }},
+        {"readFrame", [&] { return server.readFrame("f1", bytes, sizeof bytes); }},
+        {"writeFrame", [&] { return server.writeFrame("f1", bytes, sizeof bytes); }},
+        {"readStream", [&] { return server.readStream("s", bytes, sizeof bytes, 0, 1, count); }},
+        {"pullStream", [&] { return server.pullStream("r", folder.path("pulled").c_str()); }},
+        {"invalidateCache", [&] { return server.invalidateCache(); }},
+        {"getNumChildren", [&] { return node.getNumChildren(number); }},
+        {"getParentNode", [&] { return node.getParentNode(other); }},
+        {"getDisplayName", [&] { return node.getDisplayName(text); }},
+        {"createNode", [&] { return node.createNode("n", "REEL", other); }},
+        {"renameNode", [&] { return node.renameNode("n"); }},
+        {"destroyNode", [&] { return node.destroyNode(); }},
+        {"setMetaData", [&] { return node.setMetaData("XML", "x"); }},
+        {"getClipFormat", [&] { return node.getClipFormat(format); }},
+        {"setNumFrames", [&] { return node.setNumFrames(1); }},
+        {"getNumFrames", [&] { return node.getNumFrames(number); }},
+    };
+    const auto expectRefusals = [&] {
+        for (const auto& call : calls) {
+            // A failure of another kind in between, so that each call has to leave its own text.
+            other = VantrelNodeHandle(server, "n1");
+            EXPECT_FALSE(call.second()) << call.first;
+            EXPECT_STREQ(server.lastError(), NOT_INITIALIZED) << call.first;
+        }
+        EXPECT_FALSE(server.isConnected());
+    };
+    expectRefusals();
+    ASSERT_TRUE(VantrelClientInit());
+    EXPECT_TRUE(server.ping(0)) << server.lastError();
+    VantrelClientUninit();
+    EXPECT_TRUE(peer.waitForNoClients()) << "shutting down closes connections of living handles too";
+    expectRefusals();
+    ASSERT_TRUE(VantrelClientInit());
+    EXPECT_TRUE(server.ping(0)) << server.lastError();
+}
+
+TEST_F(LifecycleTest, AnUnmatchedUninitLeavesTheCounterOneShort) {
+    const VantrelServerHandle server(id());
+    VantrelClientUninit();
+    EXPECT_FALSE(server.ping(0)) << "there is no connection cache";
+    EXPECT_STREQ(server.lastError(), NOT_INITIALIZED);
+    EXPECT_TRUE(VantrelClientInit());
+    EXPECT_FALSE(VantrelClientIsInitialized());
+    EXPECT_FALSE(server.ping(0));
+    EXPECT_STREQ(server.lastError(), NOT_INITIALIZED);
+    EXPECT_TRUE(VantrelClientInit());
+    EXPECT_TRUE(server.ping(0)) << server.lastError();
+}
+
+TEST_F(LifecycleTest, AClientObjectUndoesOnlyItsOwnInit) {
+    {
+        VantrelClient deferred(true);
+        EXPECT_FALSE(VantrelClientIsInitialized());
+        EXPECT_TRUE(deferred.init());
+        EXPECT_TRUE(deferred.init());
+        const VantrelClient atOnce(false);
+        EXPECT_TRUE(VantrelClientIsInitialized());
+    }
+    EXPECT_FALSE(VantrelClientIsInitialized()) << "init, called twice, counts once";
+    VantrelClientInit();
+    { const VantrelClient never(true); }
+    EXPECT_TRUE(VantrelClientIsInitialized());
+}
+
+TEST_F(LifecycleTest, Version) {
+    int version[3] = {-1, -1, -1};
+    VantrelClientGetVersion(version[0], version[1], version[2]);
+    EXPECT_THAT(version, ::testing::ElementsAre(2024, 0, 0));
+}
+
+TEST_F(LifecycleTest, TheLogLevelSelectsMessagesAndIgnoresOtherNumbers) {
+    set("VANTREL_NETWORK_DEBUG", "1");  // messages of level 0 with each connection
+    Received::record();
+    VantrelClient client(false);
+    const auto highestLevel = [&] {
+        Received::clear();
+        peer.answer("Ping", Vantrel::ScriptedPeer::ok(""));
+        peer.dropConnections();
+        const VantrelServerHandle server(id());
+        EXPECT_TRUE(server.ping(0)) << server.lastError();
+        const VantrelServerHandle nobody(VantrelServerId("not:an:address"));
+        EXPECT_FALSE(nobody.ping(0));
+        char highest = '0' - 1;
+        for (const std::string& message : Received::log()) highest = std::max(highest, message[0]);
+        return highest - '0';
+    };
+    EXPECT_EQ(highestLevel(), 0) << "as initialised";
+    const struct {
+        int set;
+        int highest;
+    } rows[] = {{4, 4}, {5, 4}, {-1, 4}, {3, 3}, {2, 1}, {1, 1}, {0, 0}};  // nothing here posts level 2
+    for (const auto& row : rows) {
+        VantrelSetLogLevel(static_cast<VantrelLogLevel>(row.set));
+        EXPECT_EQ(highestLevel(), row.highest) << row.set;
+    }
+}
+
+TEST_F(LifecycleTest, WithoutACallbackMessagesGoToStandardError) {
+    Received::record();
+    VantrelClient client(false);
+    VantrelSetLogLevel(VANTREL_LOG_ERROR);
+    VantrelRegisterLogCallBack(nullptr);
+    ::testing::internal::CaptureStderr();
+    const VantrelServerHandle nobody{VantrelServerId("nowhere")};
+    EXPECT_FALSE(nobody.ping(0));
+    EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("Server not found [nowhere:0]"));
+    EXPECT_THAT(Received::log(), IsEmpty());
+}
+
+// --- Callbacks that use the library ---
+
+const VantrelServerHandle* callbackServer = nullptr;
+std::atomic<int> callbackCalls{0};
+std::atomic<int> callbackFailures{0};
+
+void useLibrary() {
+    thread_local bool inside = false;
+    if (inside) return;
+    inside = true;
+    ++callbackCalls;
+    VantrelNodeHandle root;
+    if (!VantrelResolveDisplayPath(*callbackServer, "/", root)) ++callbackFailures;
+    callbackServer->lastError();
+    callbackServer->isConnected();
+    const VantrelServerHandle copy(*callbackServer);
+    VantrelClientInit();
+    VantrelClientUninit();
+    VantrelClientReleaseUnusedConnections(false);
+    VantrelSetLogLevel(VANTREL_LOG_DEBUG);
+    inside = false;
+}
+
+TEST_F(LifecycleTest, CallbacksMayUseTheLibraryAndTheServerThatTheCallIsAbout) {
+    set("QD_VANTREL_TRACE", "1");
+    VantrelRegisterLogCallBack([](VantrelLogLevel, const char*) { useLibrary(); });
+    VantrelRegisterDisconnectCallBack([](const VantrelServerId&) { useLibrary(); });
+    VantrelClient client(false);
+    VantrelSetLogLevel(VANTREL_LOG_DEBUG);
+    const VantrelServerHandle server(id());
+    callbackServer = &server;
+    within(std::chrono::seconds(30), [&] {
+        for (int i = 0; i < 3; ++i) {
+            EXPECT_TRUE(server.ping(0)) << server.lastError();
+            peer.dropConnections();
+        }
+        server.disconnect();
+        server.stop(nullptr);
+        VantrelClientReleaseUnusedConnections(true);
+    });
+    EXPECT_GT(callbackCalls, 10);
+    EXPECT_EQ(callbackFailures, 0);
+    VantrelRegisterLogCallBack(nullptr);
+    VantrelRegisterDisconnectCallBack(nullptr);
+}
+
+// --- Network configuration ---
+
+TEST_F(LifecycleTest, CreatesTheNetworkConfiguration) {
+    VantrelStr error("as before");
+    EXPECT_TRUE(VantrelCreateNetworkConfig(&error));
+    EXPECT_STREQ(error.c_str(), "as before");
+    const std::string created = folder.read("network.cfg");
+    EXPECT_THAT(created, AllOf(HasSubstr("UUID="), Not(HasSubstr("UUID=\n"))));
+    EXPECT_TRUE(VantrelCreateNetworkConfig(nullptr));
+    EXPECT_TRUE(VantrelCreateNetworkConfig(NULL));
+    EXPECT_TRUE(VantrelCreateNetworkConfig(0));
+    EXPECT_EQ(folder.read("network.cfg"), created) << "an existing one is kept";
+    EXPECT_TRUE(VantrelCreateNetworkConfig(folder.path("template.cfg").c_str()));
+    EXPECT_EQ(folder.read("template.cfg").size(), 7982U);
+    EXPECT_FALSE(VantrelCreateNetworkConfig(folder.path("no/such/directory").c_str()));
+    EXPECT_FALSE(VantrelClientIsInitialized());
+}
+
+TEST_F(LifecycleTest, TellsWhyTheNetworkConfigurationCannotBeCreated) {
+    set("QD_NETWORK_CFG_FILE", folder.write("file", "") + "/network.cfg");
+    VantrelStr error;
+    EXPECT_FALSE(VantrelCreateNetworkConfig(&error));
+    EXPECT_THAT(error.c_str(), HasSubstr(std::strerror(ENOTDIR)));
+    EXPECT_FALSE(VantrelCreateNetworkConfig(nullptr));
+}
+
+}  // namespace

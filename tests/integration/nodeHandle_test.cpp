@@ -1,0 +1,284 @@
+// What node handles remember, decide by themselves and hand on, and how they fail.
+#include <functional>
+
+#include "NodeFixture.h"
+
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using Vantrel::ScriptedPeer;
+
+namespace {
+
+// --- What is remembered ---
+
+TEST_F(NodeTest, AnswersAreKeptUntilTheNodeChanges) {
+    const VantrelServerHandle server(id());
+    VantrelNodeHandle node(server, "n1");
+    const auto askAll = [&] {
+        const std::size_t before = methods().size();
+        int number = 0;
+        bool flag = false;
+        VantrelStr text;
+        VantrelClipFormat format;
+        EXPECT_TRUE(node.getNumChildren(number) && node.getNumFrames(number) &&
+                    node.getFrameIdPath(0, text) && node.getNumAvailableMetaDataStreams(number) &&
+                    node.getNodeType(number) && node.getDisplayName(text) && node.getClipFormat(format) &&
+                    node.getIsClipNode(flag))
+            << server.lastError();
+        return methods().size() - before;
+    };
+    EXPECT_EQ(askAll(), 8U);
+    EXPECT_EQ(askAll(), 0U);
+    node.setNodeId("n1");
+    EXPECT_EQ(askAll(), 0U) << "the id already held changes nothing";
+    node.setNodeId("n2");
+    EXPECT_EQ(askAll(), 8U);
+    const VantrelServerHandle other(server);
+    node.setServer(other);
+    EXPECT_EQ(askAll(), 8U);
+    const VantrelNodeHandle copy(node);
+    node = copy;
+    EXPECT_EQ(askAll(), 8U) << "a copy starts without answers";
+}
+
+TEST_F(NodeTest, AHandleSeesItsOwnChanges) {
+    const VantrelServerHandle server(id());
+    VantrelNodeHandle node(server, "n1");
+    VantrelNodeHandle out;
+    VantrelStr text;
+    int number = 0;
+    unsigned frames = 0;
+    ASSERT_TRUE(node.getNumChildren(number) && node.getNumFrames(frames) && node.getDisplayName(text));
+    ASSERT_TRUE(node.createNode("c", "REEL", out) && node.getNumChildren(number));
+    ASSERT_TRUE(node.duplicateNode(out, "d", out) && node.getNumChildren(number));
+    ASSERT_TRUE(node.setNumFrames(1) && node.getNumFrames(frames));
+    ASSERT_TRUE(node.renameNode("e") && node.getDisplayName(text));
+    EXPECT_EQ(peer.arguments("GetChildrenEx").size(), 3U);
+    EXPECT_EQ(peer.arguments("GetFramesEx").size(), 2U);
+    EXPECT_EQ(peer.arguments("GetDisplayNameEx").size(), 2U);
+    peer.answer("RenameNode", ScriptedPeer::ok("n77"));
+    ASSERT_TRUE(node.renameNode("f"));
+    EXPECT_STREQ(node.getNodeId().id(), "n77");
+    ASSERT_TRUE(node.destroyNode());
+    EXPECT_STREQ(node.getNodeId().id(), "");
+}
+
+TEST_F(NodeTest, AFailedQueryIsNotRemembered) {
+    const VantrelServerHandle server(id());
+    VantrelNodeHandle node(server, "n1");
+    int number = -1;
+    peer.answer("GetChildrenEx", ScriptedPeer::error("Busy."));
+    EXPECT_FALSE(node.getNumChildren(number));
+    EXPECT_STREQ(node.lastError(), "Busy.");
+    peer.answer("GetChildrenEx", ScriptedPeer::ok(PeerInfo::entry("0", PeerInfo::entry("Id", "n2"))));
+    EXPECT_FALSE(node.getNumChildren(number));
+    EXPECT_STREQ(node.lastError(), "Invalid children list");
+    EXPECT_EQ(number, -1);
+    peer.answer("GetChildrenEx", ScriptedPeer::ok(""));
+    EXPECT_TRUE(node.getNumChildren(number));
+    EXPECT_EQ(number, 0);
+}
+
+TEST_F(NodeTest, ACreatedClipKnowsItsFormatAndAChildItsName) {
+    const VantrelServerHandle server(id());
+    VantrelNodeHandle node(server, "n1");
+    VantrelClipFormat format;
+    format.setWidth(1234);
+    VantrelNodeHandle made;
+    ASSERT_TRUE(node.createClipNode("c", format, "CLIP", made));
+    EXPECT_STREQ(made.getNodeId().id(), "n9");
+    VantrelClipFormat known;
+    EXPECT_TRUE(made.getClipFormat(known));
+    EXPECT_EQ(known.width(), 1234);
+    VantrelStr name;
+    ASSERT_TRUE(node.getChild(1, node)) << "the child may take the place of its parent";
+    EXPECT_STREQ(node.getNodeId().id(), "n3");
+    EXPECT_TRUE(node.getDisplayName(name));
+    EXPECT_STREQ(name, "b");
+    EXPECT_THAT(methods(), ElementsAre("CreateNodeEx", "GetChildrenEx"));
+}
+
+// --- Names and paths ---
+
+TEST_F(NodeTest, DisplayPathsAreWalkedByOneListPerLevel) {
+    const std::string duplicates = PeerInfo::entry("0", child("n5", "x")) +
+                                   PeerInfo::entry("1", child("n6", "x")) +
+                                   PeerInfo::entry("2", child("n7", "X"));
+    peer.answerWith(
+        [&](const std::string& method, const std::string& argument) -> std::optional<std::string> {
+            if (method != "GetChildrenEx") return std::nullopt;
+            if (argument == "n1") return std::nullopt;  // a, b
+            return ScriptedPeer::ok(argument == "n2" ? duplicates : "");
+        });
+    const struct {
+        const char* path;
+        const char* id;  // null: not found
+        std::size_t lists;
+    } rows[] = {
+        {"", "n1", 0},         {"/", "n1", 0},         {nullptr, "n1", 0},        {"a//x/", "n5", 2},
+        {"/a/./X", "n7", 2},   {"/b/../a/x", "n5", 2}, {"/a/x/deep", nullptr, 3}, {"/A", nullptr, 1},
+        {"/a/xx", nullptr, 2}, {"/b", "n3", 1},
+    };
+    const VantrelServerHandle server(id());
+    VantrelStr unused;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.path ? row.path : "null");
+        peer.answer("QueryNodePlugInVendor", ScriptedPeer::error("An earlier failure."));
+        EXPECT_FALSE(server.getVendor(unused));
+        const std::size_t before = peer.arguments("GetChildrenEx").size();
+        VantrelNodeHandle node;
+        EXPECT_EQ(VantrelResolveDisplayPath(server, row.path, node), row.id != nullptr);
+        EXPECT_EQ(peer.arguments("GetChildrenEx").size() - before, row.lists);
+        if (row.id) {
+            EXPECT_STREQ(node.getNodeId().id(), row.id);
+        } else {
+            EXPECT_STREQ(server.lastError(), "") << "an earlier failure must not pass for the reason";
+        }
+    }
+    EXPECT_THAT(methods(), Not(Contains("GetDisplayNameEx")));
+    VantrelNodeHandle parent(server, "n2");
+    VantrelNodeHandle found;
+    EXPECT_FALSE(VantrelFindChild(parent, nullptr, found));
+    EXPECT_FALSE(VantrelFindChild(parent, "none", found));
+    EXPECT_STREQ(found.getNodeId().id(), "n7") << "the last child examined";
+    peer.answerWith(nullptr);
+    peer.answer("GetChildrenEx", ScriptedPeer::error("Gone."));
+    EXPECT_FALSE(VantrelResolveDisplayPath(server, "/a", found));
+    EXPECT_STREQ(server.lastError(), "Gone.");
+}
+
+// --- Rules that the handle decides by itself ---
+
+TEST_F(NodeTest, WhatMayBeCreatedUnderWhatOnServersThatCannotBeAsked) {
+    describe({"2014.9.9.9"});
+    const struct {
+        const char* parent;
+        const char* children;
+    } rows[] = {
+        {"HOST", "VOLUME"},
+        {"VOLUME", "PROJECT"},
+        {"WORKSPACE", "LIBRARY"},
+        {"PROJECT", "WORKSPACE LIBRARY SHARED_VAULT"},
+        {"SHARED_VAULT", "LIBRARY"},
+        {"LIBRARY", "FOLDER REEL CLIP"},
+        {"REEL", "CLIP"},
+        {"FOLDER", "FOLDER REEL CLIP"},
+        {"CLIP", ""},
+        {"HIRES", ""},
+        {"LOWRES", ""},
+        {"SLATE", ""},
+        {"FILE", ""},
+        {"BINENTRY", ""},
+    };
+    const VantrelServerHandle server(id());
+    for (const auto& row : rows) {
+        peer.answer("GetNodeTypeStr", ScriptedPeer::ok(row.parent));
+        VantrelNodeHandle node(server, "n1");
+        for (const auto& type : rows) {
+            bool can = false;
+            ASSERT_TRUE(node.canCreateNode(type.parent, can)) << server.lastError();
+            const std::string accepted = ' ' + std::string(row.children) + ' ';
+            EXPECT_EQ(can, accepted.find(' ' + std::string(type.parent) + ' ') != std::string::npos)
+                << type.parent << " under " << row.parent;
+        }
+    }
+    peer.answer("GetNodeTypeStr", ScriptedPeer::ok("SHELF"));
+    bool can = false;
+    EXPECT_FALSE(VantrelNodeHandle(server, "n1").canCreateNode("CLIP", can));
+    EXPECT_STREQ(server.lastError(), "Unhandled parent node type 'SHELF'");
+}
+
+TEST_F(NodeTest, AnIndexOutsideTheListFails) {
+    const VantrelServerHandle server(id());
+    VantrelNodeHandle node(server, "n1");
+    VantrelNodeHandle out;
+    VantrelStr text;
+    char bytes[4] = {};
+    const struct {
+        const char* name;
+        std::function<bool(int)> at;
+        int size;
+    } rows[] = {
+        {"child", [&](int i) { return node.getChild(i, out); }, 2},
+        {"frame id", [&](int i) { return node.getFrameId(i, text); }, 3},
+        {"frame path", [&](int i) { return node.getFrameIdPath(i, text); }, 2},
+        {"metadata stream", [&](int i) { return node.getAvailableMetaDataStream(i, text); }, 2},
+    };
+    for (const auto& row : rows) {
+        EXPECT_TRUE(row.at(row.size - 1)) << row.name << server.lastError();
+        for (const int index : {-1, row.size, 0x7fffffff}) {
+            EXPECT_FALSE(row.at(index)) << row.name;
+            EXPECT_EQ(server.lastError(), "Index " + std::to_string(index) + " is out of the bounds 0," +
+                                              std::to_string(row.size) + ".");
+        }
+    }
+    EXPECT_FALSE(node.readFrame(3, bytes, sizeof bytes));
+    EXPECT_FALSE(node.writeFrame(-1, bytes, sizeof bytes));
+    EXPECT_FALSE(node.setNumFrames(0x80000000U));
+    EXPECT_STREQ(server.lastError(), "Invalid number of frames: 2147483648");
+    EXPECT_FALSE(node.linkToFrames(nullptr, 1));
+    EXPECT_FALSE(node.linkToFrames(&text, -1));
+}
+
+TEST_F(NodeTest, NumbersOfExtendedTypesTravelAsText) {
+    const VantrelServerHandle server(id());
+    VantrelNodeHandle node(server, "n1");
+    VantrelNodeHandle out;
+    ASSERT_TRUE(node.createNode("r", 6, out));
+    ASSERT_TRUE(node.createNode("r", "REEL", "XML", "<m/>", out));
+    const auto arguments = peer.arguments("CreateNodeEx");
+    EXPECT_THAT(arguments[0], HasSubstr(PeerInfo::entry("ExType", "6")));
+    EXPECT_THAT(arguments[0], Not(HasSubstr("Stream")));
+    EXPECT_THAT(arguments[1], HasSubstr(PeerInfo::entry("Stream", "XML") + PeerInfo::entry("Meta", "<m/>")));
+    int number = -1;
+    bool isClip = true;
+    EXPECT_TRUE(node.getNodeType(number) && node.getIsClipNode(isClip));
+    EXPECT_EQ(number, 6);
+    EXPECT_FALSE(isClip);
+}
+
+TEST_F(NodeTest, MovedFromAndEmptyHandlesFailSafely) {
+    Received::record();
+    VantrelSetLogLevel(VANTREL_LOG_ERROR);
+    VantrelServerHandle server(id());
+    const VantrelServerHandle owner(std::move(server));
+    VantrelNodeHandle node(owner, "n1");
+    VantrelNodeHandle taken(std::move(node));
+    VantrelNodeHandle onMoved(server, "n1");
+    VantrelNodeHandle empty;
+    VantrelStr text;
+    int number = 0;
+    const struct {
+        const char* name;
+        std::function<bool()> call;
+        bool asserts;
+    } rows[] = {
+        {"server ping", [&] { return server.ping(0); }, true},
+        {"server root", [&] { return server.getRootNode(empty); }, true},
+        {"server copy", [&] { return VantrelServerHandle(server).ping(0); }, true},
+        {"server stop", [&] { return server.stop(""), server.disconnect(), *server.lastError() != '\0'; },
+         true},
+        {"root into moved node", [&] { return owner.getRootNode(node); }, true},
+        {"node name", [&] { return node.getDisplayName(text); }, true},
+        {"node children", [&] { return node.getNumChildren(number); }, true},
+        {"node id", [&] { return *node.getNodeId().id() != '\0' || *node.lastError() != '\0'; }, true},
+        {"child into moved node", [&] { return taken.getChild(0, node); }, true},
+        {"duplicate of moved node", [&] { return taken.duplicateNode(node, "d", empty); }, true},
+        {"found in moved node", [&] { return VantrelFindChild(node, "a", empty); }, true},
+        {"node on moved server", [&] { return onMoved.getNumChildren(number); }, true},
+        {"node of no server", [&] { return VantrelNodeHandle().getNumChildren(number); }, false},
+    };
+    for (const auto& row : rows) {
+        Received::clear();
+        EXPECT_FALSE(row.call()) << row.name;
+        EXPECT_EQ(::testing::Matches(Contains(HasSubstr("imp_ != 0")))(Received::log()), row.asserts)
+            << row.name;
+    }
+    EXPECT_TRUE(taken.getNumChildren(number)) << taken.lastError();
+    node = taken;
+    EXPECT_TRUE(node.getNumChildren(number)) << "assignment brings it back";
+}
+
+}  // namespace
