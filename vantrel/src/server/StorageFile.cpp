@@ -125,7 +125,7 @@ void sweepDirectory(const std::string& path, const std::function<bool(const std:
     while (const dirent* entry = ::readdir(directory.get())) {
         const std::string name = entry->d_name;
         if (name == "." || name == ".." || !unwanted(name)) continue;
-        if (::unlink((path + "/" + name).c_str()) != 0 && errno != EISDIR && errno != EPERM)
+        if (::unlinkat(::dirfd(directory.get()), name.c_str(), 0) != 0 && errno != EISDIR && errno != EPERM)
             CO_MSG_WARNING("Cannot remove '%s/%s': %s", path.c_str(), name.c_str(),
                            coErrorText(errno).c_str());
     }
