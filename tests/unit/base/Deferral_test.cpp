@@ -8,7 +8,6 @@
 #include "CoDeferral.h"
 
 namespace Vantrel {
-
 namespace {
 
 using testing::ElementsAre;
@@ -58,5 +57,4 @@ TEST_F(DeferralTest, ACallMayDeferAndThrow) {
 }
 
 }  // namespace
-
 }  // namespace Vantrel

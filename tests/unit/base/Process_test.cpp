@@ -1,16 +1,10 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <thread>
 
 #include "CoProcess.h"
 #include "CoTime.h"
-#include "QdDsoMgr.h"
 
 namespace Vantrel {
-
 namespace {
 
 TEST(Process, TheUmaskIsReadWithoutChangingIt) {
@@ -21,22 +15,6 @@ TEST(Process, TheUmaskIsReadWithoutChangingIt) {
         EXPECT_EQ(::umask(mask), mask);
     }
     ::umask(earlier);
-}
-
-TEST(Process, TheForkGenerationTellsAChildFromItsParent) {
-    const unsigned ours = CoProcess::forkGeneration();
-    const pid_t child = ::fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) ::_exit(CoProcess::forkGeneration() == ours + 1 ? 0 : 1);
-    int status = -1;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
-    EXPECT_EQ(CoProcess::forkGeneration(), ours);
-}
-
-TEST(Process, SymbolsOfTheHost) {
-    EXPECT_EQ(QdDsoMgr::findInHost("vantrel_no_such_symbol"), nullptr);
-    EXPECT_NE(QdDsoMgr::findInHost("getpid"), nullptr);
 }
 
 TEST(Time, DeadlinesFollowTheClockAndRoundUp) {
@@ -54,5 +32,4 @@ TEST(Time, DeadlinesFollowTheClockAndRoundUp) {
 }
 
 }  // namespace
-
 }  // namespace Vantrel

@@ -1,12 +1,22 @@
 #include "CoNetworkDispatcher.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
-#include <fstream>
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <future>
+#include <map>
 
+#include "BareHost.h"
+#include "CoNetworkConfig.h"
 #include "TemporaryDirectory.h"
 
 namespace Vantrel {
@@ -98,6 +108,128 @@ TEST(CoNetworkDispatcher, TakesTheNamesOfTheRoleFromTheConfiguration) {
               names(CoNetworkDispatcher::getInterfaces(Role::Data)));
     EXPECT_EQ(names(CoNetworkDispatcher::select(Role::Metadata, {"*"}, all)),
               names(CoNetworkDispatcher::getInterfaces(Role::Metadata)));
+}
+
+// --- Changes ---
+
+constexpr std::chrono::seconds LIMIT{20};
+
+/// Counts what it is told.
+class Counter : public CoNetworkDispatcher::Observer {
+  public:
+    void interfacesChanged(Role role) override { ++told[role]; }
+    std::map<Role, int> told;
+};
+
+/// Makes QD_NETWORK_CFG_FILE name a file whose multicast interfaces are `names`, and has it read.
+void configure(const TemporaryDirectory& directory, const std::string& names) {
+    const std::string file =
+        directory.write("network.cfg", "[Local]\nUUID=x\n[Interfaces]\nMulticast=" + names + '\n');
+    ::setenv("QD_NETWORK_CFG_FILE", file.c_str(), 1);
+    bool changed = false;
+    CoNetworkConfig::getInstance().parse(changed, true);
+}
+
+/// Takes reports in until `done` or none has come for a while.
+void follow(const std::function<bool()>& done) {
+    pollfd entry{CoNetworkDispatcher::changeDescriptor(), POLLIN, 0};
+    CoNetworkDispatcher::checkForChanges();
+    while (!done() && ::poll(&entry, 1, 5000) == 1) CoNetworkDispatcher::checkForChanges();
+}
+
+void followChangesOfTheHost(const TemporaryDirectory& directory) {
+    const std::map<Role, int> both{{Role::Metadata, 1}, {Role::Multicast, 1}};
+    const struct {
+        const char* what;
+        std::function<bool()> change;
+        std::map<Role, int> told;
+    } cases[] = {
+        {"nothing", [] { return true; }, {}},
+        {"an interface", [] { return runCommand("ip link set lo up"); }, both},
+        {"noise", [] { return runCommand("ip link set lo mtu 1400"); }, {}},
+        {"an address", [] { return addCable("link1", 1); }, both},
+        {"another answer for one role",
+         [&] { return configure(directory, "lo"), true; },
+         {{Role::Multicast, 1}}},
+        {"an interface gone", [] { return runCommand("ip link delete link1"); }, {{Role::Metadata, 1}}},
+    };
+    const bool haveTool = runCommand("ip link show lo > /dev/null");
+    ASSERT_TRUE(haveTool) << "iproute2 is missing";
+    ASSERT_TRUE(CoNetworkDispatcher::init());
+    Counter counter;
+    for (const Role role : {Role::Metadata, Role::Multicast})
+        CoNetworkDispatcher::addObserver(role, &counter);
+    for (const auto& c : cases) {
+        counter.told.clear();
+        ASSERT_TRUE(c.change()) << c.what;
+        // Several steps of the system make up one change; the observers may hear of each.
+        follow([&] { return counter.told.size() >= c.told.size(); });
+        EXPECT_EQ(counter.told.size(), c.told.size()) << c.what;
+        for (const auto& each : c.told) EXPECT_GE(counter.told[each.first], each.second) << c.what;
+    }
+    for (const Role role : {Role::Metadata, Role::Multicast}) {
+        CoNetworkDispatcher::removeObserver(role, &counter);
+    }
+    const int descriptor = CoNetworkDispatcher::changeDescriptor();
+    CoNetworkDispatcher::uninit();
+    EXPECT_EQ(::fcntl(descriptor, F_GETFD), -1) << "the last uninit closes it";
+}
+
+TEST(CoNetworkDispatcher, TellsWhatChangesForARoleAndNoMore) {
+    const TemporaryDirectory directory;
+    configure(directory, "");
+    if (!onBareHost([&] { followChangesOfTheHost(directory); })) {
+        GTEST_SKIP() << "may not make a network namespace";
+    }
+}
+
+/// Stays in the call that it gets while it is being removed.
+class Holder : public CoNetworkDispatcher::Observer {
+  public:
+    void interfacesChanged(Role role) override {
+        CoNetworkDispatcher::removeObserver(role, this);  // must not wait for itself
+        entered.set_value();
+        removing.get_future().wait();
+        // Long enough for a removal that does not wait to be over.
+        for (int i = 0; i < 10000; ++i) std::this_thread::yield();
+        left = true;
+    }
+    std::promise<void> entered;
+    std::promise<void> removing;
+    std::atomic<bool> left{false};
+};
+
+TEST(CoNetworkDispatcher, RemovingAnObserverWaitsForItsCall) {
+    const TemporaryDirectory directory;
+    configure(directory, "lo");
+    Holder holder;
+    CoNetworkDispatcher::addObserver(Role::Multicast, &holder);
+    configure(directory, "none");
+    auto checking = std::async(std::launch::async, [] { CoNetworkDispatcher::checkForChanges(); });
+    ASSERT_EQ(holder.entered.get_future().wait_for(LIMIT), std::future_status::ready);
+    auto removing = std::async(std::launch::async, [&] {
+        holder.removing.set_value();
+        CoNetworkDispatcher::removeObserver(Role::Multicast, &holder);
+        return holder.left.load();
+    });
+    ASSERT_EQ(removing.wait_for(LIMIT), std::future_status::ready);
+    EXPECT_TRUE(removing.get());
+    checking.get();
+    configure(directory, "lo");
+    CoNetworkDispatcher::checkForChanges();  // would call it again, and throw
+}
+
+TEST(CoNetworkDispatcher, AChildHasAWatchOfItsOwn) {
+    const int parents = CoNetworkDispatcher::changeDescriptor();
+    ASSERT_GE(parents, 0);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        const int own = CoNetworkDispatcher::changeDescriptor();
+        ::_exit(own >= 0 && own != parents ? 0 : 1);
+    }
+    int status = -1;
+    ::waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
 }
 
 }  // namespace

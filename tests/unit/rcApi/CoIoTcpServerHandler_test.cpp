@@ -52,15 +52,6 @@ class CoIoTcpServerHandlerTest : public testing::Test {
     CoIoTcpServerHandler handler;
 };
 
-TEST_F(CoIoTcpServerHandlerTest, handsEveryWaitingConnectionOn) {
-    ASSERT_TRUE(handler.server().listen(0, "127.0.0.1"));
-    const RawClient first(handler.server().getPort());
-    const RawClient second(handler.server().getPort());
-    EXPECT_EQ(loop.callIOHandlers(10000U), 1);
-    EXPECT_THAT(accepted, SizeIs(2));
-    EXPECT_EQ(loop.callIOHandlers(0U), 0);
-}
-
 TEST_F(CoIoTcpServerHandlerTest, pausesWhenItCannotAcceptAndRecovers) {
     const CapturedLog log;
     breakServer();

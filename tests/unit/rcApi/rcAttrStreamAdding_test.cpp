@@ -30,7 +30,6 @@ TEST(AttrStreamAdding, WritesEachTypeAndBlanksTheEarlierEntry) {
         {[](auto& s) { s.addUInt64Value("L", 0xFEDCBA9876543210UL); }, "L 18 0xfedcba9876543210"},
         {[](auto& s) { s.addBoolValue("T", true), s.addBoolValue("F", false); }, "T 1 1F 1 0"},
         {[](auto& s) { s.addFloatValue("F", 0.1F); }, "F 3 0.1"},
-        {[](auto& s) { s.addFloatValue("F", 1234567.0F); }, "F 11 1.23457e+06"},
         {[](auto& s) { s.addFloatValue("F", -23.976F), s.addFloatValue("G", 25.0F); }, "F 7 -23.976G 2 25"},
         {[](auto& s) { s.addFloatValue("F", 1e-5F), s.addFloatValue("G", 0.0F); }, "F 5 1e-05G 1 0"},
     };
@@ -47,7 +46,6 @@ TEST(AttrStreamAdding, RefusesWhatTheEncodingCannotHold) {
         const char* message;
     } cases[] = {
         {[](auto& s) { s.addStringValue(nullptr, "x"); }, "Assertion"},
-        {[](auto& s) { s.addIntValue(nullptr, 1); }, "Assertion"},
         {[](auto& s) { s.addStringValue("A", static_cast<const char*>(nullptr)); }, "Assertion"},
         {[](auto& s) { s.addStringValue("", "x"); }, "Assertion"},
         {[](auto& s) { s.addStringValue("two words", "x"); },

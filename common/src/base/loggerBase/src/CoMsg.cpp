@@ -130,6 +130,21 @@ std::string coFormat(const char* format, ...) {
     return text;
 }
 
+std::string coPrintable(std::string_view text) {
+    std::string printable;
+    for (const char each : text) {
+        const auto byte = static_cast<unsigned char>(each);
+        if (each == '\\') {
+            printable += "\\\\";
+        } else if (byte < ' ' || byte == 0x7f) {
+            printable += coFormat("\\x%02x", static_cast<unsigned>(byte));
+        } else {
+            printable += each;
+        }
+    }
+    return printable;
+}
+
 std::string coErrorText(int errorNumber) {
     char buffer[256];
     return ::strerror_r(errorNumber, buffer, sizeof buffer);  // the GNU form: returns the text

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 namespace Vantrel {
 
@@ -63,6 +64,11 @@ std::string coSourceName(const char* file);
 
 /// printf-like formatting into a text of the size that it takes.
 std::string coFormat(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+/// `text` on one line, for messages that quote what a stranger sent: control characters and backslashes
+/// become
+/// "\xNN" and "\\".
+std::string coPrintable(std::string_view text);
 
 /// The system's text for an error number.
 std::string coErrorText(int errorNumber);

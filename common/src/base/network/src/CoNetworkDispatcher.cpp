@@ -7,11 +7,21 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <condition_variable>
+#include <cstring>
 #include <fstream>
+#include <map>
 #include <memory>
+#include <mutex>
+#include <optional>
+#include <thread>
 
+#include "CoAssert.h"
+#include "CoDeferral.h"
+#include "CoInterfaceReports.h"
 #include "CoMsg.h"
 #include "CoNetworkConfig.h"
+#include "CoPerProcess.h"
 
 namespace Vantrel {
 
@@ -20,11 +30,20 @@ namespace {
 constexpr const char* ANY_INTERFACE = "*";
 
 using Interfaces = std::vector<CoNetworkInterface>;
+using Role = CoNetworkDispatcher::Role;
 
 unsigned countBits(const unsigned char* bytes, std::size_t size) {
     unsigned bits = 0;
     for (std::size_t i = 0; i < size; ++i) bits += static_cast<unsigned>(__builtin_popcount(bytes[i]));
     return bits;
+}
+
+/// Whether the first `bits` bits are equal.
+bool samePrefix(const unsigned char* left, const unsigned char* right, unsigned bits) {
+    const unsigned whole = bits / 8;
+    if (std::memcmp(left, right, whole) != 0) return false;
+    const unsigned rest = bits % 8;
+    return rest == 0 || (left[whole] ^ right[whole]) >> (8 - rest) == 0;
 }
 
 /// The raw bytes of an IPv4 or IPv6 address, or null.
@@ -65,13 +84,14 @@ CoNetworkInterface describe(const ifaddrs& entry, const void* bytes) {
     return found;
 }
 
-Interfaces list() {
-    Interfaces interfaces;
+/// Nothing, and logged, when the system does not list them.
+std::optional<Interfaces> list() {
     ifaddrs* first = nullptr;
     if (::getifaddrs(&first) != 0) {
         CO_MSG_ERROR("Could not list the network interfaces: %s", coErrorText(errno).c_str());
-        return interfaces;
+        return std::nullopt;
     }
+    Interfaces interfaces;
     const std::unique_ptr<ifaddrs, decltype(&::freeifaddrs)> owner(first, &::freeifaddrs);
     for (const ifaddrs* entry = first; entry; entry = entry->ifa_next) {
         if (const void* const bytes = addressBytes(entry->ifa_addr)) {
@@ -85,17 +105,17 @@ bool isNamed(const CoNetworkInterface& candidate, const std::string& name) {
     return candidate.name == name || deviceName(candidate.name) == name;
 }
 
-std::vector<std::string> configuredNames(CoNetworkDispatcher::Role role) {
+std::vector<std::string> configuredNames(Role role) {
     CoNetworkConfig& config = CoNetworkConfig::getInstance();
     std::vector<std::string> names;
     switch (role) {
-        case CoNetworkDispatcher::Role::Metadata:
+        case Role::Metadata:
             config.getMetadataInterfaces(names);
             break;
-        case CoNetworkDispatcher::Role::Data:
+        case Role::Data:
             config.getDataInterfaces(names);
             break;
-        case CoNetworkDispatcher::Role::Multicast:
+        case Role::Multicast:
             config.getMulticastInterfaces(names);
             break;
     }
@@ -111,21 +131,189 @@ void move(Interfaces& from, Interfaces& to, Wanted wanted) {
     from.erase(rest, from.end());
 }
 
+const char* nameOf(Role role) {
+    switch (role) {
+        case Role::Metadata:
+            return "metadata";
+        case Role::Data:
+            return "data";
+        case Role::Multicast:
+            return "multicast";
+    }
+    return "";
+}
+
+// --- Changes ---
+
+/// What a role's observers were last told of.
+struct Look {
+    std::vector<std::string> names;
+    Interfaces interfaces;
+};
+
+struct Observation {
+    Role role;
+    CoNetworkDispatcher::Observer* observer;
+
+    bool operator==(const Observation& other) const {
+        return role == other.role && observer == other.observer;
+    }
+};
+
+struct Call {
+    Observation observation;
+    std::thread::id thread;
+};
+
+struct Watch {
+    std::condition_variable callEnded;
+
+    std::mutex mutex;
+    // Guarded by mutex.
+    unsigned users = 0;
+    CoInterfaceReports reports;
+    bool listFailed = false;     ///< what was reported is still to be looked at
+    std::map<Role, Look> looks;  ///< of the roles that have observers
+    std::vector<Observation> observations;
+    std::vector<Call> calls;  ///< in progress
+
+    bool isObserved(Role role) const {
+        return std::any_of(observations.begin(), observations.end(),
+                           [role](const auto& each) { return each.role == role; });
+    }
+    std::vector<Observation> takeChanges();
+    void call(const Observation& observation);
+};
+
+Watch& watch() {
+    return CoPerProcess<Watch>::get();
+}
+
+/// Looks at what was reported. Gives the observers to tell; the mutex is held.
+std::vector<Observation> Watch::takeChanges() {
+    std::vector<Observation> told;
+    if (observations.empty()) return told;
+    const bool reported = reports.take() || listFailed;
+    std::optional<Interfaces> all;
+    for (auto& [role, look] : looks) {
+        std::vector<std::string> names = configuredNames(role);
+        if (!reported && names == look.names) continue;
+        if (!all) all = list();
+        listFailed = !all;
+        if (listFailed) break;
+        Interfaces interfaces = CoNetworkDispatcher::select(role, names, *all);
+        const bool changed = interfaces != look.interfaces;
+        look = {std::move(names), std::move(interfaces)};
+        if (!changed) continue;
+        std::copy_if(observations.begin(), observations.end(), std::back_inserter(told),
+                     [changedRole = role](const auto& each) { return each.role == changedRole; });
+    }
+    return told;
+}
+
+/// Calls an observer unless it was removed meanwhile; the mutex is not held.
+void Watch::call(const Observation& observation) {
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        const bool stillThere =
+            std::find(observations.begin(), observations.end(), observation) != observations.end();
+        if (!stillThere) return;
+        calls.push_back({observation, std::this_thread::get_id()});
+    }
+    observation.observer->interfacesChanged(observation.role);
+    const std::lock_guard<std::mutex> lock(mutex);
+    calls.erase(std::find_if(calls.begin(), calls.end(), [&](const Call& each) {
+        return each.observation == observation && each.thread == std::this_thread::get_id();
+    }));
+    callEnded.notify_all();
+}
+
 }  // namespace
 
+bool CoNetworkInterface::subnetHolds(const std::string& address) const {
+    unsigned char own[sizeof(in6_addr)] = {};
+    unsigned char other[sizeof(in6_addr)] = {};
+    // A prefix of no bits names no subnet: it would take every address.
+    return prefixLength > 0 && ::inet_pton(family, ip.c_str(), own) == 1 &&
+           ::inet_pton(family, address.c_str(), other) == 1 && samePrefix(own, other, prefixLength);
+}
+
+bool CoNetworkInterface::operator==(const CoNetworkInterface& other) const {
+    return name == other.name && ip == other.ip && up == other.up && loopback == other.loopback &&
+           multicast == other.multicast && family == other.family && index == other.index &&
+           prefixLength == other.prefixLength && speed == other.speed;
+}
+
 bool CoNetworkDispatcher::init() {
-    // Interfaces are listed when they are asked for; nothing has to be kept open yet.
+    Watch& state = watch();
+    const std::lock_guard<std::mutex> lock(state.mutex);
+    ++state.users;
     return true;
 }
 
-void CoNetworkDispatcher::uninit() {}
+void CoNetworkDispatcher::uninit() {
+    Watch& state = watch();
+    const std::lock_guard<std::mutex> lock(state.mutex);
+    if (state.users > 0 && --state.users == 0) state.reports.close();
+}
+
+void CoNetworkDispatcher::addObserver(Role role, Observer* observer) {
+    if (!CO_ASSERT(observer != nullptr)) return;
+    Watch& state = watch();
+    const CoDeferral deferral;
+    const std::lock_guard<std::mutex> lock(state.mutex);
+    state.reports.open();
+    if (!state.isObserved(role)) {
+        std::vector<std::string> names = configuredNames(role);
+        Interfaces interfaces = select(role, names, list().value_or(Interfaces()));
+        state.looks[role] = {std::move(names), std::move(interfaces)};
+    }
+    state.observations.push_back({role, observer});
+}
+
+void CoNetworkDispatcher::removeObserver(Role role, Observer* observer) {
+    const Observation removed{role, observer};
+    Watch& state = watch();
+    std::unique_lock<std::mutex> lock(state.mutex);
+    auto& all = state.observations;
+    all.erase(std::remove(all.begin(), all.end(), removed), all.end());
+    if (!state.isObserved(role)) state.looks.erase(role);
+    state.callEnded.wait(lock, [&] {
+        return std::none_of(state.calls.begin(), state.calls.end(), [&](const Call& each) {
+            return each.observation == removed && each.thread != std::this_thread::get_id();
+        });
+    });
+}
+
+int CoNetworkDispatcher::changeDescriptor() {
+    Watch& state = watch();
+    const CoDeferral deferral;
+    const std::lock_guard<std::mutex> lock(state.mutex);
+    return state.reports.open();
+}
+
+void CoNetworkDispatcher::checkForChanges() {
+    Watch& state = watch();
+    std::vector<Observation> told;
+    {
+        const CoDeferral deferral;
+        const std::lock_guard<std::mutex> lock(state.mutex);
+        told = state.takeChanges();
+    }
+    for (const Observation& each : told) state.call(each);
+}
+
+// --- Listing and choosing ---
 
 Interfaces CoNetworkDispatcher::getInterfaces(Role role) {
-    return select(role, configuredNames(role), list());
+    const std::optional<Interfaces> all = list();
+    if (all) return select(role, configuredNames(role), *all);
+    CO_MSG_ERROR("Unable to retrieve local %s network interfaces.", nameOf(role));
+    return {};
 }
 
 Interfaces CoNetworkDispatcher::getAllInterfaces() {
-    Interfaces interfaces = list();
+    Interfaces interfaces = list().value_or(Interfaces());
     for (CoNetworkInterface& each : interfaces) each.speed = readSpeed(each.name);
     return interfaces;
 }

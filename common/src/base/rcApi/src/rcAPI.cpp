@@ -73,6 +73,7 @@ bool rcAPI::connect(const char* host, int port, unsigned timeoutMs) {
         std::string error;
         return failTransfer(error);
     }
+    descriptor_.setKeepAliveSocketOption();  // a connection works without it, too
     userId_ = ::geteuid();
     groupId_ = ::getegid();
     forkGeneration_ = CoProcess::forkGeneration();

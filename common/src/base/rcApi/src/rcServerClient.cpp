@@ -24,7 +24,17 @@ constexpr std::size_t MAX_BYTES_BEFORE_LOGIN = 64 * 1024;
 
 rcServerContext::Client::Client(rcServerContext& context, unsigned id, int descriptor)
     : context_(context), id_(id), descriptor_(descriptor) {
-    takeInheritedInfo();
+    descriptor_.setKeepAliveSocketOption();
+    if (context_.usesLoginEnvironment()) takeInheritedInfo();
+}
+
+void rcServerContext::Client::setLoggedIn(bool loggedIn) {
+    if (loggedIn_ && !loggedIn) loginDeadline_ = CoDeadline(LOGIN_TIME_MS);
+    loggedIn_ = loggedIn;
+}
+
+CoIoDescriptor* rcServerContext::Client::getDescriptor() {
+    return isStranger() && loginDeadline_.passed() ? nullptr : &descriptor_;
 }
 
 void rcServerContext::Client::takeInheritedInfo() {
@@ -39,6 +49,7 @@ void rcServerContext::Client::takeInheritedInfo() {
 }
 
 bool rcServerContext::Client::wantsRead() const {
+    if (isStranger()) context_.reviewInterestsIn(loginDeadline_.leftMs());
     const std::lock_guard<std::mutex> lock(mutex_);
     // A client that awaits a delayed return is read from once, to learn when it has gone.
     return !leaving_ && !inputLeft() && !outputPending();
@@ -52,7 +63,7 @@ bool rcServerContext::Client::wantsWrite() const {
 
 bool rcServerContext::Client::mayProcess() const {
     const std::lock_guard<std::mutex> lock(mutex_);
-    return !awaitingReturn_ && !leaving_ && !outputPending();
+    return !awaitingReturn_ && !leaving_ && output_.size() - outputStart_ <= BATCH_OUTPUT;
 }
 
 bool rcServerContext::Client::handleRead() {
@@ -83,18 +94,36 @@ bool rcServerContext::Client::handleWrite() {
 
 bool rcServerContext::Client::handleError() {
     const CoDeferral deferral;
+    if (isStranger() && loginDeadline_.passed()) {
+        CO_MSG_WARNING("Client %u has not logged in within %u ms, breaking connection", id_, LOGIN_TIME_MS);
+        return false;
+    }
     const std::lock_guard<std::mutex> lock(mutex_);
     CO_MSG_ERROR("%s", descriptor_.getLastSocketErrorStr().c_str());
     return false;
 }
 
 bool rcServerContext::Client::processInput() {
+    const bool goesOn = processCommands();
+    bool flushed = false;
+    {
+        const CoDeferral deferral;
+        const std::lock_guard<std::mutex> lock(mutex_);
+        flushed = flush();
+    }
+    if (!goesOn) return false;
+    if (!flushed) return handleError();
+    return !leaving_ || !finishLeaving();
+}
+
+/// The results of the commands that came together are kept, to go out together.
+bool rcServerContext::Client::processCommands() {
     while (inputLeft() && mayProcess()) {
         std::size_t used = 0;
         const bool complete = command_.append(input_.data() + inputStart_, inputEnd_ - inputStart_, used);
         inputStart_ += used;
         if (isCommandTooLong()) return false;
-        if (complete && !processLine()) return false;
+        if (complete) processLine();
     }
     return true;
 }
@@ -103,8 +132,7 @@ bool rcServerContext::Client::processInput() {
 bool rcServerContext::Client::isCommandTooLong() const {
     const std::size_t size = command_.receivedBytes();
     const auto maxBytes = static_cast<std::size_t>(RcSettings::maxCommandBytes.get());
-    const bool stranger = context_.requireLogin_ && !loggedIn_;
-    if (size <= (stranger ? std::min(maxBytes, MAX_BYTES_BEFORE_LOGIN) : maxBytes)) return false;
+    if (size <= (isStranger() ? std::min(maxBytes, MAX_BYTES_BEFORE_LOGIN) : maxBytes)) return false;
     if (size > maxBytes) {
         CO_MSG_ERROR("Command of client %u at '%s' exceeds %zu bytes (%s), breaking connection", id_,
                      info_.getIpAddr().c_str(), maxBytes, RcSettings::maxCommandBytes.name());
@@ -115,28 +143,21 @@ bool rcServerContext::Client::isCommandTooLong() const {
     return true;
 }
 
-bool rcServerContext::Client::processLine() {
-    const bool answered = context_.processCommand(*this, command_) == Outcome::NoAnswer ||
-                          sendResult(context_.resultCode_, context_.resultText_);
+void rcServerContext::Client::processLine() {
+    if (context_.processCommand(*this, command_) == Outcome::Answer) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        rcResult::appendLine(context_.resultCode_, context_.resultText_, output_);
+    }
     command_.reset();
-    if (!answered) return handleError();
-    if (info_.isValid()) return true;
+    if (info_.isValid()) return;
     CO_MSG_ERROR("Invalid client info, breaking connection");
     leaving_ = true;
-    return !finishLeaving();
 }
 
 /// Whether everything that a leaving client is to get has gone.
 bool rcServerContext::Client::finishLeaving() {
     const std::lock_guard<std::mutex> lock(mutex_);
     return !outputPending();
-}
-
-bool rcServerContext::Client::sendResult(rcResult::Code code, const std::string& text) {
-    const CoDeferral deferral;
-    const std::lock_guard<std::mutex> lock(mutex_);
-    rcResult::appendLine(code, text, output_);
-    return flush();
 }
 
 /// Sends what the socket takes at once. False when the connection is broken. Under mutex_.

@@ -25,9 +25,11 @@ class rcServerContext::Client : public CoIoHandler {
     const rcMethod* getCurrentMethod() const { return currentMethod_; }
     void setCurrentMethod(const rcMethod* method) { currentMethod_ = method; }
     bool isLoggedIn() const { return loggedIn_; }
-    void setLoggedIn(bool loggedIn) { loggedIn_ = loggedIn; }
+    /// Logging out gives new time to log in again.
+    void setLoggedIn(bool loggedIn);
 
-    CoIoDescriptor* getDescriptor() override { return &descriptor_; }
+    /// Null, so that the loop drops it, when the time to log in is over.
+    CoIoDescriptor* getDescriptor() override;
     bool wantsRead() const override;
     bool wantsWrite() const override;
     bool handleRead() override;
@@ -46,16 +48,19 @@ class rcServerContext::Client : public CoIoHandler {
 
   private:
     static constexpr std::size_t READ_SIZE = 8191;
+    /// With more unsent results than this, no further command is processed.
+    static constexpr std::size_t BATCH_OUTPUT = 8192;
 
+    bool isStranger() const { return context_.requireLogin_ && !loggedIn_; }
     bool inputLeft() const { return inputStart_ != inputEnd_; }
     bool outputPending() const { return outputStart_ != output_.size(); }
     bool mayProcess() const;
     bool processInput();
     bool isCommandTooLong() const;
-    bool processLine();
+    bool processCommands();
+    void processLine();
     bool finishLeaving();
     void takeInheritedInfo();
-    bool sendResult(rcResult::Code code, const std::string& text);
     bool flush();
 
     rcServerContext& context_;
@@ -64,6 +69,7 @@ class rcServerContext::Client : public CoIoHandler {
     rcConnectionInfo info_;
     const rcMethod* currentMethod_ = nullptr;
     bool loggedIn_ = false;
+    CoDeadline loginDeadline_{LOGIN_TIME_MS};
     bool leaving_ = false;  ///< to be dropped as soon as its results have gone
     std::array<char, READ_SIZE> input_;
     std::size_t inputStart_ = 0;  ///< what was received and not yet processed

@@ -1,5 +1,7 @@
 #include "rcServerContext.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <climits>
@@ -76,6 +78,14 @@ int rcServerContext::getPort() const {
 
 void rcServerContext::requireLogin(bool on) {
     requireLogin_ = on;
+}
+
+void rcServerContext::limitClients(std::size_t most) {
+    maxClients_ = most;
+}
+
+void rcServerContext::useLoginEnvironment(bool on) {
+    useLoginEnvironment_ = on;
 }
 
 bool rcServerContext::registerMethod(const rcMethod& method) {
@@ -156,6 +166,10 @@ bool rcServerContext::login(const rcConnectionInfo&) {
 void rcServerContext::clientGone(unsigned) {}
 
 void rcServerContext::handleConnection(int descriptor) {
+    if (isFull()) {
+        ::close(descriptor);
+        return;
+    }
     do {
         ++lastClientId_;
     } while (lastClientId_ == 0 || isIdValid(lastClientId_));
@@ -165,6 +179,43 @@ void rcServerContext::handleConnection(int descriptor) {
         clients_.emplace(lastClientId_, client);
     }
     registerIOHandler(client.get());
+    if (requireLogin_) {
+        strangers_.insert(lastClientId_);
+        makeRoomForStranger();
+    }
+}
+
+/// Logs it, too.
+bool rcServerContext::isFull() {
+    const std::size_t count = clients_.size();  // other threads only read the table
+    if (count >= maxClients_ && !full_) {
+        CO_MSG_WARNING("No more than %zu connections are served on port %d; further ones are closed", count,
+                       getPort());
+    }
+    return full_ = count >= maxClients_;
+}
+
+/// Whoever has a login to give gives it at once; so the one that has waited longest is worth least.
+void rcServerContext::makeRoomForStranger() {
+    if (strangers_.size() <= MAX_STRANGERS) return;
+    if (!flooded_) {
+        CO_MSG_WARNING("More than %zu connections on port %d without a login; the oldest ones are closed",
+                       MAX_STRANGERS, getPort());
+    }
+    flooded_ = true;
+    Client* const oldest = findClient(*strangers_.begin());
+    unregisterIOHandler(oldest);
+    handlerUnregistered(*oldest);
+}
+
+void rcServerContext::loggedInOrOut(Client& client, bool loggedIn) {
+    client.setLoggedIn(loggedIn);
+    if (loggedIn) {
+        strangers_.erase(client.getId());
+    } else if (requireLogin_) {
+        strangers_.insert(client.getId());
+    }
+    if (strangers_.size() < MAX_STRANGERS / 2) flooded_ = false;
 }
 
 void rcServerContext::handlerUnregistered(CoIoHandler& handler) {
@@ -172,6 +223,7 @@ void rcServerContext::handlerUnregistered(CoIoHandler& handler) {
     if (!client) return;
     const unsigned id = client->getId();
     client->close();
+    strangers_.erase(id);
     {
         // A delayed return on another thread may still hold the client; it then finds it closed.
         const std::lock_guard<std::mutex> lock(tablesMutex_);
@@ -195,7 +247,7 @@ rcServerContext::Outcome rcServerContext::processCommand(Client& client, rcComma
     const bool success = callMethod(*method, object, std::move(argument));
     client.setCurrentMethod(nullptr);
     current_ = nullptr;
-    if (rcSysCalls::isLoginCommand(command)) client.setLoggedIn(success);
+    if (rcSysCalls::isLoginCommand(command)) loggedInOrOut(client, success);
 
     if (!sync) return Outcome::NoAnswer;
     if (!method->delayed) return Outcome::Answer;

@@ -1,9 +1,12 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <unordered_map>
 
@@ -60,8 +63,18 @@ class rcServerContext : public rcAppContext {
     int getPort() const;
 
     /// From now on every method but "_login" and "_ping" answers "Not logged in." before a login, and a
-    /// client that sends a long command before one is dropped.
+    /// client that sends a long command before one is dropped. So is one that has not logged in within
+    /// LOGIN_TIME_MS, and, when more than MAX_STRANGERS have not, the one that has waited longest.
     void requireLogin(bool on);
+    static constexpr unsigned LOGIN_TIME_MS = 10000;
+    static constexpr std::size_t MAX_STRANGERS = 64;
+    /// Connections kept at a time; further ones are closed at once. At first there is no limit but the
+    /// system's.
+    void limitClients(std::size_t most);
+    /// Whether a login's record is left in the environment (QD_RC_CONNINFO) to processes started later, and
+    /// one found there is taken over. At first it is; for a program that owns its environment.
+    void useLoginEnvironment(bool on);
+    bool usesLoginEnvironment() const { return useLoginEnvironment_; }
 
     /// Copies the description. False, with the reason logged, when the name is taken.
     bool registerMethod(const rcMethod& method);
@@ -107,11 +120,19 @@ class rcServerContext : public rcAppContext {
     const rcMethod* findMethod(const rcCommand& command, const Client& client);
     bool findObject(const rcCommand& command, void*& object);
     bool callMethod(const rcMethod& method, void* object, std::string argument);
+    bool isFull();
+    void makeRoomForStranger();
+    void loggedInOrOut(Client& client, bool loggedIn);
     void setResult(rcResult::Code code, std::string text);
 
     CoIoTcpServerHandler listener_;
     std::unordered_map<std::string, rcMethod> methods_;
     bool requireLogin_ = false;
+    bool useLoginEnvironment_ = true;
+    std::size_t maxClients_ = SIZE_MAX;
+    bool full_ = false;             ///< logged already
+    bool flooded_ = false;          ///< by strangers; logged already
+    std::set<unsigned> strangers_;  ///< clients that still have to log in, oldest first
     unsigned lastClientId_ = 0;
     Client* current_ = nullptr;
     rcResult::Code resultCode_ = rcResult::Code::Ok;  ///< of the current command, with its text

@@ -44,7 +44,8 @@ bool login(void*, const rcMethod& method, rcParam::Array& parameters, rcParam&) 
     context.setCurrentConnectionInfo(info);
     info.logConnection();
     if (!context.login(info)) throw CoException("Authentication failed");
-    if (!propagate(info)) throw CoException("Failed to propagate login info to session");
+    if (context.usesLoginEnvironment() && !propagate(info))
+        throw CoException("Failed to propagate login info to session");
     return true;
 }
 

@@ -28,6 +28,10 @@ namespace {
 
 constexpr unsigned MS_PER_SECOND = 1000;
 constexpr int HIGHEST_PORT = 65535;
+// A sign of life is asked for after so long a silence, then so often; without an answer the peer is gone.
+constexpr int KEEP_ALIVE_IDLE_SEC = 60;
+constexpr int KEEP_ALIVE_INTERVAL_SEC = 10;
+constexpr int KEEP_ALIVE_PROBES = 3;
 constexpr char IPV4_IN_IPV6_PREFIX[] = "::ffff:";
 
 // The address with `port` set; false when it is neither IPv4 nor IPv6.
@@ -205,6 +209,19 @@ bool CoIoTcpDescriptor::setNonBlocking(bool on) {
 bool CoIoTcpDescriptor::setReuseAddressSocketOption(bool on) {
     const int value = on ? 1 : 0;
     if (::setsockopt(getId(), SOL_SOCKET, SO_REUSEADDR, &value, sizeof value) == 0) return true;
+    setLastErrorFromSystem();
+    return false;
+}
+
+bool CoIoTcpDescriptor::setKeepAliveSocketOption() {
+    const auto set = [this](int level, int option, int value) {
+        return ::setsockopt(getId(), level, option, &value, sizeof value) == 0;
+    };
+    if (set(IPPROTO_TCP, TCP_KEEPIDLE, KEEP_ALIVE_IDLE_SEC) &&
+        set(IPPROTO_TCP, TCP_KEEPINTVL, KEEP_ALIVE_INTERVAL_SEC) &&
+        set(IPPROTO_TCP, TCP_KEEPCNT, KEEP_ALIVE_PROBES) && set(SOL_SOCKET, SO_KEEPALIVE, 1)) {
+        return true;
+    }
     setLastErrorFromSystem();
     return false;
 }

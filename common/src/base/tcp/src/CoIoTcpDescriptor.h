@@ -30,6 +30,9 @@ class CoIoTcpDescriptor : public CoIoDescriptor {
     bool setNoDelaySocketOption(bool on);
     bool setNonBlocking(bool on);
     bool setReuseAddressSocketOption(bool on);
+    /// Makes the system ask a silent peer for a sign of life: one that vanished without a word (its host lost
+    /// power, or its address) is then known within about a minute and a half.
+    bool setKeepAliveSocketOption();
 
     /// Numeric address of the local or the remote end, an IPv4 one without IPv6 prefix; false when there is
     /// none, `ip` is then as before.

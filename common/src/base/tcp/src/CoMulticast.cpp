@@ -5,6 +5,7 @@
 #include <netdb.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -22,6 +23,7 @@ namespace {
 
 constexpr unsigned HIGHEST_PORT = 65535;
 constexpr unsigned HIGHEST_TTL = 255;
+constexpr unsigned ANY_DEVICE = 0;
 constexpr const char* ALL_HOSTS = "224.0.0.1";
 constexpr const char* ALL_HOSTS_IPV6 = "ff02::1";
 constexpr const char* BLANKS = " \t\r\n";
@@ -85,13 +87,13 @@ const char* groupOf(const std::string& scope, int family) {
 sockaddr_storage resolveScope(const std::string& scope, unsigned port) {
     if (scope.empty()) throw CoException("Empty scope");
     if (port > HIGHEST_PORT) fail(BAD_ADDRESS, coFormat("%u is no port", port));
-    const bool isIPv6 = TcpSettings::ipv6.get() || scope.find(':') != std::string::npos;
-    const int family = isIPv6 ? AF_INET6 : AF_INET;
+    const int family = CoMulticast::familyOf(scope);
     sockaddr_storage group{};
     const int error = readAddress(groupOf(scope, family), family, port, group);
     if (error == EAI_MEMORY) fail(BAD_ADDRESS, "Out of memory");
     if (error != 0) {
-        fail(BAD_ADDRESS, coFormat("'%s' is no %s address", scope.c_str(), isIPv6 ? "IPv6" : "IPv4"));
+        fail(BAD_ADDRESS,
+             coFormat("'%s' is no %s address", scope.c_str(), family == AF_INET6 ? "IPv6" : "IPv4"));
     }
     return group;
 }
@@ -112,6 +114,10 @@ void CoMulticast::Socket::close() noexcept {
     id = -1;
 }
 
+int CoMulticast::familyOf(const std::string& scope) {
+    return TcpSettings::ipv6.get() || scope.find(':') != std::string::npos ? AF_INET6 : AF_INET;
+}
+
 CoMulticast::CoMulticast(unsigned port, const std::string& scope, const std::string& interface)
     : port_(port), scope_(scope), interface_(interface), group_(resolveScope(scope, port)) {
     open();
@@ -128,12 +134,12 @@ void CoMulticast::open() {
     fail(coFormat("Unable to create a datagram socket%s", isIPv6() ? " for IPv6" : " for IPv4"), error);
 }
 
-CoMulticast::Interface CoMulticast::findInterface() const {
-    return interface_.empty() ? Interface() : findNamedInterface();
+CoMulticast::Interface CoMulticast::findInterface(const std::string& name) const {
+    return name.empty() ? Interface() : findNamedInterface(name);
 }
 
-CoMulticast::Interface CoMulticast::findNamedInterface() const {
-    if (interface_.size() >= IFNAMSIZ || interface_.find_first_of(BLANKS) != std::string::npos) {
+CoMulticast::Interface CoMulticast::findNamedInterface(const std::string& name) const {
+    if (name.size() >= IFNAMSIZ || name.find_first_of(BLANKS) != std::string::npos) {
         fail("Invalid interface specified", EINVAL);
     }
     ifaddrs* first = nullptr;
@@ -143,8 +149,8 @@ CoMulticast::Interface CoMulticast::findNamedInterface() const {
     Interface found;
     int error = ENODEV;
     for (const ifaddrs* entry = first; entry && error != 0; entry = entry->ifa_next) {
-        if (interface_ != entry->ifa_name) continue;
-        found.index = indexOf(interface_);
+        if (name != entry->ifa_name) continue;
+        found.index = indexOf(name);
         error = EADDRNOTAVAIL;
         if (isIPv6()) {
             error = 0;
@@ -154,12 +160,12 @@ CoMulticast::Interface CoMulticast::findNamedInterface() const {
             error = 0;
         }
     }
-    if (error != 0) fail(coFormat("Invalid interface %s", interface_.c_str()), error);
+    if (error != 0) fail(coFormat("Invalid interface %s", name.c_str()), error);
     return found;
 }
 
 void CoMulticast::bind(bool isPublic) {
-    const Interface local = findInterface();
+    const Interface local = findInterface(interface_);
     sockaddr_storage address{};  // any address, any free port
     address.ss_family = group_.ss_family;
     const int on = 1;
@@ -168,6 +174,7 @@ void CoMulticast::bind(bool isPublic) {
         if (::setsockopt(socket_.id, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0) {
             failFromSystem("Unable to set SO_REUSEADDR option");
         }
+        hearJoinedOnly();
     } else if (!isIPv6()) {
         // No address reuse here: the system could give two private sockets the same port, and the replies to
         // one would go to the other.
@@ -185,6 +192,15 @@ void CoMulticast::bind(bool isPublic) {
     if (!interface_.empty()) selectInterface(local);
 }
 
+void CoMulticast::hearJoinedOnly() const {
+    // By itself a socket hears groups that any socket of the host has joined. A system too old to know the
+    // option goes on so: the datagrams are as good as the others.
+    setOption(IP_MULTICAST_ALL, IPV6_MULTICAST_ALL, 0);
+    // With IPv6, membership on one interface opens all of them: `receive` has to look where each came in.
+    const int on = 1;
+    if (isIPv6()) ::setsockopt(socket_.id, IPPROTO_IPV6, IPV6_RECVPKTINFO, &on, sizeof on);
+}
+
 void CoMulticast::selectInterface(const Interface& local) const {
     int result = 0;
     if (isIPv6()) {
@@ -200,8 +216,12 @@ void CoMulticast::selectInterface(const Interface& local) const {
     fail(coFormat("Unable to set multicast i/f to %s", interface_.c_str()), error);
 }
 
-int CoMulticast::changeMembership(int optionIPv4, int optionIPv6) const {
-    const Interface local = findInterface();
+unsigned CoMulticast::deviceOf(const Interface& local) const {
+    if (local.index != 0 || !isIPv6()) return local.index;
+    return reinterpret_cast<const sockaddr_in6&>(group_).sin6_scope_id;
+}
+
+int CoMulticast::changeMembership(const Interface& local, int optionIPv4, int optionIPv6) const {
     if (!isIPv6()) {
         ip_mreqn request{};
         request.imr_multiaddr = reinterpret_cast<const sockaddr_in&>(group_).sin_addr;
@@ -209,22 +229,30 @@ int CoMulticast::changeMembership(int optionIPv4, int optionIPv6) const {
         request.imr_ifindex = static_cast<int>(local.index);
         return ::setsockopt(socket_.id, IPPROTO_IP, optionIPv4, &request, sizeof request);
     }
-    const auto& group = reinterpret_cast<const sockaddr_in6&>(group_);
     ipv6_mreq request{};
-    request.ipv6mr_multiaddr = group.sin6_addr;
-    request.ipv6mr_interface = local.index != 0 ? local.index : group.sin6_scope_id;
+    request.ipv6mr_multiaddr = reinterpret_cast<const sockaddr_in6&>(group_).sin6_addr;
+    request.ipv6mr_interface = deviceOf(local);
     return ::setsockopt(socket_.id, IPPROTO_IPV6, optionIPv6, &request, sizeof request);
 }
 
-void CoMulticast::join() {
-    if (changeMembership(IP_ADD_MEMBERSHIP, IPV6_JOIN_GROUP) == 0) return;
+void CoMulticast::join(const std::string& interface) {
+    const Interface local = findInterface(interface);
+    if (changeMembership(local, IP_ADD_MEMBERSHIP, IPV6_JOIN_GROUP) == 0) {
+        joined_.push_back(deviceOf(local));
+        return;
+    }
     const int error = errno;
     const char* const hint = error == ENODEV ? ROUTE_HINT : "";
     fail(coFormat("Unable to join multicast group %s.%s", scope_.c_str(), hint), error);
 }
 
-void CoMulticast::drop() {
-    if (changeMembership(IP_DROP_MEMBERSHIP, IPV6_LEAVE_GROUP) == 0) return;
+void CoMulticast::drop(const std::string& interface) {
+    const Interface local = findInterface(interface);
+    if (changeMembership(local, IP_DROP_MEMBERSHIP, IPV6_LEAVE_GROUP) == 0) {
+        const auto left = std::find(joined_.begin(), joined_.end(), deviceOf(local));
+        if (left != joined_.end()) joined_.erase(left);
+        return;
+    }
     const int error = errno;
     fail(coFormat("Unable to leave multicast group %s", scope_.c_str()), error);
 }
@@ -290,14 +318,40 @@ void CoMulticast::send(const void* data, std::size_t length, const sockaddr_stor
     fail(coFormat("Unable to send %ld bytes to %s:%u", static_cast<long>(length), ip.c_str(), port), error);
 }
 
+/// Whether a datagram to a group came in by an interface on which this socket has joined. What does not tell
+/// where it came from needs no look: see hearJoinedOnly.
+bool CoMulticast::isHeard(msghdr& message) const {
+    const cmsghdr* const header = CMSG_FIRSTHDR(&message);
+    if (!header || header->cmsg_level != IPPROTO_IPV6 || header->cmsg_type != IPV6_PKTINFO) return true;
+    in6_pktinfo arrival{};
+    std::memcpy(&arrival, CMSG_DATA(header), sizeof arrival);
+    if (!IN6_IS_ADDR_MULTICAST(&arrival.ipi6_addr)) return true;
+    return std::any_of(joined_.begin(), joined_.end(), [&arrival](unsigned device) {
+        return device == ANY_DEVICE || device == arrival.ipi6_ifindex;
+    });
+}
+
 bool CoMulticast::receive(void* buffer, std::size_t& length, sockaddr_storage& from, bool block) const {
     const std::size_t size = std::exchange(length, 0);
     if (!CO_ASSERT(buffer != nullptr)) return false;
     sockaddr_storage sender{};
-    socklen_t senderSize = sizeof sender;
-    const ssize_t received =
-        ::recvfrom(socket_.id, buffer, size, block ? 0 : MSG_DONTWAIT, toSockaddr(sender), &senderSize);
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(in6_pktinfo))];
+    ssize_t received = 0;
+    bool heard = true;
+    do {
+        iovec part{buffer, size};
+        msghdr message{};
+        message.msg_name = &sender;
+        message.msg_namelen = sizeof sender;
+        message.msg_iov = &part;
+        message.msg_iovlen = 1;
+        message.msg_control = control;
+        message.msg_controllen = sizeof control;
+        received = ::recvmsg(socket_.id, &message, block ? 0 : MSG_DONTWAIT);
+        heard = received < 0 || isHeard(message);
+    } while (block && !heard);
     if (received >= 0) {
+        if (!heard) return false;
         length = static_cast<std::size_t>(received);
         from = sender;
         return true;

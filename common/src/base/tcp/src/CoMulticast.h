@@ -6,11 +6,16 @@
 #include <cstddef>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace Vantrel {
 
-/// A UDP socket for one multicast group and port, optionally tied to one local interface. IPv4; IPv6 when the
-/// group is an IPv6 address or QD_TCP_IPV6 is set.
+/// A UDP socket for one multicast group and port, optionally tied to one local interface, or a member of the
+/// group on several. IPv4; IPv6 when the group is an IPv6 address or QD_TCP_IPV6 is set.
+///
+/// Interfaces are named as the system lists them: "eth0", or an alias such as "eth0:1". An alias stands for
+/// its own address where that matters (the sender's), and for its device where only the device matters (a
+/// membership): a socket can be a member on "eth0" or on "eth0:1", not on both.
 ///
 /// Every operation that fails throws CoException with what was attempted and the system's reason, and leaves
 /// the socket usable.
@@ -28,16 +33,25 @@ class CoMulticast {
     /// means any.
     CoMulticast(unsigned port, const std::string& scope, const std::string& interface);
 
+    /// AF_INET6 or AF_INET: what a socket for that group works over.
+    static int familyOf(const std::string& scope);
+
     /// PUBLIC: receives what is sent to the group's port on any address of this host, beside the other
-    /// processes that do so; port 0 takes a free one, which then is the group's. PRIVATE: takes a free port
-    /// (with IPv4 and an interface, on its address), so that replies to what it sends come to it alone. With
-    /// an interface, what is sent to groups leaves by it.
+    /// processes that do so; port 0 takes a free one, which then is the group's. Of what is sent to groups it
+    /// hears only what comes in by interfaces on which it has joined, whatever other sockets of this host
+    /// have joined elsewhere. PRIVATE: takes a free port (with IPv4 and an interface, on its address), so
+    /// that replies to what it sends come to it alone. With an interface, what is sent to groups leaves by
+    /// it.
     void bind(bool isPublic);
 
     /// Joins and leaves the group on the interface; with any, on the one that the system routes the group
-    /// through.
-    void join();
-    void drop();
+    /// through. Joining twice, or leaving without having joined, fails.
+    void join() { join(interface_); }
+    void drop() { drop(interface_); }
+    /// The same on another interface, beside those joined before. A host with several is heard on all of them
+    /// by a socket that joins on each.
+    void join(const std::string& interface);
+    void drop(const std::string& interface);
 
     /// Routers that datagrams to groups may pass plus 1, at most 255: 1 stays on the subnet, 0 on this host.
     void setTTL(unsigned ttl);
@@ -52,8 +66,9 @@ class CoMulticast {
     void send(const void* data, std::size_t length, const sockaddr_storage& to) const;
 
     /// Receives one datagram into `buffer` of `length` bytes; `length` becomes its size, a longer one is cut.
-    /// True when one came, an empty one too. False, with length 0 and `from` as it was, when there was none:
-    /// with `block` that is only after a signal. Blocking waits without limit.
+    /// True when one came, an empty one too. False, with length 0 and `from` as it was, when there was none,
+    /// or none that this socket is to hear (see `bind`): with `block` that is only after a signal. Blocking
+    /// waits without limit.
     bool receive(void* buffer, std::size_t& length, sockaddr_storage& from, bool block) const;
 
     /// Numeric address, an IPv4-mapped one as IPv4, and port; empty and 0 for what is no internet address.
@@ -88,11 +103,14 @@ class CoMulticast {
     };
 
     bool isIPv6() const { return group_.ss_family == AF_INET6; }
-    Interface findInterface() const;
-    Interface findNamedInterface() const;
+    Interface findInterface(const std::string& name) const;
+    Interface findNamedInterface(const std::string& name) const;
     void open();
+    void hearJoinedOnly() const;
     void selectInterface(const Interface& local) const;
-    int changeMembership(int optionIPv4, int optionIPv6) const;
+    unsigned deviceOf(const Interface& local) const;
+    int changeMembership(const Interface& local, int optionIPv4, int optionIPv6) const;
+    bool isHeard(msghdr& message) const;
     int setOption(int optionIPv4, int optionIPv6, int value) const;
     int getOption(int optionIPv4, int optionIPv6, int& value) const;
 
@@ -101,6 +119,7 @@ class CoMulticast {
     std::string interface_;
     sockaddr_storage group_;
     Socket socket_;
+    std::vector<unsigned> joined_;  ///< numbers of the devices, 0 where the system chose
 };
 
 }  // namespace Vantrel
