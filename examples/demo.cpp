@@ -1,6 +1,6 @@
-// The main job from end to end, through the public API: an image sequence goes into a server as a clip, comes
-// back byte for byte, and leaves as image files.
-//   vantrel_demo SERVER FOLDER
+// The main job from end to end, through the public API: a server is found on the network by its storage id;
+// an image sequence goes into it as a clip, comes back byte for byte, and leaves as image files.
+//   vantrel_demo STORAGE_ID FOLDER
 #include <vantrel/VantrelClientAPI.h>
 
 #include <sys/stat.h>
@@ -44,6 +44,15 @@ std::string frameFile(const std::string& folder, int index) {
     char name[32];
     std::snprintf(name, sizeof name, "/ball.%04d.png", index + 1);
     return folder + name;
+}
+
+VantrelServerId findServer(const char* storageId) {
+    VantrelServerList list;
+    VantrelServerId id;
+    if (!list.resolveStorageId(storageId, id))
+        throw ToolError(std::string("cannot find storage '") + storageId + "': " + list.lastError());
+    std::printf("Found storage '%s' at %s, port %d\n", storageId, id.getIPAddr(), id.getPort());
+    return id;
 }
 
 class Demo {
@@ -174,12 +183,12 @@ class Demo {
 
 int main(int argc, char** argv) {
     if (argc != 3) {
-        std::fprintf(stderr, "usage: vantrel_demo SERVER FOLDER\n");
+        std::fprintf(stderr, "usage: vantrel_demo STORAGE_ID FOLDER\n");
         return 2;
     }
     const VantrelClient client;
-    const VantrelServerHandle server{VantrelServerId(argv[1])};
     try {
+        const VantrelServerHandle server(findServer(argv[1]));
         Demo(server, argv[2]).run();
         return 0;
     } catch (const std::exception& error) {

@@ -1,5 +1,6 @@
 #!/bin/sh
-# The demo: a fresh server on a fresh folder, an image sequence in and out of it, a contact sheet to look at.
+# The demo: a fresh server on a fresh folder, found by discovery; an image sequence in and out of it, a contact
+# sheet to look at. Nothing leaves this machine.
 #   scripts/demo.sh BUILD
 # BUILD is the build folder. Everything lands in BUILD/demo, which is emptied first.
 set -eu
@@ -30,6 +31,24 @@ client=$(program vantrel vantrel/src/tools)
 rm -rf "$work"
 mkdir -p "$work/root"
 
+# A discovery of its own: on loopback alone, on a port by which no facility's servers are found.
+free_port() {
+    port=$((20000 + $$ % 10000))
+    in_use=$(sed 's/^[^:]*: *[0-9A-F]*:\([0-9A-F]*\) .*/\1/' /proc/net/udp)
+    while printf '%s\n' "$in_use" | grep -q "^$(printf '%04X' "$port")$"; do port=$((port + 1)); done
+    echo "$port"
+}
+cat >"$work/network.cfg" <<CFG
+[Local]
+UUID=$(cat /proc/sys/kernel/random/uuid)
+[Interfaces]
+Multicast=lo
+[SelfDiscovery]
+Port=$(free_port)
+CFG
+QD_NETWORK_CFG_FILE=$work/network.cfg
+export QD_NETWORK_CFG_FILE
+
 server_pid=
 stop_server() {
     [ -n "$server_pid" ] || return 0
@@ -56,8 +75,8 @@ trap 'exit 143' TERM
 
 # The ready line comes through a named pipe: the script waits for it and for nothing else.
 mkfifo "$work/ready"
-"$server" --root "$work/root" --port 0 --frame-port 0 --bind 127.0.0.1 --no-discovery \
-    --display-name "demo server" >"$work/ready" 2>"$work/vantreld.log" &
+"$server" --root "$work/root" --port 0 --frame-port 0 --bind 127.0.0.1 \
+    --display-name "demo server" --storage-id demo-storage >"$work/ready" 2>"$work/vantreld.log" &
 server_pid=$!
 line=$(timeout "$ready_limit" head -n 1 "$work/ready" || true)
 rm -f "$work/ready"
@@ -69,9 +88,11 @@ if [ -z "$port" ]; then
 fi
 echo "Started vantreld on node port $port, over $work/root"
 
-"$demo" "127.0.0.1:$port" "$work"
+echo "The servers that the command-line client finds:"
+"$client" servers | sed 's/^/  /'
+"$demo" demo-storage "$work"
 echo "The clip, as the command-line client sees it:"
-"$client" stat "127.0.0.1:$port" "/stor1/demo/Default Library/reel 1/turning ball" | sed 's/^/  /'
+"$client" stat "$("$client" resolve demo-storage)" "/stor1/demo/Default Library/reel 1/turning ball" | sed 's/^/  /'
 
 if ! stop_server; then
     echo "demo.sh: the server did not end cleanly; see $work/vantreld.log" >&2

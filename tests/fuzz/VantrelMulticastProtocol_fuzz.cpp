@@ -1,9 +1,13 @@
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <limits>
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include "VantrelKnownServers.h"
 #include "VantrelMulticastProtocol.h"
 
 namespace {
@@ -39,11 +43,47 @@ void readList(const std::string& text) {
     if (chosen.size() > infos.size()) std::abort();
 }
 
+/// Each server that is known is found, and goes when it is taken out.
+void check(VantrelKnownServers& servers) {
+    std::vector<VantrelDaemonInfo> all;
+    servers.copyTo(all, nullptr);
+    if (all.size() != servers.size() || !std::is_sorted(all.begin(), all.end())) std::abort();
+    for (const VantrelDaemonInfo& each : all) {
+        const bool hasId = *each.getStorageId() || *each.getMetadataIP(0);
+        if (hasId && !servers.find(each.getServerId())) std::abort();
+    }
+    std::vector<VantrelDaemonInfo> removed;
+    for (const VantrelDaemonInfo& each : all) servers.remove(each.getServerId(), removed);
+    servers.removeOlder(std::numeric_limits<Vantrel::CoTime::Microseconds>::max(), removed);
+    if (servers.size() != 0 || removed.size() != all.size()) std::abort();
+}
+
+/// Lines are the datagrams that a client hears one after the other.
+void hear(const std::string& text) {
+    VantrelKnownServers servers(4);
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        Protocol::RequestType type = Protocol::INVALID;
+        rcAttrStream payload;
+        if (!Protocol::parse(line.c_str(), type, payload)) continue;
+        const VantrelDaemonInfo info(payload);
+        if (type == Protocol::REMOVE_SERVER) {
+            std::vector<VantrelDaemonInfo> removed;
+            servers.remove(info.getServerId(), removed);
+        } else if (servers.add(info) != VantrelKnownServers::Change::Refused &&
+                   servers.add(info) != VantrelKnownServers::Change::None) {
+            std::abort();
+        }
+    }
+    check(servers);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string text(reinterpret_cast<const char*>(data), size);
     readDatagram(text);
     readList(text);
+    hear(text);
     return 0;
 }

@@ -42,11 +42,14 @@ struct PeerInfo {
     }
 };
 
-/// The library in a test of its own process, with short time-outs and a network configuration of its own.
+/// The library in a test of its own process, with short time-outs, a network configuration of its own and no
+/// discovery.
 class ClientFixture : public ::testing::Test {
   protected:
     ClientFixture() {
-        set("QD_NETWORK_CFG_FILE", folder.path("network.cfg"));
+        set("QD_NETWORK_CFG_FILE",
+            folder.write("network.cfg",
+                         "[Local]\nUUID=00000000-0000-4000-8000-000000000000\n[SelfDiscovery]\nTTL=0\n"));
         set("VANTREL_CONNECTION_RETRY_TIMEOUT_MS", "0");
         set("VANTREL_CONNECTION_TIMEOUT_MS", "1000");
     }

@@ -15,6 +15,8 @@ class NodeTest : public PeerFixture {
             {"QueryNodePlugInVendor", "Quorvane"},
             {"QueryNodePlugInProduct", "Store"},
             {"QueryNodePlugInVersion", "7 1"},
+            {"RegisterEvents", ""},
+            {"UnregisterEvents", ""},
             {"TranslatePaths", "\"/b\""},
             {"GetTranslationGroups", PeerInfo::entry("numGroups", "0")},
             {"GetHostTranslations", PeerInfo::entry("numHostTranslations", "0")},

@@ -91,6 +91,12 @@ class CommandsTest : public NodeTest {
 
     using Operation = std::function<bool(const VantrelServerHandle&, VantrelNodeHandle&)>;
 
+    struct Handler : VantrelNodeEvent::Handler {
+        void notify(const VantrelNodeEvent&) override {}
+    };
+
+    Handler handler;
+    Handler otherHandler;
     VantrelNodeHandle out;
     VantrelStr text;
     VantrelServerInfo serverInfo;
@@ -130,6 +136,12 @@ class CommandsTest : public NodeTest {
         {"`pushStream`", ON_SERVER(pushStream("remote", local.c_str()))},
         {"`pullStream`", ON_SERVER(pullStream("remote", local.c_str()))},
         {"`invalidateCache`", ON_SERVER(invalidateCache())},
+        {"`registerEventHandler`", ON_SERVER(registerEventHandler("n1", &handler))},
+        {"`unregisterEventHandler` of a node's last handler",
+         ON_SERVER(registerEventHandler("n1", &handler) && server.unregisterEventHandler("n1", &handler))},
+        {"`unregisterEventHandler` of another",
+         ON_SERVER(registerEventHandler("n1", &handler) && server.registerEventHandler("n1", &otherHandler) &&
+                   server.unregisterEventHandler("n1", &handler))},
         {"`translatePath`", ON_SERVER(translatePath("/a", text, "h1", "h2"))},
         {"`translatePaths`", ON_SERVER(translatePaths(list, translated, "h1", "h2"))},
         {"`getNumTranslationGroups`", ON_SERVER(getNumTranslationGroups(number))},

@@ -245,6 +245,7 @@ TEST_F(FramesTest, AFailedTransferTellsWhyAndTheNextOneWorks) {
         {"stream of huge size", stream, streamBytes, "\0009223372036854775807\0"s, Then::GoOn,
          "Buffer too small.", false},
     };
+    const auto entries = folder.countEntries();
     for (const Broken& row : rows) {
         SCOPED_TRACE(row.name);
         expectNextTransferWorks();
@@ -259,7 +260,7 @@ TEST_F(FramesTest, AFailedTransferTellsWhyAndTheNextOneWorks) {
         expectNextTransferWorks();
         EXPECT_EQ(frames.connections() - connections, row.keepsConnection ? 0U : 1U);
         EXPECT_EQ(folder.read("pulled"), "earlier");
-        EXPECT_EQ(folder.countEntries(), 2U) << "no partial file stays";
+        EXPECT_EQ(folder.countEntries(), entries) << "no partial file stays";
     }
 }
 

@@ -202,15 +202,16 @@ TEST_F(LifecycleTest, CallbacksMayUseTheLibraryAndTheServerThatTheCallIsAbout) {
 // --- Network configuration ---
 
 TEST_F(LifecycleTest, CreatesTheNetworkConfiguration) {
+    set("QD_NETWORK_CFG_FILE", folder.path("created.cfg"));
     VantrelStr error("as before");
     EXPECT_TRUE(VantrelCreateNetworkConfig(&error));
     EXPECT_STREQ(error.c_str(), "as before");
-    const std::string created = folder.read("network.cfg");
+    const std::string created = folder.read("created.cfg");
     EXPECT_THAT(created, AllOf(HasSubstr("UUID="), Not(HasSubstr("UUID=\n"))));
     EXPECT_TRUE(VantrelCreateNetworkConfig(nullptr));
     EXPECT_TRUE(VantrelCreateNetworkConfig(NULL));
     EXPECT_TRUE(VantrelCreateNetworkConfig(0));
-    EXPECT_EQ(folder.read("network.cfg"), created) << "an existing one is kept";
+    EXPECT_EQ(folder.read("created.cfg"), created) << "an existing one is kept";
     EXPECT_TRUE(VantrelCreateNetworkConfig(folder.path("template.cfg").c_str()));
     EXPECT_EQ(folder.read("template.cfg").size(), 7982U);
     EXPECT_FALSE(VantrelCreateNetworkConfig(folder.path("no/such/directory").c_str()));

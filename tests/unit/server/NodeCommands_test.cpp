@@ -75,6 +75,7 @@ TEST_F(NodeCommandsTest, eachCommandAnswersInItsOwnForm) {
         {"QueryNodePlugInVersion", "", "7 0"},
         {"GetStorageId", "", "S"},
         {"GetDaemonInfo", "\"\"", testInfo().toAttrStream().text()},
+        {"GetDaemonList", "", "Count 1 1" + attribute("Node0", testInfo().toAttrStream().text())},
         {"GetRootNode", "", "n1"},
         {"GetParentNode", "Node 2 n5", "n4"},
         {"GetChildren", "n4", "n5,a \"b\" \\c"},

@@ -145,6 +145,16 @@ TEST(ServerAddresses, aClientIsToldFirstTheAddressThatItUsed) {
                 ElementsAre("127.0.0.1", "::1", "10.0.0.1", "10.1.0.1"));
     EXPECT_THAT(serverAddresses("10.0.0.1", "10.0.0.1", interfaces), ElementsAre("10.0.0.1"));
     EXPECT_THAT(serverAddresses("", "", interfaces), ElementsAre("10.0.0.1", "10.1.0.1"));
+    EXPECT_THAT(serverAddresses("", "127.0.0.1", interfaces), ElementsAre("127.0.0.1"));
+    EXPECT_THAT(serverAddresses("10.0.0.1", "0.0.0.0", interfaces), ElementsAre("10.0.0.1", "10.1.0.1"));
+}
+
+TEST(ServerAddresses, whatIsAnnouncedCanBeReached) {
+    const std::vector<std::string> interfaces = {"127.0.0.1", "::1", "10.0.0.1", "fd00::1", "fe80::1"};
+    EXPECT_THAT(announcedAddresses("", interfaces), ElementsAre("127.0.0.1", "::1", "10.0.0.1", "fd00::1"));
+    EXPECT_THAT(announcedAddresses("::", interfaces), ElementsAre("127.0.0.1", "::1", "10.0.0.1", "fd00::1"));
+    EXPECT_THAT(announcedAddresses("0.0.0.0", interfaces), ElementsAre("127.0.0.1", "10.0.0.1"));
+    EXPECT_THAT(announcedAddresses("10.9.0.1", interfaces), ElementsAre("10.9.0.1"));
 }
 
 TEST(ServerOptions, aProtocolVersionIsFourNumbers) {

@@ -60,8 +60,8 @@ TEST(vantreld, tellsWhyItCannotRun) {
         {{"--root", root.path("a"), "--bind", "no address"}, 1, "vantreld: Cannot listen on frame port"},
     };
     for (const auto& each : cases) {
-        std::vector<std::string> command = each.arguments;
-        command.insert(command.begin(), VANTRELD);
+        std::vector<std::string> command{VANTRELD};
+        command.insert(command.end(), each.arguments.begin(), each.arguments.end());
         const ChildProcess::Result result = ChildProcess(command).wait(LIMIT);
         EXPECT_EQ(result.status, each.status) << each.error;
         EXPECT_THAT(result.err, HasSubstr(each.error));

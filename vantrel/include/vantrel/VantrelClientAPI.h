@@ -15,6 +15,7 @@
 #include <vantrel/VantrelNodeHandle.h>
 #include <vantrel/VantrelServerHandle.h>
 #include <vantrel/VantrelServerInfo.h>
+#include <vantrel/VantrelServerList.h>
 #include <vantrel/VantrelTranslations.h>
 #include <vantrel/VantrelTypes.h>
 
@@ -42,13 +43,15 @@ typedef void (*VantrelDisconnectCallBack)(const VantrelServerId& server);
 VANTREL_API bool VantrelClientInit();
 /// Undoes one VantrelClientInit; the last one closes every connection and joins every thread of the library.
 VANTREL_API void VantrelClientUninit();
+/// Whether VantrelClientInit was called more often than VantrelClientUninit. Thread-safe.
 VANTREL_API bool VantrelClientIsInitialized();
 
 /// Version of the library.
 VANTREL_API void VantrelClientGetVersion(int& major, int& minor, int& patch);
 
 /// Which log messages are emitted; 0 to 4, any other value changes nothing. The environment variable
-/// QD_MSG_LEVEL, when set, wins. Valid at any time, as the registrations below. Thread-safe.
+/// QD_MSG_LEVEL, when set, wins. Valid at any time, as the registrations below, which last until they are
+/// replaced; all are thread-safe. A callback that was replaced may still be running on another thread.
 VANTREL_API void VantrelSetLogLevel(VantrelLogLevel level);
 /// Sends log messages to `callBack`, replacing any earlier one; null restores standard error.
 VANTREL_API void VantrelRegisterLogCallBack(VantrelLogCallBack callBack);
@@ -56,11 +59,17 @@ VANTREL_API void VantrelRegisterLogCallBack(VantrelLogCallBack callBack);
 VANTREL_API void VantrelRegisterDisconnectCallBack(VantrelDisconnectCallBack callBack);
 
 /// Closes connections that no handle uses; with `all`, every connection leaves the cache, and handles that
-/// still hold one go on working with it.
+/// still hold one go on working with it. Without effect while the library is not initialised. Thread-safe.
 VANTREL_API void VantrelClientReleaseUnusedConnections(bool all);
 
-/// Creates this workstation's network configuration file when it is missing, with a new UUID. False with the
-/// reason in `error` (may be null) when it cannot. Needs no VantrelClientInit.
+/// The ports, `first` to `last`, of which this process takes one to receive events on; the first that is
+/// free. -1 and -1, as at first, let the system choose. Takes effect when the first event handler is
+/// registered, or the first after the library was shut down. Valid at any time. Thread-safe.
+VANTREL_API void VantrelClientSetEventsPortRange(int first, int last);
+
+/// Creates this workstation's network configuration file, /opt/Quorvane/cfg/network.cfg or what
+/// QD_NETWORK_CFG_FILE names, with a new UUID. True also when it is there already; one without a UUID is
+/// given one. False with the reason in `error` (may be null) when it cannot. Needs no VantrelClientInit.
 VANTREL_API bool VantrelCreateNetworkConfig(VantrelStr* error);
 
 /// Writes the commented template of that file, without a UUID, to `path`. False, with the reason in the log,
@@ -72,14 +81,18 @@ inline bool VantrelCreateNetworkConfig(const Character* path) {
     return VantrelWriteNetworkConfigTemplate(path);
 }
 
-/// Finds the first child of `parent` with this display name, compared byte for byte. False without an error
-/// text when there is none; `child` then holds the last child examined. Costs one request to the server.
+/// Finds the first child of `parent` with this display name, compared byte for byte. False when there is none
+/// (or the name is null), without a new error text: `child` then refers to the last child. False with the
+/// server handle's last error when the children could not be asked for. `child` may be `parent`. Costs one
+/// request to the server. Thread safety: as a call on each of the two handles.
 VANTREL_API bool VantrelFindChild(const VantrelNodeHandle& parent, const char* displayName,
                                   VantrelNodeHandle& child);
 
-/// Finds a node by the display names on the way to it from the root, separated by "/". "" and "/" give the
-/// root. On failure the reason is the server's last error, empty when a name was not found. Costs one request
-/// to the server per level.
+/// Finds a node by the display names on the way to it from the root, separated by "/". Null, "" and "/" give
+/// the root; repeated separators and "." count for nothing, and ".." takes the name before it back. On
+/// failure the reason is the server's last error, empty when a name was not found, and `node` is undefined.
+/// Costs one request to the server per level, and one for the root. `server` must outlive `node`. Thread
+/// safety: as a call on `node`.
 VANTREL_API bool VantrelResolveDisplayPath(const VantrelServerHandle& server, const char* path,
                                            VantrelNodeHandle& node);
 

@@ -33,7 +33,8 @@ class VANTREL_API VantrelNodeEvent {
 };
 
 /// The application's side of event delivery: derive from it and register it for a node with a server handle.
-/// The handler stays the application's; it must live until its unregistration has returned.
+/// The handler stays the application's; it must live until its unregistration, the end of its server handle
+/// or the shut-down of the library has returned.
 class VANTREL_API VantrelNodeEvent::Handler {
   public:
     Handler() = default;
@@ -41,8 +42,9 @@ class VANTREL_API VantrelNodeEvent::Handler {
     Handler& operator=(const Handler&) = delete;
     virtual ~Handler();
 
-    /// Called on a thread of the library, for one event at a time per server handle. It may call any function
-    /// of the library, unregistering itself included. `event` lives until the call returns: copy what is
-    /// needed later. No exception may leave it.
+    /// Called on the library's event thread, "VT Event Mtr", for one event at a time: one that blocks holds
+    /// up all events of the process. It may call any function of the library: register and unregister, itself
+    /// included, destroy its own server handle, shut the library down. `event` lives until the call returns:
+    /// copy what is needed later. An exception that leaves it is logged and dropped.
     virtual void notify(const VantrelNodeEvent& event) = 0;
 };

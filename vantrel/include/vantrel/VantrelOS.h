@@ -40,4 +40,7 @@ class VANTREL_API VantrelOS {
     /// Replaces the content of `addresses` by the numeric addresses of this host that serve metadata
     /// connections, in order of preference. False when there is none.
     static bool getLocalMetadataIPs(VantrelStrList& addresses);
+    /// Replaces the content of `interfaces` by the names of this host's network interfaces on which servers
+    /// are searched for, in order of preference. False when there is none.
+    static bool getLocalMulticastInterfaces(VantrelStrList& interfaces);
 };

@@ -35,8 +35,8 @@ class VANTREL_API VantrelServerHandle {
     VantrelServerHandle& operator=(VantrelServerHandle&&) = delete;
     virtual ~VantrelServerHandle();
 
-    /// Why the last failing call failed; never null, empty at first. Valid until the next call on this
-    /// handle.
+    /// Why the last failing call failed; never null, empty at first. The text is the calling thread's own
+    /// copy; it is valid until the library has handed that thread 16 further texts.
     const char* lastError() const;
 
     // --- Connection ---
@@ -58,7 +58,7 @@ class VANTREL_API VantrelServerHandle {
     const VantrelServerId& getId() const;
     const char* getIdStr() const;
 
-    /// The server's host UUID and host name; null on failure. Valid until the next call on this handle.
+    /// The server's host UUID and host name; null on failure. Valid as long as the text of lastError.
     const char* getHostUUID() const;
     const char* getHostName() const;
     bool getStorageId(VantrelStr& storageId) const;
@@ -102,7 +102,8 @@ class VANTREL_API VantrelServerHandle {
 
     /// Reads elements of a stream, `elementSize` bytes each, from element `position` on. `count` holds the
     /// number of elements wanted and becomes the number read. Fails with "Buffer too small." when the answer
-    /// exceeds `size` bytes, and with the system's EACCES text on servers older than 2007.1.0.0.
+    /// exceeds `size` bytes (`count` is then the number available), and with the system's EACCES text on
+    /// servers older than 2007.1.0.0.
     bool readStream(const char* streamId, void* buffer, unsigned long size, unsigned long position,
                     unsigned long elementSize, unsigned long& count) const;
     /// Sends a local file to the server, or fetches one. A failed `pullStream` leaves no partial file. Fail
@@ -112,6 +113,28 @@ class VANTREL_API VantrelServerHandle {
     /// Makes the server forget frames that it has cached. True without traffic on servers older than
     /// 2012.0.0.5120.
     bool invalidateCache() const;
+
+    // --- Events ---
+
+    /// Calls `handler` for every event of a node from now on, until it is unregistered. Several handlers of a
+    /// node are called in the order of their registration; one that is registered already keeps its place.
+    /// `format` and `meta`, where not null, tell the server in which format and with which metadata tag the
+    /// node's events are wanted; those given last hold for all of its handlers. Where the connection to the
+    /// server is lost it is made again, within seconds, and events arrive as before, but for those of the
+    /// time between. Fails with "Invalid handler pointer" for a null handler, and with "Vantrel client not
+    /// correctly configured to receive events." when this process has no port to receive on
+    /// (VantrelClientSetEventsPortRange); the handler is then not registered.
+    ///
+    /// `handler` stays the caller's and must live until it is unregistered, this handle is destroyed or the
+    /// library shut down. One thread calls all handlers of the process, one after the other: a handler that
+    /// blocks holds up every event. It may call any function of the library.
+    bool registerEventHandler(const VantrelNodeId& nodeId, VantrelNodeEvent::Handler* handler,
+                              const char* format = nullptr, const char* meta = nullptr) const;
+    /// Removes a handler of a node. When it returns, the handler is not running and will not run again for
+    /// this node; a call in progress on another thread is waited for. So it must not be called under a lock
+    /// that the handler wants. From within a handler it returns at once. False when the handler was not
+    /// registered, or when the server could not be told: the handler is removed all the same.
+    bool unregisterEventHandler(const VantrelNodeId& nodeId, VantrelNodeEvent::Handler* handler) const;
 
     // --- Path translation ---
 
@@ -138,7 +161,8 @@ class VANTREL_API VantrelServerHandle {
     bool getNumOsTypeTranslations(int& count) const;
     bool getOsTypeTranslation(int index, OsTypeTranslation& translation) const;
 
-    /// The implementation; null (and a logged assertion) when the handle was moved from.
+    /// For the library's own use: the implementation; null (and a logged assertion) when the handle was moved
+    /// from.
     VantrelServerImp* imp() const;
 
   private:

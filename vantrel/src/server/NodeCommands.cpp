@@ -1,5 +1,7 @@
 #include "NodeCommands.h"
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "ArgumentReader.h"
@@ -7,6 +9,7 @@
 #include "CoMsg.h"
 #include "NodeStreams.h"
 #include "VantrelClipFormatCodec.h"
+#include "VantrelMulticastProtocol.h"
 #include "VantrelNodeInterface.h"
 #include "VantrelNodeTypes.h"
 #include "rcAttrStream.h"
@@ -56,6 +59,7 @@ namespace Features = VantrelServerFeatures;
 
 const NodeCommands::Command NodeCommands::COMMANDS[] = {
     {"GetDaemonInfo", ALWAYS, &NodeCommands::getDaemonInfo},
+    {"GetDaemonList", ALWAYS, &NodeCommands::getDaemonList},
     {"Ping", ALWAYS, &NodeCommands::ping},
     {"QueryVersion", ALWAYS, &NodeCommands::queryVersion},
     {"QueryNodePlugInVendor", ALWAYS, &NodeCommands::queryVendor},
@@ -123,6 +127,17 @@ std::string NodeCommands::call(std::string_view name, const std::string& argumen
 
 std::string NodeCommands::getDaemonInfo(const std::string&) {
     return daemonInfo_().toAttrStream().text();
+}
+
+std::string NodeCommands::getDaemonList(const std::string&) {
+    std::vector<VantrelDaemonInfo> servers{daemonInfo_()};
+    if (otherServers_) {
+        std::vector<VantrelDaemonInfo> others = otherServers_();
+        std::move(others.begin(), others.end(), std::back_inserter(servers));
+    }
+    std::string list;
+    VantrelMulticastProtocol::encode(servers, list);
+    return list;
 }
 
 std::string NodeCommands::ping(const std::string&) {

@@ -3,6 +3,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "NodeStore.h"
@@ -19,6 +20,11 @@ class NodeCommands {
     /// `daemonInfo` tells what this server is, as the client that is being answered should see it.
     NodeCommands(NodeStore& store, VantrelVersion version, std::function<VantrelDaemonInfo()> daemonInfo,
                  PathTranslations translations = {});
+
+    /// Tells the other servers that this one knows; they are listed behind it.
+    void setOtherServers(std::function<std::vector<VantrelDaemonInfo>()> others) {
+        otherServers_ = std::move(others);
+    }
 
     /// Names of the commands that a server of this version has.
     std::vector<std::string> names() const;
@@ -38,6 +44,7 @@ class NodeCommands {
 
     // The server
     std::string getDaemonInfo(const std::string& argument);
+    std::string getDaemonList(const std::string& argument);
     std::string ping(const std::string& argument);
     std::string queryVersion(const std::string& argument);
     std::string queryVendor(const std::string& argument);
@@ -89,6 +96,7 @@ class NodeCommands {
     NodeStore& store_;
     const VantrelVersion version_;
     const std::function<VantrelDaemonInfo()> daemonInfo_;
+    std::function<std::vector<VantrelDaemonInfo>()> otherServers_;
     const PathTranslations translations_;
 };
 

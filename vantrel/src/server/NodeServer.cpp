@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "CoException.h"
+#include "CoIoTcpDescriptor.h"
 #include "CoNetworkConfig.h"
 #include "CoNetworkDispatcher.h"
 #include "CoUser.h"
@@ -33,6 +34,25 @@ const char* bindAddressOf(const ServerOptions& options) {
     return options.bindAddress.empty() ? nullptr : options.bindAddress.c_str();
 }
 
+/// The address that a bind address means, which may be a name. As it is when the name is not found: then
+/// nobody can listen on it either.
+std::string numericAddress(const std::string& address) {
+    if (address.empty()) return address;
+    try {
+        return Vantrel::CoIoTcpDescriptor::getIpAddrFromHostName(address.c_str());
+    } catch (const Vantrel::CoException&) {
+        return address;
+    }
+}
+
+template <typename Set>
+void setAddresses(const std::vector<std::string>& addresses, Set set) {
+    unsigned slot = 0;
+    for (const std::string& ip : addresses) {
+        if (slot < VantrelDaemonInfo::MAX_IPS) set(slot++, ip.c_str());
+    }
+}
+
 void setVersions(VantrelDaemonInfo& info, const VantrelVersion& protocol) {
     info.setVersionMajor(protocol.major);
     info.setVersionMinor(protocol.minor);
@@ -54,6 +74,7 @@ NodeServer::NodeServer(NodeStore& store, const ServerOptions& options, PathTrans
     : rcServerContext(options.nodePort, bindAddressOf(options)),
       store_(store),
       options_(options),
+      boundTo_(numericAddress(options.bindAddress)),
       commands_(
           store, options.version, [this] { return daemonInfo(); }, std::move(translations)) {
     requireLogin(true);
@@ -70,6 +91,12 @@ NodeServer::NodeServer(NodeStore& store, const ServerOptions& options, PathTrans
         registerMethod(method);
     }
     registerShutdown();
+    registerEventCommands();
+    store_.setObserver(&events_);
+}
+
+NodeServer::~NodeServer() {
+    store_.setObserver(nullptr);
 }
 
 void NodeServer::registerShutdown() {
@@ -85,19 +112,21 @@ void NodeServer::registerShutdown() {
 }
 
 VantrelDaemonInfo NodeServer::daemonInfo() const {
-    VantrelDaemonInfo info;
     std::string reachedAt;
     if (const Client* client = getCurrentClient()) client->descriptor().getSocketIP(reachedAt);
-    unsigned slot = 0;
-    for (const std::string& ip : serverAddresses(reachedAt, options_.bindAddress,
-                                                 interfaceAddresses(CoNetworkDispatcher::Role::Metadata))) {
-        if (slot < VantrelDaemonInfo::MAX_IPS) info.setMetadataIP(slot++, ip.c_str());
-    }
-    slot = 0;
-    for (const std::string& ip : serverAddresses(reachedAt, options_.bindAddress,
-                                                 interfaceAddresses(CoNetworkDispatcher::Role::Data))) {
-        if (slot < VantrelDaemonInfo::MAX_IPS) info.setDataIP(slot++, ip.c_str());
-    }
+    return describe([&](const auto& ips) { return serverAddresses(reachedAt, boundTo_, ips); });
+}
+
+VantrelDaemonInfo NodeServer::announcedInfo() const {
+    return describe([this](const auto& ips) { return announcedAddresses(boundTo_, ips); });
+}
+
+VantrelDaemonInfo NodeServer::describe(const Addresses& addresses) const {
+    VantrelDaemonInfo info;
+    setAddresses(addresses(interfaceAddresses(CoNetworkDispatcher::Role::Metadata)),
+                 [&info](unsigned slot, const char* ip) { info.setMetadataIP(slot, ip); });
+    setAddresses(addresses(interfaceAddresses(CoNetworkDispatcher::Role::Data)),
+                 [&info](unsigned slot, const char* ip) { info.setDataIP(slot, ip); });
     std::string hostName;
     Vantrel::CoUser::getHostName(hostName);
     info.setHostName(hostName.c_str());

@@ -1,5 +1,11 @@
 #pragma once
 
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "EventPublisher.h"
 #include "NodeCommands.h"
 #include "NodeStore.h"
 #include "ServerOptions.h"
@@ -13,22 +19,39 @@ class NodeServer : public Vantrel::rcServerContext {
   public:
     /// Not valid when it cannot listen (logged). `store` must outlive it.
     NodeServer(NodeStore& store, const ServerOptions& options, PathTranslations translations = {});
+    ~NodeServer() override;
 
     /// The port that clients are told to fetch frames from.
     void setFramePort(int port) { framePort_ = port; }
+
+    /// What the server announces: as "GetDaemonInfo" tells it, but for no client in particular.
+    VantrelDaemonInfo announcedInfo() const;
+    /// The other servers that "GetDaemonList" tells, behind this one; none by default.
+    void setOtherServers(std::function<std::vector<VantrelDaemonInfo>()> others) {
+        commands_.setOtherServers(std::move(others));
+    }
+
+    /// What tells clients of changes of the store.
+    EventPublisher& events() { return events_; }
 
     /// Whether a client has told the server to end, and was answered.
     bool shutdownRequested() const { return shutdownRequested_; }
 
   private:
+    using Addresses = std::function<std::vector<std::string>(const std::vector<std::string>& interfaceIPs)>;
+
     VantrelDaemonInfo daemonInfo() const;
+    VantrelDaemonInfo describe(const Addresses& addresses) const;
     void registerShutdown();
+    void registerEventCommands();
 
     NodeStore& store_;
     const ServerOptions options_;
+    const std::string boundTo_;  ///< numeric; empty: every address
     int framePort_ = 0;
     bool shutdownRequested_ = false;
     NodeCommands commands_;
+    EventPublisher events_;
 };
 
 }  // namespace vantreld

@@ -147,6 +147,16 @@ std::string NodeStore::storageId() {
     return query.step() ? query.bytesAt(0) : std::string();
 }
 
+void NodeStore::setObserver(NodeObserver* observer) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    observer_ = observer;
+}
+
+// Under the lock, so that changes of several threads are told in their order.
+void NodeStore::tell(const NodeChange& change) const {
+    if (observer_ != nullptr) observer_->nodeChanged(change);
+}
+
 std::string NodeStore::rootId() {
     const std::lock_guard<std::mutex> lock(mutex_);
     SqliteQuery query(database_, "SELECT id FROM nodes WHERE parent = 0");
@@ -173,6 +183,16 @@ NodeStore::Node NodeStore::findNode(std::string_view id) {
 NodeStore::Node NodeStore::node(std::string_view id) {
     const std::lock_guard<std::mutex> lock(mutex_);
     return findNode(id);
+}
+
+bool NodeStore::isGone(std::string_view id) {
+    const std::int64_t key = parseNodeId(id);
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (SqliteQuery(database_, "SELECT 1 FROM nodes WHERE id = ?").number(key).step()) return false;
+    // Numbers are given out in order.
+    SqliteQuery given(database_, "SELECT 1 FROM sqlite_sequence WHERE name = 'nodes' AND seq >= ?");
+    if (key == 0 || !given.number(key).step()) failNoSuchNode(id);
+    return true;
 }
 
 std::string NodeStore::parentId(std::string_view id) {
@@ -219,6 +239,7 @@ std::string NodeStore::create(std::string_view parentId, const NewNode& node) {
     const std::int64_t key = insertNode(parent.key, node, 0);
     if (!node.stream.empty()) storeMetaData(key, node.stream, node.metaData);
     transaction.commit();
+    tell(NodeChange::created(parent.key, key, node.displayName));
     return nodeIdText(key);
 }
 
@@ -231,6 +252,8 @@ void NodeStore::rename(std::string_view id, const std::string& displayName) {
         .bytes(displayName)
         .number(node.key)
         .run();
+    tell(NodeChange::renamed(node.key, displayName));
+    tell(NodeChange::childRenamed(node.parent, node.key, displayName));
 }
 
 std::string NodeStore::duplicate(std::string_view parentId, std::string_view sourceId,
@@ -282,6 +305,7 @@ std::string NodeStore::duplicate(std::string_view parentId, std::string_view sou
     const std::int64_t copy = copies.at(source.key);
     SqliteQuery(database_, "UPDATE nodes SET name = ? WHERE id = ?").bytes(name).number(copy).run();
     transaction.commit();
+    tell(NodeChange::created(parent.key, copy, name));
     return nodeIdText(copy);
 }
 
@@ -289,6 +313,7 @@ void NodeStore::destroy(std::string_view id) {
     const std::lock_guard<std::mutex> lock(mutex_);
     const Node node = findNode(id);
     if (node.parent == 0) throw CoException("The root node cannot be destroyed.");
+    const std::vector<std::int64_t> subtree = observedSubtree(node.key);
     std::vector<std::string> files;
     {
         SqliteQuery query(database_,
@@ -303,6 +328,18 @@ void NodeStore::destroy(std::string_view id) {
         SqliteQuery(database_, removal).number(node.key).run();
     }
     commitAndRemove(transaction, files);
+    tell(NodeChange::destroyed(node.parent, node.key, node.displayName));
+    if (observer_ != nullptr) observer_->nodesDestroyed(subtree);
+}
+
+// What is to be told of when it has gone.
+std::vector<std::int64_t> NodeStore::observedSubtree(std::int64_t node) {
+    std::vector<std::int64_t> nodes;
+    if (observer_ == nullptr) return nodes;
+    SqliteQuery query(database_, SUBTREE "SELECT id FROM subtree");
+    query.number(node);
+    while (query.step()) nodes.push_back(query.numberAt(0));
+    return nodes;
 }
 
 std::string NodeStore::metaData(std::string_view id, const std::string& stream) {
@@ -314,7 +351,9 @@ std::string NodeStore::metaData(std::string_view id, const std::string& stream) 
 
 void NodeStore::setMetaData(std::string_view id, const std::string& stream, const std::string& data) {
     const std::lock_guard<std::mutex> lock(mutex_);
-    storeMetaData(findNode(id).key, stream, data);
+    const std::int64_t node = findNode(id).key;
+    storeMetaData(node, stream, data);
+    tell(NodeChange::metaDataSet(node, stream));
 }
 
 void NodeStore::storeMetaData(std::int64_t node, const std::string& stream, const std::string& data) {

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "NodeChange.h"
 #include "RemoteFiles.h"
 #include "SqliteDatabase.h"
 #include "StorageFile.h"
@@ -30,6 +31,10 @@ class NodeStore {
     /// Identity of this storage, made with the directory and kept with it.
     std::string storageId();
     RemoteFiles& remoteFiles() { return remoteFiles_; }
+
+    /// Who is told of every change from now on; null: nobody. The one before is not called any more when this
+    /// returns.
+    void setObserver(NodeObserver* observer);
 
     // --- Tree ---
 
@@ -55,6 +60,8 @@ class NodeStore {
     std::string rootId();
     bool isEmpty();
     Node node(std::string_view id);
+    /// Whether there was such a node, and is no more. CoException when there never was.
+    bool isGone(std::string_view id);
     std::string parentId(std::string_view id);
     /// In order of creation.
     std::vector<Child> children(std::string_view id);
@@ -109,6 +116,8 @@ class NodeStore {
     void removeFramesFrom(std::int64_t clip, std::int64_t index);
     void updateNumFrames(std::int64_t clip, std::int64_t count);
     void commitAndRemove(SqliteTransaction& transaction, const std::vector<std::string>& files);
+    void tell(const NodeChange& change) const;
+    std::vector<std::int64_t> observedSubtree(std::int64_t node);
     std::string frameFilePath(const std::string& file) const { return framesDirectory_ + "/" + file; }
 
     const std::string directory_;
@@ -116,8 +125,9 @@ class NodeStore {
     const UniqueFd lock_;
     RemoteFiles remoteFiles_;
 
-    std::mutex mutex_;
-    SqliteDatabase database_;  // guarded by mutex_
+    std::mutex mutex_;  // guards the rest
+    SqliteDatabase database_;
+    NodeObserver* observer_ = nullptr;
 };
 
 }  // namespace vantreld

@@ -100,6 +100,8 @@ void NodeStore::setNumFrames(std::string_view id, std::int64_t count) {
     removeFramesFrom(clip.key, count);
     updateNumFrames(clip.key, count);
     commitAndRemove(transaction, files);
+    tell(NodeChange::framesReplaced(clip.key, count));
+    tell(NodeChange::changed(clip.key, count));
 }
 
 std::vector<std::string> NodeStore::framePaths(std::string_view id) {
@@ -135,6 +137,8 @@ void NodeStore::setFramePaths(std::string_view id, const std::vector<std::string
     }
     updateNumFrames(clip.key, count);
     commitAndRemove(transaction, files);
+    tell(NodeChange::framesReplaced(clip.key, count));
+    if (count != clip.numFrames) tell(NodeChange::changed(clip.key, count));
 }
 
 ReadableFile NodeStore::openFrame(std::string_view frameId) {
@@ -191,6 +195,7 @@ void NodeStore::commitFrame(std::string_view frameId, NewFile& content) {
         if (database_.couldNotWrite()) content.discard();
         throw;
     }
+    tell(NodeChange::frameWritten(key.clip, key.index));
 }
 
 }  // namespace vantreld

@@ -28,6 +28,13 @@ constexpr std::uint64_t MAX_PARAMETER_BYTES = 1 << 20;
 
 constexpr std::size_t MAX_FRAME_CONNECTIONS = 256;
 
+/// Clients that events are sent to, all their registrations together, and what waits to be sent to each:
+/// beyond it the oldest give way.
+constexpr std::size_t MAX_EVENT_CLIENTS = 256;
+constexpr std::size_t MAX_EVENT_REGISTRATIONS = 100'000;
+constexpr std::size_t MAX_QUEUED_EVENTS = 100'000;
+constexpr std::size_t MAX_QUEUED_EVENT_BYTES = 16 << 20;
+
 /// Paths of one "TranslatePaths". With the longest text that a table may hold before each of them, the answer
 /// stays below what clients accept as one reply.
 constexpr std::size_t MAX_TRANSLATED_PATHS = 10'000;

@@ -37,6 +37,14 @@ std::optional<VantrelVersion> parseProtocolVersion(std::string_view text) {
     return VantrelVersion{numbers[0], numbers[1], numbers[2], numbers[3]};
 }
 
+VantrelDiscoveryGroup discoveryGroupOf(const ServerOptions& options) {
+    VantrelDiscoveryGroup group = VantrelDiscoveryGroup::configured();
+    if (!options.discovery) group.ttl = 0;
+    if (options.discoveryPort != 0) group.port = options.discoveryPort;
+    if (!options.discoveryScope.empty()) group.scope = options.discoveryScope;
+    return group;
+}
+
 std::optional<int> parseCommandLine(int argc, char** argv, ServerOptions& options) {
     CLI::App app("Media server over one directory: a tree of nodes with metadata, clips and frames.",
                  "vantreld");
@@ -70,12 +78,12 @@ std::optional<int> parseCommandLine(int argc, char** argv, ServerOptions& option
     app.add_option("--log-level", logLevel, "What is logged on standard error")
         ->check(CLI::IsMember({"user", "error", "warn", "notice", "debug"}))
         ->capture_default_str();
-    // Announcing itself comes with discovery; until then these change nothing.
-    app.add_flag("--no-discovery", "Do not announce the server");
-    app.add_option("--discovery-port", "UDP port of the announcements")
-        ->check(CLI::Range(0, MAX_PORT))
-        ->expected(1);
-    app.add_option("--discovery-scope", "Multicast group of the announcements")->expected(1);
+    app.add_flag("!--no-discovery", options.discovery, "Neither announce the server nor listen for others");
+    app.add_option("--discovery-port", options.discoveryPort,
+                   "UDP port of the announcements; network.cfg's by default")
+        ->check(CLI::Range(1, MAX_PORT));
+    app.add_option("--discovery-scope", options.discoveryScope,
+                   "Multicast group of the announcements; network.cfg's by default");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -5,8 +5,10 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <optional>
 #include <utility>
 
+#include "Announcer.h"
 #include "CoException.h"
 #include "CoIoDescriptor.h"
 #include "CoIoHandler.h"
@@ -72,11 +74,18 @@ void serve(const vantreld::ServerOptions& options) {
     if (!nodes.isValid()) throw CoException(coFormat("Cannot listen on node port %d.", options.nodePort));
     nodes.setFramePort(frames.port());
     nodes.registerIOHandler(&end);
+    std::optional<vantreld::Announcer> announcer;
+    const VantrelDiscoveryGroup group = vantreld::discoveryGroupOf(options);
+    if (group.ttl != 0) {
+        announcer.emplace(nodes, group, [&nodes] { return nodes.announcedInfo(); });
+        nodes.setOtherServers([&announcer] { return announcer->others(); });
+    }
 
     std::printf("vantreld ready: node port %d, frame port %d\n", nodes.getPort(), frames.port());
     std::fflush(stdout);
     while (!end.came() && !nodes.shutdownRequested()) {
-        if (nodes.callIOHandlers(nullptr) < 0) throw CoException("The node port's loop failed.");
+        const int ready = announcer ? nodes.callIOHandlers(announcer->work()) : nodes.callIOHandlers(nullptr);
+        if (ready < 0) throw CoException("The node port's loop failed.");
     }
 }
 

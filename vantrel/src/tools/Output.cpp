@@ -2,6 +2,7 @@
 
 #include <langinfo.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
@@ -13,6 +14,7 @@
 namespace {
 
 constexpr int kJsonIndent = 2;
+constexpr std::size_t kColumnGap = 2;
 constexpr char kReplacement[] = "\xEF\xBF\xBD";  // U+FFFD
 
 // Text of an ASCII locale is treated as UTF-8 too: the library hands on what it cannot convert.
@@ -78,6 +80,14 @@ std::string printable(const std::string& text) {
     return out;
 }
 
+// Columns that a text takes on a terminal: one for each character of UTF-8.
+std::size_t columns(const std::string& text) {
+    const std::string shown = printable(text);
+    return static_cast<std::size_t>(std::count_if(shown.begin(), shown.end(), [](char byte) {
+        return (static_cast<unsigned char>(byte) & 0xC0) != 0x80;
+    }));
+}
+
 std::string plain(const Json& value) {
     if (value.is_string()) return value.get<std::string>();
     return value.is_null() ? "-" : value.dump();
@@ -104,6 +114,11 @@ void Output::document(const Json& json) const {
     bytes(text.data(), text.size());
 }
 
+void Output::documentLine(const Json& json) const {
+    const std::string text = json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+    bytes(text.data(), text.size());
+}
+
 void Output::record(const Json& object) const {
     if (json_) return document(object);
     recordLines(object, "");
@@ -123,6 +138,22 @@ void Output::recordLines(const Json& object, const std::string& indent) const {
 void Output::list(const Json& array) const {
     if (json_) return document(array);
     for (const Json& value : array) line(plain(value));
+}
+
+void Output::table(const std::vector<std::vector<std::string>>& rows) const {
+    std::vector<std::size_t> widths;
+    for (const auto& row : rows) {
+        widths.resize(row.size());
+        for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], columns(row[i]));
+    }
+    for (const auto& row : rows) {
+        std::string text;
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            text += row[i];
+            if (i + 1 < row.size()) text.append(widths[i] - columns(row[i]) + kColumnGap, ' ');
+        }
+        line(text);
+    }
 }
 
 void Output::done() const {

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <vector>
 
 using Json = nlohmann::ordered_json;
 
@@ -28,11 +29,17 @@ class Output {
     /// The JSON document. Bytes that are no UTF-8 become U+FFFD.
     void document(const Json& json) const;
 
+    /// One of several JSON documents, in a line of its own.
+    void documentLine(const Json& json) const;
+
     /// A result with named values: the document, or a line "name: value" for each.
     void record(const Json& object) const;
 
     /// A list of texts: an array, or a line each.
     void list(const Json& array) const;
+
+    /// Rows of equally many texts for people, the first one the titles, in columns.
+    void table(const std::vector<std::vector<std::string>>& rows) const;
 
     /// Success without a result: {"ok": true}, or nothing.
     void done() const;

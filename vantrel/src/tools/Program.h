@@ -18,6 +18,7 @@ struct Program {
 /// Each adds the commands of one family; parsing one of them sets `program.run`. Both arguments must outlive
 /// the run.
 void addServerCommands(CLI::App& app, Program& program);
+void addDiscoveryCommands(CLI::App& app, Program& program);
 void addTreeCommands(CLI::App& app, Program& program);
 void addEditCommands(CLI::App& app, Program& program);
 void addClipCommands(CLI::App& app, Program& program);
@@ -25,4 +26,5 @@ void addMetaDataCommands(CLI::App& app, Program& program);
 void addFrameCommands(CLI::App& app, Program& program);
 void addImageCommands(CLI::App& app, Program& program);
 void addFileCommands(CLI::App& app, Program& program);
+void addWatchCommand(CLI::App& app, Program& program);
 void addConfigCommands(CLI::App& app, Program& program);

@@ -2,6 +2,7 @@
 #include <vector>
 
 #include "CommandOptions.h"
+#include "ServerRecord.h"
 #include "Session.h"
 
 namespace {
@@ -32,19 +33,7 @@ void info(const Program& program, const ServerOptions& options) {
     const Output& out = session.output();
     VantrelServerInfo info;
     session.require(session.server().getInfo(info), "no information from server '" + options.server + "'");
-    out.record({{"hostName", out.text(info.getHostname())},
-                {"displayName", out.text(info.getDisplayName())},
-                {"database", out.text(info.getDatabase())},
-                {"storageId", out.text(info.getStorageId())},
-                {"hostUUID", out.text(info.getHostUUID())},
-                {"vendor", out.text(info.getVendor())},
-                {"product", out.text(info.getProduct())},
-                {"productVersion", out.text(productVersion(info).c_str())},
-                {"protocolVersion", version(info.getVersionMajor(), info.getVersionMinor(),
-                                            info.getVersionMaint(), info.getVersionBuild())},
-                {"nodePort", info.getNodePort()},
-                {"framePort", info.getFramePort()},
-                {"id", out.text(info.getId().getId())}});
+    out.record(serverRecord(out, info));
 }
 
 struct TranslateOptions {
@@ -85,6 +74,22 @@ void declareServer(CLI::App& command, ServerOptions& options) {
 }
 
 }  // namespace
+
+Json serverRecord(const Output& out, const VantrelServerInfo& info) {
+    return {{"hostName", out.text(info.getHostname())},
+            {"displayName", out.text(info.getDisplayName())},
+            {"database", out.text(info.getDatabase())},
+            {"storageId", out.text(info.getStorageId())},
+            {"hostUUID", out.text(info.getHostUUID())},
+            {"vendor", out.text(info.getVendor())},
+            {"product", out.text(info.getProduct())},
+            {"productVersion", out.text(productVersion(info).c_str())},
+            {"protocolVersion", version(info.getVersionMajor(), info.getVersionMinor(),
+                                        info.getVersionMaint(), info.getVersionBuild())},
+            {"nodePort", info.getNodePort()},
+            {"framePort", info.getFramePort()},
+            {"id", out.text(info.getId().getId())}};
+}
 
 void addServerCommands(CLI::App& app, Program& program) {
     addCommand<ServerOptions>(app, program, "ping", "Ask whether a server answers", declareServer, ping);

@@ -26,9 +26,16 @@ void applyTimeout(unsigned timeoutMs) {
     const auto set = [](const char* name, unsigned ms) { setenv(name, std::to_string(ms).c_str(), 1); };
     set("VANTREL_DEFAULT_CALL_TIMEOUT_MS", timeoutMs);
     set("VANTREL_GET_DAEMON_INFO_CALL_TIMEOUT_MS", timeoutMs);
+    set("VANTREL_GETDAEMONINFO_TIMEOUT", timeoutMs);
+    set("VANTREL_EVENTS_CALL_TIMEOUT_MS", timeoutMs);
     set("VANTREL_FRAME_STALL_TIMEOUT_MS", timeoutMs);
     set("VANTREL_CONNECTION_TIMEOUT_MS", inWholeSeconds(timeoutMs));
     set("VANTREL_CONNECTION_RETRY_TIMEOUT_MS", std::min(timeoutMs, kRetryTimeoutMs));
+}
+
+void startLibrary(VantrelClient& client, const Program& program) {
+    if (!client.init()) throw ToolError("the network layer cannot be brought up");
+    if (program.logLevel >= 0) VantrelSetLogLevel(static_cast<VantrelLogLevel>(program.logLevel));
 }
 
 Session::Session(const Program& program, const std::string& server)
@@ -38,8 +45,7 @@ Session::Session(const Program& program, const std::string& server)
       client_(true),
       server_(VantrelServerId(server.c_str())),
       interrupt_(block_, [this] { server_.stop("Interrupted."); }) {
-    if (!client_.init()) throw ToolError("the network layer cannot be brought up");
-    if (program.logLevel >= 0) VantrelSetLogLevel(static_cast<VantrelLogLevel>(program.logLevel));
+    startLibrary(client_, program);
 }
 
 unsigned Session::retryTimeoutMs() const {

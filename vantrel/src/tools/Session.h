@@ -52,3 +52,6 @@ class Session {
 /// Passes the time-out to the library, which reads it from the environment when it first needs it. Call
 /// before the first Session.
 void applyTimeout(unsigned timeoutMs);
+
+/// Brings the library up, with the log level that was asked for. Throws ToolError when it cannot be.
+void startLibrary(VantrelClient& client, const Program& program);

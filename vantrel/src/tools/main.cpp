@@ -23,7 +23,7 @@ void declare(CLI::App& app, Program& program) {
     app.require_subcommand(1);
     // Global options may stand behind the command too.
     app.fallthrough();
-    app.add_flag("--json", program.json, "Print one JSON document");
+    app.add_flag("--json", program.json, "Print one JSON document; watch: one a line");
     app.add_option("--timeout", program.timeoutMs, "Longest wait for a server, in milliseconds")
         ->check(CLI::Range(1U, kMaxTimeoutMs))
         ->type_name("MS");
@@ -36,6 +36,7 @@ void declare(CLI::App& app, Program& program) {
         "names, or is 'id:' and a node id. Exit status: 0 success, 1 failure, 2 wrong usage, 128 plus the\n"
         "signal's number when interrupted.");
     addServerCommands(app, program);
+    addDiscoveryCommands(app, program);
     addTreeCommands(app, program);
     addEditCommands(app, program);
     addClipCommands(app, program);
@@ -43,6 +44,7 @@ void declare(CLI::App& app, Program& program) {
     addFrameCommands(app, program);
     addImageCommands(app, program);
     addFileCommands(app, program);
+    addWatchCommand(app, program);
     addConfigCommands(app, program);
 }
 

@@ -6,9 +6,27 @@
 #include "CoException.h"
 #include "CoMsg.h"
 #include "VantrelNodeCodec.h"
+#include "VantrelSettings.h"
 
 using Vantrel::CoException;
 using Vantrel::coFormat;
+
+namespace {
+
+unsigned eventsCallTimeoutMs() {
+    return static_cast<unsigned>(VantrelSettings::eventsCallTimeoutMs.get());
+}
+
+/// Where events of a node are to be sent.
+Vantrel::rcAttrStream eventRoute(unsigned port, int connectionId, const char* nodeId) {
+    Vantrel::rcAttrStream route;
+    route.addIntValue("Port", static_cast<int>(port));
+    route.addIntValue("Connection", connectionId);
+    route.addStringValue("Subject", nodeId);
+    return route;
+}
+
+}  // namespace
 
 template <typename Operation>
 bool VantrelBaseClientAPI::attempt(Operation operation) {
@@ -22,12 +40,16 @@ bool VantrelBaseClientAPI::attempt(Operation operation) {
 }
 
 std::string VantrelBaseClientAPI::request(const char* method, const std::string& argument,
-                                          unsigned retryTimeoutMs) {
+                                          unsigned callTimeoutMs, unsigned retryTimeoutMs) {
     std::string reply;
-    connection_.callMethod(method, argument.c_str(), true, reply,
-                           VantrelClientConnection::getDefaultCallTimeoutMs(),
+    connection_.callMethod(method, argument.c_str(), true, reply, callTimeoutMs,
                            VantrelClientConnection::getDefaultConnectionTimeoutMs(), retryTimeoutMs);
     return reply;
+}
+
+std::string VantrelBaseClientAPI::request(const char* method, const std::string& argument,
+                                          unsigned retryTimeoutMs) {
+    return request(method, argument, VantrelClientConnection::getDefaultCallTimeoutMs(), retryTimeoutMs);
 }
 
 std::string VantrelBaseClientAPI::request(const char* method, const std::string& argument) {
@@ -98,5 +120,23 @@ bool VantrelBaseClientAPI::getOsTypeTranslations(std::vector<VantrelOsTypeTransl
         if (!VantrelTranslationCodec::parseOsTypeTranslations(request("GetOsTypeTranslations", ""),
                                                               translations))
             throw CoException("Invalid OS type translation list");
+    });
+}
+
+bool VantrelBaseClientAPI::registerEventsOn(unsigned port, int connectionId,
+                                            const VantrelEventSubject& subject) {
+    return attempt([&] {
+        Vantrel::rcAttrStream argument = eventRoute(port, connectionId, subject.nodeId.c_str());
+        if (!subject.format.empty()) argument.addStringValue("Fmt", subject.format);
+        if (!subject.metaTag.empty()) argument.addStringValue("Meta", subject.metaTag);
+        request("RegisterEvents", argument.text(), eventsCallTimeoutMs(),
+                VantrelClientConnection::getDefaultConnectionRetryTimeoutMs());
+    });
+}
+
+bool VantrelBaseClientAPI::unregisterEventsOn(unsigned port, int connectionId, const VantrelNodeId& nodeId) {
+    return attempt([&] {
+        request("UnregisterEvents", eventRoute(port, connectionId, nodeId.id()).text(), eventsCallTimeoutMs(),
+                VantrelClientConnection::getDefaultConnectionRetryTimeoutMs());
     });
 }

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "VantrelClientConnection.h"
+#include "VantrelEventSubject.h"
 #include "VantrelTranslationCodec.h"
 
 /// The server-wide commands. Every operation returns true on success; on failure `lastError` tells why.
@@ -32,6 +33,21 @@ class VantrelBaseClientAPI {
     bool getHostTranslations(std::vector<VantrelHostTranslation>& translations);
     bool getOsTypeTranslations(std::vector<VantrelOsTypeTranslation>& translations);
 
+    // --- Events ---
+
+    /// Asks the server to send a node's events to `port` of this host, for the object `connectionId`. Asking
+    /// again replaces format and tag.
+    bool registerEventsOn(unsigned port, int connectionId, const VantrelEventSubject& subject);
+    bool unregisterEventsOn(unsigned port, int connectionId, const VantrelNodeId& nodeId);
+
+    /// Callbacks after a reconnection, see VantrelClientConnection.
+    void addConnectCallback(VantrelClientConnection::ConnectCallback* callback) {
+        connection_.addConnectCallback(callback);
+    }
+    void removeConnectCallback(VantrelClientConnection::ConnectCallback* callback) {
+        connection_.removeConnectCallback(callback);
+    }
+
   private:
     /// Runs an operation; what it throws becomes the last error.
     template <typename Operation>
@@ -39,6 +55,8 @@ class VantrelBaseClientAPI {
     /// Throws on failure.
     std::string request(const char* method, const std::string& argument, unsigned retryTimeoutMs);
     std::string request(const char* method, const std::string& argument);
+    std::string request(const char* method, const std::string& argument, unsigned callTimeoutMs,
+                        unsigned retryTimeoutMs);
 
     VantrelClientConnection& connection_;
     std::string lastError_;

@@ -252,6 +252,10 @@ bool VantrelDaemonInfo::isSameServer(const VantrelServerId& serverId) const {
 }
 
 bool VantrelDaemonInfo::operator==(const VantrelDaemonInfo& other) const {
+    return lastUpdate_ == other.lastUpdate_ && hasSameContents(other);
+}
+
+bool VantrelDaemonInfo::hasSameContents(const VantrelDaemonInfo& other) const {
     return equalIPs(metadataIPs_, other.metadataIPs_) && equalIPs(dataIPs_, other.dataIPs_) &&
            hostName_ == other.hostName_ && displayName_ == other.displayName_ && osType_ == other.osType_ &&
            database_ == other.database_ && nodePort_ == other.nodePort_ && framePort_ == other.framePort_ &&
@@ -262,7 +266,7 @@ bool VantrelDaemonInfo::operator==(const VantrelDaemonInfo& other) const {
            productVersionMinor_ == other.productVersionMinor_ &&
            productVersionMaint_ == other.productVersionMaint_ && productBuild_ == other.productBuild_ &&
            productVersionString_ == other.productVersionString_ && storageId_ == other.storageId_ &&
-           hostUUID_ == other.hostUUID_ && lastUpdate_ == other.lastUpdate_ && flags_ == other.flags_;
+           hostUUID_ == other.hostUUID_ && flags_ == other.flags_;
 }
 
 VantrelServerId VantrelDaemonInfo::getServerId() const {

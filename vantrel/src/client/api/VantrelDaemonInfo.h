@@ -16,6 +16,10 @@ class VantrelDaemonInfo {
     /// Slots of each address list. The first empty slot ends a list.
     static constexpr unsigned MAX_IPS = 64;
 
+    /// TCP ports of the services of a daemon that tells none.
+    static constexpr int DEFAULT_NODE_PORT = 7549;
+    static constexpr int DEFAULT_FRAME_PORT = 7550;
+
     /// Bits of the flags.
     static constexpr unsigned HAS_SESSIONS = 1u << 0;
 
@@ -122,6 +126,8 @@ class VantrelDaemonInfo {
     /// Every field but the upper bounds of the port ranges is equal, last update included.
     bool operator==(const VantrelDaemonInfo& other) const;
     bool operator!=(const VantrelDaemonInfo& other) const { return !(*this == other); }
+    /// The same without the last update.
+    bool hasSameContents(const VantrelDaemonInfo& other) const;
 
     /// Database, first metadata address, node port and storage id.
     VantrelServerId getServerId() const;

@@ -10,8 +10,7 @@
 
 bool VantrelFindChild(const VantrelNodeHandle& parent, const char* displayName, VantrelNodeHandle& child) {
     if (!displayName) return false;
-    VantrelNodeHandle node(parent.getServer(),
-                           parent.getNodeId());  // the child may be the parent's own handle
+    VantrelNodeHandle node(parent);  // `child` may be the parent's own handle
     VantrelNodeImp* from = node.imp();
     VantrelNodeImp* to = child.imp();
     const auto* children = from && to ? from->children() : nullptr;
@@ -28,16 +27,15 @@ bool VantrelResolveDisplayPath(const VantrelServerHandle& server, const char* pa
     if (!server.getRootNode(node)) return false;
     VantrelServerImp* imp = server.imp();
     if (!imp) return false;
-    imp->setLastError(
-        "");  // a name that is not found leaves no text: an earlier failure's must not pass for it
+    // A name that is not found leaves no text: an earlier failure's must not pass for it.
+    imp->setLastError("");
     std::size_t start = 0;
     while (start < clean.size()) {
         const std::size_t end = std::min(clean.find('/', start), clean.size());
         const std::string name = clean.substr(start, end - start);
         start = end + 1;
-        if (name.empty() || VantrelFindChild(node, name.c_str(), node)) continue;
-        imp->setLastError(node.lastError());
-        return false;
+        // The node's last error is the server's, so a failed request's reason is where it belongs already.
+        if (!name.empty() && !VantrelFindChild(node, name.c_str(), node)) return false;
     }
     return true;
 }

@@ -55,6 +55,9 @@ class IncomingFile {
     }
 
     void complete() {
+        // A network file system may tell only at a close, of any copy, that it could not store the bytes.
+        const int copy = ::fcntl(file_.getId(), F_DUPFD_CLOEXEC, 0);
+        if (copy >= 0 && ::close(copy) != 0) fail("write", path_, errno);
         if (::fchmod(file_.getId(), mode_) != 0) fail("set the mode of", path_, errno);
         if (::rename(temporary_.c_str(), path_.c_str()) != 0) fail("create", path_, errno);
         file_.close();
@@ -74,16 +77,15 @@ class IncomingFile {
     CoIoDescriptor file_;
 };
 
-std::size_t readPiece(const CoIoDescriptor& file, const char* path, char* buffer, std::size_t size) {
-    std::size_t filled = 0;
-    while (filled < size) {
-        const ssize_t got = ::read(file.getId(), buffer + filled, size - filled);
+void readExactly(const CoIoDescriptor& file, const char* path, char* buffer, std::size_t size) {
+    while (size > 0) {
+        const ssize_t got = ::read(file.getId(), buffer, size);
         if (got < 0 && errno == EINTR) continue;
         if (got < 0) fail("read", path, errno);
-        if (got == 0) break;
-        filled += static_cast<std::size_t>(got);
+        if (got == 0) throw CoException(coFormat("'%s' became shorter while it was sent", path));
+        buffer += got;
+        size -= static_cast<std::size_t>(got);
     }
-    return filled;
 }
 
 }  // namespace
@@ -95,6 +97,7 @@ void VantrelFrameClientAPI::pushFile(const char* remoteName, const char* localPa
     if (::fstat(file.getId(), &status) != 0) fail("open", localPath, errno);
     if (!S_ISREG(status.st_mode)) fail("send", localPath, EINVAL);
     std::size_t left = static_cast<std::size_t>(status.st_size);
+    char* const buffer = getDataBuffer();
 
     const VantrelRawDataClientConnection::Request request(connection_);
     const Trace trace(PUSH_FILE, remoteName, left);
@@ -102,18 +105,13 @@ void VantrelFrameClientAPI::pushFile(const char* remoteName, const char* localPa
     handleReturnCode(connection_);
     while (left > 0) {
         const std::size_t piece = std::min(left, DATA_BUFFER_BYTES);
-        std::size_t got = 0;
         try {
-            got = readPiece(file, localPath, getDataBuffer(), piece);
+            readExactly(file, localPath, buffer, piece);
         } catch (const CoException&) {
             connection_.disconnect();  // the server waits for bytes that will not come
             throw;
         }
-        if (got < piece) {
-            connection_.disconnect();
-            throw CoException(coFormat("'%s' became shorter while it was sent", localPath));
-        }
-        connection_.write(getDataBuffer(), piece);
+        connection_.write(buffer, piece);
         left -= piece;
     }
     handleReturnCode(connection_);
@@ -121,14 +119,15 @@ void VantrelFrameClientAPI::pushFile(const char* remoteName, const char* localPa
 
 void VantrelFrameClientAPI::pullFile(const char* remoteName, const char* localPath) {
     IncomingFile file(localPath);
+    char* const buffer = getDataBuffer();
     const VantrelRawDataClientConnection::Request request(connection_);
     const Trace trace(PULL_FILE, remoteName, DATA_BUFFER_BYTES);
     writeMethodStringAndSize(connection_, PULL_FILE, remoteName, DATA_BUFFER_BYTES);
     for (std::size_t left = readSize(connection_); left > 0;) {
         const std::size_t piece = std::min(left, DATA_BUFFER_BYTES);
-        connection_.read(getDataBuffer(), piece);
+        connection_.read(buffer, piece);
         try {
-            file.append(getDataBuffer(), piece);
+            file.append(buffer, piece);
         } catch (const CoException&) {
             connection_.disconnect();  // the rest of the file is on its way, and is not read
             throw;

@@ -11,7 +11,9 @@
 #include "CoThreadMgr.h"
 #include "QdDsoMgr.h"
 #include "VantrelCallbackRouter.h"
+#include "VantrelEventMonitor.h"
 #include "VantrelInitCounter.h"
+#include "VantrelMulticastClient.h"
 #include "VantrelSharedConnection.h"
 
 using Vantrel::CoMsg;
@@ -49,6 +51,7 @@ bool VantrelClientInit() {
         return false;
     }
     VantrelClientConnection::Shared::init();
+    VantrelMulticastClient::setListFetcher(&VantrelClientConnection::fetchDaemonList);
     Vantrel::CoFileMonitor::start();
     return true;
 }
@@ -57,7 +60,10 @@ void VantrelClientUninit() {
     if (VantrelInitCounter::add(-1) - 1 > 0) return;
     const Vantrel::CoDeferral deferral;
     Vantrel::CoFileMonitor::stop();
+    VantrelEventMonitor::unregisterAll();  // while servers can still be told
     VantrelClientConnection::Shared::uninit();
+    VantrelMulticastClient::stop();
+    VantrelEventMonitor::getInstance(true);
     Vantrel::CoThreadMgr::getInstance().stopAll();
     Vantrel::CoNetworkDispatcher::uninit();
 }
@@ -93,6 +99,10 @@ void VantrelRegisterDisconnectCallBack(VantrelDisconnectCallBack callBack) {
 void VantrelClientReleaseUnusedConnections(bool all) {
     const Vantrel::CoDeferral deferral;
     VantrelClientConnection::Shared::releaseUnusedConnections(all);
+}
+
+void VantrelClientSetEventsPortRange(int first, int last) {
+    VantrelEventMonitor::setPortRange(first, last);
 }
 
 bool VantrelCreateNetworkConfig(VantrelStr* error) {

@@ -9,6 +9,7 @@
 #include "CoMsg.h"
 
 using Vantrel::coFormat;
+using Vantrel::coPrintable;
 using Vantrel::rcAttrStream;
 
 namespace {
@@ -76,7 +77,7 @@ bool VantrelMulticastProtocol::parse(const char* text, RequestType& type, rcAttr
     const rcAttrStream stream{std::string(text)};
     int version = 0;
     if (!stream.getIntValue(VERSION_KEY, version)) {
-        CO_MSG_ERROR("Request is lacking a version tag: %s.", text);
+        CO_MSG_ERROR("Request is lacking a version tag: %s.", coPrintable(text).c_str());
         return false;
     }
     // Later versions add to the request, they do not change it: there is no upper bound.
@@ -86,7 +87,7 @@ bool VantrelMulticastProtocol::parse(const char* text, RequestType& type, rcAttr
     }
     int number = 0;
     if (!stream.getIntValue(TYPE_KEY, number)) {
-        CO_MSG_ERROR("Request is lacking a type tag: %s.", text);
+        CO_MSG_ERROR("Request is lacking a type tag: %s.", coPrintable(text).c_str());
         return false;
     }
     if (number < START_OF_SERVICES || number > END_OF_SERVICES) {
@@ -96,11 +97,16 @@ bool VantrelMulticastProtocol::parse(const char* text, RequestType& type, rcAttr
     type = static_cast<RequestType>(number);
     std::string data;
     if (!stream.getStringValue(DATA_KEY, data)) {
-        CO_MSG_ERROR("Request is lacking data: %s.", text);
+        CO_MSG_ERROR("Request is lacking data: %s.", coPrintable(text).c_str());
         return false;
     }
     payload = rcAttrStream(std::move(data));
     return true;
+}
+
+bool VantrelMulticastProtocol::isWhole(const std::string& text, const rcAttrStream& payload) {
+    const std::string& data = payload.text();
+    return text.find(coFormat("%s %zu ", DATA_KEY, data.size()) + data) != std::string::npos;
 }
 
 void VantrelMulticastProtocol::encode(const std::vector<VantrelDaemonInfo>& nodes, std::string& text) {
@@ -130,7 +136,7 @@ void VantrelMulticastProtocol::decode(const std::string& text, std::vector<Vantr
         }
         VantrelDaemonInfo info{rcAttrStream(std::string(*found[i]))};
         if (!isWanted(info, database)) continue;
-        if (info.getNodePort() == 0) info.setNodePort(DEFAULT_NODE_PORT);
+        if (info.getNodePort() == 0) info.setNodePort(VantrelDaemonInfo::DEFAULT_NODE_PORT);
         nodes.push_back(std::move(info));
     }
 }

@@ -27,8 +27,6 @@ class VantrelMulticastProtocol {
     static constexpr std::size_t MAX_DATAGRAM_BYTES = 1023;
     /// Records of a received daemon list that count; the rest is ignored, with a warning.
     static constexpr unsigned MAX_LIST_NODES = 16384;
-    /// Of a record that tells none.
-    static constexpr int DEFAULT_NODE_PORT = 7549;
 
     /// The datagram's text, without a NUL. A large payload makes it longer than MAX_DATAGRAM_BYTES: the
     /// sender compares.
@@ -37,6 +35,10 @@ class VantrelMulticastProtocol {
     /// Reads a received datagram, NUL-terminated. False when it is no request (logged as an error); the
     /// outputs are then as they were, but for `type`, which is set once it is known to be valid.
     static bool parse(const char* text, RequestType& type, Vantrel::rcAttrStream& payload);
+
+    /// Whether a parsed payload is as long as its datagram says: one that was cut on its way reads like a
+    /// record, but of another server.
+    static bool isWhole(const std::string& text, const Vantrel::rcAttrStream& payload);
 
     /// Makes `text` the daemon list of `nodes`, in their order.
     static void encode(const std::vector<VantrelDaemonInfo>& nodes, std::string& text);

@@ -1,8 +1,8 @@
 #include <vantrel/VantrelNodeHandle.h>
 
-#include <cstring>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "CoMsg.h"
 #include "VantrelNodeImp.h"
@@ -59,9 +59,8 @@ void VantrelNodeHandle::setNodeId(const VantrelNodeId& id) {
 }
 
 const VantrelServerHandle& VantrelNodeHandle::getServer() const {
-    static const auto* const nowhere = new VantrelServerHandle(VantrelServerId());
     const VantrelNodeImp* node = imp();
-    return node ? node->server() : *nowhere;
+    return node ? node->server() : VantrelNodeImp::nowhere();
 }
 
 void VantrelNodeHandle::setServer(const VantrelServerHandle& server) {
@@ -75,25 +74,29 @@ bool VantrelNodeHandle::getDisplayName(VantrelStr& displayName) {
     return name != nullptr;
 }
 
+namespace {
+
+// Gives `use` the node's type, with which it assigns an output.
+template <typename Use>
+bool useType(VantrelNodeImp* node, Use use) {
+    const VantrelNodeImp::Type* type = node ? node->type() : nullptr;
+    if (type) use(*type);
+    return type != nullptr;
+}
+
+}  // namespace
+
 bool VantrelNodeHandle::getNodeType(int& type) {
-    VantrelNodeImp* node = imp();
-    const auto* known = node ? node->type() : nullptr;
-    if (known) type = known->extended;
-    return known != nullptr;
+    return useType(imp(), [&](const VantrelNodeImp::Type& known) { type = known.extended; });
 }
 
 bool VantrelNodeHandle::getNodeTypeStr(VantrelStr& type) {
-    VantrelNodeImp* node = imp();
-    const auto* known = node ? node->type() : nullptr;
-    if (known) type = known->text.c_str();
-    return known != nullptr;
+    return useType(imp(), [&](const VantrelNodeImp::Type& known) { type = known.text.c_str(); });
 }
 
 bool VantrelNodeHandle::getIsClipNode(bool& isClip) {
-    VantrelNodeImp* node = imp();
-    const auto* known = node ? node->type() : nullptr;
-    if (known) isClip = known->kind == VantrelNodeInterface::CLIP;
-    return known != nullptr;
+    return useType(
+        imp(), [&](const VantrelNodeImp::Type& known) { isClip = known.kind == VantrelNodeInterface::CLIP; });
 }
 
 // --- Lists: a count, and the element at an index ---
@@ -104,6 +107,13 @@ template <typename List, typename Number>
 bool countOf(const List* list, Number& count) {
     if (list) count = static_cast<Number>(list->size());
     return list != nullptr;
+}
+
+// Null, with the last error set, when the list could not be had or has no such element.
+template <typename Element>
+const Element* elementAt(const VantrelNodeImp& node, const std::vector<Element>* list, int index) {
+    if (!list || !node.checkIndex(index, list->size())) return nullptr;
+    return &(*list)[static_cast<std::size_t>(index)];
 }
 
 }  // namespace
@@ -134,10 +144,9 @@ bool VantrelNodeHandle::getNumAvailableMetaDataStreams(int& count) {
 
 bool VantrelNodeHandle::getAvailableMetaDataStream(int index, VantrelStr& stream) {
     VantrelNodeImp* node = imp();
-    const auto* streams = node ? node->metaDataStreams() : nullptr;
-    if (!streams || !node->checkIndex(index, streams->size())) return false;
-    stream = (*streams)[static_cast<std::size_t>(index)].c_str();
-    return true;
+    const std::string* found = node ? elementAt(*node, node->metaDataStreams(), index) : nullptr;
+    if (found) stream = found->c_str();
+    return found != nullptr;
 }
 
 bool VantrelNodeHandle::getIsMetaDataStreamAvailable(const char* stream, bool& available) {
@@ -161,18 +170,16 @@ bool VantrelNodeHandle::getNumFrames(unsigned int& count) {
 
 bool VantrelNodeHandle::getFrameId(int index, VantrelStr& frameId) {
     VantrelNodeImp* node = imp();
-    const auto* frames = node ? node->frames() : nullptr;
-    if (!frames || !node->checkIndex(index, frames->size())) return false;
-    frameId = (*frames)[static_cast<std::size_t>(index)].id();
-    return true;
+    const VantrelFrameId* found = node ? elementAt(*node, node->frames(), index) : nullptr;
+    if (found) frameId = found->id();
+    return found != nullptr;
 }
 
 bool VantrelNodeHandle::getFrameIdPath(int index, VantrelStr& path) {
     VantrelNodeImp* node = imp();
-    const auto* paths = node ? node->framePaths() : nullptr;
-    if (!paths || !node->checkIndex(index, paths->size())) return false;
-    path = (*paths)[static_cast<std::size_t>(index)].c_str();
-    return true;
+    const std::string* found = node ? elementAt(*node, node->framePaths(), index) : nullptr;
+    if (found) path = found->c_str();
+    return found != nullptr;
 }
 
 // --- Tree ---

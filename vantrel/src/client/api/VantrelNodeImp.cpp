@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "CoMsg.h"
+#include "VantrelIndexError.h"
 #include "VantrelNodeTypes.h"
 #include "VantrelServerFeatures.h"
 
@@ -15,10 +16,10 @@ VantrelNodeImp::VantrelNodeImp(const VantrelServerHandle* server, const VantrelN
 
 // --- Identity ---
 
-const VantrelServerHandle& VantrelNodeImp::server() const {
-    // What a node without a server refers to; never destroyed, since node handles may outlive static objects.
-    static const auto* const nowhere = new VantrelServerHandle(VantrelServerId());
-    return server_ ? *server_ : *nowhere;
+const VantrelServerHandle& VantrelNodeImp::nowhere() {
+    // Never destroyed, since node handles may outlive static objects.
+    static const auto* const server = new VantrelServerHandle(VantrelServerId());
+    return *server;
 }
 
 void VantrelNodeImp::setId(const VantrelNodeId& id) {
@@ -52,7 +53,7 @@ void VantrelNodeImp::setLastError(const std::string& text) const {
 
 bool VantrelNodeImp::checkIndex(int index, std::size_t size) const {
     if (index >= 0 && static_cast<std::size_t>(index) < size) return true;
-    setLastError(Vantrel::coFormat("Index %d is out of the bounds 0,%d.", index, static_cast<int>(size)));
+    setLastError(vantrelIndexError(index, size));
     return false;
 }
 

@@ -18,7 +18,9 @@ class VantrelNodeImp {
 
     const VantrelNodeId& id() const { return id_; }
     void setId(const VantrelNodeId& id);
-    const VantrelServerHandle& server() const;
+    /// What a node without a server refers to: a handle that names none.
+    static const VantrelServerHandle& nowhere();
+    const VantrelServerHandle& server() const { return server_ ? *server_ : nowhere(); }
     void setServer(const VantrelServerHandle& server);
     void setLastError(const std::string& text) const;
 

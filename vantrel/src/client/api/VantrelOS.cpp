@@ -5,9 +5,11 @@
 #include <sys/utsname.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "CoCapabilities.h"
 #include "CoIoTcpDescriptor.h"
@@ -122,4 +124,17 @@ bool VantrelOS::getLocalMetadataIPs(VantrelStrList& addresses) {
     }
     addresses = static_cast<VantrelStrList&&>(found);
     return addresses.size() > 0;
+}
+
+bool VantrelOS::getLocalMulticastInterfaces(VantrelStrList& interfaces) {
+    VantrelStrList found;
+    std::vector<std::string> known;  // an interface stands in the list once for each of its addresses
+    for (const Vantrel::CoNetworkInterface& local :
+         Vantrel::CoNetworkDispatcher::getInterfaces(Vantrel::CoNetworkDispatcher::Role::Multicast)) {
+        if (std::find(known.begin(), known.end(), local.name) != known.end()) continue;
+        known.push_back(local.name);
+        found.push_back(local.name.c_str());
+    }
+    interfaces = static_cast<VantrelStrList&&>(found);
+    return interfaces.size() > 0;
 }

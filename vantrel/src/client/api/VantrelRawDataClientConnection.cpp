@@ -4,10 +4,10 @@
 
 #include "CoException.h"
 #include "CoMsg.h"
-#include "CoNetworkConfig.h"
 #include "CoProcess.h"
 #include "VantrelDaemonInfo.h"
 #include "VantrelDaemonInfoMgr.h"
+#include "VantrelResolver.h"
 #include "VantrelSettings.h"
 
 using Vantrel::CoException;
@@ -16,7 +16,6 @@ using Vantrel::CoIoDescriptor;
 
 namespace {
 
-constexpr int DEFAULT_FRAME_PORT = 7550;
 constexpr int HIGHEST_PORT = 65535;
 constexpr int CONNECT_TIMEOUT_SEC = 10;
 /// A server of this host accepts at once, or is in trouble: TCP then tells more.
@@ -74,11 +73,10 @@ void VantrelRawDataClientConnection::connect() {
     if (!server_->getDaemonInfo(info)) throw CoException(server_->lastError());
     disconnect();
     if (connectLocally(*info)) return;
-    for (unsigned i = 0; i < VantrelDaemonInfo::MAX_IPS && *info->getDataIP(i); ++i) {
-        const char* address = info->getDataIP(i);
-        if (!Vantrel::CoNetworkConfig::getInstance().isIPInValidRange(address)) continue;
-        if (connectTo(*info, address)) return;
-    }
+    VantrelResolver resolver(*info);
+    if (resolver.tryEach(VantrelResolver::Data,
+                         [&](const std::string& address) { return connectTo(*info, address.c_str()); }))
+        return;
     server_->clearDaemonInfo();  // the server may have moved: ask it before the next attempt
     throw CoException("No data interface found");
 }
@@ -101,7 +99,8 @@ bool VantrelRawDataClientConnection::connectLocally(const VantrelDaemonInfo& inf
 }
 
 bool VantrelRawDataClientConnection::connectTo(const VantrelDaemonInfo& info, const char* address) {
-    const int port = info.getFramePort() != 0 ? info.getFramePort() : DEFAULT_FRAME_PORT;
+    const int port =
+        info.getFramePort() != 0 ? info.getFramePort() : int{VantrelDaemonInfo::DEFAULT_FRAME_PORT};
     if (port < 0 || port > HIGHEST_PORT) {
         CO_MSG_WARNING("Server '%s' names %d as its frame port.", info.getDisplayName(), port);
         return false;

@@ -3,8 +3,10 @@
 #include <vantrel/VantrelServerHandle.h>
 
 #include <cstring>
+#include <string>
 #include <utility>
 
+#include "CoAssert.h"
 #include "CoMsg.h"
 #include "VantrelKeptText.h"
 #include "VantrelServerImp.h"
@@ -73,6 +75,28 @@ bool readInfo(VantrelServerImp* server, Read read) {
     return info != nullptr;
 }
 
+bool queryText(VantrelServerImp* server, bool (VantrelNodeClientAPI::*query)(std::string&), VantrelStr& out) {
+    std::string text;
+    if (!server || !server->nodeRequest([&](VantrelNodeClientAPI& client) { return (client.*query)(text); }))
+        return false;
+    out = text.c_str();
+    return true;
+}
+
+// The server, or null, with the reason as its last error, when there is no handler.
+VantrelServerImp* checkHandler(VantrelServerImp* server, const VantrelNodeEvent::Handler* hdlr) {
+    if (!server || CO_ASSERT(hdlr)) return server;
+    server->setLastError("Invalid handler pointer");
+    return nullptr;
+}
+
+// What servers have had since streams exist.
+template <typename Call>
+bool streamRequest(VantrelServerImp* server, Call call) {
+    return server && server->requireVersion(VantrelServerFeatures::STREAMS, Vantrel::coErrorText(EACCES)) &&
+           server->frameRequest(call);
+}
+
 }  // namespace
 
 const char* VantrelServerHandle::getHostUUID() const {
@@ -108,23 +132,11 @@ bool VantrelServerHandle::isDatabase(const char* name) const {
 }
 
 bool VantrelServerHandle::getVendor(VantrelStr& vendor) const {
-    VantrelServerImp* server = imp();
-    return server && server->nodeRequest([&](VantrelNodeClientAPI& client) {
-        std::string text;
-        if (!client.queryNodePlugInVendor(text)) return false;
-        vendor = text.c_str();
-        return true;
-    });
+    return queryText(imp(), &VantrelNodeClientAPI::queryNodePlugInVendor, vendor);
 }
 
 bool VantrelServerHandle::getProduct(VantrelStr& product) const {
-    VantrelServerImp* server = imp();
-    return server && server->nodeRequest([&](VantrelNodeClientAPI& client) {
-        std::string text;
-        if (!client.queryNodePlugInProduct(text)) return false;
-        product = text.c_str();
-        return true;
-    });
+    return queryText(imp(), &VantrelNodeClientAPI::queryNodePlugInProduct, product);
 }
 
 bool VantrelServerHandle::getVersion(int& major, int& minor) const {
@@ -193,27 +205,36 @@ bool VantrelServerHandle::writeFrame(const char* frameId, const void* data, unsi
 bool VantrelServerHandle::readStream(const char* streamId, void* buffer, unsigned long size,
                                      unsigned long position, unsigned long elementSize,
                                      unsigned long& count) const {
-    VantrelServerImp* server = imp();
-    return server && server->requireVersion(VantrelServerFeatures::STREAMS, Vantrel::coErrorText(EACCES)) &&
-           server->frameRequest([&](VantrelFrameClientAPI& client) {
-               client.readStream(streamId, buffer, size, position, elementSize, count);
-           });
+    return streamRequest(imp(), [&](VantrelFrameClientAPI& client) {
+        client.readStream(streamId, buffer, size, position, elementSize, count);
+    });
 }
 
 bool VantrelServerHandle::pushStream(const char* remoteName, const char* localPath) const {
-    VantrelServerImp* server = imp();
-    return server && server->requireVersion(VantrelServerFeatures::STREAMS, Vantrel::coErrorText(EACCES)) &&
-           server->frameRequest([&](VantrelFrameClientAPI& client) {
-               client.pushFile(remoteName, localPath ? localPath : "");
-           });
+    return streamRequest(imp(), [&](VantrelFrameClientAPI& client) {
+        client.pushFile(remoteName, localPath ? localPath : "");
+    });
 }
 
 bool VantrelServerHandle::pullStream(const char* remoteName, const char* localPath) const {
-    VantrelServerImp* server = imp();
-    return server && server->requireVersion(VantrelServerFeatures::STREAMS, Vantrel::coErrorText(EACCES)) &&
-           server->frameRequest([&](VantrelFrameClientAPI& client) {
-               client.pullFile(remoteName, localPath ? localPath : "");
-           });
+    return streamRequest(imp(), [&](VantrelFrameClientAPI& client) {
+        client.pullFile(remoteName, localPath ? localPath : "");
+    });
+}
+
+// --- Events ---
+
+bool VantrelServerHandle::registerEventHandler(const VantrelNodeId& nodeId,
+                                               VantrelNodeEvent::Handler* handler, const char* format,
+                                               const char* meta) const {
+    VantrelServerImp* server = checkHandler(imp(), handler);
+    return server && server->registerEventHandler(nodeId, handler, format, meta);
+}
+
+bool VantrelServerHandle::unregisterEventHandler(const VantrelNodeId& nodeId,
+                                                 VantrelNodeEvent::Handler* handler) const {
+    VantrelServerImp* server = checkHandler(imp(), handler);
+    return server && server->unregisterEventHandler(nodeId, handler);
 }
 
 bool VantrelServerHandle::invalidateCache() const {

@@ -6,8 +6,19 @@
 #include "CoException.h"
 #include "VantrelInitCounter.h"
 
+namespace {
+
+constexpr const char* NO_HANDLERS = "No event handler is registered";
+
+}  // namespace
+
 VantrelServerImp::VantrelServerImp(const VantrelServerId& serverId) : serverId_(serverId), rawData_(*this) {
     serverId_.getId();  // builds its text now, so that threads may read it at the same time later
+}
+
+// First what calls back, while all that a handler may use still stands.
+VantrelServerImp::~VantrelServerImp() {
+    VantrelEventMonitor::Connection::letGo(std::move(events_));
 }
 
 bool VantrelServerImp::init() {
@@ -65,6 +76,56 @@ bool VantrelServerImp::ping(unsigned retryTimeoutMs) {
     return request(&VantrelServerImp::baseClient_,
                    [retryTimeoutMs](VantrelBaseClientAPI& client) { return client.ping(retryTimeoutMs); });
 }
+
+// --- Events ---
+
+VantrelEventMonitor::Connection& VantrelServerImp::eventConnection() {
+    // One is of no use any more when the library was shut down meanwhile, or the process is a forked child.
+    if (!events_ || !events_->isOpen()) {
+        VantrelEventMonitor::Connection::letGo(std::exchange(events_, nullptr));
+        events_ = VantrelEventMonitor::Connection::open(connection_);
+    }
+    return *events_;
+}
+
+bool VantrelServerImp::registerEventHandler(const VantrelNodeId& nodeId, VantrelNodeEvent::Handler* handler,
+                                            const char* format, const char* meta) {
+    std::shared_ptr<VantrelEventMonitor::Connection> events;
+    {
+        const Lock lock(*this);
+        if (!init()) return false;
+        try {
+            if (eventConnection().registerEventHandler(nodeId, handler, format, meta)) return true;
+            lastError_ = events_->lastError();
+        } catch (const std::exception& error) {
+            lastError_ = error.what();
+        }
+        events = events_;
+    }
+    // An event may have come between the attempt and its failure.
+    if (events) events->awaitHandler(handler);
+    return false;
+}
+
+bool VantrelServerImp::unregisterEventHandler(const VantrelNodeId& nodeId,
+                                              const VantrelNodeEvent::Handler* handler) {
+    std::shared_ptr<VantrelEventMonitor::Connection> events;
+    bool ok = false;
+    {
+        const Lock lock(*this);
+        if (!events_) {
+            lastError_ = NO_HANDLERS;
+            return false;
+        }
+        events = events_;
+        ok = events->unregisterEventHandler(nodeId, handler);
+        if (!ok) lastError_ = events->lastError();
+    }
+    events->awaitHandler(handler);
+    return ok;
+}
+
+// --- Daemon info ---
 
 std::shared_ptr<const VantrelDaemonInfo> VantrelServerImp::daemonInfo() {
     const Lock lock(*this);

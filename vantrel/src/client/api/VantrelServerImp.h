@@ -12,6 +12,7 @@
 #include "CoDeferral.h"
 #include "VantrelBaseClientAPI.h"
 #include "VantrelDaemonInfoMgr.h"
+#include "VantrelEventConnection.h"
 #include "VantrelFrameClientAPI.h"
 #include "VantrelNodeClientAPI.h"
 #include "VantrelRawDataClientConnection.h"
@@ -33,7 +34,7 @@ class VantrelServerImp : private VantrelDaemonInfoMgr {
     };
 
     explicit VantrelServerImp(const VantrelServerId& serverId);
-    ~VantrelServerImp() override = default;
+    ~VantrelServerImp() override;
 
     /// Takes the connection and builds the command clients on it, once. False: see `lastErrorText`.
     bool init();
@@ -68,6 +69,12 @@ class VantrelServerImp : private VantrelDaemonInfoMgr {
 
     bool ping(unsigned retryTimeoutMs);
 
+    // The handler is not null. Both wait for a call of it where need be, without the lock, which that call
+    // may want.
+    bool registerEventHandler(const VantrelNodeId& nodeId, VantrelNodeEvent::Handler* handler,
+                              const char* format, const char* meta);
+    bool unregisterEventHandler(const VantrelNodeId& nodeId, const VantrelNodeEvent::Handler* handler);
+
     /// The path translation tables that were asked for, as the server told them last.
     struct TranslationTables {
         std::optional<std::vector<VantrelPathTranslationGroup>> groups;
@@ -92,6 +99,7 @@ class VantrelServerImp : private VantrelDaemonInfoMgr {
     const char* lastError() const override { return lastError_.c_str(); }
 
     VantrelFrameClientAPI& frameApi();
+    VantrelEventMonitor::Connection& eventConnection();
     VantrelClientConnection* connectionNow() const;
 
     const VantrelServerId serverId_;
@@ -107,6 +115,7 @@ class VantrelServerImp : private VantrelDaemonInfoMgr {
     std::unique_ptr<VantrelNodeClientAPI> nodeClient_;
     std::shared_ptr<const VantrelDaemonInfo> daemonInfo_;
     TranslationTables translationTables_;
+    std::shared_ptr<VantrelEventMonitor::Connection> events_;  // made by the first registration
     VantrelRawDataClientConnection rawData_;
     std::unique_ptr<VantrelFrameClientAPI> frameClient_;  // set once; stop() reaches it without the lock
 };

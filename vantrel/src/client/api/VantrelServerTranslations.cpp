@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "CoMsg.h"
+#include "VantrelIndexError.h"
 #include "VantrelServerImp.h"
 
 // --- The values ---
@@ -98,8 +98,7 @@ bool useEntry(VantrelServerImp* server, const Table<Entry>& table, int index, Us
     const std::optional<std::vector<Entry>>& entries = server->translationTables().*table.kept;
     if (!entries && !ask(*server, table)) return false;
     if (index < 0 || static_cast<std::size_t>(index) >= entries->size()) {
-        server->setLastError(Vantrel::coFormat("Index %d is out of the bounds 0,%d.", index,
-                                               static_cast<int>(entries->size())));
+        server->setLastError(vantrelIndexError(index, entries->size()));
         return false;
     }
     use((*entries)[static_cast<std::size_t>(index)]);

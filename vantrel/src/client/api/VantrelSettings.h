@@ -36,6 +36,35 @@ inline const Vantrel::CoEnvFlag useClientIp("VANTREL_USE_CLIENT_IP", Vantrel::Co
 inline const Vantrel::CoEnvInt sharedConnections("VANTREL_SHARED_CONNECTIONS", 16, 0, 0x7fffffff);
 inline const Vantrel::CoEnvInt sharedConnectionsIdleSec("VANTREL_SHARED_CONNECTIONS", 30, 0, 0x7fffffff);
 
+// --- Events ---
+
+/// Calls that register and unregister events, in milliseconds.
+inline const Vantrel::CoEnvInt eventsCallTimeoutMs("VANTREL_EVENTS_CALL_TIMEOUT_MS", 15000, 0,
+                                                   MAX_MILLISECONDS);
+/// Events that wait for a busy handler, for each server handle; beyond it the oldest are dropped.
+inline const Vantrel::CoEnvInt maxQueuedEvents("VANTREL_EVENTS_MAX_QUEUED", 100000, 1, 0x7fffffff);
+/// Logs every event received and delivered, at user level.
+inline const Vantrel::CoEnvFlag debugEvents("QD_DEBUG_VANTREL_EVENTS", Vantrel::CoEnvFlag::Rule::SetMeansOn);
+
+// --- Discovery ---
+
+/// From 1 on the log tells of every request received and every server added or changed, from 2 on of every
+/// datagram, wait and expiry too; at debug level.
+inline const Vantrel::CoEnvInt multicastDebug("VANTREL_MULTICAST_DEBUG", 0, 0, 0x7fffffff);
+/// Silent servers are looked for once in so many seconds, and forgotten after twice as many.
+inline const Vantrel::CoEnvInt multicastResyncSec("VANTREL_MULTICAST_RESYNC_TIME_SEC", 300, 1, 31536000);
+/// Milliseconds; of asking a server for the servers that it knows.
+inline const Vantrel::CoEnvInt daemonListTimeoutMs("VANTREL_GETDAEMONINFO_TIMEOUT", 2000, 0,
+                                                   MAX_MILLISECONDS);
+/// Loopback addresses are taken out of the records of local daemons too.
+inline const Vantrel::CoEnvFlag noLoopback("VANTREL_NO_LOOPBACK", Vantrel::CoEnvFlag::Rule::SetMeansOn);
+/// Servers known at most.
+inline const Vantrel::CoEnvInt maxServers("VANTREL_MAX_SERVERS", 16384, 0, 0x7fffffff);
+/// Addresses and servers remembered as dead; when it is full, the least recently used eighth goes.
+inline const Vantrel::CoEnvInt unresolvableCacheSize("VANTREL_UNRESOLVABLE_CACHE_SIZE", 256, 0, 65536);
+inline const Vantrel::CoEnvInt unresolvableCacheSec("VANTREL_UNRESOLVABLE_CACHE_TIMEOUT_SEC", 600, 0,
+                                                    0x7fffffff);
+
 // --- Frames ---
 
 /// Socket buffers of frame connections, in bytes; 0 leaves the system's size.

@@ -1,0 +1,279 @@
+// Discovery as its users see it: several hosts, each a network namespace, with vantreld and the command-line
+// client on them.
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <vantrel/VantrelClientAPI.h>
+
+#include <algorithm>
+#include <atomic>
+#include <thread>
+
+#include "DiscoveryFixture.h"
+#include "Sanitizers.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+constexpr bool SLOW = Vantrel::HAS_ADDRESS_SANITIZER || Vantrel::HAS_THREAD_SANITIZER;
+
+/// Display names as the library lists them, on the host where this thread is.
+std::vector<std::string> libraryLists(VantrelServerList& list) {
+    int count = 0;
+    EXPECT_TRUE(list.getNumNodes(count)) << list.lastError();
+    std::vector<std::string> names;
+    for (int i = 0; i < count; ++i) {
+        VantrelServerInfo info;
+        EXPECT_TRUE(list.getNode(i, info));
+        names.emplace_back(info.getDisplayName());
+    }
+    return names;
+}
+
+void use(const std::string& variable) {
+    const std::size_t equals = variable.find('=');
+    ::setenv(variable.substr(0, equals).c_str(), variable.c_str() + equals + 1, 1);
+}
+
+/// Host a and host b on a subnet each, and the client's host c on both.
+class TwoSubnets : public DiscoveryFixture {
+  protected:
+    void arrange() override {
+        NetworkHost::connect({a, "eth0", "10.1.0.1/24"}, {c, "eth0", "10.1.0.2/24"});
+        NetworkHost::connect({b, "eth0", "10.2.0.1/24"}, {c, "eth1", "10.2.0.2/24"});
+    }
+    static std::string at(const std::string& ip, const ServerProcess& server) {
+        return ip + ":" + std::to_string(server.nodePort());
+    }
+
+    NetworkHost& a = host();
+    NetworkHost& b = host();
+    NetworkHost& c = host();
+    const Strings client{config()};
+};
+
+TEST_F(TwoSubnets, EveryServerIsListedAndResolved) {
+    EXPECT_THAT(listed(c, client), IsEmpty());
+    EXPECT_THAT(run(c, client, {"servers"}).err, HasSubstr("No server answered on eth0, eth1. Check that"));
+    const Strings onA{config()};
+    const ServerProcess& first = serve(a, "first", onA);
+    const ServerProcess& second = serve(b, "second", {config()});
+    serve(c, "hidden", client, {"--bind", "127.0.0.1"});
+    serve(a, "silent", {config()}, {"--no-discovery"});
+
+    EXPECT_THAT(listed(c, client), ElementsAre("first", "hidden", "second"));
+    EXPECT_THAT(listed(a, onA), ElementsAre("first")) << "what only c itself reaches";
+    const struct {
+        Strings arguments;
+        int status;
+        std::string out;
+    } cases[] = {
+        {{"resolve", "second"}, 0, at("10.2.0.1", second) + "\n"},
+        {{"resolve", "first", "--json"}, 0, "{\n  \"id\": \"" + at("10.1.0.1", first) + "\"\n}\n"},
+        {{"resolve", "third"}, 1, ""},
+        {{"ping", "10.1.0.1:SXAFS"}, 0, "ok: true\n"},
+        {{"ping", "10.1.0.1:OTHER"}, 1, ""},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.arguments[0] + ' ' + each.arguments[1]);
+        const ChildProcess::Result result = run(c, client, each.arguments);
+        EXPECT_EQ(result.status, each.status) << result.err;
+        EXPECT_EQ(result.out, each.out);
+    }
+    EXPECT_THAT(run(c, client, {"info", "10.2.0.1:SXAFS"}).out, HasSubstr("displayName: second\n"));
+    EXPECT_THAT(run(c, client, {"servers"}).out, HasSubstr("second  " + at("10.2.0.1", second)));
+}
+
+TEST_F(TwoSubnets, FilteredAddressesAreNotConnectedTo) {
+    serve(a, "first", {config()});
+    serve(b, "second", {config()});
+    const struct {
+        const char* filter;
+        int first;
+        int second;
+    } cases[] = {{"Reject=10.1.0.0/24", 1, 0},
+                 {"Accept=10.1.0.0/24", 0, 1},
+                 {"Accept=10.0.0.0/8\nReject=10.2.0.1", 0, 1}};
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.filter);
+        const Strings filtered{config(std::string("[Filtering]\n") + each.filter + "\n")};
+        EXPECT_EQ(run(c, filtered, {"ping", "10.1.0.1:SXAFS"}).status, each.first);
+        EXPECT_EQ(run(c, filtered, {"ping", "10.2.0.1:SXAFS"}).status, each.second);
+    }
+}
+
+TEST_F(TwoSubnets, InterfacesComeAndServersLeave) {
+    c.ip("link set eth1 down");
+    serve(a, "first", {config()});
+    ServerProcess& second = serve(b, "second", {config()});
+    use(client[0]);
+    const NetworkHost::Stay stay(c);
+    const VantrelClient library;
+    VantrelServerList list;
+    EXPECT_THAT(libraryLists(list), ElementsAre("first"));
+    c.ip("link set eth1 up");
+    EXPECT_TRUE(eventually([&] { return libraryLists(list) == Strings{"first", "second"}; }));
+    second.process().signal(SIGTERM);
+    EXPECT_TRUE(eventually([&] { return libraryLists(list) == Strings{"first"}; }));
+}
+
+TEST_F(TwoSubnets, AServerThatFallsSilentIsForgotten) {
+    serve(a, "first", {config()});
+    ServerProcess& second = serve(b, "second", {config()});
+    use(client[0]);
+    use("VANTREL_MULTICAST_RESYNC_TIME_SEC=1");
+    const NetworkHost::Stay stay(c);
+    const VantrelClient library;
+    VantrelServerList list;
+    EXPECT_THAT(libraryLists(list), ElementsAre("first", "second"));
+    second.process().signal(SIGKILL);
+    EXPECT_TRUE(eventually([&] { return libraryLists(list) == Strings{"first"}; }));
+}
+
+TEST_F(TwoSubnets, AGatewayTellsOfWhereMulticastDoesNotReach) {
+    {
+        const NetworkHost::Stay stay(c);
+        std::ofstream("/proc/sys/net/ipv4/ip_forward") << 1;
+    }
+    a.ip("route add default via 10.1.0.2");
+    b.ip("route add default via 10.2.0.2");
+    const ServerProcess& far = serve(a, "far", {config()});
+    const ServerProcess& gateway = serve(c, "gateway", {config()});
+    ASSERT_TRUE(eventually([&] {
+        return listed(b, client, {"--gateway", at("10.2.0.2", gateway)}) == Strings{"far", "gateway"};
+    }));
+    EXPECT_THAT(listed(b, client), ElementsAre("gateway"));
+    EXPECT_EQ(run(b, client, {"ping", at("10.1.0.1", far)}).status, 0);
+    const ChildProcess::Result dead = run(b, client, {"servers", "--gateway", "10.2.0.2:1"});
+    EXPECT_EQ(dead.status, 0) << dead.err;
+    EXPECT_THAT(dead.out, HasSubstr("gateway  "));
+}
+
+TEST_F(TwoSubnets, SecondOfTwoAddressesIsUsedWhenTheFirstIsDead) {
+    // The dead address is one of the server's host, but what is sent there gets lost. Neither address is on a
+    // subnet of the client, so the server's order holds.
+    NetworkHost::connect({a, "eth1", "10.9.0.1/24"}, {a, "eth2", "10.9.0.2/24"});
+    c.ip("addr flush dev eth0");
+    c.ip("addr add 10.1.0.2/32 dev eth0");
+    c.ip("route add 10.1.0.1/32 dev eth0");
+    c.ip("route add 10.9.0.1/32 dev eth0");
+    c.ip("neigh add 10.9.0.1 lladdr 02:00:00:00:00:99 dev eth0 nud permanent");
+    serve(a, "first", {config("[Interfaces]\nMetadata=eth1,eth0\nMulticast=eth0\n")});
+    use(client[0]);
+    use("VANTREL_CONNECTION_TIMEOUT_MS=1000");
+    const NetworkHost::Stay stay(c);
+    const VantrelClient library;
+    for (const bool deadIsKnown : {false, true}) {
+        const VantrelServerHandle server{VantrelServerId("10.9.0.1:SXAFS")};
+        const double seconds = secondsOf([&] { EXPECT_TRUE(server.ping(0)) << server.lastError(); });
+        RecordProperty(deadIsKnown ? "secondConnect" : "firstConnect", std::to_string(seconds));
+        if (deadIsKnown) {
+            EXPECT_LT(seconds, 0.7);
+        } else {
+            EXPECT_GT(seconds, 0.9) << "the dead address was not tried";
+            EXPECT_LT(seconds, SLOW ? 10 : 3);
+        }
+        VantrelClientReleaseUnusedConnections(true);
+    }
+}
+
+// --- One cable or none ---
+
+class OneSubnet : public DiscoveryFixture {
+  protected:
+    void arrange() override { NetworkHost::connect({a, "eth0", "10.1.0.1/24"}, {c, "eth0", "10.1.0.2/24"}); }
+
+    NetworkHost& a = host();
+    NetworkHost& c = host();
+    const Strings client{config()};
+};
+
+TEST_F(OneSubnet, IPv6) {
+    a.ip("addr flush dev eth0");
+    c.ip("addr flush dev eth0");
+    a.ip("addr add fd00:1::1/64 dev eth0 nodad");
+    c.ip("addr add fd00:1::2/64 dev eth0 nodad");
+    const std::string ipv6 = "QD_TCP_IPV6=1";
+    const ServerProcess& server = serve(a, "six", {config(), ipv6});
+    const Strings variables{client[0], ipv6};
+    EXPECT_THAT(listed(c, variables), ElementsAre("six"));
+    const std::string id = "fd00:1::1:" + std::to_string(server.nodePort());
+    EXPECT_EQ(run(c, variables, {"resolve", "six"}).out, id + "\n");
+    EXPECT_EQ(run(c, variables, {"ping", id}).status, 0);
+}
+
+TEST_F(OneSubnet, ThreeServersOfOneMachineAreListedAtOnce) {
+    for (const char* name : {"one", "two", "three"}) serve(c, name, client);
+    // The best of a few: the machine may have other things to do.
+    double best = 60;
+    for (int i = 0; i < 5 && best > 0.5; ++i) {
+        best = std::min(
+            best, secondsOf([&] { EXPECT_THAT(listed(c, client), ElementsAre("one", "three", "two")); }));
+    }
+    RecordProperty("seconds", std::to_string(best));
+    EXPECT_LT(best, SLOW ? 10 : 0.5);
+}
+
+TEST_F(OneSubnet, WithoutAnInterfaceTheListFails) {
+    for (const char* off : {"[Interfaces]\nMulticast=eth7\n", "[SelfDiscovery]\nTTL=0\n"}) {
+        const ChildProcess::Result result = run(c, {config(off)}, {"servers"});
+        EXPECT_EQ(result.status, 1);
+        EXPECT_THAT(result.err, HasSubstr("Check the Multicast= line"));
+        EXPECT_THAT(result.err, HasSubstr("vantrel: No multicast interface found.\n"));
+    }
+}
+
+/// Sends datagrams of every wrong kind to the group, without end.
+void flood(const NetworkHost& from, const std::atomic<bool>& stop) {
+    const NetworkHost::Stay stay(from);
+    const int id = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_in group{};
+    group.sin_family = AF_INET;
+    group.sin_port = htons(7555);
+    ::inet_pton(AF_INET, "224.0.0.1", &group.sin_addr);
+    ip_mreqn interface {};
+    ::inet_pton(AF_INET, "10.1.0.2", &interface.imr_address);
+    EXPECT_EQ(::setsockopt(id, IPPROTO_IP, IP_MULTICAST_IF, &interface, sizeof interface), 0);
+    const std::string kinds[] = {"",
+                                 "foreign",
+                                 std::string(1023, 'V'),
+                                 std::string(65507, '\0'),
+                                 "Version 1 1Type 2 71Data 999999999 IP0 1 x",
+                                 "Version 1 1Type 2 72Data -1 ",
+                                 "Version 1 1Type 2 74Data 0 ",
+                                 "Version 1 1Type 2 71Data 15 StorageId 2 \xff\x01",
+                                 "Version 1 1Type 2 73Data 15 StorageId 3 who"};
+    for (std::size_t i = 0; !stop; ++i) {
+        const std::string& each = kinds[i % std::size(kinds)];
+        ::sendto(id, each.data(), each.size(), 0, reinterpret_cast<const sockaddr*>(&group), sizeof group);
+    }
+    ::close(id);
+}
+
+TEST_F(OneSubnet, AFloodOfRubbishHidesNoServer) {
+    ServerProcess& server = serve(a, "first", {config()});
+    std::atomic<bool> stop{false};
+    std::thread flooding([&] { flood(c, stop); });
+    // The flood takes a processor of its own; what is measured is that nobody stalls.
+    const double seconds = secondsOf([&] {
+        EXPECT_TRUE(eventually([&] {
+            const Strings names = listed(c, client);
+            return std::find(names.begin(), names.end(), "first") != names.end();
+        }));
+        for (int i = 0; i < 3; ++i)
+            EXPECT_EQ(run(c, client, {"ping", "10.1.0.1:" + std::to_string(server.nodePort())}).status, 0);
+    });
+    stop = true;
+    flooding.join();
+    EXPECT_LT(seconds, SLOW ? 25 : 8);
+    server.process().signal(SIGTERM);
+    const ChildProcess::Result ended = server.process().wait(kLimit);
+    EXPECT_EQ(ended.status, 0) << ended.err;
+    EXPECT_LT(ended.err.size(), 100'000u) << "what comes from outside does not fill the log";
+}
+
+}  // namespace

@@ -1,0 +1,132 @@
+#pragma once
+
+#include <fcntl.h>
+#include <net/if.h>
+#include <poll.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ChildProcess.h"
+
+/// A host of its own, with loopback and what `connect` gives it: a network namespace that only this process
+/// holds, so that it goes with it, however it ends. Made on first use, which throws when the system does not
+/// allow it. Needs root and iproute2.
+class NetworkHost {
+  public:
+    NetworkHost() = default;
+    ~NetworkHost() {
+        if (descriptor_ >= 0) ::close(descriptor_);
+    }
+    NetworkHost(const NetworkHost&) = delete;
+    NetworkHost& operator=(const NetworkHost&) = delete;
+
+    /// While it lives, this thread and whatever it starts are on the host.
+    class Stay {
+      public:
+        explicit Stay(const NetworkHost& host) : home_(::open(OWN_NAMESPACE, O_RDONLY | O_CLOEXEC)) {
+            enter(host.descriptor());
+        }
+        ~Stay() {
+            enter(home_);
+            ::close(home_);
+        }
+        Stay(const Stay&) = delete;
+        Stay& operator=(const Stay&) = delete;
+
+      private:
+        static void enter(int descriptor) {
+            if (::setns(descriptor, CLONE_NEWNET) != 0) std::abort();
+        }
+        const int home_;
+    };
+
+    /// Runs "ip" with these words on the host; throws when it fails.
+    void ip(const std::string& words) const {
+        std::vector<std::string> command{IP_PROGRAM};
+        std::istringstream stream(words);
+        for (std::string word; stream >> word;) command.push_back(word);
+        const Stay stay(*this);
+        const ChildProcess::Result result = ChildProcess(command).wait(std::chrono::seconds(30));
+        if (result.status != 0) throw std::runtime_error("ip " + words + ": " + result.err);
+    }
+
+    /// One end of a cable: an interface and its address with prefix length.
+    struct End {
+        const NetworkHost& host;
+        std::string interface;
+        std::string address;
+    };
+    static void connect(const End& one, const End& other) {
+        one.host.ip("link add " + one.interface + " type veth peer name " + other.interface +
+                    " netns /proc/" + std::to_string(::getpid()) + "/fd/" +
+                    std::to_string(other.host.descriptor()));
+        for (const End* end : {&one, &other}) {
+            end->host.ip("addr add " + end->address + " dev " + end->interface);
+            end->host.ip("link set " + end->interface + " up");
+        }
+        one.host.waitUntilRunning(one.interface);
+        other.host.waitUntilRunning(other.interface);
+    }
+    /// The system may take a second to notice that a cable is connected.
+    void waitUntilRunning(const std::string& interface) const {
+        const Stay stay(*this);
+        const int id = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        ifreq request{};
+        interface.copy(request.ifr_name, sizeof request.ifr_name - 1);
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (::ioctl(id, SIOCGIFFLAGS, &request) == 0 && (request.ifr_flags & IFF_RUNNING) == 0 &&
+               std::chrono::steady_clock::now() < deadline)
+            ::poll(nullptr, 0, 5);
+        ::close(id);
+        if ((request.ifr_flags & IFF_RUNNING) == 0) throw std::runtime_error(interface + " does not run");
+    }
+
+    /// Why a test cannot have such hosts; empty when it can.
+    static std::string unavailable() {
+        if (::geteuid() != 0) return "needs root";
+        if (::access(IP_PROGRAM, X_OK) != 0) return std::string("needs ") + IP_PROGRAM + " (iproute2)";
+        try {
+            NetworkHost().descriptor();
+            return {};
+        } catch (const std::exception& error) {
+            return error.what();
+        }
+    }
+
+  private:
+    static constexpr const char* OWN_NAMESPACE = "/proc/thread-self/ns/net";
+    static constexpr const char* IP_PROGRAM = "/sbin/ip";
+
+    int descriptor() const {
+        if (descriptor_ >= 0) return descriptor_;
+        std::string reason;
+        std::thread([this, &reason] {
+            if (::unshare(CLONE_NEWNET) != 0) {
+                reason = std::strerror(errno);
+                return;
+            }
+            descriptor_ = ::open(OWN_NAMESPACE, O_RDONLY | O_CLOEXEC);
+            // Addresses of IPv6 are usable at once.
+            for (const char* which : {"all", "default"})
+                std::ofstream(std::string("/proc/sys/net/ipv6/conf/") + which + "/accept_dad") << 0;
+        }).join();
+        if (descriptor_ < 0) throw std::runtime_error("no network namespace: " + reason);
+        ip("link set lo up");
+        return descriptor_;
+    }
+
+    mutable int descriptor_ = -1;
+};

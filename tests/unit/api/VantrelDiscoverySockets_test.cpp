@@ -1,0 +1,181 @@
+#include "VantrelDiscoverySockets.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <string>
+#include <vector>
+
+#include "BareHost.h"
+#include "CapturedLog.h"
+#include "CoNetworkConfig.h"
+#include "TemporaryDirectory.h"
+
+namespace {
+
+using Datagram = VantrelDiscoverySockets::Datagram;
+using Protocol = VantrelMulticastProtocol;
+using Strings = std::vector<std::string>;
+using testing::Contains;
+using Vantrel::coFormat;
+using Vantrel::CoMulticast;
+using Vantrel::rcAttrStream;
+
+constexpr const char* SCOPE = "239.255.71.55";
+constexpr int LIMIT_MS = 20000;
+
+/// Has the process use these interfaces for multicast, and gives it a port that nobody else uses.
+class VantrelDiscoverySocketsTest : public testing::Test {
+  protected:
+    VantrelDiscoverySocketsTest() : holder_(0, SCOPE, "") { holder_.bind(CoMulticast::PUBLIC); }
+
+    void use(const std::string& interfaces) {
+        const std::string file =
+            directory_.write("network.cfg", "[Local]\nUUID=x\n[Interfaces]\nMulticast=" + interfaces + '\n');
+        ::setenv("QD_NETWORK_CFG_FILE", file.c_str(), 1);
+        bool changed = false;
+        Vantrel::CoNetworkConfig::getInstance().parse(changed, true);
+    }
+    VantrelDiscoveryGroup group(unsigned ttl = 1) const { return {holder_.getPort(), SCOPE, ttl}; }
+
+  private:
+    const Vantrel::TemporaryDirectory directory_;
+    CoMulticast holder_;
+};
+
+/// The public socket's descriptor comes first.
+std::vector<int> descriptorsOf(const VantrelDiscoverySockets& sockets) {
+    std::vector<pollfd> polled;
+    sockets.addTo(polled);
+    std::vector<int> descriptors;
+    for (const pollfd& each : polled) descriptors.push_back(each.fd);
+    return descriptors;
+}
+
+Datagram next(const VantrelDiscoverySockets& sockets, int descriptor) {
+    Datagram datagram;
+    pollfd entry{descriptor, POLLIN, 0};
+    EXPECT_EQ(::poll(&entry, 1, LIMIT_MS), 1);
+    EXPECT_TRUE(sockets.receive(descriptor, datagram));
+    return datagram;
+}
+
+rcAttrStream payloadOf(std::size_t size) {
+    rcAttrStream payload;
+    payload.addStringValue("Name", std::string(size, 'x'));
+    return payload;
+}
+
+TEST_F(VantrelDiscoverySocketsTest, CarriesSearchesAndAnswersWithinOneHost) {
+    use("lo");
+    ::setenv("VANTREL_MULTICAST_DEBUG", "2", 1);
+    const Vantrel::CapturedLog log;
+    const VantrelDiscoverySockets client(group());
+    const VantrelDiscoverySockets server(group());
+    ASSERT_EQ(client.interfaceNames(), Strings{"lo"});
+    const std::vector<int> ours = descriptorsOf(client);
+    const int heardOn = descriptorsOf(server)[0];
+    ASSERT_EQ(ours.size(), 2u);
+    EXPECT_THAT(log.texts(), Contains(coFormat("Vantrel Multicast: opened private socket '%d' on  'lo' "
+                                               "'127.0.0.1:%u/%s/1'.",
+                                               ours[1], group().port, SCOPE)));
+
+    EXPECT_TRUE(client.send(Protocol::FIND_SERVERS, payloadOf(1)));
+    EXPECT_EQ(next(client, ours[0]).text, Protocol::create(Protocol::FIND_SERVERS, payloadOf(1)));
+    const Datagram search = next(server, heardOn);
+    EXPECT_EQ(search.text, Protocol::create(Protocol::FIND_SERVERS, payloadOf(1)));
+    EXPECT_EQ(search.ip, "127.0.0.1");
+    EXPECT_THAT(log.texts(),
+                Contains(coFormat("Vantrel Multicast: received %zu bytes from '127.0.0.1:%u': \"%s\".",
+                                  search.text.size(), search.port, search.text.c_str())));
+
+    EXPECT_TRUE(server.send(Protocol::DISCOVER_SERVERS_REPLY, payloadOf(2), search.ip, search.port));
+    EXPECT_EQ(next(client, ours[1]).text, Protocol::create(Protocol::DISCOVER_SERVERS_REPLY, payloadOf(2)));
+    Datagram none;
+    EXPECT_FALSE(client.receive(ours[1], none));
+    EXPECT_FALSE(client.receive(heardOn, none)) << "of another";
+}
+
+TEST_F(VantrelDiscoverySocketsTest, SendsNothingThatReceiversWouldCut) {
+    use("lo");
+    const Vantrel::CapturedLog log;
+    const VantrelDiscoverySockets sockets(group());
+    std::size_t size = 1;
+    while (Protocol::create(Protocol::DISCOVER_SERVERS, payloadOf(size)).size() < 1023) ++size;
+    EXPECT_TRUE(sockets.send(Protocol::DISCOVER_SERVERS, payloadOf(size)));
+    EXPECT_EQ(next(sockets, descriptorsOf(sockets)[0]).text.size(), 1023u);
+    EXPECT_TRUE(log.texts(Vantrel::CoMsg::ERROR).empty());
+    EXPECT_FALSE(sockets.send(Protocol::DISCOVER_SERVERS, payloadOf(size + 1)));
+    EXPECT_FALSE(sockets.send(Protocol::DISCOVER_SERVERS, payloadOf(size + 1), "127.0.0.1", 9));
+    EXPECT_FALSE(sockets.send(Protocol::DISCOVER_SERVERS, payloadOf(1), "a host", 9));
+    EXPECT_EQ(log.texts(Vantrel::CoMsg::ERROR).size(), 3u);
+}
+
+TEST_F(VantrelDiscoverySocketsTest, OpensNothingWhereThereIsNothingToUse) {
+    const struct {
+        const char* interfaces;
+        unsigned ttl;
+        Strings warnings;
+    } cases[] = {{"lo", 0, {}}, {"none", 1, {"No multicast interface available"}}};
+    for (const auto& c : cases) {
+        use(c.interfaces);
+        const Vantrel::CapturedLog log;
+        const VantrelDiscoverySockets sockets(group(c.ttl));
+        EXPECT_FALSE(sockets.haveInterface());
+        EXPECT_TRUE(descriptorsOf(sockets).empty());
+        EXPECT_FALSE(sockets.send(Protocol::FIND_SERVERS, payloadOf(1)));
+        EXPECT_FALSE(sockets.send(Protocol::FIND_SERVERS, payloadOf(1), "127.0.0.1", 9));
+        EXPECT_EQ(log.texts(Vantrel::CoMsg::WARNING), c.warnings);
+    }
+}
+
+void useSeveralInterfaces(const VantrelDiscoveryGroup& group) {
+    const Vantrel::CapturedLog log;
+    VantrelDiscoverySockets sockets(group);
+    EXPECT_EQ(sockets.interfaceNames(), (Strings{"link2", "link1", "link1:1"}));
+    EXPECT_TRUE(log.texts(Vantrel::CoMsg::ERROR).empty()) << "one membership for each device";
+
+    CoMulticast receiver(0, SCOPE, "");
+    receiver.bind(CoMulticast::PRIVATE);
+    const struct {
+        const char* to;
+        const char* from;
+    } cases[] = {{"10.0.1.1", "10.0.1.1"},
+                 {"10.0.2.1", "10.0.2.1"},
+                 {"10.0.3.1", "10.0.2.1"},  // a second address of link2, which sends from its first
+                 {"10.0.4.1", "10.0.4.1"},
+                 {"127.0.0.1", "10.0.2.1"}};
+    for (const auto& c : cases) {
+        EXPECT_TRUE(
+            sockets.send(Protocol::DISCOVER_SERVERS_REPLY, payloadOf(1), c.to, receiver.getLocalPort()));
+        char buffer[1024];
+        std::size_t length = sizeof buffer;
+        sockaddr_storage from{};
+        pollfd entry{receiver.getId(), POLLIN, 0};
+        EXPECT_EQ(::poll(&entry, 1, LIMIT_MS), 1);
+        EXPECT_TRUE(receiver.receive(buffer, length, from, false));
+        std::string ip;
+        unsigned port = 0;
+        CoMulticast::addrToIPAndPort(from, ip, port);
+        EXPECT_EQ(ip, c.from) << c.to;
+    }
+
+    EXPECT_TRUE(Vantrel::runCommand("ip link delete link2"));
+    sockets.reopen();
+    EXPECT_EQ(sockets.interfaceNames(), (Strings{"link1", "link1:1"}));
+}
+
+TEST_F(VantrelDiscoverySocketsTest, UsesEveryInterfaceOnce) {
+    use("link2,link1");
+    bool linked = false;
+    const bool made = Vantrel::onBareHost([&] {
+        linked = Vantrel::runCommand("ip link set lo up") && Vantrel::addCable("link1", 1) &&
+                 Vantrel::addCable("link2", 2) && Vantrel::runCommand("ip addr add 10.0.3.1/24 dev link2") &&
+                 Vantrel::runCommand("ip addr add 10.0.4.1/24 dev link1 label link1:1");
+        if (linked) useSeveralInterfaces(group());
+    });
+    if (!made || !linked) GTEST_SKIP() << "may not make a network namespace, or iproute2 is missing";
+}
+
+}  // namespace

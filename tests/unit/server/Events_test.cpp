@@ -1,0 +1,312 @@
+// Events from the store to clients, which are server contexts here, as the protocol wants them.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <functional>
+#include <thread>
+
+#include "CapturedLog.h"
+#include "CoException.h"
+#include "EventPublisher.h"
+#include "NodeIds.h"
+#include "NodeServer.h"
+#include "TemporaryDirectory.h"
+#include "rcAPI.h"
+#include "rcAttrStream.h"
+#include "rcServerContext.h"
+#include "rcSysCalls.h"
+
+namespace vantreld {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+constexpr std::chrono::seconds LIMIT(30);
+
+/// What a client hears at its connection 7: "node type details" each, details by their values.
+class EventClient {
+  public:
+    EventClient() : context_(0, "127.0.0.1") {
+        Vantrel::rcSysCalls::registerSysCallHandler(context_);
+        context_.requireLogin(true);
+        context_.registerObject(CONNECTION, this);
+        Vantrel::rcMethod method;
+        method.name = "NodeEvent";
+        method.parameters = {{&Vantrel::rcParamString::TYPE}};
+        method.function = [this](void* object, const auto&, Vantrel::rcParam::Array& arguments, auto&) {
+            if (object != this) return false;
+            note(arguments[0].takeStringValue());
+            return true;
+        };
+        context_.registerMethod(method);
+        thread_ = std::make_unique<Vantrel::CoThread>(
+            "client",
+            [this] {
+                while (!stopped_) context_.callIOHandlers(nullptr);
+            },
+            [this] {
+                stopped_ = true;
+                context_.cancel();
+            });
+    }
+    static constexpr int CONNECTION = 7;
+
+    EventAddress address() const { return {"127.0.0.1", context_.getPort()}; }
+    void forgetConnection() { context_.unregisterObject(CONNECTION); }
+    /// It answers nothing from the next event on.
+    void block() { blocker_.lock(); }
+    void unblock() { blocker_.unlock(); }
+
+    bool waitFor(std::size_t count) {
+        std::unique_lock<std::mutex> lock(mutex_);
+        return changed_.wait_for(lock, LIMIT, [&] { return events_.size() >= count; });
+    }
+    std::vector<std::string> events() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return events_;
+    }
+
+  private:
+    void note(std::string argument) {
+        const std::lock_guard<std::mutex> blocked(blocker_);
+        const Vantrel::rcAttrStream event(std::move(argument));
+        std::string node, type, details;
+        event.getStringValue("NodeId", node);
+        event.getStringValue("Type", type);
+        event.getStringValue("Details", details);
+        const std::lock_guard<std::mutex> lock(mutex_);
+        events_.push_back(node + " " + type + " " + details);
+        changed_.notify_all();
+    }
+
+    Vantrel::rcServerContext context_;
+    std::atomic<bool> stopped_{false};
+    std::mutex blocker_;
+    std::mutex mutex_;  // guards the events
+    std::condition_variable changed_;
+    std::vector<std::string> events_;
+    std::unique_ptr<Vantrel::CoThread> thread_;
+};
+
+NodeChange numbered(int number) {
+    return NodeChange::metaDataSet(1, std::to_string(number));
+}
+
+std::string told(int number) {
+    const std::string text = std::to_string(number);
+    return "n1 MetaDataChanged Stream " + std::to_string(text.size()) + " " + text;
+}
+
+bool eventually(const std::function<bool()>& condition) {
+    const auto end = std::chrono::steady_clock::now() + LIMIT;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end) return false;
+        std::this_thread::yield();
+    }
+    return true;
+}
+
+TEST(EventQueue, TheOldestGiveWay) {
+    const auto text = [](std::size_t size) { return std::make_shared<const std::string>(size, 'x'); };
+    EventQueue queue({3, 100});
+    QueuedEvent event;
+    for (int i = 1; i <= 5; ++i) queue.push({i, text(1)});
+    EXPECT_EQ(queue.takeDropped(), 2U);
+    EXPECT_TRUE(queue.take(event));
+    EXPECT_EQ(event.connection, 3);
+    queue.putBack({event});
+    queue.push({6, text(99)});  // 3, 4 and 5 for number and for bytes
+    EXPECT_EQ(queue.takeDropped(), 2U);
+    EXPECT_TRUE(queue.take(event));
+    EXPECT_EQ(event.connection, 5);
+    queue.push({7, text(1000)});
+    EXPECT_TRUE(queue.take(event));
+    EXPECT_EQ(event.connection, 7) << "a single one stays, however long";
+    EXPECT_FALSE(queue.take(event));
+}
+
+TEST(EventPublisher, ASlowClientDelaysNobodyAndLosesTheOldest) {
+    const Vantrel::CapturedLog log;
+    EventPublisher::Settings settings;
+    settings.queue = {10, 1000000};
+    EventClient slow, quick;
+    EventPublisher publisher(settings);
+    for (const EventClient* client : {&slow, &quick})
+        publisher.registerEvents(client->address(), EventClient::CONNECTION, 1);
+    slow.block();
+    constexpr int EVENTS = 1000;
+    for (int i = 0; i < EVENTS; ++i) {
+        publisher.nodeChanged(numbered(i));
+        // The quick one's queue is as short.
+        ASSERT_TRUE(quick.waitFor(static_cast<std::size_t>(i) + 1));
+    }
+    slow.unblock();
+    ASSERT_TRUE(
+        eventually([&] { return !slow.events().empty() && slow.events().back() == told(EVENTS - 1); }));
+    EXPECT_LT(slow.events().size(), static_cast<std::size_t>(EVENTS));
+    EXPECT_TRUE(log.contains("is slower than its events"));
+}
+
+TEST(EventPublisher, AConnectionThatTheClientForgotIsForgotten) {
+    EventClient client;
+    EventPublisher publisher;
+    for (const std::int64_t node : {1, 2}) publisher.registerEvents(client.address(), 7, node);
+    client.forgetConnection();
+    publisher.nodeChanged(numbered(0));
+    EXPECT_TRUE(eventually([&] { return publisher.numRegistrations() == 0; }));
+}
+
+TEST(EventPublisher, AnUnreachableClientLosesItsRegistrations) {
+    const Vantrel::CapturedLog log;
+    EventPublisher::Settings settings;
+    settings.unreachableMs = 300;
+    EventPublisher publisher(settings);
+    auto client = std::make_unique<EventClient>();
+    const EventAddress address = client->address();
+    publisher.registerEvents(address, EventClient::CONNECTION, 1);
+    publisher.nodeChanged(numbered(0));
+    EXPECT_TRUE(client->waitFor(1));
+    client.reset();
+    EXPECT_TRUE(eventually([&] { return publisher.numRegistrations() == 0; }));
+    EXPECT_TRUE(eventually([&] { return log.contains("its 1 event registrations are removed"); }));
+}
+
+TEST(EventPublisher, KeepsNoMoreThanItsLimits) {
+    EventPublisher::Settings settings;
+    settings.maxClients = 2;
+    settings.maxRegistrations = 3;
+    EventPublisher publisher(settings);
+    const auto failure = [&](int port, std::int64_t node) -> std::string {
+        try {
+            publisher.registerEvents({"127.0.0.1", port}, 1, node);
+        } catch (const Vantrel::CoException& error) {
+            return error.what();
+        }
+        return "";
+    };
+    EXPECT_EQ(failure(1, 1), "");
+    EXPECT_EQ(failure(2, 1), "");
+    EXPECT_THAT(failure(3, 1), HasSubstr("2 clients"));
+    EXPECT_EQ(failure(1, 2), "");
+    EXPECT_THAT(failure(1, 3), HasSubstr("3 registrations"));
+    EXPECT_EQ(failure(1, 2), "") << "there already";
+    publisher.unregisterEvents({"127.0.0.1", 2}, 1, 1);
+    publisher.unregisterEvents({"127.0.0.1", 2}, 1, 1);
+    EXPECT_EQ(failure(3, 1), "") << "the second client has gone";
+}
+
+/// A store behind a node port, and a client of both ports.
+class EventServerTest : public testing::Test {
+  protected:
+    EventServerTest() : store_(directory_.path()), server_(store_, options()) {
+        loop_ = std::make_unique<Vantrel::CoThread>(
+            "node port",
+            [this] {
+                while (!stopped_) server_.callIOHandlers(nullptr);
+            },
+            [this] {
+                stopped_ = true;
+                server_.cancel();
+            });
+        EXPECT_TRUE(api_.connect("127.0.0.1", server_.getPort(), 10000)) << api_.lastError();
+    }
+    static ServerOptions options() {
+        ServerOptions options;
+        options.nodePort = 0;
+        options.bindAddress = "127.0.0.1";
+        return options;
+    }
+    /// The answer, "error " before one that says so.
+    std::string ask(const char* method, const std::string& argument) {
+        std::string result;
+        const bool good = api_.call(0, method, argument.c_str(), true, result, 10000);
+        return good ? result : "error " + result;
+    }
+    static std::string entry(const std::string& key, const std::string& value) {
+        return key + " " + std::to_string(value.size()) + " " + value;
+    }
+    std::string request(const std::string& node) const {
+        return entry("Port", std::to_string(client_.address().port)) + entry("Connection", "7") +
+               entry("Subject", node);
+    }
+    std::string create(const std::string& parent, const char* type, const std::string& name) {
+        NodeStore::NewNode node;
+        node.type = type;
+        node.displayName = name;
+        return store_.create(parent, node);
+    }
+
+    Vantrel::TemporaryDirectory directory_;
+    NodeStore store_;
+    EventClient client_;
+    NodeServer server_;
+    std::atomic<bool> stopped_{false};
+    Vantrel::rcAPI api_;
+    std::unique_ptr<Vantrel::CoThread> loop_;
+};
+
+TEST_F(EventServerTest, TellsEveryChange) {
+    const std::string volume = create(store_.rootId(), "VOLUME", "v");
+    const std::string library = create(create(volume, "PROJECT", "p"), "LIBRARY", "l");
+    EXPECT_EQ(ask("RegisterEvents", request(library)), "");
+    const std::string clip = create(library, "CLIP", "c");
+    EXPECT_EQ(ask("RegisterEvents", request(clip) + entry("Fmt", "f") + entry("Meta", "m")), "");
+
+    store_.rename(clip, "d d");
+    store_.setMetaData(clip, "XML", "<x/>");
+    store_.setNumFrames(clip, 2);
+    store_.setNumFrames(clip, 2);  // changes nothing
+    const auto content = store_.beginFrame(clip + "-1");
+    content->write("x", 1);
+    store_.commitFrame(clip + "-1", *content);
+    store_.setFramePaths(clip, {"/a", "/b"});
+    const std::string copy = store_.duplicate(library, clip, "");
+    EXPECT_THROW(store_.destroy(store_.rootId()), Vantrel::CoException);
+    store_.destroy(volume);  // with all that is under it
+
+    ASSERT_TRUE(client_.waitFor(11));
+    EXPECT_THAT(client_.events(),
+                ElementsAre(library + " NodeCreated " + entry("Child", clip) + "Displ 1 c",
+                            clip + " NodeRenamed Displ 3 d d",
+                            library + " NodeRenamed " + entry("Child", clip) + "Displ 3 d d",
+                            clip + " MetaDataChanged Stream 3 XML", clip + " FramesChanged NumFrames 1 2",
+                            clip + " NodeChanged NumFrames 1 2",
+                            clip + " FramesChanged " + entry("Frame", clip + "-1") + "Index 1 1",
+                            clip + " FramesChanged NumFrames 1 2",
+                            library + " NodeCreated " + entry("Child", copy) + "Displ 3 d d",
+                            library + " NodeChanged Destroyed 1 1", clip + " NodeChanged Destroyed 1 1"));
+    EXPECT_EQ(ask("RegisterEvents", request(copy)), "") << "as after a time away";
+    ASSERT_TRUE(client_.waitFor(12));
+    EXPECT_EQ(client_.events().back(), copy + " NodeChanged Destroyed 1 1");
+}
+
+TEST_F(EventServerTest, RefusesWhatItCannotKeep) {
+    const std::string root = store_.rootId();
+    const std::string port = entry("Port", "4711");
+    const std::string connection = entry("Connection", "7");
+    const struct {
+        std::string argument;
+        const char* error;
+    } cases[] = {
+        {connection + entry("Subject", root), "error Missing RegisterEvents parameter: Port"},
+        {port + entry("Subject", root), "error Missing RegisterEvents parameter: Connection"},
+        {port + connection, "error Missing RegisterEvents parameter: Subject"},
+        {entry("Port", "65536") + connection + entry("Subject", root),
+         "error Invalid RegisterEvents parameter: Port is 65536."},
+        {port + entry("Connection", "0") + entry("Subject", root),
+         "error Invalid RegisterEvents parameter: Connection is 0."},
+        {port + connection + entry("Subject", "n99"), "error Node 'n99' does not exist."},
+    };
+    for (const auto& each : cases) EXPECT_EQ(ask("RegisterEvents", each.argument), each.error);
+    EXPECT_EQ(server_.events().numRegistrations(), 0U);
+    EXPECT_EQ(ask("RegisterEvents", request(root)), "");
+    EXPECT_EQ(ask("UnregisterEvents", request(root)), "");
+    EXPECT_EQ(ask("UnregisterEvents", request(root)), "") << "as when it was forgotten";
+    EXPECT_EQ(server_.events().numRegistrations(), 0U);
+}
+
+}  // namespace
+}  // namespace vantreld

@@ -1,0 +1,291 @@
+// Searching: what callers of the discovery agent send, and how long they wait for what its thread makes of
+// the answers.
+
+#include <algorithm>
+#include <chrono>
+
+#include "CoDeferral.h"
+#include "CoException.h"
+#include "CoIoTcpDescriptor.h"
+#include "CoMsg.h"
+#include "CoNameLookup.h"
+#include "VantrelMulticastClient.h"
+#include "VantrelMulticastTime.h"
+#include "VantrelSettings.h"
+
+using Vantrel::CoIoTcpDescriptor;
+using Vantrel::CoNameLookup;
+using Vantrel::CoNetworkDispatcher;
+using Vantrel::coPrintable;
+using Vantrel::CoTime;
+using Protocol = VantrelMulticastProtocol;
+
+namespace {
+
+constexpr const char* ALL_SERVERS = "";
+/// So that looking a name up and waiting for answers together stay within MAX_WAIT_MS.
+constexpr unsigned LOOKUP_TIMEOUT_MS =
+    VantrelMulticastClient::MAX_WAIT_MS - VantrelMulticastClient::MIN_WAIT_MS;
+
+std::atomic<VantrelMulticastClient::ListFetcher> listFetcher{nullptr};
+
+constexpr CoTime::Microseconds fromMs(unsigned milliseconds) {
+    return milliseconds * CoTime::PER_MILLISECOND;
+}
+
+std::string joinedIPs(const VantrelDaemonInfo& info, const char* (VantrelDaemonInfo::*ip)(unsigned) const) {
+    std::string joined;
+    for (unsigned i = 0; i < VantrelDaemonInfo::MAX_IPS && *(info.*ip)(i); ++i) {
+        if (i > 0) joined += ' ';
+        joined += (info.*ip)(i);
+    }
+    return coPrintable(joined);
+}
+
+void logResolved(const VantrelServerId& id, const VantrelDaemonInfo& info) {
+    const std::string storageId = coPrintable(info.getStorageId());
+    CO_MSG_DEBUG("Candidate on %s: '%s'.", coPrintable(info.getHostName()).c_str(), storageId.c_str());
+    CO_MSG_DEBUG(
+        "Resolved VantrelServerId( '%s' [%s:%d/%s] ):\n Display Name: %s\n Storage Id  : %s\n"
+        " Ports       : %u / %u\n Metadata IPs: %s\n Data IPs    : %s",
+        id.getId(), id.getIPAddr(), id.getPort(), id.getDB(), coPrintable(info.getDisplayName()).c_str(),
+        storageId.c_str(), static_cast<unsigned>(info.getNodePort()),
+        static_cast<unsigned>(info.getFramePort()),
+        joinedIPs(info, &VantrelDaemonInfo::getMetadataIP).c_str(),
+        joinedIPs(info, &VantrelDaemonInfo::getDataIP).c_str());
+}
+
+/// The numeric addresses that a host name stands for, or a numeric address itself; the name when it cannot be
+/// looked up.
+std::vector<std::string> numericAddresses(const char* host, const std::function<bool()>& stopped) {
+    CoNameLookup::Addresses found(nullptr, &::freeaddrinfo);
+    std::vector<std::string> addresses;
+    if (CoNameLookup::find(host, LOOKUP_TIMEOUT_MS, stopped, found, CoNameLookup::choiceFamily()) == 0) {
+        for (const addrinfo* each = found.get(); each; each = each->ai_next) {
+            addresses.push_back(CoNameLookup::toNumericText(each->ai_addr, each->ai_addrlen));
+        }
+    }
+    if (addresses.empty()) addresses.push_back(host);
+    return addresses;
+}
+
+VantrelServerId atAddress(VantrelServerId id, const std::string& address) {
+    id.setIPAddr(CoIoTcpDescriptor::skipIPv4InIPv6Prefix(address.c_str()));
+    return id;
+}
+
+}  // namespace
+
+void VantrelMulticastClient::setListFetcher(ListFetcher fetcher) {
+    listFetcher = fetcher;
+}
+
+bool VantrelMulticastClient::haveAtLeastOneMulticastInterface() const {
+    const std::lock_guard<std::mutex> lock(socketsMutex_);
+    return sockets_.haveInterface();
+}
+
+// --- Sending ---
+
+void VantrelMulticastClient::sendSearch(const std::string& storageId) {
+    VantrelDaemonInfo criteria;
+    criteria.setStorageId(storageId.c_str());
+    send(Protocol::FIND_SERVERS, criteria.toAttrStream(), nullptr, 0);
+}
+
+void VantrelMulticastClient::find(const char* storageId) {
+    if (!storageId || !*storageId) {
+        // Whoever asks for the list next takes part in this search.
+        const std::lock_guard<std::mutex> lock(mutex_);
+        const Microseconds now = CoTime::getTime();
+        Search& search = searches_[ALL_SERVERS];
+        if (!isRunning(search, now)) {
+            search.startedAt = now;
+            search.over = false;
+        }
+        lastSearchAt_ = now;
+    }
+    sendSearch(storageId ? storageId : "");
+}
+
+// --- Waiting ---
+
+VantrelMulticastClient::Microseconds VantrelMulticastClient::endOf(const Search& search) const {
+    const Microseconds quiet =
+        std::max(search.startedAt + fromMs(MIN_WAIT_MS), lastReplyAt_ + fromMs(QUIET_MS));
+    return std::min(quiet, search.startedAt + fromMs(MAX_WAIT_MS));
+}
+
+bool VantrelMulticastClient::isRunning(const Search& search, Microseconds now) const {
+    return !search.over && now < endOf(search);
+}
+
+// Takes part in the search that is in progress, or makes one, until nothing more is to be expected of it or
+// `done`, which is asked with mutex_ held, is true.
+void VantrelMulticastClient::searchAndWait(const std::string& storageId, const std::function<bool()>& done) {
+    Search* search = nullptr;
+    bool starts = false;
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        search = &searches_[storageId];
+        ++search->waiters;
+        const Microseconds now = CoTime::getTime();
+        starts = !isRunning(*search, now);
+        if (starts) {
+            search->startedAt = now;
+            search->over = false;
+            if (storageId.empty()) lastSearchAt_ = now;
+        }
+    }
+    if (starts) sendSearch(storageId);
+    CO_MSG_DEBUG("Vantrel Multicast: waiting on sockets until %s.",
+                 vantrelTimeText(CoTime::getTime() + fromMs(MAX_WAIT_MS)).c_str());
+
+    const Vantrel::CoDeferral deferral;  // for what `done` may log
+    std::unique_lock<std::mutex> lock(mutex_);
+    while (!stopping_ && !done()) {
+        const Microseconds left = endOf(*search) - CoTime::getTime();
+        if (left <= 0) {
+            search->over = true;
+            break;
+        }
+        changed_.wait_for(lock, std::chrono::microseconds(left));
+    }
+    if (--search->waiters == 0 && !storageId.empty()) searches_.erase(storageId);
+}
+
+// When the last search is so fresh that the list is as good without waiting; the search is sent all the same.
+bool VantrelMulticastClient::searchWithoutWaiting() {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        const Microseconds now = CoTime::getTime();
+        const bool fresh = now - lastSearchAt_ < fromMs(SEARCH_VALID_MS);
+        if (!fresh || isRunning(searches_[ALL_SERVERS], now)) return false;
+        lastSearchAt_ = now;
+    }
+    sendSearch(ALL_SERVERS);
+    return true;
+}
+
+void VantrelMulticastClient::reportMissingLocalDaemon(Microseconds searchedAt) const {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        if (stopping_ || localUUID_.empty() || localHeardAt_ >= searchedAt) return;
+    }
+    CO_MSG_WARNING("Unable to find a local Vantrel daemon on %s (time-out).",
+                   VantrelOS::getHostName().c_str());
+}
+
+// --- All servers ---
+
+void VantrelMulticastClient::getServers(std::vector<VantrelDaemonInfo>& servers, const char* selector,
+                                        const char* gatewayIP, int gatewayPort) {
+    CoNetworkDispatcher::checkForChanges();
+    if (haveAtLeastOneMulticastInterface()) {
+        CO_MSG_DEBUG("Vantrel Multicast: finding servers on %d.", static_cast<int>(port_));
+        if (!searchWithoutWaiting()) {
+            searchAndWait(ALL_SERVERS, [] { return false; });
+            Microseconds searchedAt;
+            {
+                const std::lock_guard<std::mutex> lock(mutex_);
+                searchedAt = searches_[ALL_SERVERS].startedAt;
+            }
+            reportMissingLocalDaemon(searchedAt);
+        }
+    }
+    if (gatewayIP && *gatewayIP && !stopping_) {
+        const int port = gatewayPort != 0 ? gatewayPort : VantrelDaemonInfo::DEFAULT_NODE_PORT;
+        fetchListFromServer(VantrelServerId(port, gatewayIP), selector);
+    }
+    servers.clear();
+    const std::lock_guard<std::mutex> lock(mutex_);
+    known_.copyTo(servers, selector);
+}
+
+void VantrelMulticastClient::fetchListFromServer(const VantrelServerId& serverId, const char* database) {
+    const VantrelServerId server(serverId);  // its text is built here, while others may read the caller's
+    CO_MSG_DEBUG("Vantrel Multicast: fetching servers list from '%s'.", server.getId());
+    std::vector<VantrelDaemonInfo> list;
+    try {
+        const ListFetcher fetch = listFetcher;
+        if (!fetch) throw Vantrel::CoException("No connection to servers");
+        const auto timeoutMs = static_cast<unsigned>(VantrelSettings::daemonListTimeoutMs.get());
+        Protocol::decode(fetch(server, timeoutMs), list, database);
+    } catch (const std::exception& error) {
+        CO_MSG_ERROR("Vantrel Multicast: GetDaemonList to '%s' failed: %s", server.getId(), error.what());
+        return;
+    }
+    CO_MSG_DEBUG("Vantrel Multicast: fetched %ld servers from '%s'.", static_cast<long>(list.size()),
+                 server.getId());
+    for (VantrelDaemonInfo& info : list) {
+        fixVantrelDaemonInfo(info);
+        add(info);
+    }
+}
+
+// --- One server ---
+
+bool VantrelMulticastClient::resolve(const VantrelServerId& serverId, VantrelDaemonInfo& info,
+                                     const std::function<bool()>& cancelled) {
+    const VantrelServerId id(serverId);
+    CO_MSG_DEBUG("Resolving VantrelServerId( '%s' [%s:%d/%s] ).", id.getId(), id.getIPAddr(), id.getPort(),
+                 id.getDB());
+    const auto isCancelled = [&] { return cancelled && cancelled(); };
+    const Meanings meanings = meaningsOf(id, [&] { return stopping_ || isCancelled(); });
+    bool found = false;
+    const auto look = [&] { return found = findKnown(meanings, info); };
+    {
+        const Vantrel::CoDeferral deferral;
+        const std::lock_guard<std::mutex> lock(mutex_);
+        look();
+    }
+    if (!found && !meanings.empty()) {
+        CoNetworkDispatcher::checkForChanges();
+        if (haveAtLeastOneMulticastInterface()) {
+            searchAndWait(id.getStorageId(), [&] { return look() || isCancelled(); });
+        }
+    }
+    if (found) {
+        logResolved(id, info);
+    } else {
+        CO_MSG_DEBUG("Unable to resolve VantrelServerId( '%s' [%s:%d/%s] ).", id.getId(), id.getIPAddr(),
+                     id.getPort(), id.getDB());
+    }
+    return found;
+}
+
+bool VantrelMulticastClient::known(const VantrelServerId& serverId, VantrelDaemonInfo& info) const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    const VantrelDaemonInfo* record = known_.find(serverId);
+    if (record) info = *record;
+    return record != nullptr;
+}
+
+// The numeric ids that an id stands for; none when it denotes no server at all. An address of this host
+// stands for all of them: the daemon need not announce the one that was given.
+VantrelMulticastClient::Meanings VantrelMulticastClient::meaningsOf(
+    const VantrelServerId& serverId, const std::function<bool()>& cancelled) const {
+    if (*serverId.getStorageId()) return {{serverId, false}};
+    if (!*serverId.getIPAddr()) return {};
+    Meanings meanings;
+    bool isLocal = false;
+    for (const std::string& address : numericAddresses(serverId.getIPAddr(), cancelled)) {
+        meanings.push_back({atAddress(serverId, address), false});
+        isLocal = isLocal || VantrelOS::isLocalIP(address.c_str());
+    }
+    if (!isLocal) return meanings;
+    for (const auto& own : CoNetworkDispatcher::getAllInterfaces()) {
+        meanings.push_back({atAddress(serverId, own.ip), true});
+    }
+    return meanings;
+}
+
+bool VantrelMulticastClient::findKnown(const Meanings& meanings, VantrelDaemonInfo& info) const {
+    for (const Meaning& meaning : meanings) {
+        const VantrelDaemonInfo* record = known_.find(meaning.id);
+        if (!record || (meaning.onlyLocal && !record->isLocal())) continue;
+        info = *record;
+        return true;
+    }
+    return false;
+}

@@ -1,0 +1,267 @@
+#include "Announcer.h"
+
+#include <sys/epoll.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <utility>
+
+#include "CoMsg.h"
+#include "VantrelMulticastProtocol.h"
+#include "VantrelSettings.h"
+
+namespace vantreld {
+
+using Vantrel::coErrorText;
+using Vantrel::CoNetworkDispatcher;
+using Vantrel::CoTime;
+using Protocol = VantrelMulticastProtocol;
+using Role = CoNetworkDispatcher::Role;
+
+namespace {
+
+constexpr CoTime::Microseconds ANNOUNCE_EVERY = 60 * CoTime::PER_SECOND;
+constexpr Role ROLES[] = {Role::Multicast, Role::Metadata, Role::Data};
+
+/// What anyone can send is bounded: datagrams taken in one pass of the loop and in a second (more are left to
+/// the system, which drops them), and answers to searches, which may be forged to flood somebody else.
+constexpr std::size_t DATAGRAMS_PER_PASS = 32;
+constexpr unsigned DATAGRAMS_PER_SECOND = 5000;
+constexpr unsigned ANSWERS_PER_SECOND = 200;
+/// Logged; beyond that, only what is sure to be understood is looked at.
+constexpr unsigned INVALID_PER_SECOND = 5;
+
+constexpr char ZONE = '%';  ///< before the interface of a link-local address
+
+/// Others fetch the list of what is known, this server included, and take no more.
+constexpr std::size_t MAX_KNOWN_SERVERS = Protocol::MAX_LIST_NODES - 1;
+
+/// Whether the text is a datagram exactly as every known sender writes it: reading it then logs nothing.
+bool isPlain(const std::string& text) {
+    unsigned type = 0;
+    unsigned length = 0;
+    if (std::sscanf(text.c_str(), "Version 1 1Type 2 %2uData %4u", &type, &length) != 2) return false;
+    const std::string start =
+        "Version 1 1Type 2 " + std::to_string(type) + "Data " + std::to_string(length) + " ";
+    return type >= Protocol::START_OF_SERVICES && type <= Protocol::END_OF_SERVICES &&
+           text.compare(0, start.size(), start) == 0 && text.size() == start.size() + length;
+}
+
+template <typename Get>
+unsigned countIPs(Get get) {
+    unsigned count = 0;
+    while (count < VantrelDaemonInfo::MAX_IPS && *get(count) != '\0') ++count;
+    return count;
+}
+
+unsigned metadataIPs(const VantrelDaemonInfo& info) {
+    return countIPs([&info](unsigned slot) { return info.getMetadataIP(slot); });
+}
+
+unsigned dataIPs(const VantrelDaemonInfo& info) {
+    return countIPs([&info](unsigned slot) { return info.getDataIP(slot); });
+}
+
+bool isReachedByThisHostOnly(const VantrelDaemonInfo& info) {
+    for (unsigned slot = 0; slot < metadataIPs(info); ++slot) {
+        if (!VantrelOS::isLoopBackIP(info.getMetadataIP(slot))) return false;
+    }
+    return true;
+}
+
+bool othersHearUs() {
+    const auto interfaces = CoNetworkDispatcher::getInterfaces(Role::Multicast);
+    return std::any_of(interfaces.begin(), interfaces.end(),
+                       [](const auto& interface) { return !interface.loopback; });
+}
+
+// Every request type has two digits, so what fits for one fits for all.
+bool fits(const VantrelDaemonInfo& info) {
+    return Protocol::create(Protocol::DISCOVER_SERVERS, info.toAttrStream()).size() <=
+           Protocol::MAX_DATAGRAM_BYTES;
+}
+
+}  // namespace
+
+VantrelDaemonInfo fitIntoDatagram(VantrelDaemonInfo info, bool& cut) {
+    cut = false;
+    unsigned metadata = metadataIPs(info);
+    unsigned data = dataIPs(info);
+    while (metadata + data > 1 && !fits(info)) {
+        cut = true;
+        if (data >= metadata) {
+            info.setDataIP(--data, "");
+        } else {
+            info.setMetadataIP(--metadata, "");
+        }
+    }
+    return info;
+}
+
+Announcer::Announcer(Vantrel::rcAppContext& loop, VantrelDiscoveryGroup group, Describe describe)
+    : loop_(loop),
+      describe_(std::move(describe)),
+      sockets_(std::move(group)),
+      known_(std::min(MAX_KNOWN_SERVERS, static_cast<std::size_t>(VantrelSettings::maxServers.get()))),
+      incoming_(DATAGRAMS_PER_SECOND),
+      invalid_(INVALID_PER_SECOND),
+      answers_(ANSWERS_PER_SECOND) {
+    for (const Role role : ROLES) CoNetworkDispatcher::addObserver(role, this);
+    watchSockets();
+    if (ready_.isValid()) loop_.registerIOHandler(this);
+}
+
+Announcer::~Announcer() {
+    loop_.unregisterIOHandler(this);
+    for (const Role role : ROLES) CoNetworkDispatcher::removeObserver(role, this);
+    withdraw();
+}
+
+unsigned Announcer::work() {
+    if (socketsStale_) {
+        socketsStale_ = false;
+        sockets_.reopen();
+        watchSockets();
+    }
+    const CoTime::Microseconds now = CoTime::getTime();
+    if (now >= announceAt_) {
+        announce();
+        announceAt_ = now + ANNOUNCE_EVERY;
+    }
+    const CoTime::Microseconds resync = VantrelSettings::multicastResyncSec.get() * CoTime::PER_SECOND;
+    if (now >= expireAt_) {
+        std::vector<VantrelDaemonInfo> silent;
+        known_.removeOlder(now - 2 * resync, silent);
+        expireAt_ = now + resync;
+    }
+    const auto untilDue = std::min(announceAt_, expireAt_) - now;
+    const auto waitMs = static_cast<unsigned>(untilDue / CoTime::PER_MILLISECOND + 1);
+    const unsigned pauseMs = incoming_.waitMs();
+    return pauseMs != 0 ? std::min(pauseMs, waitMs) : waitMs;
+}
+
+std::vector<VantrelDaemonInfo> Announcer::others() const {
+    std::vector<VantrelDaemonInfo> servers;
+    known_.copyTo(servers, nullptr);
+    return servers;
+}
+
+// --- Sockets ---
+
+void Announcer::watchSockets() {
+    const int set = ::epoll_create1(EPOLL_CLOEXEC);
+    if (set < 0) {
+        CO_MSG_ERROR("Could not wait for discovery datagrams: %s", coErrorText(errno).c_str());
+        return;
+    }
+    ready_.setId(set);
+    polled_.clear();
+    sockets_.addTo(polled_);
+    for (const pollfd& each : polled_) watch(each.fd);
+    watch(CoNetworkDispatcher::changeDescriptor());
+    search();
+}
+
+void Announcer::watch(int descriptor) {
+    if (descriptor < 0) return;
+    epoll_event event{};
+    event.events = EPOLLIN;
+    event.data.fd = descriptor;
+    if (::epoll_ctl(ready_.getId(), EPOLL_CTL_ADD, descriptor, &event) != 0)
+        CO_MSG_ERROR("Could not wait for discovery datagrams: %s", coErrorText(errno).c_str());
+}
+
+void Announcer::interfacesChanged(Role role) {
+    // The pass in progress still uses the sockets.
+    if (role == Role::Multicast) socketsStale_ = true;
+    announceAt_ = 0;
+}
+
+bool Announcer::handleRead() {
+    polled_.clear();
+    sockets_.addTo(polled_);
+    const std::size_t sockets = polled_.size();
+    polled_.push_back({CoNetworkDispatcher::changeDescriptor(), POLLIN, 0});
+    if (::poll(polled_.data(), polled_.size(), 0) <= 0) return true;
+    if (polled_.back().revents != 0) CoNetworkDispatcher::checkForChanges();
+    // Each socket gets its share, so that a flood on one does not silence the others.
+    for (std::size_t i = 0; i < sockets; ++i) {
+        if (polled_[i].revents != 0) takeFrom(polled_[i].fd, 1 + DATAGRAMS_PER_PASS / sockets);
+    }
+    return true;
+}
+
+// --- Sending ---
+
+void Announcer::announce() {
+    bool cut = false;
+    self_ = fitIntoDatagram(describe_(), cut);
+    fits_ = fits(self_);
+    quiet_ = isReachedByThisHostOnly(self_) && othersHearUs();
+    const bool wasTold = std::exchange(told_, cut || !fits_);
+    if (!fits_ && !wasTold) {
+        CO_MSG_ERROR("This server is not announced: its names are too long for a datagram.");
+    } else if (cut && !wasTold) {
+        CO_MSG_WARNING("Not all addresses of this server fit into its announcement: %u and %u are told.",
+                       metadataIPs(self_), dataIPs(self_));
+    }
+    if (fits_ && !quiet_) sockets_.send(Protocol::DISCOVER_SERVERS, self_.toAttrStream());
+}
+
+void Announcer::search() {
+    sockets_.send(Protocol::FIND_SERVERS, VantrelDaemonInfo().toAttrStream());
+}
+
+void Announcer::withdraw() {
+    if (fits_) sockets_.send(Protocol::REMOVE_SERVER, self_.toAttrStream());
+}
+
+// --- Receiving ---
+
+void Announcer::takeFrom(int descriptor, std::size_t limit) {
+    VantrelDiscoverySockets::Datagram datagram;
+    while (limit-- > 0 && incoming_.waitMs() == 0 && sockets_.receive(descriptor, datagram)) {
+        incoming_.take();
+        handle(datagram);
+    }
+}
+
+void Announcer::handle(const VantrelDiscoverySockets::Datagram& datagram) {
+    if (invalid_.waitMs() != 0 && !isPlain(datagram.text)) return;
+    Protocol::RequestType type = Protocol::INVALID;
+    Vantrel::rcAttrStream payload;
+    if (!Protocol::parse(datagram.text.c_str(), type, payload) ||
+        !Protocol::isWhole(datagram.text, payload)) {
+        invalid_.take();
+        CO_MSG_WARNING("Invalid discovery datagram of %zu bytes from '%s:%u'.", datagram.text.size(),
+                       datagram.ip.c_str(), datagram.port);
+        return;
+    }
+    const VantrelDaemonInfo info(payload);
+    if (type == Protocol::FIND_SERVERS) return answer(info, datagram.ip, datagram.port);
+    if (isSelf(info)) return;
+    if (type == Protocol::DISCOVER_SERVERS || type == Protocol::DISCOVER_SERVERS_REPLY) {
+        known_.add(info);
+    } else if (type == Protocol::REMOVE_SERVER) {
+        std::vector<VantrelDaemonInfo> removed;
+        known_.remove(info.getServerId(), removed);
+    }
+}
+
+void Announcer::answer(const VantrelDaemonInfo& wanted, const std::string& ip, unsigned port) {
+    const auto matches = [](const char* criterion, const char* own) {
+        return *criterion == '\0' || std::string(criterion) == own;
+    };
+    if (!matches(wanted.getStorageId(), self_.getStorageId())) return;
+    if (!matches(wanted.getDatabase(), self_.getDatabase())) return;
+    if (!fits_ || port == 0 || !answers_.take()) return;
+    if (quiet_ && !VantrelOS::isLocalIP(ip.substr(0, ip.find(ZONE)).c_str())) return;
+    sockets_.send(Protocol::DISCOVER_SERVERS_REPLY, self_.toAttrStream(), ip, port);
+}
+
+bool Announcer::isSelf(const VantrelDaemonInfo& info) const {
+    return *info.getStorageId() != '\0' && std::string(info.getStorageId()) == self_.getStorageId();
+}
+
+}  // namespace vantreld

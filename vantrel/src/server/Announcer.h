@@ -1,0 +1,81 @@
+#pragma once
+
+#include <poll.h>
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "CoIoDescriptor.h"
+#include "CoIoHandler.h"
+#include "CoNetworkDispatcher.h"
+#include "CoTime.h"
+#include "RateLimit.h"
+#include "VantrelDiscoverySockets.h"
+#include "VantrelKnownServers.h"
+#include "rcAppContext.h"
+
+namespace vantreld {
+
+/// The server's part in discovery: announces it while it lives, answers those who search for it, and keeps
+/// the list of the other servers that it hears. Belongs to the thread that drives `loop`, and lives in that
+/// loop alone: whatever comes in on the discovery port, each pass of the loop spends little time on it.
+/// Failures are logged.
+class Announcer : private Vantrel::CoIoHandler, private Vantrel::CoNetworkDispatcher::Observer {
+  public:
+    /// Tells what is announced: with every address at which the server is reached, loopback included.
+    using Describe = std::function<VantrelDaemonInfo()>;
+
+    /// Opens the sockets; the first `work` announces. `loop` must outlive it.
+    Announcer(Vantrel::rcAppContext& loop, VantrelDiscoveryGroup group, Describe describe);
+    /// Withdraws the server.
+    ~Announcer() override;
+
+    /// Does what is due by now. To be called before each pass of the loop; gives the milliseconds that the
+    /// pass may take.
+    unsigned work();
+
+    /// The servers heard of lately, this one left out; sorted by display name, then database.
+    std::vector<VantrelDaemonInfo> others() const;
+
+  private:
+    Vantrel::CoIoDescriptor* getDescriptor() override { return &ready_; }
+    bool wantsRead() const override { return incoming_.waitMs() == 0; }
+    bool handleRead() override;
+    void interfacesChanged(Vantrel::CoNetworkDispatcher::Role role) override;
+
+    void watchSockets();
+    void watch(int descriptor);
+    void announce();
+    void search();
+    void withdraw();
+
+    void takeFrom(int descriptor, std::size_t limit);
+    void handle(const VantrelDiscoverySockets::Datagram& datagram);
+    void answer(const VantrelDaemonInfo& wanted, const std::string& ip, unsigned port);
+    bool isSelf(const VantrelDaemonInfo& info) const;
+
+    Vantrel::rcAppContext& loop_;
+    const Describe describe_;
+    VantrelDiscoverySockets sockets_;
+    Vantrel::CoIoDescriptor ready_;  ///< readable as soon as any socket is, or the interfaces have changed
+    std::vector<pollfd> polled_;     ///< reused by every pass
+    VantrelKnownServers known_;
+    VantrelDaemonInfo self_;  ///< as announced last
+    bool quiet_ = false;      ///< only this host reaches the server, but others would hear the announcement
+    bool fits_ = false;       ///< it can be sent; false until something was announced
+    bool told_ = false;       ///< that it does not fit as it is was logged
+    bool socketsStale_ = false;
+    RateLimit incoming_;
+    RateLimit invalid_;
+    RateLimit answers_;
+    Vantrel::CoTime::Microseconds announceAt_ = 0;
+    Vantrel::CoTime::Microseconds expireAt_ = 0;
+};
+
+/// `info` with as many addresses as fit into one datagram: the last ones are left out, of the longer list
+/// first. `cut` tells whether any had to go.
+VantrelDaemonInfo fitIntoDatagram(VantrelDaemonInfo info, bool& cut);
+
+}  // namespace vantreld

@@ -1,0 +1,92 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "CoThread.h"
+#include "EventLink.h"
+#include "EventQueue.h"
+#include "EventRegistrations.h"
+#include "NodeChange.h"
+#include "ServerLimits.h"
+#include "rcAppContext.h"
+
+namespace vantreld {
+
+/// Keeps what clients have registered for, and sends them the changes on a thread of its own, which starts
+/// with the first registration. A client that is slow or dead delays nobody. Thread-safe.
+class EventPublisher : public NodeObserver {
+  public:
+    static constexpr unsigned DEFAULT_UNREACHABLE_MS = 30000;
+
+    struct Settings {
+        /// A client that could not be connected to for so long loses its registrations.
+        unsigned unreachableMs = DEFAULT_UNREACHABLE_MS;
+        std::size_t maxClients = MAX_EVENT_CLIENTS;
+        std::size_t maxRegistrations = MAX_EVENT_REGISTRATIONS;
+        EventQueue::Limits queue{MAX_QUEUED_EVENTS, MAX_QUEUED_EVENT_BYTES};
+    };
+
+    EventPublisher() : EventPublisher(Settings{}) {}
+    explicit EventPublisher(const Settings& settings) : settings_(settings) {}
+    /// What is not sent by then is lost. It must observe no store any more.
+    ~EventPublisher() override;
+
+    /// From now on the client's connection is told of changes of the node. Registering again changes nothing.
+    /// CoException when there are too many registrations already.
+    void registerEvents(const EventAddress& client, int connection, std::int64_t node);
+    /// Success, too, when there was no such registration.
+    void unregisterEvents(const EventAddress& client, int connection, std::int64_t node);
+
+    void nodeChanged(const NodeChange& change) noexcept override;
+    void nodesDestroyed(const std::vector<std::int64_t>& nodes) noexcept override;
+
+    std::size_t numRegistrations() const;
+
+  private:
+    using ClientId = EventRegistrations::ClientId;
+    using Target = EventRegistrations::Target;
+    using Microseconds = Vantrel::CoTime::Microseconds;
+    struct Client {
+        EventAddress address;
+        std::shared_ptr<EventQueue> queue;
+        Microseconds unusedSince = 0;  ///< 0: it has registrations
+    };
+    using Clients = std::map<ClientId, Client>;
+
+    // Expect the mutex held.
+    ClientId addClient(const EventAddress& address);
+    void noteIfUnused(ClientId id);
+    Clients::iterator forget(Clients::iterator client);
+    void publish(const NodeChange& change);
+
+    void wake();
+    void run();
+    Microseconds followClients(Microseconds now);
+    Microseconds advanceLinks(Microseconds now);
+    void removeUnreachable(ClientId id, const EventLink& link);
+    void removeConnection(const Target& target);
+
+    const Settings settings_;
+    std::atomic<bool> stopped_{false};
+    std::atomic<bool> woken_{false};  ///< the thread has yet to look
+
+    mutable std::mutex mutex_;  // guards these
+    EventRegistrations registrations_;
+    Clients clients_;
+    std::map<EventAddress, ClientId> ids_;
+    ClientId lastId_ = 0;
+
+    // The thread's.
+    Vantrel::rcAppContext loop_;
+    std::map<ClientId, std::unique_ptr<EventLink>> links_;
+
+    std::unique_ptr<Vantrel::CoThread> thread_;  ///< last: it uses all the others
+};
+
+}  // namespace vantreld
