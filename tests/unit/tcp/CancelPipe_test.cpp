@@ -63,6 +63,40 @@ TEST(Stop, EndsABlockedCallAndTheNextOneWaitsNormally) {
     }
 }
 
+// Without the wake-up each round would last as long as a wait in the read may.
+TEST(Stop, EndsAWaitInTheReadAtOnce) {
+    constexpr int ROUNDS = 100;
+    const double seconds = secondsOf([] {
+        for (int i = 0; i < ROUNDS; ++i) {
+            Pair pair;
+            ASSERT_TRUE(pair.descriptor.enableWaitInRead());
+            char byte;
+            stopWhile(pair.descriptor,
+                      [&] { EXPECT_EQ(pair.descriptor.nonBlockingReadWithTimeout(&byte, 1, LONG_MS), -1); });
+            EXPECT_TRUE(pair.descriptor.wasStopped());
+        }
+    });
+    EXPECT_LT(seconds, ROUNDS * 0.05);
+    EXPECT_FALSE(cancelPipeHasBytes());
+}
+
+TEST(WaitInRead, EndsWithDataTheTimeOutOrThePeer) {
+    Pair pair;
+    ASSERT_TRUE(pair.descriptor.enableWaitInRead());
+    char bytes[4];
+    pair.send("abc");
+    EXPECT_EQ(pair.descriptor.nonBlockingReadWithTimeout(bytes, sizeof bytes, LONG_MS), 3);
+    // Longer than the wait in the read, so that the one in poll follows.
+    EXPECT_GE(secondsOf([&] {
+                  EXPECT_EQ(pair.descriptor.nonBlockingReadWithTimeout(bytes, sizeof bytes, 300), 0);
+              }),
+              0.28);
+    EXPECT_EQ(pair.descriptor.lastError(), IoError::None);
+    pair.peer.close();
+    EXPECT_EQ(pair.descriptor.nonBlockingReadWithTimeout(bytes, sizeof bytes, LONG_MS), -1);
+    EXPECT_EQ(pair.descriptor.lastError(), IoError::ConnectionReset);
+}
+
 TEST(Stop, LogsTheThreadAndHasNoEffectOnALaterWait) {
     Pair idle;
     const CapturedLog log;

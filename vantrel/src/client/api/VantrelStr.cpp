@@ -42,7 +42,7 @@ VantrelStr::VantrelStr(VantrelStr&& other) noexcept : buff_(other.buff_), length
 }
 
 VantrelStr::~VantrelStr() {
-    clear();
+    if (buff_ != EMPTY_TEXT) clear();
 }
 
 VantrelStr& VantrelStr::operator=(const VantrelStr& other) {

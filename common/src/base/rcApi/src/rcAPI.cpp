@@ -41,6 +41,14 @@ bool isUnknownLogin(const std::string& reply) {
     return std::find(std::begin(UNKNOWN_LOGIN), std::end(UNKNOWN_LOGIN), reply) != std::end(UNKNOWN_LOGIN);
 }
 
+/// A search for each of the bytes would cost more than looking at the few bytes of a name once.
+bool isMethodName(std::string_view name) {
+    for (const char byte : name) {
+        if (byte == ' ' || byte == '\n') return false;
+    }
+    return !name.empty();
+}
+
 class FlagScope {
   public:
     explicit FlagScope(std::atomic<bool>& flag) : flag_(flag) { flag_ = true; }
@@ -73,6 +81,7 @@ bool rcAPI::connect(const char* host, int port, unsigned timeoutMs) {
         std::string error;
         return failTransfer(error);
     }
+    descriptor_.enableWaitInRead();          // without it the connection works as well
     descriptor_.setKeepAliveSocketOption();  // a connection works without it, too
     userId_ = ::geteuid();
     groupId_ = ::getegid();
@@ -106,7 +115,7 @@ bool rcAPI::call(int objectId, const char* method, const char* argument, bool wa
     const CoIoDescriptor::StopScope stopScope(descriptor_);
     clearFlags();
     const std::string_view name = method ? method : "";
-    if (!CO_ASSERT(!name.empty() && name.find_first_of(" \n") == std::string_view::npos)) {
+    if (!CO_ASSERT(isMethodName(name))) {
         return fail(INVALID_METHOD, result);
     }
     return isCallPossible(result) &&

@@ -24,6 +24,8 @@ constexpr std::size_t MAX_TEXT_BYTES = INT_MAX;
 // Up to this many entries, searching the text is cheaper than an index.
 constexpr unsigned MAX_ENTRIES_WITHOUT_INDEX = 12;
 constexpr std::size_t SHORT_NAME_BYTES = 16;
+// Room that the first entry makes for those that follow: most streams that are built need no more.
+constexpr std::size_t FIRST_CAPACITY = 128;
 constexpr int MIN_PRETTY_VALUE_LENGTH = 3;
 constexpr const char* PARSE_ERROR = "Error parsing attribute stream.";
 constexpr std::string_view ELLIPSIS = "...'";
@@ -208,6 +210,8 @@ void rcAttrStream::add(std::string_view name, std::string_view value) {
     if (namesMark_ & mark) removeEntry(name);
     namesMark_ |= mark;
     const std::size_t start = text_.size();
+    if (text_.capacity() - start < needed)
+        text_.reserve(std::max({start + needed, 2 * text_.capacity(), FIRST_CAPACITY}));
     text_.append(name).append(length, lengthEnd).append(value);
     if (index_.isActive()) index_.insert(name, start);
     cursor_ = 0;

@@ -50,7 +50,15 @@ const char* findByte(const char* from, const char* end, char byte) {
 
 void appendEscapedBlock(const char* from, const char* end, std::string& line) {
     const char* next[ESCAPE_COUNT];
-    for (std::size_t i = 0; i < ESCAPE_COUNT; ++i) next[i] = findByte(from, end, ESCAPES[i].plain);
+    bool plain = true;
+    for (std::size_t i = 0; i < ESCAPE_COUNT; ++i) {
+        next[i] = findByte(from, end, ESCAPES[i].plain);
+        plain &= next[i] == end;
+    }
+    if (plain) {
+        line.append(from, end);
+        return;
+    }
     for (;;) {
         const std::size_t first =
             static_cast<std::size_t>(std::min_element(next, next + ESCAPE_COUNT) - next);
@@ -167,13 +175,14 @@ const char* rcCommand::typeName(Type type) {
 
 void rcCommand::format(Type type, int objectId, std::string_view method, std::string_view argument,
                        std::string& line) {
-    char number[16];
-    char* const numberEnd = std::to_chars(number, number + sizeof number, objectId).ptr;
+    char head[32];  // the type, the number and their separators
+    const std::string_view typeText = typeName(type);
+    char* headEnd = std::copy(typeText.begin(), typeText.end(), head);
+    *headEnd++ = SEPARATOR;
+    headEnd = std::to_chars(headEnd, head + sizeof head - 1, objectId).ptr;
+    *headEnd++ = SEPARATOR;
     clearText(line);
-    line += typeName(type);
-    line += SEPARATOR;
-    line.append(number, numberEnd);
-    line += SEPARATOR;
+    line.append(head, headEnd);
     line += method;
     line += SEPARATOR;
     rcValue::appendEscaped(argument, line);

@@ -54,6 +54,7 @@ CoIoDescriptor::~CoIoDescriptor() {
 }
 
 void CoIoDescriptor::setId(int id) {
+    waitsInRead_ = false;
     const int earlier = id_.exchange(id, std::memory_order_relaxed);
     if (earlier >= 0 && earlier != id) ::close(earlier);
 }
@@ -75,7 +76,8 @@ bool CoIoDescriptor::isActive() const {
 
 void CoIoDescriptor::stop() {
     CO_MSG_NOTICE("TID %d stopping I/O", static_cast<int>(::gettid()));
-    if (!stop_.request()) CO_MSG_ERROR("Could not cancel callIOHandler: %s", coErrorText(errno).c_str());
+    if (!stop_.request(getId()))
+        CO_MSG_ERROR("Could not cancel callIOHandler: %s", coErrorText(errno).c_str());
 }
 
 CoIoDescriptor::StopScope::StopScope(CoIoDescriptor& descriptor) : descriptor_(descriptor) {

@@ -4,7 +4,9 @@
 #include <poll.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -20,6 +22,10 @@
 namespace Vantrel {
 
 namespace {
+
+// The longest wait in a read. It is charged more: the system counts it in ticks of its clock, rounded up.
+constexpr int READ_WAIT_MS = 90;
+constexpr unsigned READ_WAIT_CHARGE_MS = 100;
 
 int toPollTimeout(unsigned timeoutMs) {
     return static_cast<int>(std::min<unsigned>(timeoutMs, INT_MAX));
@@ -84,6 +90,25 @@ ssize_t CoIoDescriptor::writeOnce(const void* buffer, std::size_t length) {
     }
 }
 
+bool CoIoDescriptor::enableWaitInRead() {
+    const timeval limit{0, READ_WAIT_MS * 1000};
+    int blocking = 0;
+    waitsInRead_ = ::setsockopt(getId(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) == 0 &&
+                   ::ioctl(getId(), FIONBIO, &blocking) == 0;
+    return waitsInRead_;
+}
+
+// Reads as soon as there is something, within READ_WAIT_MS. To be called within a StopScope.
+CoIoDescriptor::WaitResult CoIoDescriptor::waitInRead(void* buffer, std::size_t length, ssize_t& count) {
+    if (!stop_.beginRead()) return stopRequested() ? WaitResult::Stopped : WaitResult::TimedOut;
+    count = ::recv(getId(), buffer, limited(length, faults().maxReadBytes), 0);
+    const int error = errno;
+    if (!stop_.endRead()) return WaitResult::Stopped;
+    errno = error;
+    if (count >= 0) return WaitResult::Ready;
+    return error == EAGAIN ? WaitResult::TimedOut : error == EINTR ? WaitResult::Woken : WaitResult::Failed;
+}
+
 ssize_t CoIoDescriptor::fail(IoError error) {
     setLastError(error);
     return -1;
@@ -93,6 +118,23 @@ int CoIoDescriptor::nonBlockingReadWithTimeout(void* buffer, unsigned length, un
     clearLastError();
     if (!isValid()) return static_cast<int>(fail(IoError::NotConnected));
     const StopScope scope(*this);
+    const std::size_t most = std::min<std::size_t>(length, INT_MAX);
+    if (waitsInRead_ && timeoutMs > READ_WAIT_CHARGE_MS && length > 0) {
+        ssize_t count = 0;
+        switch (waitInRead(buffer, most, count)) {
+            case WaitResult::Ready:
+                return static_cast<int>(count > 0 ? count : fail(IoError::ConnectionReset));
+            case WaitResult::Stopped:
+                return static_cast<int>(fail(IoError::Aborted));
+            case WaitResult::Failed:
+                setLastErrorFromSystem();
+                return -1;
+            case WaitResult::Woken:
+                return 0;
+            case WaitResult::TimedOut:
+                timeoutMs -= READ_WAIT_CHARGE_MS;
+        }
+    }
     short occurred = 0;
     switch (waitFor(POLLIN, toPollTimeout(timeoutMs), occurred)) {
         case WaitResult::Stopped:
@@ -110,7 +152,7 @@ int CoIoDescriptor::nonBlockingReadWithTimeout(void* buffer, unsigned length, un
         setLastErrorFromSocket();
         return -1;
     }
-    const ssize_t count = readOnce(buffer, std::min<std::size_t>(length, INT_MAX));
+    const ssize_t count = readOnce(buffer, most);
     if (count > 0 || length == 0) return static_cast<int>(count);
     if (count == 0) return static_cast<int>(fail(IoError::ConnectionReset));
     return errno == EAGAIN ? 0 : static_cast<int>(fail(IoError::Other));

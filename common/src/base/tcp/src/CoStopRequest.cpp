@@ -1,9 +1,18 @@
 #include "CoStopRequest.h"
 
+#include <poll.h>
+#include <sys/socket.h>
+
 #include "CoProcess.h"
 #include "CoSharedCancelPipe.h"
 
 namespace Vantrel {
+
+namespace {
+
+constexpr int REQUESTER_PAUSE_MS = 1;
+
+}  // namespace
 
 void CoStopRequest::begin() {
     if (depth_++ > 0) return;
@@ -15,10 +24,17 @@ void CoStopRequest::end() {
     if (--depth_ == 0) replaceState(IDLE);
 }
 
-bool CoStopRequest::request() {
-    int expected = WAITING;
+bool CoStopRequest::request(int socket) {
     if (generation_.load(std::memory_order_relaxed) != CoProcess::forkGeneration()) return true;
-    if (!state_.compare_exchange_strong(expected, REQUESTED)) return true;
+    int expected = WAITING;
+    while (!state_.compare_exchange_strong(expected, expected == READING ? SHUTTING : REQUESTED)) {
+        if (expected != WAITING && expected != READING) return true;
+    }
+    if (expected == READING) {
+        ::shutdown(socket, SHUT_RD);
+        state_.store(NOTICED);
+        return true;
+    }
 
     const CoSharedCancelPipe& pipe = CoSharedCancelPipe::get();
     if (!pipe.put()) return false;
@@ -31,6 +47,19 @@ bool CoStopRequest::requested() {
     const int state = state_.load();
     if (state == REQUESTED || state == HANDED_OVER) replaceState(NOTICED);
     return state == REQUESTED || state == HANDED_OVER || state == NOTICED;
+}
+
+bool CoStopRequest::beginRead() {
+    int expected = WAITING;
+    return state_.compare_exchange_strong(expected, READING);
+}
+
+bool CoStopRequest::endRead() {
+    int expected = READING;
+    if (state_.compare_exchange_strong(expected, WAITING)) return true;
+    // The requester is between two statements; a pause lets it run, whatever the threads' priorities are.
+    while (state_.load() == SHUTTING) ::poll(nullptr, 0, REQUESTER_PAUSE_MS);
+    return false;
 }
 
 void CoStopRequest::replaceState(State state) {

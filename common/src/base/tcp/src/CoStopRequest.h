@@ -11,7 +11,12 @@ namespace Vantrel {
 /// it notices the request or ends its wait. If the waiter is gone before the hand-over, the requester takes
 /// its byte back. So none stays behind, and a request on a descriptor where nobody waits writes none.
 ///
-/// Thread safety: `begin`, `end` and `requested` belong to the waiting thread; `request` to any.
+/// A waiter that blocks in the read of a socket of its own does not see the pipe: a request shuts the socket
+/// down for reading instead, which ends the read. The waiter leaves the read only once that is done, so the
+/// descriptor is still the same.
+///
+/// Thread safety: `begin`, `end`, `requested`, `beginRead` and `endRead` belong to the waiting thread;
+/// `request` to any.
 class CoStopRequest {
   public:
     /// A wait starts: earlier requests do not count. Nests; only the outermost pair counts.
@@ -19,18 +24,26 @@ class CoStopRequest {
     void end();
 
     /// Ends the wait in progress, if there is one. False with errno set when the pipe takes no byte.
-    bool request();
+    /// `socket` is what the waiter reads, should it be between `beginRead` and `endRead`.
+    bool request(int socket);
 
     /// Whether a request came since the outermost `begin`.
     bool requested();
+
+    /// Around a read that blocks. False when there is a request to look at first.
+    bool beginRead();
+    /// False when a request came meanwhile: the socket is then of no more use for reading.
+    bool endRead();
 
   private:
     enum State : int {
         IDLE,         // nobody waits
         WAITING,      // a wait is in progress
+        READING,      // the same, in a read that blocks
+        SHUTTING,     // its end is requested; the requester is about to shut the socket down
         REQUESTED,    // its end is requested; the requester owns the byte
         HANDED_OVER,  // the same; the waiter owns the byte
-        NOTICED       // the waiter knows, and its byte is taken
+        NOTICED       // the waiter knows, or will when its read has ended, and no byte is left
     };
 
     void replaceState(State state);
