@@ -44,7 +44,7 @@ class VantrelDiscoverySocketsTest : public testing::Test {
     CoMulticast holder_;
 };
 
-/// The public socket's descriptor comes first.
+/// The public socket's descriptor comes last.
 std::vector<int> descriptorsOf(const VantrelDiscoverySockets& sockets) {
     std::vector<pollfd> polled;
     sockets.addTo(polled);
@@ -75,14 +75,14 @@ TEST_F(VantrelDiscoverySocketsTest, CarriesSearchesAndAnswersWithinOneHost) {
     const VantrelDiscoverySockets server(group());
     ASSERT_EQ(client.interfaceNames(), Strings{"lo"});
     const std::vector<int> ours = descriptorsOf(client);
-    const int heardOn = descriptorsOf(server)[0];
+    const int heardOn = descriptorsOf(server).back();
     ASSERT_EQ(ours.size(), 2u);
     EXPECT_THAT(log.texts(), Contains(coFormat("Vantrel Multicast: opened private socket '%d' on  'lo' "
                                                "'127.0.0.1:%u/%s/1'.",
-                                               ours[1], group().port, SCOPE)));
+                                               ours.front(), group().port, SCOPE)));
 
     EXPECT_TRUE(client.send(Protocol::FIND_SERVERS, payloadOf(1)));
-    EXPECT_EQ(next(client, ours[0]).text, Protocol::create(Protocol::FIND_SERVERS, payloadOf(1)));
+    EXPECT_EQ(next(client, ours.back()).text, Protocol::create(Protocol::FIND_SERVERS, payloadOf(1)));
     const Datagram search = next(server, heardOn);
     EXPECT_EQ(search.text, Protocol::create(Protocol::FIND_SERVERS, payloadOf(1)));
     EXPECT_EQ(search.ip, "127.0.0.1");
@@ -91,9 +91,10 @@ TEST_F(VantrelDiscoverySocketsTest, CarriesSearchesAndAnswersWithinOneHost) {
                                   search.text.size(), search.port, search.text.c_str())));
 
     EXPECT_TRUE(server.send(Protocol::DISCOVER_SERVERS_REPLY, payloadOf(2), search.ip, search.port));
-    EXPECT_EQ(next(client, ours[1]).text, Protocol::create(Protocol::DISCOVER_SERVERS_REPLY, payloadOf(2)));
+    EXPECT_EQ(next(client, ours.front()).text,
+              Protocol::create(Protocol::DISCOVER_SERVERS_REPLY, payloadOf(2)));
     Datagram none;
-    EXPECT_FALSE(client.receive(ours[1], none));
+    EXPECT_FALSE(client.receive(ours.front(), none));
     EXPECT_FALSE(client.receive(heardOn, none)) << "of another";
 }
 
@@ -104,7 +105,7 @@ TEST_F(VantrelDiscoverySocketsTest, SendsNothingThatReceiversWouldCut) {
     std::size_t size = 1;
     while (Protocol::create(Protocol::DISCOVER_SERVERS, payloadOf(size)).size() < 1023) ++size;
     EXPECT_TRUE(sockets.send(Protocol::DISCOVER_SERVERS, payloadOf(size)));
-    EXPECT_EQ(next(sockets, descriptorsOf(sockets)[0]).text.size(), 1023u);
+    EXPECT_EQ(next(sockets, descriptorsOf(sockets).back()).text.size(), 1023u);
     EXPECT_TRUE(log.texts(Vantrel::CoMsg::ERROR).empty());
     EXPECT_FALSE(sockets.send(Protocol::DISCOVER_SERVERS, payloadOf(size + 1)));
     EXPECT_FALSE(sockets.send(Protocol::DISCOVER_SERVERS, payloadOf(size + 1), "127.0.0.1", 9));

@@ -158,8 +158,8 @@ std::vector<std::string> VantrelDiscoverySockets::interfaceNames() const {
 // --- Receiving ---
 
 void VantrelDiscoverySockets::addTo(std::vector<pollfd>& polled) const {
-    if (public_) polled.push_back({public_->getId(), POLLIN, 0});
     for (const Private& each : private_) polled.push_back({each.socket.getId(), POLLIN, 0});
+    if (public_) polled.push_back({public_->getId(), POLLIN, 0});
 }
 
 bool VantrelDiscoverySockets::receive(int descriptor, Datagram& datagram) const {

@@ -235,8 +235,8 @@ void VantrelMulticastClient::receive(Microseconds timeout) {
     const CoDeferral deferral;
     if (polled[CONTROL].revents != 0) drainControlPipe();
     if (polled[CHANGES].revents != 0) CoNetworkDispatcher::checkForChanges();
+    // All of them, since what came before a farewell may have come after poll had looked at its socket.
     for (std::size_t i = SOCKETS; i < polled.size(); ++i) {
-        if (polled[i].revents == 0) continue;
         for (unsigned n = 0; n < MAX_DATAGRAMS_PER_WAKE && readFrom(polled[i].fd); ++n) {
         }
     }
