@@ -1,5 +1,6 @@
-// Measures itself: a program that does nothing but hold one connection open. Prints its anonymous memory in
-// KiB, before the library is up and with the connection. Usage: vantrel_memory_probe HOST:PORT
+// Measures itself: a program that does nothing but hold one connection open and listen to a node's events.
+// Prints its anonymous memory in KiB, before the library is up and with the event monitor running. Usage:
+// vantrel_memory_probe HOST:PORT
 
 #include <vantrel/VantrelClientAPI.h>
 
@@ -23,15 +24,21 @@ long anonymousKiB() {
     return size;
 }
 
+class Listener : public VantrelNodeEvent::Handler {
+  public:
+    void notify(const VantrelNodeEvent&) override {}
+};
+
 }  // namespace
 
 int main(int argumentCount, char** arguments) {
     if (argumentCount != 2) return 2;
     const long before = anonymousKiB();
+    Listener listener;
     const VantrelClient client;
     const VantrelServerHandle server{VantrelServerId(arguments[1])};
     const char* host = server.getHostName();
-    if (!host || !*host) return 1;
+    if (!host || !*host || !server.registerEventHandler("n1", &listener)) return 1;
     std::printf("%ld %ld\n", before, anonymousKiB());
     return 0;
 }

@@ -4,7 +4,7 @@
 #include <optional>
 
 #include "ClientFixture.h"
-#include "CoThread.h"
+#include "ContextLoop.h"
 #include "NodeIds.h"
 #include "NodeServer.h"
 #include "ServerProcess.h"
@@ -156,17 +156,7 @@ TEST_F(EventsTest, AStoppedClientDelaysNobody) {
 /// A server within this process, to make changes faster than a disk can keep them.
 class FastEventsTest : public EventsTest {
   protected:
-    FastEventsTest() : store_(folder.path("root")), server_(store_, options()) {
-        loop_ = std::make_unique<Vantrel::CoThread>(
-            "node port",
-            [this] {
-                while (!stopped_) server_.callIOHandlers(nullptr);
-            },
-            [this] {
-                stopped_ = true;
-                server_.cancel();
-            });
-    }
+    FastEventsTest() : store_(folder.path("root")), server_(store_, options()) { loop_.emplace(server_); }
     static vantreld::ServerOptions options() {
         vantreld::ServerOptions options;
         options.nodePort = 0;
@@ -181,8 +171,7 @@ class FastEventsTest : public EventsTest {
 
     vantreld::NodeStore store_;
     vantreld::NodeServer server_;
-    std::atomic<bool> stopped_{false};
-    std::unique_ptr<Vantrel::CoThread> loop_;
+    std::optional<ContextLoop> loop_;
 };
 
 TEST_F(FastEventsTest, TheOrderIsKept) {

@@ -5,10 +5,12 @@
 
 #include <condition_variable>
 #include <functional>
+#include <optional>
 #include <thread>
 
 #include "CapturedLog.h"
 #include "CoException.h"
+#include "ContextLoop.h"
 #include "EventPublisher.h"
 #include "NodeIds.h"
 #include "NodeServer.h"
@@ -42,15 +44,7 @@ class EventClient {
             return true;
         };
         context_.registerMethod(method);
-        thread_ = std::make_unique<Vantrel::CoThread>(
-            "client",
-            [this] {
-                while (!stopped_) context_.callIOHandlers(nullptr);
-            },
-            [this] {
-                stopped_ = true;
-                context_.cancel();
-            });
+        thread_.emplace(context_);
     }
     static constexpr int CONNECTION = 7;
 
@@ -83,12 +77,11 @@ class EventClient {
     }
 
     Vantrel::rcServerContext context_;
-    std::atomic<bool> stopped_{false};
     std::mutex blocker_;
     std::mutex mutex_;  // guards the events
     std::condition_variable changed_;
     std::vector<std::string> events_;
-    std::unique_ptr<Vantrel::CoThread> thread_;
+    std::optional<ContextLoop> thread_;
 };
 
 NodeChange numbered(int number) {
@@ -202,15 +195,7 @@ TEST(EventPublisher, KeepsNoMoreThanItsLimits) {
 class EventServerTest : public testing::Test {
   protected:
     EventServerTest() : store_(directory_.path()), server_(store_, options()) {
-        loop_ = std::make_unique<Vantrel::CoThread>(
-            "node port",
-            [this] {
-                while (!stopped_) server_.callIOHandlers(nullptr);
-            },
-            [this] {
-                stopped_ = true;
-                server_.cancel();
-            });
+        loop_.emplace(server_);
         EXPECT_TRUE(api_.connect("127.0.0.1", server_.getPort(), 10000)) << api_.lastError();
     }
     static ServerOptions options() {
@@ -243,9 +228,8 @@ class EventServerTest : public testing::Test {
     NodeStore store_;
     EventClient client_;
     NodeServer server_;
-    std::atomic<bool> stopped_{false};
     Vantrel::rcAPI api_;
-    std::unique_ptr<Vantrel::CoThread> loop_;
+    std::optional<ContextLoop> loop_;
 };
 
 TEST_F(EventServerTest, TellsEveryChange) {

@@ -6,7 +6,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 
-#include "CoThread.h"
+#include "ContextLoop.h"
 #include "ServerAddresses.h"
 #include "TemporaryDirectory.h"
 #include "rcAttrStream.h"
@@ -46,15 +46,7 @@ class NodeServerTest : public testing::Test {
   protected:
     NodeServerTest() : store_(directory_.path()), server_(store_, options()) {
         server_.setFramePort(4711);
-        loop_ = std::make_unique<Vantrel::CoThread>(
-            "node port",
-            [this] {
-                while (!stopped_) server_.callIOHandlers(nullptr);
-            },
-            [this] {
-                stopped_ = true;
-                server_.cancel();
-            });
+        loop_.emplace(server_);
     }
     static ServerOptions options() {
         ServerOptions options;
@@ -92,8 +84,7 @@ class NodeServerTest : public testing::Test {
     Vantrel::TemporaryDirectory directory_;
     NodeStore store_;
     NodeServer server_;
-    std::atomic<bool> stopped_{false};
-    std::unique_ptr<Vantrel::CoThread> loop_;
+    std::optional<ContextLoop> loop_;
 };
 
 TEST_F(NodeServerTest, aCommandNeedsALoginFirst) {
