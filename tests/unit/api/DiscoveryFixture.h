@@ -73,7 +73,7 @@ class FakeServers {
             ::poll(polled.data(), polled.size(), 10);
             const std::lock_guard<std::mutex> lock(mutex_);
             VantrelDiscoverySockets::Datagram datagram;
-            while (sockets_.receive(polled[0].fd, datagram)) answer(datagram);
+            while (sockets_.receive(polled.back().fd, datagram)) answer(datagram);
             if (searcher_.port == 0 || !babbling_) continue;
             VantrelDaemonInfo somebody;
             somebody.setStorageId("babbler");
