@@ -85,8 +85,18 @@ TEST_F(MulticastClient, MakesRecordsFitForThisHost) {
     EXPECT_STREQ(knownRecord("local").getDatabase(), "other");
     EXPECT_EQ(knownRecord("local").getNodePort(), 7000);
 
+    const auto misses = [&] {
+        const Strings texts = log.texts();
+        return std::count_if(texts.begin(), texts.end(), [](const std::string& each) {
+            return each.find("Unable to find a local Vantrel daemon on ") != std::string::npos;
+        });
+    };
     storageIds();
-    EXPECT_THAT(log.texts(), Contains(HasSubstr("Unable to find a local Vantrel daemon on ")));
+    EXPECT_EQ(misses(), 1);
+    client->remove(storage("local"));  // it took its leave
+    CoTime::advance(Client::SEARCH_VALID_MS * CoTime::PER_MILLISECOND);
+    storageIds();
+    EXPECT_EQ(misses(), 1);
 }
 
 TEST_F(MulticastClient, ForgetsServersThatFallSilent) {
@@ -100,6 +110,37 @@ TEST_F(MulticastClient, ForgetsServersThatFallSilent) {
     client->wakeUp();
     EXPECT_THAT(observer.happened.wait(3), ElementsAre("1 silent", "1 connected", "2 silent"));
     EXPECT_THAT(log.texts(Vantrel::CoMsg::NOTICE), Contains(HasSubstr("discarding 'silent' (")));
+}
+
+/// Cannot send at first, as with an address that the system still examines.
+class SlowStarter : public Client {
+  public:
+    using Client::Client;
+    Happenings searches;
+
+  protected:
+    bool send(Protocol::RequestType type, const Vantrel::rcAttrStream& payload, const char* address,
+              unsigned port) override {
+        searches.add("");
+        return searches.wait(0).size() > 2 && Client::send(type, payload, address, port);
+    }
+};
+
+TEST_F(MulticastClient, SearchesOnANewInterfaceAsSoonAsItCanSend) {
+    FakeServers network(group());
+    configure("Multicast=none", "");
+    const auto starter = std::make_shared<SlowStarter>(group());
+    client = starter;
+    client->start();
+    configure("Multicast=lo", "");
+    Vantrel::CoNetworkDispatcher::checkForChanges();
+    for (const std::size_t tries : {1u, 2u}) {
+        EXPECT_EQ(starter->searches.wait(tries).size(), tries);
+        CoTime::advance(CoTime::PER_SECOND);
+        client->wakeUp();
+    }
+    EXPECT_THAT(network.searches.wait(1), ElementsAre(""));
+    EXPECT_EQ(starter->searches.wait(0).size(), 3u);
 }
 
 TEST_F(MulticastClient, WaitsForAnswersOnceAndThenTrustsTheList) {
@@ -132,6 +173,21 @@ TEST_F(MulticastClient, CallersShareASearchThatEndsHoweverManyAnswer) {
     EXPECT_THAT(network.searches.wait(0), ElementsAre(""));
     EXPECT_GE(milliseconds, long{Client::MAX_WAIT_MS});
     EXPECT_LT(milliseconds, 2 * long{Client::MAX_WAIT_MS});
+}
+
+TEST_F(MulticastClient, SearchesThatBeginLaterDoNotProlongAnEarlierOne) {
+    start();
+    std::vector<std::thread> callers;
+    for (int i = 0; i < 8; ++i) {
+        callers.emplace_back([&] {
+            VantrelDaemonInfo info;
+            for (int k = 0; k < 4; ++k) {
+                const VantrelServerId nobody(7549, "10.9.9.9");
+                EXPECT_LT(took([&] { EXPECT_FALSE(client->resolve(nobody, info)); }), SOON_MS);
+            }
+        });
+    }
+    for (std::thread& each : callers) each.join();
 }
 
 TEST_F(MulticastClient, ResolvesAsSoonAsTheServerAnswers) {

@@ -28,6 +28,11 @@ TEST_F(ServerList, GivesTheServersByName) {
     EXPECT_STREQ(info.getDisplayName(), "B");
     EXPECT_TRUE(list.refresh());
     EXPECT_THAT(network.searches.wait(2), ElementsAre("", ""));
+
+    VantrelClientUninit();
+    EXPECT_FALSE(list.getNumNodes(count));
+    VantrelClientInit();  // the fixture's object takes it back
+    EXPECT_FALSE(list.getNode(0, info)) << "of a list that is no more";
 }
 
 TEST_F(ServerList, ResolvesAStorage) {

@@ -16,6 +16,8 @@
 #include <map>
 
 #include "BareHost.h"
+#include "CapturedLog.h"
+#include "CoException.h"
 #include "CoNetworkConfig.h"
 #include "TemporaryDirectory.h"
 
@@ -79,7 +81,7 @@ TEST(CoNetworkDispatcher, AMachineOnItsOwnMulticastsOnItsLoopback) {
 }
 
 TEST(CoNetworkDispatcher, ListsTheInterfacesOfThisMachine) {
-    for (const CoNetworkInterface& each : CoNetworkDispatcher::getAllInterfaces()) {
+    for (const CoNetworkInterface& each : CoNetworkDispatcher::getAllInterfaces(true)) {
         SCOPED_TRACE(each.name + ' ' + each.ip);
         unsigned char bytes[16];
         EXPECT_EQ(1, ::inet_pton(each.family, each.ip.c_str(), bytes));
@@ -198,6 +200,28 @@ class Holder : public CoNetworkDispatcher::Observer {
     std::promise<void> removing;
     std::atomic<bool> left{false};
 };
+
+struct Thrower : CoNetworkDispatcher::Observer {
+    void interfacesChanged(Role) override { throw CoException("too much"); }
+};
+
+TEST(CoNetworkDispatcher, AnObserverThatThrowsKeepsNobodyFromHearingOrLeaving) {
+    const CapturedLog log;
+    const TemporaryDirectory directory;
+    configure(directory, "lo");
+    Thrower thrower;
+    Counter counter;
+    CoNetworkDispatcher::addObserver(Role::Multicast, &thrower);
+    CoNetworkDispatcher::addObserver(Role::Multicast, &counter);
+    configure(directory, "none");
+    auto checking = std::async(std::launch::async, [] { CoNetworkDispatcher::checkForChanges(); });
+    checking.get();
+    EXPECT_EQ(counter.told[Role::Multicast], 1);
+    EXPECT_THAT(log.texts(CoMsg::ERROR),
+                testing::Contains("An observer of the multicast network interfaces failed: too much"));
+    CoNetworkDispatcher::removeObserver(Role::Multicast, &thrower);  // for a call of another thread
+    CoNetworkDispatcher::removeObserver(Role::Multicast, &counter);
+}
 
 TEST(CoNetworkDispatcher, RemovingAnObserverWaitsForItsCall) {
     const TemporaryDirectory directory;

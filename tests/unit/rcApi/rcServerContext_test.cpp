@@ -126,6 +126,10 @@ TEST_F(rcServerContextTest, saysOnWhichPortItCannotListen) {
             "Unable to find port in range 65536 to 2147483647 accept connections: " + coErrorText(EINVAL)));
     const rcServerContext any(-1, -1, "127.0.0.1");
     EXPECT_TRUE(any.isValid());
+    for (const int low : {-1, 0}) {
+        const rcServerContext onlyOne(low, 1, "127.0.0.1");
+        EXPECT_LE(onlyOne.getPort(), 1) << "0 where this user may not listen there";
+    }
     const rcServerContext next(port(), port() + 100, "127.0.0.1");
     EXPECT_GT(next.getPort(), port());
 }

@@ -171,6 +171,21 @@ TEST_F(AnnouncerTest, NeitherAnswersNorListensWithoutMeasure) {
     while (!take(party_).empty()) ++answers;
     EXPECT_GT(answers, 10u);
     EXPECT_LT(answers, 2000u);
+
+    // An announcement is for all who were left without an answer.
+    const auto drain = [this] {
+        bool announced = false;
+        for (std::string one = take(group_); !one.empty(); one = take(group_)) announced |= one == "71 own";
+        return announced;
+    };
+    drain();
+    bool announced = false;
+    for (const Vantrel::CoDeadline deadline(LIMIT_MS); !announced && !deadline.passed();) {
+        for (int i = 0; i < 16; ++i) send(Protocol::FIND_SERVERS, {});
+        pass();
+        announced = drain();
+    }
+    EXPECT_TRUE(announced);
 }
 
 TEST(RateLimit, AllowsABurstAndThenAnEvenRate) {

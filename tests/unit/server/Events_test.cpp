@@ -14,6 +14,7 @@
 #include "EventPublisher.h"
 #include "NodeIds.h"
 #include "NodeServer.h"
+#include "ScriptedPeer.h"
 #include "TemporaryDirectory.h"
 #include "rcAPI.h"
 #include "rcAttrStream.h"
@@ -163,6 +164,19 @@ TEST(EventPublisher, AnUnreachableClientLosesItsRegistrations) {
     publisher.nodeChanged(numbered(0));
     EXPECT_TRUE(client->waitFor(1));
     client.reset();
+    EXPECT_TRUE(eventually([&] { return publisher.numRegistrations() == 0; }));
+    EXPECT_TRUE(eventually([&] { return log.contains("its 1 event registrations are removed"); }));
+}
+
+TEST(EventPublisher, AClientThatNeverAnswersTheLoginLosesItsRegistrations) {
+    const Vantrel::CapturedLog log;
+    Vantrel::ScriptedPeer client;
+    client.neverAnswer("_login");
+    EventPublisher publisher;
+    publisher.registerEvents({"127.0.0.1", client.port()}, 1, 1);
+    ASSERT_TRUE(eventually([&] { return !client.arguments("_login").empty(); }));
+    Vantrel::CoTime::advance(30 * Vantrel::CoTime::PER_SECOND);
+    publisher.nodeChanged(numbered(0));  // the thread looks at the clock again
     EXPECT_TRUE(eventually([&] { return publisher.numRegistrations() == 0; }));
     EXPECT_TRUE(eventually([&] { return log.contains("its 1 event registrations are removed"); }));
 }

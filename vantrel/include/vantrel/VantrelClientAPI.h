@@ -64,7 +64,8 @@ VANTREL_API void VantrelClientReleaseUnusedConnections(bool all);
 
 /// The ports, `first` to `last`, of which this process takes one to receive events on; the first that is
 /// free. -1 and -1, as at first, let the system choose. Takes effect when the first event handler is
-/// registered, or the first after the library was shut down. Valid at any time. Thread-safe.
+/// registered, or the first after the library was shut down; also where none of the ports was free, a new
+/// range counts only after a shut-down. Valid at any time. Thread-safe.
 VANTREL_API void VantrelClientSetEventsPortRange(int first, int last);
 
 /// Creates this workstation's network configuration file, /opt/Quorvane/cfg/network.cfg or what

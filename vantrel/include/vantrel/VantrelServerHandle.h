@@ -33,6 +33,8 @@ class VANTREL_API VantrelServerHandle {
     VantrelServerHandle(VantrelServerHandle&& other) noexcept;
     VantrelServerHandle& operator=(const VantrelServerHandle&) = delete;
     VantrelServerHandle& operator=(VantrelServerHandle&&) = delete;
+    /// Removes its event handlers and waits for one that runs on another thread. A connected server is told
+    /// first, for a second at most, longer only where another thread is in a call on the same connection.
     virtual ~VantrelServerHandle();
 
     /// Why the last failing call failed; never null, empty at first. The text is the calling thread's own
@@ -120,20 +122,25 @@ class VANTREL_API VantrelServerHandle {
     /// node are called in the order of their registration; one that is registered already keeps its place.
     /// `format` and `meta`, where not null, tell the server in which format and with which metadata tag the
     /// node's events are wanted; those given last hold for all of its handlers. Where the connection to the
-    /// server is lost it is made again, within seconds, and events arrive as before, but for those of the
-    /// time between. Fails with "Invalid handler pointer" for a null handler, and with "Vantrel client not
-    /// correctly configured to receive events." when this process has no port to receive on
-    /// (VantrelClientSetEventsPortRange); the handler is then not registered.
+    /// server is lost it is tried again, after a second at first and every 30 s in the end, and once it is
+    /// up events arrive as before, but for those of the time between. An event may come twice. Fails with
+    /// "Invalid handler pointer" for a null handler, with "Vantrel client not correctly configured to receive
+    /// events." when this process has no port to receive on (VantrelClientSetEventsPortRange), and with the
+    /// server's own text when it refuses; the handler is then not registered. Blocks until the server has
+    /// answered, at most VANTREL_EVENTS_CALL_TIMEOUT_MS (default 15000 ms), and before that for connecting
+    /// where the connection is down.
     ///
     /// `handler` stays the caller's and must live until it is unregistered, this handle is destroyed or the
-    /// library shut down. One thread calls all handlers of the process, one after the other: a handler that
+    /// library shut down, which removes all handlers: after a new start they are to be registered again. One
+    /// thread calls all handlers of the process, one after the other: a handler that
     /// blocks holds up every event. It may call any function of the library.
     bool registerEventHandler(const VantrelNodeId& nodeId, VantrelNodeEvent::Handler* handler,
                               const char* format = nullptr, const char* meta = nullptr) const;
     /// Removes a handler of a node. When it returns, the handler is not running and will not run again for
     /// this node; a call in progress on another thread is waited for. So it must not be called under a lock
     /// that the handler wants. From within a handler it returns at once. False when the handler was not
-    /// registered, or when the server could not be told: the handler is removed all the same.
+    /// registered, or when the server could not be told: the handler is removed all the same. Blocks for that
+    /// as `registerEventHandler` does, when it was the node's last handler.
     bool unregisterEventHandler(const VantrelNodeId& nodeId, VantrelNodeEvent::Handler* handler) const;
 
     // --- Path translation ---

@@ -22,6 +22,9 @@ using Role = CoNetworkDispatcher::Role;
 namespace {
 
 constexpr CoTime::Microseconds ANNOUNCE_EVERY = 60 * CoTime::PER_SECOND;
+/// An interface that came up may not send at once: the system still looks whether its address is in use.
+constexpr unsigned MAX_RETRIES = 5;
+constexpr CoTime::Microseconds RETRY_AFTER = CoTime::PER_SECOND;
 constexpr Role ROLES[] = {Role::Multicast, Role::Metadata, Role::Data};
 
 /// What anyone can send is bounded: datagrams taken in one pass of the loop and in a second (more are left to
@@ -29,6 +32,8 @@ constexpr Role ROLES[] = {Role::Multicast, Role::Metadata, Role::Data};
 constexpr std::size_t DATAGRAMS_PER_PASS = 32;
 constexpr unsigned DATAGRAMS_PER_SECOND = 5000;
 constexpr unsigned ANSWERS_PER_SECOND = 200;
+/// Searches beyond them are answered by one announcement to everybody, so long after the first of them.
+constexpr CoTime::Microseconds COMMON_ANSWER_AFTER = CoTime::PER_SECOND;
 /// Logged; beyond that, only what is sure to be understood is looked at.
 constexpr unsigned INVALID_PER_SECOND = 5;
 
@@ -61,6 +66,19 @@ unsigned metadataIPs(const VantrelDaemonInfo& info) {
 
 unsigned dataIPs(const VantrelDaemonInfo& info) {
     return countIPs([&info](unsigned slot) { return info.getDataIP(slot); });
+}
+
+bool hasLoopbackIP(const VantrelDaemonInfo& info) {
+    for (unsigned slot = 0; slot < VantrelDaemonInfo::MAX_IPS; ++slot) {
+        if (VantrelOS::isLoopBackIP(info.getMetadataIP(slot))) return true;
+        if (VantrelOS::isLoopBackIP(info.getDataIP(slot))) return true;
+    }
+    return false;
+}
+
+/// Whether a numeric address, a link-local one with its zone, is one of this host.
+bool isOwnIP(const std::string& ip) {
+    return VantrelOS::isLocalIP(ip.substr(0, ip.find(ZONE)).c_str());
 }
 
 bool isReachedByThisHostOnly(const VantrelDaemonInfo& info) {
@@ -102,12 +120,12 @@ VantrelDaemonInfo fitIntoDatagram(VantrelDaemonInfo info, bool& cut) {
 Announcer::Announcer(Vantrel::rcAppContext& loop, VantrelDiscoveryGroup group, Describe describe)
     : loop_(loop),
       describe_(std::move(describe)),
-      sockets_(std::move(group)),
       known_(std::min(MAX_KNOWN_SERVERS, static_cast<std::size_t>(VantrelSettings::maxServers.get()))),
       incoming_(DATAGRAMS_PER_SECOND),
       invalid_(INVALID_PER_SECOND),
       answers_(ANSWERS_PER_SECOND) {
     for (const Role role : ROLES) CoNetworkDispatcher::addObserver(role, this);
+    sockets_.emplace(std::move(group));
     watchSockets();
     if (ready_.isValid()) loop_.registerIOHandler(this);
 }
@@ -121,14 +139,13 @@ Announcer::~Announcer() {
 unsigned Announcer::work() {
     if (socketsStale_) {
         socketsStale_ = false;
-        sockets_.reopen();
+        sockets_->reopen();
         watchSockets();
+        searchDue_ = true;
+        retries_ = 0;
     }
     const CoTime::Microseconds now = CoTime::getTime();
-    if (now >= announceAt_) {
-        announce();
-        announceAt_ = now + ANNOUNCE_EVERY;
-    }
+    if (now >= announceAt_) tell(now);
     const CoTime::Microseconds resync = VantrelSettings::multicastResyncSec.get() * CoTime::PER_SECOND;
     if (now >= expireAt_) {
         std::vector<VantrelDaemonInfo> silent;
@@ -157,10 +174,9 @@ void Announcer::watchSockets() {
     }
     ready_.setId(set);
     polled_.clear();
-    sockets_.addTo(polled_);
+    sockets_->addTo(polled_);
     for (const pollfd& each : polled_) watch(each.fd);
     watch(CoNetworkDispatcher::changeDescriptor());
-    search();
 }
 
 void Announcer::watch(int descriptor) {
@@ -180,7 +196,7 @@ void Announcer::interfacesChanged(Role role) {
 
 bool Announcer::handleRead() {
     polled_.clear();
-    sockets_.addTo(polled_);
+    sockets_->addTo(polled_);
     const std::size_t sockets = polled_.size();
     polled_.push_back({CoNetworkDispatcher::changeDescriptor(), POLLIN, 0});
     if (::poll(polled_.data(), polled_.size(), 0) <= 0) return true;
@@ -194,7 +210,16 @@ bool Announcer::handleRead() {
 
 // --- Sending ---
 
-void Announcer::announce() {
+void Announcer::tell(CoTime::Microseconds now) {
+    if (searchDue_) searchDue_ = !search();
+    const bool failed = !announce() || searchDue_;
+    const bool retry = failed && sockets_->haveInterface() && retries_ < MAX_RETRIES;
+    if (retry) ++retries_;
+    announceAt_ = now + (retry ? RETRY_AFTER : ANNOUNCE_EVERY);
+}
+
+/// False when the announcement was not sent, though it should be.
+bool Announcer::announce() {
     bool cut = false;
     self_ = fitIntoDatagram(describe_(), cut);
     fits_ = fits(self_);
@@ -206,22 +231,22 @@ void Announcer::announce() {
         CO_MSG_WARNING("Not all addresses of this server fit into its announcement: %u and %u are told.",
                        metadataIPs(self_), dataIPs(self_));
     }
-    if (fits_ && !quiet_) sockets_.send(Protocol::DISCOVER_SERVERS, self_.toAttrStream());
+    return !fits_ || quiet_ || sockets_->send(Protocol::DISCOVER_SERVERS, self_.toAttrStream());
 }
 
-void Announcer::search() {
-    sockets_.send(Protocol::FIND_SERVERS, VantrelDaemonInfo().toAttrStream());
+bool Announcer::search() {
+    return sockets_->send(Protocol::FIND_SERVERS, VantrelDaemonInfo().toAttrStream());
 }
 
 void Announcer::withdraw() {
-    if (fits_) sockets_.send(Protocol::REMOVE_SERVER, self_.toAttrStream());
+    if (fits_) sockets_->send(Protocol::REMOVE_SERVER, self_.toAttrStream());
 }
 
 // --- Receiving ---
 
 void Announcer::takeFrom(int descriptor, std::size_t limit) {
     VantrelDiscoverySockets::Datagram datagram;
-    while (limit-- > 0 && incoming_.waitMs() == 0 && sockets_.receive(descriptor, datagram)) {
+    while (limit-- > 0 && incoming_.waitMs() == 0 && sockets_->receive(descriptor, datagram)) {
         incoming_.take();
         handle(datagram);
     }
@@ -238,9 +263,11 @@ void Announcer::handle(const VantrelDiscoverySockets::Datagram& datagram) {
                        datagram.ip.c_str(), datagram.port);
         return;
     }
-    const VantrelDaemonInfo info(payload);
+    VantrelDaemonInfo info(payload);
     if (type == Protocol::FIND_SERVERS) return answer(info, datagram.ip, datagram.port);
     if (isSelf(info)) return;
+    // Another host's 127.0.0.1 tells nothing here, and would make one server of several.
+    if (hasLoopbackIP(info) && !isOwnIP(datagram.ip)) info.removeLoopbackIPs();
     if (type == Protocol::DISCOVER_SERVERS || type == Protocol::DISCOVER_SERVERS_REPLY) {
         known_.add(info);
     } else if (type == Protocol::REMOVE_SERVER) {
@@ -255,9 +282,13 @@ void Announcer::answer(const VantrelDaemonInfo& wanted, const std::string& ip, u
     };
     if (!matches(wanted.getStorageId(), self_.getStorageId())) return;
     if (!matches(wanted.getDatabase(), self_.getDatabase())) return;
-    if (!fits_ || port == 0 || !answers_.take()) return;
-    if (quiet_ && !VantrelOS::isLocalIP(ip.substr(0, ip.find(ZONE)).c_str())) return;
-    sockets_.send(Protocol::DISCOVER_SERVERS_REPLY, self_.toAttrStream(), ip, port);
+    if (!fits_ || port == 0) return;
+    if (!answers_.take()) {
+        if (!quiet_) announceAt_ = std::min(announceAt_, CoTime::getTime() + COMMON_ANSWER_AFTER);
+        return;
+    }
+    if (quiet_ && !isOwnIP(ip)) return;
+    sockets_->send(Protocol::DISCOVER_SERVERS_REPLY, self_.toAttrStream(), ip, port);
 }
 
 bool Announcer::isSelf(const VantrelDaemonInfo& info) const {

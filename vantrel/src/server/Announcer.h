@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -47,8 +48,9 @@ class Announcer : private Vantrel::CoIoHandler, private Vantrel::CoNetworkDispat
 
     void watchSockets();
     void watch(int descriptor);
-    void announce();
-    void search();
+    void tell(Vantrel::CoTime::Microseconds now);
+    bool announce();
+    bool search();
     void withdraw();
 
     void takeFrom(int descriptor, std::size_t limit);
@@ -58,7 +60,7 @@ class Announcer : private Vantrel::CoIoHandler, private Vantrel::CoNetworkDispat
 
     Vantrel::rcAppContext& loop_;
     const Describe describe_;
-    VantrelDiscoverySockets sockets_;
+    std::optional<VantrelDiscoverySockets> sockets_;  ///< opened when no change can be missed any more
     Vantrel::CoIoDescriptor ready_;  ///< readable as soon as any socket is, or the interfaces have changed
     std::vector<pollfd> polled_;     ///< reused by every pass
     VantrelKnownServers known_;
@@ -67,6 +69,8 @@ class Announcer : private Vantrel::CoIoHandler, private Vantrel::CoNetworkDispat
     bool fits_ = false;       ///< it can be sent; false until something was announced
     bool told_ = false;       ///< that it does not fit as it is was logged
     bool socketsStale_ = false;
+    bool searchDue_ = true;  ///< none was sent since the sockets were opened
+    unsigned retries_ = 0;   ///< of what could not be sent, since then
     RateLimit incoming_;
     RateLimit invalid_;
     RateLimit answers_;

@@ -37,6 +37,8 @@ constexpr std::size_t MAX_BYTES_IN_FLIGHT = 32 * 1024;
 constexpr std::size_t MAX_REPLY_BYTES = 64 * 1024;
 
 constexpr CoTime::Microseconds CONNECT_TIMEOUT = 5 * CoTime::PER_SECOND;
+/// As long as an unreachable client keeps its registrations: one that has only been stopped may still go on.
+constexpr CoTime::Microseconds LOGIN_TIMEOUT = 30 * CoTime::PER_SECOND;
 constexpr CoTime::Microseconds FIRST_RETRY_DELAY = 100 * CoTime::PER_MILLISECOND;
 constexpr CoTime::Microseconds LONGEST_RETRY_DELAY = 2 * CoTime::PER_SECOND;
 
@@ -109,10 +111,12 @@ void EventLink::advance(Microseconds now) {
     tellOfDropped();
     if (state_ == State::Up) {
         send();
-    } else if (state_ == State::Connecting && now >= nextTime_) {
-        fail(coErrorText(ETIMEDOUT));
-    } else if (state_ == State::Down && now >= nextTime_) {
+    } else if (now < nextTime_) {
+        return;
+    } else if (state_ == State::Down) {
         beginConnect(now);
+    } else {
+        fail(coErrorText(ETIMEDOUT));
     }
 }
 
@@ -136,7 +140,7 @@ bool EventLink::checkConnected() {
     if (::getsockopt(descriptor_.getId(), SOL_SOCKET, SO_ERROR, &error, &size) != 0) error = errno;
     if (error != 0) return fail(coErrorText(error));
     state_ = State::LoggingIn;
-    connectedAt_ = CoTime::getTime();
+    nextTime_ = CoTime::getTime() + LOGIN_TIMEOUT;
     Vantrel::rcConnectionInfo info;
     info.fillInfo(&descriptor_);
     rcCommand::format(rcCommand::Type::Sync, 0, Vantrel::rcSysCalls::LOGIN, info.toAttrStream(), output_);
@@ -156,11 +160,9 @@ bool EventLink::takeLoginReply() {
 
 bool EventLink::fail(const std::string& reason) {
     const Microseconds now = CoTime::getTime();
-    // Who accepted the connection and was silent for long was there: a process that had been stopped.
-    const bool wasThere =
-        state_ == State::Up || (state_ == State::LoggingIn && now - connectedAt_ > CONNECT_TIMEOUT);
-    if (wasThere) downSince_ = now;
-    if (reason != reason_ || wasThere)
+    const bool wasUp = state_ == State::Up;
+    if (wasUp) downSince_ = now;
+    if (reason != reason_ || wasUp)
         CO_MSG_NOTICE("No connection to client %s for events: %s", address_.text().c_str(), reason.c_str());
     reason_ = reason;
     loop_.unregisterIOHandler(this);

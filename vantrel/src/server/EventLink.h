@@ -44,12 +44,10 @@ class EventLink : public Vantrel::CoIoHandler {
     /// Goes on: to be called when something was queued, and at `nextTime`.
     void advance(Microseconds now);
     /// When to call `advance` if nothing happens before; 0: never.
-    Microseconds nextTime() const {
-        return state_ == State::Up || state_ == State::LoggingIn ? 0 : nextTime_;
-    }
+    Microseconds nextTime() const { return state_ == State::Up ? 0 : nextTime_; }
 
-    /// For how long nothing could be connected to. A client that is connected counts as reached though it
-    /// does not answer: a stopped process may go on.
+    /// For how long no login has succeeded; 0 while one is under way. A client that has logged us in counts
+    /// as reached though it does not answer: a stopped process may go on.
     Microseconds unreachableFor(Microseconds now) const;
     const EventAddress& address() const { return address_; }
     const std::string& reason() const { return reason_; }  ///< of the last failure
@@ -82,7 +80,6 @@ class EventLink : public Vantrel::CoIoHandler {
     Microseconds nextTime_ = 0;  ///< the next attempt, or the end of the present one
     Microseconds retryDelay_ = 0;
     Microseconds downSince_;
-    Microseconds connectedAt_ = 0;
     std::string reason_;
     std::size_t dropped_ = 0;  ///< since it was last up to date
 

@@ -48,18 +48,21 @@ void EventPublisher::registerEvents(const EventAddress& client, int connection, 
     if (registrations_.size() >= settings_.maxRegistrations)
         throw CoException(coFormat("Cannot register for events: this server keeps at most %zu registrations.",
                                    settings_.maxRegistrations));
+    startThread();  // may throw: nothing is registered then
     const ClientId id = known != ids_.end() ? known->second : addClient(client);
     registrations_.add({id, connection}, node);
     clients_.at(id).unusedSince = 0;
-    if (!thread_) {
-        thread_ = std::make_unique<CoThread>(
-            "VT Events", [this] { run(); },
-            [this] {
-                stopped_ = true;
-                loop_.cancel();
-            });
-    }
     wake();
+}
+
+void EventPublisher::startThread() {
+    if (thread_) return;
+    thread_ = std::make_unique<CoThread>(
+        "VT Events", [this] { run(); },
+        [this] {
+            stopped_ = true;
+            loop_.cancel();
+        });
 }
 
 EventPublisher::ClientId EventPublisher::addClient(const EventAddress& address) {

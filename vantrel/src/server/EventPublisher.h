@@ -38,7 +38,8 @@ class EventPublisher : public NodeObserver {
     ~EventPublisher() override;
 
     /// From now on the client's connection is told of changes of the node. Registering again changes nothing.
-    /// CoException when there are too many registrations already.
+    /// CoException when there are too many registrations already; what the system throws when it has no
+    /// thread to give. Nothing is registered then.
     void registerEvents(const EventAddress& client, int connection, std::int64_t node);
     /// Success, too, when there was no such registration.
     void unregisterEvents(const EventAddress& client, int connection, std::int64_t node);
@@ -60,6 +61,7 @@ class EventPublisher : public NodeObserver {
     using Clients = std::map<ClientId, Client>;
 
     // Expect the mutex held.
+    void startThread();
     ClientId addClient(const EventAddress& address);
     void noteIfUnused(ClientId id);
     Clients::iterator forget(Clients::iterator client);

@@ -23,15 +23,20 @@ struct ResolveOptions {
 
 // What a person can check when servers should be there but none is found.
 
+/// The library's reason when there is nowhere to search.
+constexpr const char* kNoInterface = "No multicast interface found.";
+
 constexpr const char* kNoInterfaceAdvice =
     "Servers are searched for on interfaces that are up and capable of multicast. Check the Multicast= line "
     "of\n"
-    "network.cfg's [Interfaces] if there is one, and that the TTL of its [SelfDiscovery] is not 0.\n";
+    "network.cfg's [Interfaces] if there is one, and that the TTL of its [SelfDiscovery] is not 0.\n"
+    "With IPv6, loopback is of no use.\n";
 
 constexpr const char* kNoServerAdvice =
     "Check that\n"
     "  - a server runs, with the Port and Scope that network.cfg's [SelfDiscovery] has here;\n"
     "  - the Multicast= lines of [Interfaces] name the right interfaces, here and on its host;\n"
+    "  - they have IPv4 addresses, or IPv6 ones with an IPv6 Scope or QD_TCP_IPV6: others are not searched;\n"
     "  - TTL in [SelfDiscovery] is large enough for the routers on the way, and not 0 on its host;\n"
     "  - no firewall holds back UDP to the discovery port, or the answers from it.\n";
 
@@ -89,8 +94,9 @@ void servers(const Program& program, const ServersOptions& options) {
     Discovery discovery(program, gateway);
     int count = 0;
     if (!discovery.list().getNumNodes(count)) {
-        std::fputs(kNoInterfaceAdvice, stderr);
-        throw ToolError(discovery.list().lastError());
+        const std::string reason = discovery.list().lastError();
+        if (reason == kNoInterface) std::fputs(kNoInterfaceAdvice, stderr);
+        throw ToolError(reason);
     }
     std::vector<VantrelServerInfo> found(static_cast<std::size_t>(count));
     for (int i = 0; i < count; ++i) {

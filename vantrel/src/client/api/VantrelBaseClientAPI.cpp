@@ -1,5 +1,6 @@
 #include "VantrelBaseClientAPI.h"
 
+#include <algorithm>
 #include <exception>
 #include <utility>
 
@@ -123,20 +124,31 @@ bool VantrelBaseClientAPI::getOsTypeTranslations(std::vector<VantrelOsTypeTransl
     });
 }
 
+void VantrelBaseClientAPI::requestEvents(const char* method, const std::string& argument,
+                                         std::optional<unsigned> limitMs) {
+    if (limitMs) {
+        std::string reply;
+        connection_.callConnected(method, argument.c_str(), reply, std::min(*limitMs, eventsCallTimeoutMs()));
+    } else {
+        request(method, argument, eventsCallTimeoutMs(),
+                VantrelClientConnection::getDefaultConnectionRetryTimeoutMs());
+    }
+}
+
 bool VantrelBaseClientAPI::registerEventsOn(unsigned port, int connectionId,
-                                            const VantrelEventSubject& subject) {
+                                            const VantrelEventSubject& subject,
+                                            std::optional<unsigned> limitMs) {
     return attempt([&] {
         Vantrel::rcAttrStream argument = eventRoute(port, connectionId, subject.nodeId.c_str());
         if (!subject.format.empty()) argument.addStringValue("Fmt", subject.format);
         if (!subject.metaTag.empty()) argument.addStringValue("Meta", subject.metaTag);
-        request("RegisterEvents", argument.text(), eventsCallTimeoutMs(),
-                VantrelClientConnection::getDefaultConnectionRetryTimeoutMs());
+        requestEvents("RegisterEvents", argument.text(), limitMs);
     });
 }
 
-bool VantrelBaseClientAPI::unregisterEventsOn(unsigned port, int connectionId, const VantrelNodeId& nodeId) {
+bool VantrelBaseClientAPI::unregisterEventsOn(unsigned port, int connectionId, const VantrelNodeId& nodeId,
+                                              std::optional<unsigned> limitMs) {
     return attempt([&] {
-        request("UnregisterEvents", eventRoute(port, connectionId, nodeId.id()).text(), eventsCallTimeoutMs(),
-                VantrelClientConnection::getDefaultConnectionRetryTimeoutMs());
+        requestEvents("UnregisterEvents", eventRoute(port, connectionId, nodeId.id()).text(), limitMs);
     });
 }

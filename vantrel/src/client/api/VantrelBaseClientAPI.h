@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -36,9 +37,12 @@ class VantrelBaseClientAPI {
     // --- Events ---
 
     /// Asks the server to send a node's events to `port` of this host, for the object `connectionId`. Asking
-    /// again replaces format and tag.
-    bool registerEventsOn(unsigned port, int connectionId, const VantrelEventSubject& subject);
-    bool unregisterEventsOn(unsigned port, int connectionId, const VantrelNodeId& nodeId);
+    /// again replaces format and tag. With `limitMs` the call ends after that time at the latest, and fails
+    /// at once when the connection is down.
+    bool registerEventsOn(unsigned port, int connectionId, const VantrelEventSubject& subject,
+                          std::optional<unsigned> limitMs = std::nullopt);
+    bool unregisterEventsOn(unsigned port, int connectionId, const VantrelNodeId& nodeId,
+                            std::optional<unsigned> limitMs = std::nullopt);
 
     /// Callbacks after a reconnection, see VantrelClientConnection.
     void addConnectCallback(VantrelClientConnection::ConnectCallback* callback) {
@@ -57,6 +61,8 @@ class VantrelBaseClientAPI {
     std::string request(const char* method, const std::string& argument);
     std::string request(const char* method, const std::string& argument, unsigned callTimeoutMs,
                         unsigned retryTimeoutMs);
+
+    void requestEvents(const char* method, const std::string& argument, std::optional<unsigned> limitMs);
 
     VantrelClientConnection& connection_;
     std::string lastError_;

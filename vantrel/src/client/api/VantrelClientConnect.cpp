@@ -18,15 +18,18 @@
 #include "CoNetworkConfig.h"
 #include "CoNetworkDispatcher.h"
 #include "VantrelClientOperation.h"
+#include "VantrelInitCounter.h"
 #include "VantrelMulticastClient.h"
 #include "VantrelResolver.h"
 #include "VantrelSettings.h"
 
 using Vantrel::coFormat;
+using Vantrel::coPrintable;
 
 namespace {
 
 constexpr unsigned RETRY_PAUSE_MS = 1000;
+constexpr int HIGHEST_PORT = 65535;
 
 bool isNumericAddress(const std::string& text) {
     in6_addr ignored;
@@ -36,7 +39,7 @@ bool isNumericAddress(const std::string& text) {
 
 void logInterfaces(const char* familyName, int family) {
     std::vector<Vantrel::CoNetworkInterface> found;
-    for (const auto& entry : Vantrel::CoNetworkDispatcher::getAllInterfaces()) {
+    for (const auto& entry : Vantrel::CoNetworkDispatcher::getAllInterfaces(true)) {
         if (entry.family == family) found.push_back(entry);
     }
     if (found.empty()) {
@@ -97,7 +100,6 @@ void VantrelClientConnection::connectLocked(unsigned connectTimeoutMs, unsigned 
         retryLeftMs -= pauseMs;
         pauseForRetry(pauseMs);
     }
-    closedOnPurpose_ = false;
     if (std::exchange(wasConnected_, true)) connectCallbacks();
 }
 
@@ -113,8 +115,12 @@ void VantrelClientConnection::failToConnect() {
     const std::string text = coFormat("Server not found [%s:%u] [%s] [%s]: %s.", serverId_.getIPAddr(),
                                       static_cast<unsigned>(serverId_.getPort()), serverId_.getDB(),
                                       serverId_.getStorageId(), lastError_.c_str());
-    CO_MSG_ERROR("%s", text.c_str());
-    VantrelResolver::flagUnreachableServer(serverId_);
+    if (unasked_) {
+        CO_MSG_DEBUG("%s", text.c_str());
+    } else {
+        CO_MSG_ERROR("%s", text.c_str());
+        VantrelResolver::flagUnreachableServer(serverId_);
+    }
     throw Vantrel::CoException(text);
 }
 
@@ -225,33 +231,43 @@ std::string VantrelClientConnection::mismatch(const VantrelDaemonInfo& info) con
         otherStorage ? "Another storage answers at this address" : "Another database answers at this address";
     return coFormat("Mismatching server information [%s:%u] [%s vs %s] [%s vs %s]: %s.",
                     serverId_.getIPAddr(), static_cast<unsigned>(serverId_.getPort()), database,
-                    info.getDatabase(), storageId, info.getStorageId(), reason);
+                    coPrintable(info.getDatabase()).c_str(), storageId,
+                    coPrintable(info.getStorageId()).c_str(), reason);
 }
 
 // --- The addresses that discovery knows ---
 
 VantrelClientConnection::Attempt VantrelClientConnection::tryResolvedAddresses(unsigned connectTimeoutMs) {
     throwIfStopped();
+    // A connection to a list's gateway may be at work yet while the library is shut down.
+    const auto discovery = VantrelMulticastClient::_getInstance(VantrelInitCounter::handlesMayWork());
+    if (!discovery) throw Vantrel::CoException(VantrelInitCounter::NOT_INITIALIZED);
     VantrelDaemonInfo info;
-    const bool found = VantrelMulticastClient::getInstance()->resolve(
-        serverId_, info, [this] { return stopRequested_.load(); });
+    const bool found = discovery->resolve(serverId_, info, [this] { return stopRequested_.load(); });
     throwIfStopped();
     if (!found) {
         if (lastError_.empty()) lastError_ = "No server is known by this id";
         return Attempt::Failed;
     }
+    if (info.getNodePort() < 1 || info.getNodePort() > HIGHEST_PORT) {
+        lastError_ = coFormat("It announces %d as its node port", info.getNodePort());
+        return Attempt::Failed;
+    }
     VantrelResolver resolver(info);
-    const bool connected = resolver.tryEach(VantrelResolver::Metadata, [&](const std::string& address) {
+    const auto attempt = [&](const std::string& address) {
         return tryResolvedAddress(info, address, connectTimeoutMs);
-    });
+    };
+    const bool connected = resolver.tryEach(VantrelResolver::Metadata, attempt, !unasked_);
     if (!connected && lastError_.empty()) lastError_ = "None of its addresses can be used";
     return connected ? Attempt::Connected : Attempt::Failed;
 }
 
 bool VantrelClientConnection::tryResolvedAddress(const VantrelDaemonInfo& info, const std::string& address,
                                                  unsigned connectTimeoutMs) {
-    const char* host = info.getHostName();
-    const char* storageId = info.getStorageId();
+    const std::string hostText = coPrintable(info.getHostName());
+    const std::string storageText = coPrintable(info.getStorageId());
+    const char* host = hostText.c_str();
+    const char* storageId = storageText.c_str();
     const auto port = static_cast<unsigned>(info.getNodePort());
     CO_MSG_NOTICE("Connecting to server '%s' / '%s' using '%s:%u'.", host, storageId, address.c_str(), port);
     simulateLatency(VantrelSettings::connectExtraLatencyMs);

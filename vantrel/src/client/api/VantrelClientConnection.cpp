@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <chrono>
 #include <iterator>
+#include <utility>
 #include <vector>
 
 #include "CoAssert.h"
@@ -22,6 +23,19 @@ constexpr unsigned short LIBRARY_VERSION[] = {2024, 0, 0, 0};
 constexpr unsigned MAX_RECONNECTS_PER_CALL = 2;
 
 std::atomic<VantrelDisconnectCallBack> disconnectCallback{nullptr};
+
+/// A flag that is set as long as this lives.
+class TemporaryFlag {
+  public:
+    explicit TemporaryFlag(bool& flag) : flag_(flag), earlier_(std::exchange(flag, true)) {}
+    TemporaryFlag(const TemporaryFlag&) = delete;
+    TemporaryFlag& operator=(const TemporaryFlag&) = delete;
+    ~TemporaryFlag() { flag_ = earlier_; }
+
+  private:
+    bool& flag_;
+    const bool earlier_;
+};
 
 }  // namespace
 
@@ -62,7 +76,7 @@ void VantrelClientConnection::callMethod(const char* method, const char* argumen
     const Vantrel::CoDeferral deferral;
     const std::lock_guard<std::recursive_mutex> lock(mutex_);
     const Operation operation(*this);
-    for (unsigned reconnects = inConnectCallbacks_ ? MAX_RECONNECTS_PER_CALL : 0;; ++reconnects) {
+    for (unsigned reconnects = neverConnects_ ? MAX_RECONNECTS_PER_CALL : 0;; ++reconnects) {
         if (endpoint_.isConnected(false)) {
             if (endpointCall(method, argument, waitForResult, result, callTimeoutMs)) return;
             if (endpoint_.timedOut()) {
@@ -79,6 +93,15 @@ void VantrelClientConnection::callMethod(const char* method, const char* argumen
         if (reconnects == MAX_RECONNECTS_PER_CALL) throw Vantrel::CoException(lastError_);
         connectLocked(connectTimeoutMs, retryTimeoutMs);
     }
+}
+
+void VantrelClientConnection::callConnected(const char* method, const char* argument, std::string& result,
+                                            unsigned callTimeoutMs) {
+    const Vantrel::CoDeferral deferral;
+    const std::lock_guard<std::recursive_mutex> lock(mutex_);
+    if (!endpoint_.isConnected(true)) throw Vantrel::CoException("Not connected");
+    const TemporaryFlag neverConnects(neverConnects_);
+    callMethod(method, argument, true, result, callTimeoutMs, 0, 0);
 }
 
 bool VantrelClientConnection::endpointCall(const char* method, const char* argument, bool waitForResult,
@@ -118,12 +141,14 @@ void VantrelClientConnection::noteLoss() {
 bool VantrelClientConnection::restore(unsigned connectTimeoutMs) {
     const Vantrel::CoDeferral deferral;
     const std::unique_lock<std::recursive_mutex> lock(mutex_, std::try_to_lock);
-    if (!lock || closedOnPurpose_ || endpoint_.isConnected(true)) return true;
+    if (!lock || endpoint_.isConnected(true)) return true;
     const Operation operation(*this);
     noteLoss();
+    // Not to be held against the server when the application calls it.
+    const TemporaryFlag unasked(unasked_);
     try {
         connectLocked(connectTimeoutMs, 0);
-        return true;
+        return endpoint_.isConnected(false);  // a connect callback may have lost it again
     } catch (const std::exception&) {
         return false;  // logged
     }
@@ -134,7 +159,6 @@ void VantrelClientConnection::disconnect() {
     const Vantrel::CoDeferral deferral;
     const std::lock_guard<std::recursive_mutex> lock(mutex_);
     endpoint_.disconnect();
-    closedOnPurpose_ = true;
 }
 
 void VantrelClientConnection::stop(const char* reason) {
@@ -175,7 +199,7 @@ void VantrelClientConnection::connectCallbacks() {
     const Vantrel::CoDeferral deferral;
     const std::lock_guard<std::recursive_mutex> lock(mutex_);
     const std::lock_guard<std::recursive_mutex> callbacksLock(callbacksMutex_);
-    inConnectCallbacks_ = true;
+    const TemporaryFlag neverConnects(neverConnects_);
     const std::vector<ConnectCallback*> callbacks = connectCallbacks_;
     for (ConnectCallback* callback : callbacks) {
         // One of those before it may have removed it.
@@ -187,7 +211,6 @@ void VantrelClientConnection::connectCallbacks() {
             CO_MSG_ERROR("Could not restore what was kept on the server: %s", error.what());
         }
     }
-    inConnectCallbacks_ = false;
 }
 
 // --- Settings ---

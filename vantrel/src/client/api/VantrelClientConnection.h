@@ -47,6 +47,9 @@ class VantrelClientConnection {
     void callMethod(const char* method, const char* argument, bool waitForResult, std::string& result,
                     unsigned callTimeoutMs, unsigned connectTimeoutMs, unsigned retryTimeoutMs);
 
+    /// The same with a connection that is up: never connects. For farewells, which nobody waits for long.
+    void callConnected(const char* method, const char* argument, std::string& result, unsigned callTimeoutMs);
+
     /// What the server said of itself when connecting, connecting now if need be; with `refresh` it is asked
     /// again. Never null. Throws with the reason.
     std::shared_ptr<const VantrelDaemonInfo> getDaemonInfo(bool refresh);
@@ -118,10 +121,10 @@ class VantrelClientConnection {
     std::shared_ptr<const VantrelDaemonInfo> daemonInfo_;
     std::string reachedAddress_;
     std::string lastError_;
-    bool wasConnected_ = false;        // at any time before
-    bool askedServer_ = false;         // since the last connect: daemonInfo_ is the server's own answer
-    bool closedOnPurpose_ = false;     // and not connected since
-    bool inConnectCallbacks_ = false;  // a call now is one of a connect callback
+    bool wasConnected_ = false;   // at any time before
+    bool askedServer_ = false;    // since the last connect: daemonInfo_ is the server's own answer
+    bool neverConnects_ = false;  // a call now leaves a lost connection lost
+    bool unasked_ = false;        // connecting for restore(): nobody is told of its failure
 
     std::recursive_mutex callbacksMutex_;  // held while they run; taken after mutex_
     std::vector<ConnectCallback*> connectCallbacks_;

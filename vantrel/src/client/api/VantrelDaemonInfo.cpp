@@ -11,6 +11,7 @@
 #include "CoIoTcpDescriptor.h"
 #include "CoMsg.h"
 #include "CoNetworkConfig.h"
+#include "CoNetworkDispatcher.h"
 #include "VantrelSettings.h"
 
 using Vantrel::CoDeadline;
@@ -206,9 +207,15 @@ bool VantrelDaemonInfo::isLocal() const {
         std::string localUUID;
         return Vantrel::CoNetworkConfig::getInstance().getUUID(localUUID) && hostUUID_ == localUUID.c_str();
     }
+    // Listed once: a record has many addresses.
+    const auto own = Vantrel::CoNetworkDispatcher::getAllInterfaces();
+    const VantrelStr ownName = VantrelOS::getHostName();
     // Every host has the loopback addresses: they tell nothing.
-    const auto isOurs = [](const char* ip) {
-        return !VantrelOS::isLoopBackIP(ip) && VantrelOS::isLocalIP(ip);
+    const auto isOurs = [&own, &ownName](const char* ip) {
+        if (VantrelOS::isLoopBackIP(ip)) return false;
+        const char* const bare = CoIoTcpDescriptor::skipIPv4InIPv6Prefix(ip);
+        return ownName == ip ||
+               std::any_of(own.begin(), own.end(), [bare](const auto& each) { return each.ip == bare; });
     };
     return anyIP(metadataIPs_, isOurs) || anyIP(dataIPs_, isOurs);
 }

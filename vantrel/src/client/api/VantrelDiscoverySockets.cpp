@@ -92,9 +92,16 @@ void VantrelDiscoverySockets::close() {
 std::vector<VantrelDiscoverySockets::Addresses> VantrelDiscoverySockets::findInterfaces() const {
     const int family = CoMulticast::familyOf(group_.scope);
     std::vector<Addresses> found;
+    bool loopbackTold = false;
     for (CoNetworkInterface& each :
          CoNetworkDispatcher::getInterfaces(CoNetworkDispatcher::Role::Multicast)) {
         if (each.family != family) continue;
+        if (each.loopback && family == AF_INET6) {
+            // The system has no route for it: whatever is sent fails.
+            if (!std::exchange(loopbackTold, true))
+                CO_MSG_WARNING("IPv6 multicast does not work on '%s': not used.", each.name.c_str());
+            continue;
+        }
         const auto known = std::find_if(found.begin(), found.end(), [&each](const Addresses& addresses) {
             return addresses.front().name == each.name;
         });

@@ -26,8 +26,8 @@ struct VantrelDiscoveryGroup {
 /// public socket, a member of the group on all those interfaces: it hears what is sent to the group.
 ///
 /// Whatever fails is logged and left out; nothing is thrown. Without any multicast interface, or with TTL 0,
-/// there are no sockets. Parties on one machine hear each other, and each hears what it sends to the group.
-/// Thread safety: one thread at a time, but `send` and `receive` may run at once.
+/// there are no sockets; with IPv6, loopback is none. Parties on one machine hear each other, and each hears
+/// what it sends to the group. Thread safety: one thread at a time, but `send` and `receive` may run at once.
 /// Ownership: the sockets, which are close-on-exec; they close with the object.
 class VantrelDiscoverySockets {
   public:

@@ -1,6 +1,8 @@
 #include "VantrelEventConnection.h"
 
 #include <algorithm>
+#include <limits>
+#include <random>
 #include <utility>
 
 #include "CoException.h"
@@ -20,8 +22,12 @@ constexpr const char* CLOSED = "Event connection is closed";
 /// Long for a network, short for those whose events wait meanwhile.
 constexpr unsigned RESTORE_TIMEOUT_MS = 1000;
 
+constexpr unsigned FIRST_IDS = 1U << 30;
+
+/// From a random number on: what a server still sends to a process that had the port before, and crashed, is
+/// told from what this one wants.
 int nextId() {
-    static std::atomic<int> last{0};
+    static std::atomic<int> last{static_cast<int>(std::random_device()() % FIRST_IDS)};
     return ++last;
 }
 
@@ -65,7 +71,7 @@ void VantrelEventMonitor::Connection::letGo(std::shared_ptr<Connection> connecti
 void VantrelEventMonitor::Connection::close() {
     // Handlers of this connection that run on other threads may want the server's answer, or a lock of their
     // program: nothing is held here.
-    unregister(retire(), nullptr);
+    unregister(retire(), Vantrel::CoDeadline(FAREWELL_TIME_MS));
     client_->removeConnectCallback(this);
     if (const auto monitor = monitor_.lock()) monitor->removeConnection(id_);
     dispatcher_.awaitEnd(nullptr);
@@ -109,6 +115,10 @@ bool VantrelEventMonitor::Connection::registerEventHandler(const VantrelNodeId& 
 
 bool VantrelEventMonitor::Connection::unregisterEventHandler(const VantrelNodeId& nodeId,
                                                              const Handler* handler) {
+    if (isForeign()) {
+        lastError_ = CLOSED;
+        return false;
+    }
     const auto removal = dispatcher_.remove(nodeId.id(), handler);
     if (removal == VantrelEventDispatcher::Removal::Unknown) {
         lastError_ = coFormat("Event handler %p is not registered for '%s'",
@@ -123,12 +133,13 @@ bool VantrelEventMonitor::Connection::unregisterEventHandler(const VantrelNodeId
 }
 
 void VantrelEventMonitor::Connection::unregister(const std::vector<VantrelEventSubject>& subjects,
-                                                 const Vantrel::CoDeadline* limit) {
+                                                 const Vantrel::CoDeadline& limit) {
     VantrelBaseClientAPI api(*client_.get());
     for (const VantrelEventSubject& subject : subjects) {
         // Nobody connects to a server only to say good-bye.
-        if (!client_->isConnected() || (limit && limit->passed())) return;
-        if (!api.unregisterEventsOn(port_, id_, VantrelNodeId(subject.nodeId.c_str()))) {
+        const unsigned leftMs = limit.leftMs();
+        if (!client_->isConnected() || leftMs == 0) return;
+        if (!api.unregisterEventsOn(port_, id_, VantrelNodeId(subject.nodeId.c_str()), leftMs)) {
             CO_MSG_NOTICE("Could not unregister from the events of '%s': %s", subject.nodeId.c_str(),
                           api.lastError());
         }
@@ -144,26 +155,47 @@ void VantrelEventMonitor::Connection::reconnect() {
         const std::lock_guard<std::mutex> lock(refusedMutex_);
         refused_.clear();
     }
-    registerAgain(subjects, CoMsg::ERROR);
+    registerAgain(subjects, Again::AfterLoss);
+    ++reconnections_;
 }
 
-/// Unregistering first: the server may not have noticed the loss. What it refuses is kept in refused_.
+/// How long the server may take for an answer. The monitor's thread has events to serve.
+unsigned VantrelEventMonitor::Connection::answerLimitMs() const {
+    const auto monitor = monitor_.lock();
+    return monitor && monitor->isOwnThread() ? RESTORE_TIMEOUT_MS : std::numeric_limits<unsigned>::max();
+}
+
+bool VantrelEventMonitor::Connection::registerNow(VantrelBaseClientAPI& api,
+                                                  const VantrelEventSubject& subject, Again occasion) const {
+    const VantrelNodeId nodeId(subject.nodeId.c_str());
+    const unsigned limitMs = answerLimitMs();
+    // Unregistering first: the server may not have noticed the loss. One that restarted has nothing to
+    // unregister, and may say so. A renewal must not miss events where the registration still stands.
+    if (occasion != Again::Renewal && !api.unregisterEventsOn(port_, id_, nodeId, limitMs) &&
+        !client_->isConnected())
+        return false;
+    if (!api.registerEventsOn(port_, id_, subject, limitMs)) return false;
+    if (dispatcher_.subject(subject.nodeId)) return true;
+    // The last handler has gone meanwhile, and its unregistration may have come before.
+    api.unregisterEventsOn(port_, id_, nodeId, limitMs);
+    // Or another has come, and its registration was just undone.
+    const auto wanted = dispatcher_.subject(subject.nodeId);
+    return !wanted || api.registerEventsOn(port_, id_, *wanted, limitMs);
+}
+
+/// What the server refuses is kept in refused_.
 bool VantrelEventMonitor::Connection::registerAgain(const std::vector<VantrelEventSubject>& subjects,
-                                                    int logLevel) {
+                                                    Again occasion) {
+    const int logLevel = occasion == Again::AfterRefusal ? CoMsg::DEBUG : CoMsg::ERROR;
     VantrelBaseClientAPI api(*client_.get());
     bool all = true;
     for (const VantrelEventSubject& subject : subjects) {
-        const VantrelNodeId nodeId(subject.nodeId.c_str());
-        // A server that restarted has nothing to unregister, and may say so.
-        const bool ok = (api.unregisterEventsOn(port_, id_, nodeId) || client_->isConnected()) &&
-                        api.registerEventsOn(port_, id_, subject);
+        const bool ok = registerNow(api, subject, occasion);
         if (!ok) {
             CO_MSG_AT(logLevel, "Could not register again for the events of '%s': %s", subject.nodeId.c_str(),
                       api.lastError());
         }
         if (!client_->isConnected()) return false;  // lost again: everything starts anew when it is back
-        // The last handler may have gone meanwhile, and its unregistration may have come before.
-        if (ok && !dispatcher_.hasHandlers(subject.nodeId)) api.unregisterEventsOn(port_, id_, nodeId);
         all = all && ok;
         const std::lock_guard<std::mutex> lock(refusedMutex_);
         if (ok) {
@@ -188,10 +220,13 @@ std::vector<VantrelEventSubject> VantrelEventMonitor::Connection::refusedSubject
 }
 
 bool VantrelEventMonitor::Connection::restore() {
-    const auto refusedBefore = refusedSubjects();
+    const unsigned reconnectionsBefore = reconnections_;
     if (!client_->restore(RESTORE_TIMEOUT_MS)) return false;
     // Not connected now: whoever is connecting registers, and if the connection was closed on purpose,
     // whoever opens it.
     if (!client_->isConnected()) return true;
-    return refusedBefore.empty() ? refusedSubjects().empty() : registerAgain(refusedBefore, CoMsg::DEBUG);
+    const bool renewing = std::exchange(renewal_, false);
+    if (reconnections_ != reconnectionsBefore) return refusedSubjects().empty();
+    return renewing ? registerAgain(dispatcher_.subjects(), Again::Renewal)
+                    : registerAgain(refusedSubjects(), Again::AfterRefusal);
 }

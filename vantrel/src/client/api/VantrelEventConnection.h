@@ -27,8 +27,9 @@ class VantrelEventMonitor::Connection : private VantrelClientConnection::Connect
     /// A connection that the monitor knows; throws CoException when the monitor is of no use. To be let go
     /// with letGo().
     static std::shared_ptr<Connection> open(const VantrelClientConnection::Shared& client);
-    /// Closes it, or, in a child forked since, leaves it and its parent's locks alone. `connection` may be
-    /// null.
+    /// Closes it, telling the server within FAREWELL_TIME_MS and waiting for a handler that runs; so not
+    /// under a lock that handlers may want. In a child forked since, leaves it and its parent's locks alone.
+    /// `connection` may be null.
     static void letGo(std::shared_ptr<Connection> connection);
     ~Connection() override;
 
@@ -44,7 +45,9 @@ class VantrelEventMonitor::Connection : private VantrelClientConnection::Connect
     bool unregisterEventHandler(const VantrelNodeId& nodeId, const Handler* handler);
     const char* lastError() const { return lastError_.c_str(); }
     /// Waits for a call of `handler` in progress on another thread. Not under a lock that handlers may want.
-    void awaitHandler(const Handler* handler) { dispatcher_.awaitEnd(handler); }
+    void awaitHandler(const Handler* handler) {
+        if (!isForeign()) dispatcher_.awaitEnd(handler);
+    }
 
     /// See VantrelEventDispatcher.
     void notify(VantrelNodeEvent event) { dispatcher_.notify(std::move(event)); }
@@ -57,13 +60,15 @@ class VantrelEventMonitor::Connection : private VantrelClientConnection::Connect
 
     bool hasHandlers() const { return dispatcher_.hasHandlers(); }
     VantrelClientConnection& client() const { return *client_.get(); }
-    /// Connects again when the connection was lost, registers again what failed before; false when either
-    /// fails. May take a second and more.
+    /// Connects again when the connection was lost, registers again what failed before, or, after
+    /// `renewLater`, all; false when anything fails. May take a second and more.
     bool restore();
     /// From now on no handler is called; returns what is registered with the server.
     std::vector<VantrelEventSubject> retire();
-    /// Tells the server, while the connection is up and `limit` (null: none) has not passed.
-    void unregister(const std::vector<VantrelEventSubject>& subjects, const Vantrel::CoDeadline* limit);
+    /// The server may have dropped what is registered with it.
+    void renewLater() { renewal_ = true; }
+    /// Tells the server, while the connection is up and `limit` has not passed.
+    void unregister(const std::vector<VantrelEventSubject>& subjects, const Vantrel::CoDeadline& limit);
 
     /// When `restore` is to be tried next: pauses grow while it fails. The monitor thread's.
     struct Pause {
@@ -81,7 +86,10 @@ class VantrelEventMonitor::Connection : private VantrelClientConnection::Connect
     }
     void close();
     bool isForeign() const;
-    bool registerAgain(const std::vector<VantrelEventSubject>& subjects, int logLevel);
+    enum class Again { AfterLoss, Renewal, AfterRefusal };
+    bool registerAgain(const std::vector<VantrelEventSubject>& subjects, Again occasion);
+    bool registerNow(VantrelBaseClientAPI& api, const VantrelEventSubject& subject, Again occasion) const;
+    unsigned answerLimitMs() const;
     std::vector<VantrelEventSubject> refusedSubjects() const;
 
     const int id_;
@@ -92,6 +100,8 @@ class VantrelEventMonitor::Connection : private VantrelClientConnection::Connect
     std::atomic<bool> closed_{false};
     VantrelEventDispatcher dispatcher_;
     std::string lastError_;
+    std::atomic<unsigned> reconnections_{0};
+    bool renewal_ = false;  // the monitor thread's
 
     mutable std::mutex refusedMutex_;  // guards refused_
     std::set<std::string> refused_;    // nodes that could not be registered again

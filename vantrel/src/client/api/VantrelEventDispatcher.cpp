@@ -7,6 +7,8 @@
 #include "CoMsg.h"
 #include "VantrelSettings.h"
 
+using Vantrel::coPrintable;
+
 namespace {
 
 /// A queue that a burst has grown is not kept for the events that come one by one.
@@ -16,22 +18,24 @@ bool tracing() {
     return VantrelSettings::debugEvents.get();
 }
 
+void reportException(VantrelNodeEvent::Handler* handler, const VantrelNodeEvent& event, const char* reason) {
+    CO_MSG_ERROR("Event handler %p threw on event %s/%s: %s", static_cast<void*>(handler),
+                 coPrintable(event.getNodeId().id()).c_str(), coPrintable(event.getType()).c_str(), reason);
+}
+
 void notifyHandler(VantrelNodeEvent::Handler* handler, const VantrelNodeEvent& event) {
     if (tracing()) {
         CO_MSG_USER("Notifying event handler %p of event %s/%s [%s].", static_cast<void*>(handler),
-                    event.getNodeId().id(), event.getType(), event.getDetails().getStream());
+                    coPrintable(event.getNodeId().id()).c_str(), coPrintable(event.getType()).c_str(),
+                    coPrintable(event.getDetails().getStream()).c_str());
     }
-    std::string reason = "unknown exception";
     try {
         handler->notify(event);
-        return;
     } catch (const std::exception& error) {
-        reason = error.what();
+        reportException(handler, event, error.what());
     } catch (...) {
-        // Nothing is known about it.
+        reportException(handler, event, "unknown exception");
     }
-    CO_MSG_ERROR("Event handler %p threw on event %s/%s: %s", static_cast<void*>(handler),
-                 event.getNodeId().id(), event.getType(), reason.c_str());
 }
 
 }  // namespace
@@ -148,10 +152,11 @@ bool VantrelEventDispatcher::hasHandlers() const {
                        [](const auto& entry) { return entry.second->live > 0; });
 }
 
-bool VantrelEventDispatcher::hasHandlers(std::string_view nodeId) const {
+std::optional<VantrelEventSubject> VantrelEventDispatcher::subject(std::string_view nodeId) const {
     const Lock lock(mutex_);
     const auto found = nodes_.find(nodeId);
-    return found != nodes_.end() && found->second->live > 0;
+    if (found == nodes_.end() || found->second->live == 0) return std::nullopt;
+    return found->second->subject;
 }
 
 /// Takes the removed handlers out of a node's list, and a node without handlers out of the table.
@@ -172,8 +177,9 @@ bool VantrelEventDispatcher::isDeliverer() const {
 
 void VantrelEventDispatcher::notify(VantrelNodeEvent event) {
     if (tracing()) {
-        CO_MSG_USER("Received node event %s/%s [%s].", event.getNodeId().id(), event.getType(),
-                    event.getDetails().getStream());
+        CO_MSG_USER("Received node event %s/%s [%s].", coPrintable(event.getNodeId().id()).c_str(),
+                    coPrintable(event.getType()).c_str(),
+                    coPrintable(event.getDetails().getStream()).c_str());
     }
     Lock lock(mutex_);
     enqueue(std::move(event));

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string_view>
 #include <thread>
 #include <unordered_map>
@@ -53,7 +54,8 @@ class VantrelEventDispatcher {
     /// The nodes with handlers, in no particular order.
     std::vector<VantrelEventSubject> subjects() const;
     bool hasHandlers() const;
-    bool hasHandlers(std::string_view nodeId) const;
+    /// The node's, as it is wanted now; none when it has no handlers.
+    std::optional<VantrelEventSubject> subject(std::string_view nodeId) const;
 
     // --- Events ---
 

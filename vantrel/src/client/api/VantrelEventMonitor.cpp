@@ -12,6 +12,7 @@
 #include "CoMsg.h"
 #include "CoProcess.h"
 #include "VantrelEventConnection.h"
+#include "VantrelInitCounter.h"
 #include "rcAttrStream.h"
 #include "rcSysCalls.h"
 
@@ -38,7 +39,6 @@ constexpr CoTime::Microseconds NEVER = std::numeric_limits<CoTime::Microseconds>
 constexpr unsigned FIRST_PAUSE_MS = 1000;
 constexpr unsigned LONGEST_PAUSE_MS = 30000;
 
-constexpr unsigned FAREWELL_TIME_MS = 1000;
 constexpr std::chrono::milliseconds STOP_INTERVAL(10);
 
 /// Objects are known by their id: a pointer could lead to a connection that another thread just closed.
@@ -121,6 +121,9 @@ std::shared_ptr<VantrelEventMonitor> VantrelEventMonitor::getInstance(bool destr
         return nullptr;
     }
     if (!shared.instance) {
+        // Shut down meanwhile: nobody would end a new one.
+        if (!VantrelInitCounter::handlesMayWork())
+            throw Vantrel::CoException(VantrelInitCounter::NOT_INITIALIZED);
         shared.instance = std::make_shared<VantrelEventMonitor>(shared.lowPort, shared.highPort);
         shared.instance->start(shared.instance);
     }
@@ -228,8 +231,10 @@ void VantrelEventMonitor::wakeUp() {
     cancel();
 }
 
-/// A server whose event connection ends has often ended itself.
+/// A server whose event connection ends has often ended itself; or it has given up sending, and dropped what
+/// was registered with it.
 void VantrelEventMonitor::clientGone(unsigned) {
+    clientLost_ = true;
     lookSoon_ = true;
 }
 
@@ -259,6 +264,7 @@ void VantrelEventMonitor::waitForEvents() {
 void VantrelEventMonitor::lookAfterConnections(Microseconds now) {
     lastLook_ = now;
     nextLook_ = NEVER;
+    renewAfterLoss(now);
     const auto all = connections();
     for (const auto& connection : all) {
         if (!connection->hasHandlers()) continue;
@@ -280,13 +286,22 @@ void VantrelEventMonitor::lookAfterConnections(Microseconds now) {
     }
 }
 
+/// Which server has gone is not known: all are asked again. At intervals, whatever clients come and go.
+void VantrelEventMonitor::renewAfterLoss(Microseconds now) {
+    if (now < nextRenewal_ || !clientLost_.exchange(false)) return;
+    nextRenewal_ = now + LOOK_INTERVAL;
+    for (const auto& connection : connections()) connection->renewLater();
+}
+
 /// Marks, while it lives, that the thread calls a connection's server, so that whoever ends the monitor can
-/// break the call.
+/// break the call. Nothing is to be restored any more once the end has begun.
 class VantrelEventMonitor::Calling {
   public:
     Calling(VantrelEventMonitor& monitor, const std::shared_ptr<Connection>& connection, bool restoring)
         : monitor_(monitor) {
         const std::lock_guard<std::mutex> lock(monitor_.mutex_);
+        allowed_ = !(restoring && monitor_.leaving_);
+        if (!allowed_) return;
         monitor_.calling_ = connection;
         monitor_.restoring_ = restoring;
     }
@@ -299,33 +314,32 @@ class VantrelEventMonitor::Calling {
         monitor_.calling_.reset();
         monitor_.callEnded_.notify_all();
     }
+    bool allowed() const { return allowed_; }
 
   private:
     VantrelEventMonitor& monitor_;
+    bool allowed_ = false;
 };
 
 bool VantrelEventMonitor::restoreOne(const std::shared_ptr<Connection>& connection) {
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        if (leaving_) return true;
-    }
     const Calling calling(*this, connection, true);
-    return connection->restore();
+    return !calling.allowed() || connection->restore();
 }
 
 void VantrelEventMonitor::sayGoodbye() {
     for (;;) {
         Farewell farewell;
-        std::optional<Vantrel::CoDeadline> limit;
+        unsigned shareMs = 0;
         {
             const std::lock_guard<std::mutex> lock(mutex_);
             if (farewells_.empty()) return;
             farewell = std::move(farewells_.back());
-            limit = farewellLimit_;
+            // One dead server must not use up the time of the others.
+            if (farewellLimit_) shareMs = farewellLimit_->leftMs() / static_cast<unsigned>(farewells_.size());
         }
         {
             const Calling calling(*this, farewell.connection, false);
-            if (limit) farewell.connection->unregister(farewell.subjects, &*limit);
+            farewell.connection->unregister(farewell.subjects, Vantrel::CoDeadline(shareMs));
         }
         const std::lock_guard<std::mutex> lock(mutex_);
         if (!farewells_.empty()) farewells_.pop_back();

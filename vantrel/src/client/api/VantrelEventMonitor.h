@@ -28,9 +28,9 @@ class VantrelEventMonitor : public Vantrel::rcServerContext {
     /// The ports that the next monitor to start tries, in order; -1 and -1, as at first: any that is free.
     static void setPortRange(int low, int high);
 
-    /// The monitor, started where needed: never null, perhaps not usable. With `destroy` it is ended and null
-    /// comes back: every connection is closed, and no handler runs any more, but for the one that this very
-    /// call comes from.
+    /// The monitor, started where needed: never null, perhaps not usable. Throws CoException when there is
+    /// none and the library is not initialised. With `destroy` it is ended and null comes back: every
+    /// connection is closed, and no handler runs any more, but for the one that this very call comes from.
     static std::shared_ptr<VantrelEventMonitor> getInstance(bool destroy);
     /// The first half of that, to be called while connections to servers are still up: no handler is called
     /// any more, and servers are told so, as far as they answer within a second in all.
@@ -50,6 +50,8 @@ class VantrelEventMonitor : public Vantrel::rcServerContext {
     /// A connection has something to look after: look soon.
     void wakeUp();
 
+    /// How long servers are told, all together, that their events are not wanted any more.
+    static constexpr unsigned FAREWELL_TIME_MS = 1000;
     static constexpr const char* NOT_USABLE = "Vantrel client not correctly configured to receive events.";
 
   private:
@@ -75,6 +77,7 @@ class VantrelEventMonitor : public Vantrel::rcServerContext {
     void run();
     void waitForEvents();
     void lookAfterConnections(Microseconds now);
+    void renewAfterLoss(Microseconds now);
     bool restoreOne(const std::shared_ptr<Connection>& connection);
     void sayGoodbye();
     bool isOwnThread() const { return threadId_ == std::this_thread::get_id(); }
@@ -86,9 +89,11 @@ class VantrelEventMonitor : public Vantrel::rcServerContext {
 
     std::atomic<bool> stopping_{false};
     std::atomic<bool> lookSoon_{false};
+    std::atomic<bool> clientLost_{false};  // and registrations perhaps with it
     std::atomic<std::thread::id> threadId_{};
-    Microseconds nextLook_;      // the thread's
-    Microseconds lastLook_ = 0;  // the same
+    Microseconds nextLook_;         // the thread's
+    Microseconds lastLook_ = 0;     // the same
+    Microseconds nextRenewal_ = 0;  // the same: not before
 
     mutable std::mutex mutex_;  // guards what follows; never held while a connection is called
     std::unordered_map<int, std::shared_ptr<Connection>> connections_;  // by id

@@ -1,7 +1,5 @@
 #include "VantrelKnownServers.h"
 
-#include <algorithm>
-
 #include "CoIoTcpDescriptor.h"
 #include "CoMsg.h"
 
@@ -59,9 +57,7 @@ void VantrelKnownServers::index(Position position) {
         return false;
     });
     anyAddress(info, [&](std::string_view address) {
-        std::vector<Position>& there = addresses_[std::string(address)];
-        // An address may stand in both lists of a record.
-        if (there.empty() || there.back() != position) there.push_back(position);
+        addresses_[std::string(address)].insert(position);
         return false;
     });
 }
@@ -76,13 +72,8 @@ void VantrelKnownServers::unindex(Position position) {
     anyAddress(info, [&](std::string_view address) {
         const auto entry = addresses_.find(std::string(address));
         if (entry == addresses_.end()) return false;
-        std::vector<Position>& there = entry->second;
-        const auto found = std::find(there.begin(), there.end(), position);
-        if (found != there.end()) {
-            *found = there.back();
-            there.pop_back();
-        }
-        if (there.empty()) addresses_.erase(entry);
+        entry->second.erase(position);
+        if (entry->second.empty()) addresses_.erase(entry);
         return false;
     });
 }
@@ -126,7 +117,7 @@ bool VantrelKnownServers::hasRoom() {
 }
 
 VantrelKnownServers::Position VantrelKnownServers::insert(const VantrelDaemonInfo& info) {
-    const Position position = records_.insert(Record{info});
+    const Position position = records_.insert(Record{info, ++lastNumber_});
     index(position);
     return position;
 }

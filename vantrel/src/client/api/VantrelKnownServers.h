@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <set>
 #include <string>
 #include <string_view>
@@ -59,12 +60,18 @@ class VantrelKnownServers {
   private:
     struct Record {
         mutable VantrelDaemonInfo info;  ///< stamped in place; a new name or database is a new place
+        std::uint64_t number;            ///< of those that ever came
     };
     struct RecordOrder {
         bool operator()(const Record& left, const Record& right) const { return left.info < right.info; }
     };
     using Records = std::multiset<Record, RecordOrder>;
     using Position = Records::const_iterator;
+    struct PositionOrder {
+        bool operator()(Position left, Position right) const { return left->number < right->number; }
+    };
+    /// Sorted, since strangers may put all their records under one address.
+    using Positions = std::set<Position, PositionOrder>;
 
     /// One of the texts by which a record tells its server; a view of the record's own.
     struct Identity {
@@ -98,8 +105,9 @@ class VantrelKnownServers {
     const std::size_t capacity_;
     bool toldFull_ = false;
     Records records_;
+    std::uint64_t lastNumber_ = 0;
     /// Each identity belongs to one record: the first that came with it.
     std::unordered_map<Identity, Position, IdentityHash> identities_;
     /// The records that have an address.
-    std::unordered_map<std::string, std::vector<Position>, TextHash> addresses_;
+    std::unordered_map<std::string, Positions, TextHash> addresses_;
 };

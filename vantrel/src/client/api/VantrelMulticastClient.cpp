@@ -8,7 +8,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <climits>
+#include <limits>
 #include <utility>
 
 #include "CoDeferral.h"
@@ -34,6 +36,11 @@ constexpr char WAKE_BYTE = '\n';
 constexpr const char* DEFAULT_DATABASE = "SXAFS";
 /// Datagrams taken from one socket before the others, the clock and a stop are looked at again.
 constexpr unsigned MAX_DATAGRAMS_PER_WAKE = 64;
+/// An interface that came up may not send at once: the system still looks whether its address is in use.
+constexpr unsigned MAX_SEARCHES_AFTER_CHANGE = 6;
+constexpr CoTime::Microseconds SEARCH_AGAIN_AFTER = CoTime::PER_SECOND;
+constexpr std::chrono::seconds POLL_FAILURE_PAUSE{1};
+constexpr CoTime::Microseconds NEVER = std::numeric_limits<CoTime::Microseconds>::max();
 
 // From these values of VANTREL_MULTICAST_DEBUG on.
 constexpr long DEBUG_REQUESTS = 1;
@@ -72,15 +79,12 @@ VantrelMulticastClient::VantrelMulticastClient(VantrelDiscoveryGroup group)
     : generation_(Vantrel::CoProcess::forkGeneration()),
       port_(group.port),
       nextResyncAt_(CoTime::getTime() + resyncPeriod()),
+      nextSearchAt_(NEVER),
       sockets_(std::move(group)),
       known_(static_cast<std::size_t>(VantrelSettings::maxServers.get())),
-      lastSearchAt_(CoTime::getTime() - SEARCH_VALID_MS * CoTime::PER_MILLISECOND) {
-    CoNetworkDispatcher::addObserver(CoNetworkDispatcher::Role::Multicast, &networkObserver_);
-}
+      lastSearchAt_(CoTime::getTime() - SEARCH_VALID_MS * CoTime::PER_MILLISECOND) {}
 
 VantrelMulticastClient::~VantrelMulticastClient() {
-    if (isOurProcess())
-        CoNetworkDispatcher::removeObserver(CoNetworkDispatcher::Role::Multicast, &networkObserver_);
     closeControlPipe();
 }
 
@@ -171,8 +175,10 @@ void VantrelMulticastClient::threadCB() {
             const Microseconds now = CoTime::getTime();
             if (reopen_.exchange(false)) {
                 reopenSockets();
+            } else if (nextSearchAt_ <= now) {
+                searchAgain(now);
             } else if (now < nextResyncAt_) {
-                receive(nextResyncAt_ - now);
+                receive(std::min(nextResyncAt_, nextSearchAt_) - now);
             } else {
                 resync(now);
             }
@@ -184,6 +190,15 @@ void VantrelMulticastClient::threadCB() {
     const std::lock_guard<std::mutex> lock(socketsMutex_);
     sockets_.close();
     closeControlPipe();
+}
+
+VantrelMulticastClient::NetworkObserver::NetworkObserver(VantrelMulticastClient& client) : client_(client) {
+    CoNetworkDispatcher::addObserver(CoNetworkDispatcher::Role::Multicast, this);
+}
+
+VantrelMulticastClient::NetworkObserver::~NetworkObserver() {
+    if (!client_.isOurProcess()) return;
+    CoNetworkDispatcher::removeObserver(CoNetworkDispatcher::Role::Multicast, this);
 }
 
 void VantrelMulticastClient::NetworkObserver::interfacesChanged(CoNetworkDispatcher::Role role) {
@@ -198,7 +213,15 @@ void VantrelMulticastClient::reopenSockets() {
         const std::lock_guard<std::mutex> lock(socketsMutex_);
         sockets_.reopen();
     }
-    find(nullptr);
+    searchesLeft_ = haveAtLeastOneMulticastInterface() ? MAX_SEARCHES_AFTER_CHANGE : 0;
+    searchAgain(CoTime::getTime());
+}
+
+void VantrelMulticastClient::searchAgain(Microseconds now) {
+    nextSearchAt_ = NEVER;
+    if (searchesLeft_ == 0) return;
+    --searchesLeft_;
+    if (!find(nullptr) && searchesLeft_ > 0) nextSearchAt_ = now + SEARCH_AGAIN_AFTER;
 }
 
 void VantrelMulticastClient::resync(Microseconds now) {
@@ -230,7 +253,10 @@ void VantrelMulticastClient::receive(Microseconds timeout) {
     std::vector<pollfd> polled{{controlOut_, POLLIN, 0},
                                {CoNetworkDispatcher::changeDescriptor(), POLLIN, 0}};
     sockets_.addTo(polled);
-    if (::poll(polled.data(), polled.size(), pollTimeoutMs(timeout)) <= 0) return;
+    const int ready = ::poll(polled.data(), polled.size(), pollTimeoutMs(timeout));
+    if (ready < 0 && errno != EINTR) return pauseAfterPollFailure(errno);
+    if (ready <= 0) return;
+    pollFailed_ = false;
 
     const CoDeferral deferral;
     if (polled[CONTROL].revents != 0) drainControlPipe();
@@ -240,6 +266,16 @@ void VantrelMulticastClient::receive(Microseconds timeout) {
         for (unsigned n = 0; n < MAX_DATAGRAMS_PER_WAKE && readFrom(polled[i].fd); ++n) {
         }
     }
+}
+
+// So that a failure that stays does not keep the processor busy.
+void VantrelMulticastClient::pauseAfterPollFailure(int error) {
+    if (!std::exchange(pollFailed_, true)) {
+        CO_MSG_ERROR("Vantrel Multicast: could not wait for sockets activity: %s",
+                     coErrorText(error).c_str());
+    }
+    std::unique_lock<std::mutex> lock(mutex_);
+    changed_.wait_for(lock, POLL_FAILURE_PAUSE, [this] { return stopping_.load(); });
 }
 
 bool VantrelMulticastClient::readFrom(int descriptor) {
@@ -349,6 +385,10 @@ void VantrelMulticastClient::remove(const VantrelServerId& serverId) {
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         known_.remove(serverId, removed);
+        for (const VantrelDaemonInfo& info : removed) {
+            // A daemon that took its leave is not missed.
+            if (localUUID_ == info.getHostUUID()) localUUID_.clear();
+        }
     }
     for (const VantrelDaemonInfo& info : removed) {
         CO_MSG_DEBUG("Vantrel Multicast: Removing '%s'.", coPrintable(info.getStorageId()).c_str());

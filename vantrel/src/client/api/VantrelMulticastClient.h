@@ -77,8 +77,9 @@ class VantrelMulticastClient : public std::enable_shared_from_this<VantrelMultic
     static void recheckWaits();
     /// The record of a server if it is known; sends nothing and looks no host name up.
     bool known(const VantrelServerId& serverId, VantrelDaemonInfo& info) const;
-    /// Sends a search for one storage, or for all when null, and does not wait.
-    void find(const char* storageId);
+    /// Sends a search for one storage, or for all when null, and does not wait. False, logged, when nothing
+    /// was sent.
+    bool find(const char* storageId);
     void refresh(const char* storageId) { find(storageId); }
     /// Adds the servers that another one knows; with a `database`, neither null nor empty, only those of
     /// exactly that. Waits for the connection and the answer.
@@ -135,9 +136,13 @@ class VantrelMulticastClient : public std::enable_shared_from_this<VantrelMultic
   private:
     using Microseconds = Vantrel::CoTime::Microseconds;
 
+    /// Registered from its construction on, until stopThread or its end.
     class NetworkObserver : public Vantrel::CoNetworkDispatcher::Observer {
       public:
-        explicit NetworkObserver(VantrelMulticastClient& client) : client_(client) {}
+        explicit NetworkObserver(VantrelMulticastClient& client);
+        NetworkObserver(const NetworkObserver&) = delete;
+        NetworkObserver& operator=(const NetworkObserver&) = delete;
+        ~NetworkObserver() override;
         void interfacesChanged(Vantrel::CoNetworkDispatcher::Role role) override;
 
       private:
@@ -146,9 +151,8 @@ class VantrelMulticastClient : public std::enable_shared_from_this<VantrelMultic
 
     /// The search for one storage, or for all servers, in which callers take part together.
     struct Search {
-        Microseconds startedAt = 0;
-        unsigned waiters = 0;
-        bool over = true;
+        Microseconds startedAt;
+        bool over = false;
     };
     /// A way to read a server id: with a numeric address. `onlyLocal`: meant is a daemon of this host.
     struct Meaning {
@@ -161,6 +165,8 @@ class VantrelMulticastClient : public std::enable_shared_from_this<VantrelMultic
 
     void threadCB();
     void reopenSockets();
+    void searchAgain(Microseconds now);
+    void pauseAfterPollFailure(int error);
     void resync(Microseconds now);
     bool readFrom(int descriptor);
 
@@ -178,8 +184,10 @@ class VantrelMulticastClient : public std::enable_shared_from_this<VantrelMultic
 
     // --- Searching (VantrelMulticastSearch.cpp) ---
 
-    void sendSearch(const std::string& storageId);
-    void searchAndWait(const std::string& storageId, const std::function<bool()>& done);
+    bool sendSearch(const std::string& storageId);
+    std::shared_ptr<Search> joinSearch(const std::string& storageId);
+    Microseconds searchAndWait(const std::string& storageId, Microseconds latest,
+                               const std::function<bool()>& done);
     bool searchWithoutWaiting();
     bool isRunning(const Search& search, Microseconds now) const;
     Microseconds endOf(const Search& search) const;
@@ -192,11 +200,18 @@ class VantrelMulticastClient : public std::enable_shared_from_this<VantrelMultic
 
     std::atomic<bool> stopping_{false};
     std::atomic<bool> reopen_{false};  // the thread opens the sockets anew
-    Microseconds nextResyncAt_;        // the thread's
+
+    // The thread's.
+    Microseconds nextResyncAt_;
+    Microseconds nextSearchAt_;  // NEVER when the last one was sent
+    unsigned searchesLeft_ = 0;
+    bool pollFailed_ = false;  // and was told of
 
     mutable std::mutex pipeMutex_;  // guards the ends of the control pipe
     int controlOut_ = -1;
     int controlIn_ = -1;
+
+    NetworkObserver networkObserver_{*this};  // before the sockets, so that they miss no change
 
     mutable std::mutex socketsMutex_;  // for all uses of sockets_ but receiving, which the thread does beside
     VantrelDiscoverySockets sockets_;
@@ -204,12 +219,11 @@ class VantrelMulticastClient : public std::enable_shared_from_this<VantrelMultic
     mutable std::mutex mutex_;  // guards what follows
     std::condition_variable changed_;
     VantrelKnownServers known_;
-    std::map<std::string, Search> searches_;  // by storage id; that for all servers, under "", stays
-    Microseconds lastSearchAt_;               // for all servers
+    std::map<std::string, std::shared_ptr<Search>> searches_;  // the latest, by storage id; "" for all
+    Microseconds lastSearchAt_;                                // for all servers
     Microseconds lastReplyAt_ = 0;
     std::string localUUID_;  // of this host, once a daemon of it was seen
     Microseconds localHeardAt_ = 0;
 
-    NetworkObserver networkObserver_{*this};
     std::unique_ptr<Vantrel::CoThread> thread_;  // set by start, before others know this object
 };

@@ -80,7 +80,10 @@ Instance& instance() {
 std::shared_ptr<VantrelMulticastClient> VantrelMulticastClient::_getInstance(bool create) {
     const Vantrel::CoDeferral deferral;
     Instance& ours = instance();
+    std::shared_ptr<VantrelMulticastClient> ended;  // goes when the lock is gone
     const std::lock_guard<std::mutex> lock(ours.mutex);
+    // A shut-down that ran beside may have stopped the thread of one that was made too late for it.
+    if (create && ours.client && ours.client->stopping_) ended = std::move(ours.client);
     if (!ours.client && create) {
         auto client = std::make_shared<VantrelMulticastClient>(VantrelDiscoveryGroup::configured());
         client->start();

@@ -87,25 +87,20 @@ bool VantrelMulticastClient::haveAtLeastOneMulticastInterface() const {
 
 // --- Sending ---
 
-void VantrelMulticastClient::sendSearch(const std::string& storageId) {
+bool VantrelMulticastClient::sendSearch(const std::string& storageId) {
     VantrelDaemonInfo criteria;
     criteria.setStorageId(storageId.c_str());
-    send(Protocol::FIND_SERVERS, criteria.toAttrStream(), nullptr, 0);
+    return send(Protocol::FIND_SERVERS, criteria.toAttrStream(), nullptr, 0);
 }
 
-void VantrelMulticastClient::find(const char* storageId) {
+bool VantrelMulticastClient::find(const char* storageId) {
     if (!storageId || !*storageId) {
         // Whoever asks for the list next takes part in this search.
         const std::lock_guard<std::mutex> lock(mutex_);
-        const Microseconds now = CoTime::getTime();
-        Search& search = searches_[ALL_SERVERS];
-        if (!isRunning(search, now)) {
-            search.startedAt = now;
-            search.over = false;
-        }
-        lastSearchAt_ = now;
+        joinSearch(ALL_SERVERS);
+        lastSearchAt_ = CoTime::getTime();
     }
-    sendSearch(storageId ? storageId : "");
+    return sendSearch(storageId ? storageId : "");
 }
 
 // --- Waiting ---
@@ -120,38 +115,45 @@ bool VantrelMulticastClient::isRunning(const Search& search, Microseconds now) c
     return !search.over && now < endOf(search);
 }
 
-// Takes part in the search that is in progress, or makes one, until nothing more is to be expected of it or
-// `done`, which is asked with mutex_ held, is true.
-void VantrelMulticastClient::searchAndWait(const std::string& storageId, const std::function<bool()>& done) {
-    Search* search = nullptr;
-    bool starts = false;
+// The search that is in progress, or a new one. With mutex_ held.
+std::shared_ptr<VantrelMulticastClient::Search> VantrelMulticastClient::joinSearch(
+    const std::string& storageId) {
+    std::shared_ptr<Search>& search = searches_[storageId];
+    const Microseconds now = CoTime::getTime();
+    if (!search || !isRunning(*search, now)) search = std::make_shared<Search>(Search{now});
+    return search;
+}
+
+// Takes part in a search until nothing more is to be expected of it, until `latest`, or until `done`, which
+// is asked with mutex_ held, is true. Gives back when that search began. Those who come later and begin
+// another one do not make this one longer.
+VantrelMulticastClient::Microseconds VantrelMulticastClient::searchAndWait(
+    const std::string& storageId, Microseconds latest, const std::function<bool()>& done) {
+    std::shared_ptr<Search> search;
+    bool sends = false;
     {
         const std::lock_guard<std::mutex> lock(mutex_);
-        search = &searches_[storageId];
-        ++search->waiters;
+        search = joinSearch(storageId);
         const Microseconds now = CoTime::getTime();
-        starts = !isRunning(*search, now);
-        if (starts) {
-            search->startedAt = now;
-            search->over = false;
-            if (storageId.empty()) lastSearchAt_ = now;
-        }
+        // Servers that came up since a search was sent have not heard it.
+        sends = search.use_count() == 2 || now - search->startedAt > fromMs(QUIET_MS);
+        if (sends && storageId.empty()) lastSearchAt_ = now;
     }
-    if (starts) sendSearch(storageId);
-    CO_MSG_DEBUG("Vantrel Multicast: waiting on sockets until %s.",
-                 vantrelTimeText(CoTime::getTime() + fromMs(MAX_WAIT_MS)).c_str());
+    if (sends) sendSearch(storageId);
+    CO_MSG_DEBUG("Vantrel Multicast: waiting on sockets until %s.", vantrelTimeText(latest).c_str());
 
     const Vantrel::CoDeferral deferral;  // for what `done` may log
     std::unique_lock<std::mutex> lock(mutex_);
     while (!stopping_ && !done()) {
-        const Microseconds left = endOf(*search) - CoTime::getTime();
-        if (left <= 0) {
-            search->over = true;
-            break;
-        }
-        changed_.wait_for(lock, std::chrono::microseconds(left));
+        const Microseconds now = CoTime::getTime();
+        search->over = search->over || endOf(*search) <= now;
+        if (search->over || latest <= now) break;
+        changed_.wait_for(lock, std::chrono::microseconds(std::min(endOf(*search), latest) - now));
     }
-    if (--search->waiters == 0 && !storageId.empty()) searches_.erase(storageId);
+    const auto kept = searches_.find(storageId);
+    const bool isLast = kept != searches_.end() && kept->second == search && search.use_count() == 2;
+    if (isLast && !storageId.empty()) searches_.erase(kept);
+    return search->startedAt;
 }
 
 // When the last search is so fresh that the list is as good without waiting; the search is sent all the same.
@@ -160,7 +162,8 @@ bool VantrelMulticastClient::searchWithoutWaiting() {
         const std::lock_guard<std::mutex> lock(mutex_);
         const Microseconds now = CoTime::getTime();
         const bool fresh = now - lastSearchAt_ < fromMs(SEARCH_VALID_MS);
-        if (!fresh || isRunning(searches_[ALL_SERVERS], now)) return false;
+        const auto search = searches_.find(ALL_SERVERS);
+        if (!fresh || (search != searches_.end() && isRunning(*search->second, now))) return false;
         lastSearchAt_ = now;
     }
     sendSearch(ALL_SERVERS);
@@ -184,13 +187,8 @@ void VantrelMulticastClient::getServers(std::vector<VantrelDaemonInfo>& servers,
     if (haveAtLeastOneMulticastInterface()) {
         CO_MSG_DEBUG("Vantrel Multicast: finding servers on %d.", static_cast<int>(port_));
         if (!searchWithoutWaiting()) {
-            searchAndWait(ALL_SERVERS, [] { return false; });
-            Microseconds searchedAt;
-            {
-                const std::lock_guard<std::mutex> lock(mutex_);
-                searchedAt = searches_[ALL_SERVERS].startedAt;
-            }
-            reportMissingLocalDaemon(searchedAt);
+            const Microseconds latest = CoTime::getTime() + fromMs(MAX_WAIT_MS);
+            reportMissingLocalDaemon(searchAndWait(ALL_SERVERS, latest, [] { return false; }));
         }
     }
     if (gatewayIP && *gatewayIP && !stopping_) {
@@ -231,6 +229,7 @@ bool VantrelMulticastClient::resolve(const VantrelServerId& serverId, VantrelDae
     CO_MSG_DEBUG("Resolving VantrelServerId( '%s' [%s:%d/%s] ).", id.getId(), id.getIPAddr(), id.getPort(),
                  id.getDB());
     const auto isCancelled = [&] { return cancelled && cancelled(); };
+    const Microseconds latest = CoTime::getTime() + fromMs(MAX_WAIT_MS);
     const Meanings meanings = meaningsOf(id, [&] { return stopping_ || isCancelled(); });
     bool found = false;
     const auto look = [&] { return found = findKnown(meanings, info); };
@@ -242,7 +241,7 @@ bool VantrelMulticastClient::resolve(const VantrelServerId& serverId, VantrelDae
     if (!found && !meanings.empty()) {
         CoNetworkDispatcher::checkForChanges();
         if (haveAtLeastOneMulticastInterface()) {
-            searchAndWait(id.getStorageId(), [&] { return look() || isCancelled(); });
+            searchAndWait(id.getStorageId(), latest, [&] { return look() || isCancelled(); });
         }
     }
     if (found) {

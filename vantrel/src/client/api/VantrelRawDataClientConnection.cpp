@@ -13,6 +13,7 @@
 using Vantrel::CoException;
 using Vantrel::coFormat;
 using Vantrel::CoIoDescriptor;
+using Vantrel::coPrintable;
 
 namespace {
 
@@ -73,10 +74,16 @@ void VantrelRawDataClientConnection::connect() {
     if (!server_->getDaemonInfo(info)) throw CoException(server_->lastError());
     disconnect();
     if (connectLocally(*info)) return;
-    VantrelResolver resolver(*info);
-    if (resolver.tryEach(VantrelResolver::Data,
-                         [&](const std::string& address) { return connectTo(*info, address.c_str()); }))
+    const int port =
+        info->getFramePort() != 0 ? info->getFramePort() : int{VantrelDaemonInfo::DEFAULT_FRAME_PORT};
+    if (port < 0 || port > HIGHEST_PORT) {
+        CO_MSG_WARNING("Server '%s' names %d as its frame port.", coPrintable(info->getDisplayName()).c_str(),
+                       port);
+    } else if (VantrelResolver(*info).tryEach(VantrelResolver::Data, [&](const std::string& address) {
+                   return connectTo(*info, address.c_str(), port);
+               })) {
         return;
+    }
     server_->clearDaemonInfo();  // the server may have moved: ask it before the next attempt
     throw CoException("No data interface found");
 }
@@ -84,7 +91,9 @@ void VantrelRawDataClientConnection::connect() {
 bool VantrelRawDataClientConnection::connectLocally(const VantrelDaemonInfo& info) {
     const std::string path = info.getFrameMsgQ();
     if (path.empty() || !info.isLocal()) return false;
-    CO_MSG_NOTICE("Connecting to server '%s' / '%s' using '%s'.", info.getDisplayName(), info.getStorageId(),
+    const std::string name = coPrintable(info.getDisplayName());
+    const std::string storageId = coPrintable(info.getStorageId());
+    CO_MSG_NOTICE("Connecting to server '%s' / '%s' using '%s'.", name.c_str(), storageId.c_str(),
                   path.c_str());
     if (!local_.connect(path.c_str(), LOCAL_CONNECT_TIMEOUT_MS)) {
         if (local_.wasStopped()) throw CoException(ABORTED);
@@ -93,20 +102,16 @@ bool VantrelRawDataClientConnection::connectLocally(const VantrelDaemonInfo& inf
         return false;
     }
     forkGeneration_ = Vantrel::CoProcess::forkGeneration();
-    CO_MSG_NOTICE("Connected to server '%s' / '%s' using '%s'.", info.getDisplayName(), info.getStorageId(),
+    CO_MSG_NOTICE("Connected to server '%s' / '%s' using '%s'.", name.c_str(), storageId.c_str(),
                   path.c_str());
     return true;
 }
 
-bool VantrelRawDataClientConnection::connectTo(const VantrelDaemonInfo& info, const char* address) {
-    const int port =
-        info.getFramePort() != 0 ? info.getFramePort() : int{VantrelDaemonInfo::DEFAULT_FRAME_PORT};
-    if (port < 0 || port > HIGHEST_PORT) {
-        CO_MSG_WARNING("Server '%s' names %d as its frame port.", info.getDisplayName(), port);
-        return false;
-    }
-    CO_MSG_NOTICE("Connecting to server '%s' / '%s' using '%s:%u'.", info.getDisplayName(),
-                  info.getStorageId(), address, static_cast<unsigned>(port));
+bool VantrelRawDataClientConnection::connectTo(const VantrelDaemonInfo& info, const char* address, int port) {
+    const std::string name = coPrintable(info.getDisplayName());
+    const std::string storageId = coPrintable(info.getStorageId());
+    CO_MSG_NOTICE("Connecting to server '%s' / '%s' using '%s:%u'.", name.c_str(), storageId.c_str(), address,
+                  static_cast<unsigned>(port));
     const int bufferBytes = static_cast<int>(VantrelSettings::frameSocketBufferBytes.get());
     if (!tcp_.connect(address, port, bufferBytes, bufferBytes, CONNECT_TIMEOUT_SEC)) {
         if (tcp_.wasStopped()) throw CoException(ABORTED);
@@ -116,7 +121,7 @@ bool VantrelRawDataClientConnection::connectTo(const VantrelDaemonInfo& info, co
     if (!tcp_.setNonBlocking(false)) {
         CO_MSG_WARNING("Couldn't set socket as blocking: %s", tcp_.lastErrorText().c_str());
     }
-    CO_MSG_NOTICE("Connected to server '%s' / '%s'.", info.getDisplayName(), info.getStorageId());
+    CO_MSG_NOTICE("Connected to server '%s' / '%s'.", name.c_str(), storageId.c_str());
     return true;
 }
 

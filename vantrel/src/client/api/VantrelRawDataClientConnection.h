@@ -62,7 +62,7 @@ class VantrelRawDataClientConnection {
 
   private:
     bool connectLocally(const VantrelDaemonInfo& info);
-    bool connectTo(const VantrelDaemonInfo& info, const char* address);
+    bool connectTo(const VantrelDaemonInfo& info, const char* address, int port);
     /// The descriptor that is open.
     Vantrel::CoIoDescriptor& socket();
 

@@ -61,12 +61,13 @@ std::string VantrelResolver::getIP(int type, unsigned index) {
     return {};
 }
 
-bool VantrelResolver::tryEach(int type, const std::function<bool(const std::string& address)>& attempt) {
+bool VantrelResolver::tryEach(int type, const std::function<bool(const std::string& address)>& attempt,
+                              bool flags) {
     if (!CO_ASSERT_NAMED(type == Metadata || type == Data, "Unhandled IP type")) return false;
     for (const std::string& ip : allowed(static_cast<Type>(type))) {
         if (unresolvable().holds(ip)) continue;
         if (attempt(ip)) return true;
-        flagInaccessibleIP(ip.c_str());
+        if (flags) flagInaccessibleIP(ip.c_str());
     }
     return false;
 }

@@ -23,8 +23,9 @@ class VantrelResolver {
     std::string getIP(int type, unsigned index);
 
     /// Tries the usable addresses in turn until `attempt(address)` is true, and flags each for which it is
-    /// false. Every address is tried once at most. False when none worked; what `attempt` throws ends it.
-    bool tryEach(int type, const std::function<bool(const std::string& address)>& attempt);
+    /// false, unless told not to. Every address is tried once at most. False when none worked; what `attempt`
+    /// throws ends it.
+    bool tryEach(int type, const std::function<bool(const std::string& address)>& attempt, bool flags = true);
 
     /// Nobody is offered the address for VANTREL_UNRESOLVABLE_CACHE_TIMEOUT_SEC, unless its server is heard
     /// of again or a local interface changes.

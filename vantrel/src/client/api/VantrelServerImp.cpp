@@ -79,10 +79,11 @@ bool VantrelServerImp::ping(unsigned retryTimeoutMs) {
 
 // --- Events ---
 
-VantrelEventMonitor::Connection& VantrelServerImp::eventConnection() {
-    // One is of no use any more when the library was shut down meanwhile, or the process is a forked child.
+// One is of no use any more when the library was shut down meanwhile, or the process is a forked child. It
+// becomes `old`, to be let go without the lock: that waits for a handler, which may want it.
+VantrelEventMonitor::Connection& VantrelServerImp::eventConnection(EventConnection& old) {
     if (!events_ || !events_->isOpen()) {
-        VantrelEventMonitor::Connection::letGo(std::exchange(events_, nullptr));
+        old = std::exchange(events_, nullptr);
         events_ = VantrelEventMonitor::Connection::open(connection_);
     }
     return *events_;
@@ -90,26 +91,29 @@ VantrelEventMonitor::Connection& VantrelServerImp::eventConnection() {
 
 bool VantrelServerImp::registerEventHandler(const VantrelNodeId& nodeId, VantrelNodeEvent::Handler* handler,
                                             const char* format, const char* meta) {
-    std::shared_ptr<VantrelEventMonitor::Connection> events;
+    EventConnection old;
+    EventConnection events;
+    bool ok = false;
     {
         const Lock lock(*this);
         if (!init()) return false;
         try {
-            if (eventConnection().registerEventHandler(nodeId, handler, format, meta)) return true;
-            lastError_ = events_->lastError();
+            ok = eventConnection(old).registerEventHandler(nodeId, handler, format, meta);
+            if (!ok) lastError_ = events_->lastError();
         } catch (const std::exception& error) {
             lastError_ = error.what();
         }
         events = events_;
     }
+    VantrelEventMonitor::Connection::letGo(std::move(old));
     // An event may have come between the attempt and its failure.
-    if (events) events->awaitHandler(handler);
-    return false;
+    if (!ok && events) events->awaitHandler(handler);
+    return ok;
 }
 
 bool VantrelServerImp::unregisterEventHandler(const VantrelNodeId& nodeId,
                                               const VantrelNodeEvent::Handler* handler) {
-    std::shared_ptr<VantrelEventMonitor::Connection> events;
+    EventConnection events;
     bool ok = false;
     {
         const Lock lock(*this);

@@ -99,7 +99,8 @@ class VantrelServerImp : private VantrelDaemonInfoMgr {
     const char* lastError() const override { return lastError_.c_str(); }
 
     VantrelFrameClientAPI& frameApi();
-    VantrelEventMonitor::Connection& eventConnection();
+    using EventConnection = std::shared_ptr<VantrelEventMonitor::Connection>;
+    VantrelEventMonitor::Connection& eventConnection(EventConnection& old);
     VantrelClientConnection* connectionNow() const;
 
     const VantrelServerId serverId_;
@@ -115,7 +116,7 @@ class VantrelServerImp : private VantrelDaemonInfoMgr {
     std::unique_ptr<VantrelNodeClientAPI> nodeClient_;
     std::shared_ptr<const VantrelDaemonInfo> daemonInfo_;
     TranslationTables translationTables_;
-    std::shared_ptr<VantrelEventMonitor::Connection> events_;  // made by the first registration
+    EventConnection events_;  // made by the first registration
     VantrelRawDataClientConnection rawData_;
     std::unique_ptr<VantrelFrameClientAPI> frameClient_;  // set once; stop() reaches it without the lock
 };

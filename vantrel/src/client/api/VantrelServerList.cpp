@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <exception>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "VantrelDaemonInfo.h"
@@ -82,12 +83,14 @@ const char* VantrelServerList::lastError() const {
 
 bool VantrelServerList::getNumNodes(int& count) {
     count = 0;
+    imp_->servers.clear();
     return imp_->withDiscovery([&](VantrelMulticastClient& discovery) {
-        std::vector<VantrelDaemonInfo>& servers = imp_->servers;
+        std::vector<VantrelDaemonInfo> servers;
         discovery.getServers(servers, nullWhenEmpty(imp_->selector), nullWhenEmpty(imp_->gatewayIpAddr),
                              imp_->gatewayPort);
         std::stable_sort(servers.begin(), servers.end());
         count = static_cast<int>(servers.size());
+        imp_->servers = std::move(servers);
         return true;
     });
 }

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <condition_variable>
 #include <cstring>
+#include <exception>
 #include <fstream>
 #include <map>
 #include <memory>
@@ -220,7 +221,12 @@ void Watch::call(const Observation& observation) {
         if (!stillThere) return;
         calls.push_back({observation, std::this_thread::get_id()});
     }
-    observation.observer->interfacesChanged(observation.role);
+    try {
+        observation.observer->interfacesChanged(observation.role);
+    } catch (const std::exception& error) {
+        CO_MSG_ERROR("An observer of the %s network interfaces failed: %s", nameOf(observation.role),
+                     error.what());
+    }
     const std::lock_guard<std::mutex> lock(mutex);
     calls.erase(std::find_if(calls.begin(), calls.end(), [&](const Call& each) {
         return each.observation == observation && each.thread == std::this_thread::get_id();
@@ -312,8 +318,9 @@ Interfaces CoNetworkDispatcher::getInterfaces(Role role) {
     return {};
 }
 
-Interfaces CoNetworkDispatcher::getAllInterfaces() {
+Interfaces CoNetworkDispatcher::getAllInterfaces(bool withSpeed) {
     Interfaces interfaces = list().value_or(Interfaces());
+    if (!withSpeed) return interfaces;
     for (CoNetworkInterface& each : interfaces) each.speed = readSpeed(each.name);
     return interfaces;
 }

@@ -16,7 +16,7 @@ struct CoNetworkInterface {
     int family = 0;             ///< AF_INET or AF_INET6
     unsigned index = 0;         ///< the system's number of the interface
     unsigned prefixLength = 0;  ///< bits of the address that name its subnet
-    int speed = 0;              ///< megabits a second, 0 when unknown
+    int speed = 0;              ///< megabits a second, 0 when unknown or not asked for
 
     /// Whether a numeric address is on the subnet of this one. Every host has the addresses of loopback.
     bool subnetHolds(const std::string& address) const;
@@ -35,7 +35,7 @@ class CoNetworkDispatcher {
       public:
         virtual ~Observer() = default;
         /// Called by checkForChanges, on its caller's thread, without a lock of this class; it may add and
-        /// remove observers, itself too.
+        /// remove observers, itself too. What it throws is logged, and the others are told.
         virtual void interfacesChanged(Role role) = 0;
     };
 
@@ -64,7 +64,8 @@ class CoNetworkDispatcher {
     static void checkForChanges();
 
     /// Every address of every interface, IPv4 and IPv6, in the system's order. Empty as above.
-    static std::vector<CoNetworkInterface> getAllInterfaces();
+    /// `withSpeed`: asks for the speeds too, which takes longer; otherwise they are 0, as everywhere else.
+    static std::vector<CoNetworkInterface> getAllInterfaces(bool withSpeed = false);
 
     /// Those of `all` that are up, ordered by the names that network.cfg gives for `role`. For metadata and
     /// data loopbacks come first, named or not. Then come the named ones in order, where "*" stands for all

@@ -24,6 +24,7 @@ constexpr const char* NOT_LOGGED_IN = "Not logged in.";
 constexpr const char* UNKNOWN_METHOD = "Unknown method: ";
 
 constexpr int ANY_PORT = 0;
+constexpr int LOWEST_PORT = 1;
 constexpr int HIGHEST_PORT = 65535;
 
 /// A number beyond the range of ids becomes one that no object has, rather than another one's.
@@ -53,8 +54,8 @@ rcServerContext::rcServerContext(int port, const char* bindAddress)
 rcServerContext::rcServerContext(int lowPort, int highPort, const char* bindAddress)
     : listener_([this](int descriptor) { handleConnection(descriptor); },
                 [this](unsigned pauseMs) { reviewInterestsIn(pauseMs); }) {
-    const bool any = lowPort < 0 && highPort < 0;
-    const int first = any ? ANY_PORT : std::max(lowPort, ANY_PORT);
+    const bool any = lowPort <= 0 && highPort <= 0;
+    const int first = any ? ANY_PORT : std::max(lowPort, LOWEST_PORT);
     const int last = any ? ANY_PORT : std::min(highPort, HIGHEST_PORT);
     for (int port = first; port <= last; ++port) {
         if (!listener_.server().listen(port, bindAddress)) continue;

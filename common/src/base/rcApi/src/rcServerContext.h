@@ -52,8 +52,8 @@ class rcServerContext : public rcAppContext {
     /// Listens on `port` (0: any free one) of `bindAddress` (null: every address). A failure is logged, and
     /// the context is then not valid.
     explicit rcServerContext(int port, const char* bindAddress = nullptr);
-    /// Listens on the first port of the range that works; a negative range means any free port. Numbers that
-    /// are no ports are left out.
+    /// Listens on the first port of the range that works; two bounds of which none is positive mean any free
+    /// port. Numbers that are no ports are left out.
     rcServerContext(int lowPort, int highPort, const char* bindAddress = nullptr);
     /// Closes every connection, without calling clientGone.
     ~rcServerContext() override;
