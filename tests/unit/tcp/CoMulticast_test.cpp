@@ -109,7 +109,12 @@ void exchange(const char* scope, const char* interface, const char* hostIP) {
     client.bind(CoMulticast::PRIVATE);
     EXPECT_NE(client.getLocalPort(), client.getPort());
 
-    client.send("who?", 4, nullptr, 0);
+    // An interface that has just come up may lose what is sent at once.
+    pollfd heard{first.getId(), POLLIN, 0};
+    for (int tries = 0; tries < 100; ++tries) {
+        client.send("who?", 4, nullptr, 0);
+        if (::poll(&heard, 1, 100) == 1) break;
+    }
     for (const CoMulticast* each : {&first, &second}) {
         const Datagram search = receiveFrom(*each);
         EXPECT_EQ(search.text, "who?");

@@ -10,7 +10,8 @@
 
 bool VantrelFindChild(const VantrelNodeHandle& parent, const char* displayName, VantrelNodeHandle& child) {
     if (!displayName) return false;
-    VantrelNodeHandle node(parent);  // `child` may be the parent's own handle
+    // A handle of its own, since `child` may be the parent's.
+    const VantrelNodeHandle node(parent.getServer(), parent.getNodeId());
     VantrelNodeImp* from = node.imp();
     VantrelNodeImp* to = child.imp();
     const auto* children = from && to ? from->children() : nullptr;

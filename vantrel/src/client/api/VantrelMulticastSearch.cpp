@@ -225,7 +225,8 @@ void VantrelMulticastClient::fetchListFromServer(const VantrelServerId& serverId
 
 bool VantrelMulticastClient::resolve(const VantrelServerId& serverId, VantrelDaemonInfo& info,
                                      const std::function<bool()>& cancelled) {
-    const VantrelServerId id(serverId);
+    VantrelServerId id;
+    id = serverId;  // its text is built here, while others may read the caller's
     CO_MSG_DEBUG("Resolving VantrelServerId( '%s' [%s:%d/%s] ).", id.getId(), id.getIPAddr(), id.getPort(),
                  id.getDB());
     const auto isCancelled = [&] { return cancelled && cancelled(); };
