@@ -73,6 +73,15 @@ class ChildProcess {
         return result_.out.substr(0, result_.out.find('\n'));
     }
 
+    /// Waits until `text` stands on standard error. Throws when it does not come within the limit.
+    void waitForError(const std::string& text, std::chrono::milliseconds limit) {
+        const auto deadline = std::chrono::steady_clock::now() + limit;
+        while (result_.err.find(text) == std::string::npos) {
+            if (err_ < 0) throw std::runtime_error(name_ + " ended without '" + text + "': " + result_.err);
+            gather(deadline);
+        }
+    }
+
     /// Waits for its end and gives all its output. Throws when it does not end within the limit.
     Result wait(std::chrono::milliseconds limit) {
         const auto deadline = std::chrono::steady_clock::now() + limit;
