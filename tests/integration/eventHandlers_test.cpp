@@ -189,8 +189,8 @@ TEST_F(EventHandlersTest, RegistrationsAreRestoredByWhoeverFindsTheConnectionLos
     peer.listenAgain();
     awaitRegistrations("-n1+n1");
     ASSERT_TRUE(server->ping(0));  // whoever restored them is done
-    std::atomic<int> refusals{1};
-    peer.answerWith([&refusals](const std::string& method, const std::string&) {
+    // The peer answers for longer than this lasts.
+    peer.answerWith([refusals = 1](const std::string& method, const std::string&) mutable {
         const bool refuse = method == "RegisterEvents" && refusals-- > 0;
         return refuse ? std::optional<std::string>(ScriptedPeer::error("Not yet")) : std::nullopt;
     });
