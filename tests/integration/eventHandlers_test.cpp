@@ -2,7 +2,6 @@
 // both when either side goes away.
 #include <sys/wait.h>
 
-#include <atomic>
 #include <condition_variable>
 #include <cstring>
 #include <memory>
