@@ -1,5 +1,7 @@
 # What holds for every target of the project: language level, warnings, hidden symbols, sanitizers.
-# Log lines and assertions name sources relative to the repository, on every machine alike.
+# Log lines and assertions name sources relative to the repository, on every machine alike, also where ccache hands
+# the compiler paths relative to the build folder.
+file(RELATIVE_PATH VANTREL_SOURCE_FROM_BUILD ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR})
 function(vantrel_defaults target)
     target_compile_features(${target} PUBLIC cxx_std_17)
     target_compile_options(${target} PRIVATE
@@ -7,7 +9,7 @@ function(vantrel_defaults target)
         -Woverloaded-virtual -Wcast-align -Wformat=2 -Wnull-dereference
         $<$<BOOL:${VANTREL_WERROR}>:-Werror>
         $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
-        -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
+        -ffile-prefix-map=${PROJECT_SOURCE_DIR}/= -ffile-prefix-map=${VANTREL_SOURCE_FROM_BUILD}=)
     set_target_properties(${target} PROPERTIES
         CXX_VISIBILITY_PRESET hidden
         VISIBILITY_INLINES_HIDDEN ON

@@ -11,6 +11,7 @@
 /// The library is a guest in its process: it installs no signal handler, writes nothing but log messages,
 /// never ends the process, and may be left without VantrelClientUninit at any moment.
 
+#include <vantrel/VantrelCallbacks.h>
 #include <vantrel/VantrelFormats.h>
 #include <vantrel/VantrelNodeHandle.h>
 #include <vantrel/VantrelServerHandle.h>
@@ -18,23 +19,6 @@
 #include <vantrel/VantrelServerList.h>
 #include <vantrel/VantrelTranslations.h>
 #include <vantrel/VantrelTypes.h>
-
-/// Severity of a log message. A message is emitted when its level is at or below the level set.
-enum VantrelLogLevel : int {
-    VANTREL_LOG_USER = 0,
-    VANTREL_LOG_ERROR = 1,
-    VANTREL_LOG_WARNING = 2,
-    VANTREL_LOG_NOTICE = 3,
-    VANTREL_LOG_DEBUG = 4
-};
-
-/// Receives log messages, on whatever thread posts them; it must be thread-safe. `message` is valid during
-/// the call. It may call any function of the library.
-typedef void (*VantrelLogCallBack)(VantrelLogLevel level, const char* message);
-
-/// Told of a lost connection, on the thread whose call found it lost. `server` is valid during the call. It
-/// may call any function of the library.
-typedef void (*VantrelDisconnectCallBack)(const VantrelServerId& server);
 
 /// Brings the library up. Counted: each call wants one VantrelClientUninit. False when the network layer
 /// cannot be brought up; calls after a failed first one return true without trying again. Adopts the log of a

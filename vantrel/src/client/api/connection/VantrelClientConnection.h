@@ -1,6 +1,6 @@
 #pragma once
 
-#include <vantrel/VantrelClientAPI.h>
+#include <vantrel/VantrelCallbacks.h>
 #include <vantrel/VantrelTypes.h>
 
 #include <atomic>

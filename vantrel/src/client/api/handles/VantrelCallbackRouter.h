@@ -1,6 +1,6 @@
 #pragma once
 
-#include <vantrel/VantrelClientAPI.h>
+#include <vantrel/VantrelCallbacks.h>
 
 #include <atomic>
 
