@@ -8,7 +8,7 @@ function(vantrel_defaults target)
         -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wnon-virtual-dtor
         -Woverloaded-virtual -Wcast-align -Wformat=2 -Wnull-dereference
         $<$<BOOL:${VANTREL_WERROR}>:-Werror>
-        $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
+        $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety -Wthread-safety-beta>
         -ffile-prefix-map=${PROJECT_SOURCE_DIR}/= -ffile-prefix-map=${VANTREL_SOURCE_FROM_BUILD}=)
     set_target_properties(${target} PROPERTIES
         CXX_VISIBILITY_PRESET hidden

@@ -18,6 +18,6 @@ enum VantrelLogLevel : int {
 /// the call. It may call any function of the library.
 typedef void (*VantrelLogCallBack)(VantrelLogLevel level, const char* message);
 
-/// Called for a lost connection, on the thread whose call found it lost. `server` is valid during the call. It
-/// may call any function of the library.
+/// Called for a lost connection, on the thread whose call found it lost. `server` is valid during the call.
+/// It may call any function of the library.
 typedef void (*VantrelDisconnectCallBack)(const VantrelServerId& server);
