@@ -52,7 +52,7 @@ class CoIoTcpServerHandlerTest : public testing::Test {
     CoIoTcpServerHandler handler;
 };
 
-TEST_F(CoIoTcpServerHandlerTest, pausesWhenItCannotAcceptAndRecovers) {
+TEST_F(CoIoTcpServerHandlerTest, PausesWhenItCannotAcceptAndRecovers) {
     const CapturedLog log;
     breakServer();
     int passes = 0;

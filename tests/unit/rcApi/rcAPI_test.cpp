@@ -34,7 +34,7 @@ class rcAPITest : public testing::Test {
     std::string result;
 };
 
-TEST_F(rcAPITest, sendsOneLineForACall) {
+TEST_F(rcAPITest, SendsOneLineForACall) {
     connect();
     peer.answer("Ping", "ok ");
     peer.answer("Set", "ok ");
@@ -48,7 +48,7 @@ TEST_F(rcAPITest, sendsOneLineForACall) {
                 ElementsAre("sync 0 Ping ", "sync 12 Set a\\nb\\tc\\\\d", "async -1 Tell x", "sync 0 Ping "));
 }
 
-TEST_F(rcAPITest, takesRepliesInPiecesOfAnySize) {
+TEST_F(rcAPITest, TakesRepliesInPiecesOfAnySize) {
     const std::tuple<const char*, bool, const char*> cases[] = {{"ok", true, ""},
                                                                 {"ok a\\nb\\tc\\\\d\\e", true, "a\nb\tc\\de"},
                                                                 {"error No such node", false, "No such node"},
@@ -72,7 +72,7 @@ TEST_F(rcAPITest, takesRepliesInPiecesOfAnySize) {
     }
 }
 
-TEST_F(rcAPITest, announcesItsVersionAndAddressAtLogin) {
+TEST_F(rcAPITest, AnnouncesItsVersionAndAddressAtLogin) {
     const std::pair<std::vector<unsigned short>, const char*> cases[] = {
         {{}, "ULongVersion 3 0x0"},
         {{2, 1}, "ULongVersion 15 0x2000100000000"},
@@ -87,7 +87,7 @@ TEST_F(rcAPITest, announcesItsVersionAndAddressAtLogin) {
     }
 }
 
-TEST_F(rcAPITest, isDisconnectedWhenLoginFails) {
+TEST_F(rcAPITest, IsDisconnectedWhenLoginFails) {
     for (const char* text : {"Authentication failed", "Unknown method: _logins", ""}) {
         peer.answer("_login", ScriptedPeer::error(text));
         EXPECT_FALSE(api.connect(HOST, peer.port(), TIMEOUT_MS));
@@ -102,7 +102,7 @@ TEST_F(rcAPITest, isDisconnectedWhenLoginFails) {
     EXPECT_TRUE(peer.waitForNoClients());
 }
 
-TEST_F(rcAPITest, aCallOutOfTimeLeavesTheConnectionOpen) {
+TEST_F(rcAPITest, ACallOutOfTimeLeavesTheConnectionOpen) {
     connect();
     peer.neverAnswer("Wait");
     for (const unsigned timeoutMs : {0U, 20U}) {
@@ -117,7 +117,7 @@ TEST_F(rcAPITest, aCallOutOfTimeLeavesTheConnectionOpen) {
     EXPECT_FALSE(api.timedOut());
 }
 
-TEST_F(rcAPITest, aPeerThatClosesEndsTheConnectionButNotTheEndpoint) {
+TEST_F(rcAPITest, APeerThatClosesEndsTheConnectionButNotTheEndpoint) {
     peer.answer("Get", "ok something");
     for (const std::size_t bytes : {0U, 3U}) {
         SCOPED_TRACE(bytes);
@@ -139,7 +139,7 @@ TEST_F(rcAPITest, aPeerThatClosesEndsTheConnectionButNotTheEndpoint) {
     EXPECT_EQ(result, "Connection not established.");
 }
 
-TEST_F(rcAPITest, aCommandThatThePeerDoesNotTakeInTimeClosesTheConnection) {
+TEST_F(rcAPITest, ACommandThatThePeerDoesNotTakeInTimeClosesTheConnection) {
     connect();
     std::promise<void> released;
     // Serving this command keeps the peer from reading the next.
@@ -157,7 +157,7 @@ TEST_F(rcAPITest, aCommandThatThePeerDoesNotTakeInTimeClosesTheConnection) {
     released.set_value();
 }
 
-TEST_F(rcAPITest, aMethodNameThatWouldBreakTheLineIsNotSent) {
+TEST_F(rcAPITest, AMethodNameThatWouldBreakTheLineIsNotSent) {
     const CapturedLog log;
     connect();
     for (const char* name : {"two words", "two\nlines", "", static_cast<const char*>(nullptr)}) {
@@ -169,7 +169,7 @@ TEST_F(rcAPITest, aMethodNameThatWouldBreakTheLineIsNotSent) {
     EXPECT_TRUE(api.isConnected(true));
 }
 
-TEST_F(rcAPITest, aChangeOfIdentityEndsTheConnection) {
+TEST_F(rcAPITest, AChangeOfIdentityEndsTheConnection) {
     if (::geteuid() != 0) GTEST_SKIP() << "only root can change its identity";
     constexpr uid_t OTHER = 65534;
     connect();

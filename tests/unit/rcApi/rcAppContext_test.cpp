@@ -73,7 +73,7 @@ class rcAppContextTest : public testing::Test {
     PairHandler second{"second", calls};
 };
 
-TEST_F(rcAppContextTest, callsWhatIsReadyAndWanted) {
+TEST_F(rcAppContextTest, CallsWhatIsReadyAndWanted) {
     EXPECT_TRUE(context.registerIOHandler(&first));
     EXPECT_TRUE(context.registerIOHandler(&second));
     EXPECT_FALSE(context.registerIOHandler(&first));
@@ -96,7 +96,7 @@ TEST_F(rcAppContextTest, callsWhatIsReadyAndWanted) {
     EXPECT_EQ(context.callIOHandlers(0U), 0);
 }
 
-TEST_F(rcAppContextTest, aHangUpIsReadAndACallbackThatReturnsFalseIsTheLast) {
+TEST_F(rcAppContextTest, AHangUpIsReadAndACallbackThatReturnsFalseIsTheLast) {
     context.registerIOHandler(&first);
     first.reading = false;
     first.writing = true;
@@ -107,7 +107,7 @@ TEST_F(rcAppContextTest, aHangUpIsReadAndACallbackThatReturnsFalseIsTheLast) {
     EXPECT_FALSE(context.unregisterIOHandler(&first));
 }
 
-TEST_F(rcAppContextTest, oneWithoutDescriptorIsToldAndUnregistered) {
+TEST_F(rcAppContextTest, OneWithoutDescriptorIsToldAndUnregistered) {
     context.registerIOHandler(&first);
     context.registerIOHandler(&second);
     first.hasDescriptor = false;
@@ -118,7 +118,7 @@ TEST_F(rcAppContextTest, oneWithoutDescriptorIsToldAndUnregistered) {
     EXPECT_FALSE(context.unregisterIOHandler(&second));
 }
 
-TEST_F(rcAppContextTest, aCallbackMayUnregisterAnyoneAndRegisterOthers) {
+TEST_F(rcAppContextTest, ACallbackMayUnregisterAnyoneAndRegisterOthers) {
     PairHandler third{"third", calls};
     context.registerIOHandler(&first);
     context.registerIOHandler(&second);
@@ -138,7 +138,7 @@ TEST_F(rcAppContextTest, aCallbackMayUnregisterAnyoneAndRegisterOthers) {
     EXPECT_THAT(takeCalls(), ElementsAre("third read"));
 }
 
-TEST_F(rcAppContextTest, cancelEndsAWaitWithoutLimitAndOnlyOne) {
+TEST_F(rcAppContextTest, CancelEndsAWaitWithoutLimitAndOnlyOne) {
     auto pass = std::async(std::launch::async, [this] { return context.callIOHandlers(nullptr); });
     context.cancel();
     ASSERT_EQ(pass.wait_for(std::chrono::milliseconds(LIMIT_MS)), std::future_status::ready);
@@ -149,7 +149,7 @@ TEST_F(rcAppContextTest, cancelEndsAWaitWithoutLimitAndOnlyOne) {
     EXPECT_EQ(context.callIOHandlers(0U), 0);
 }
 
-TEST_F(rcAppContextTest, logsItsWaits) {
+TEST_F(rcAppContextTest, LogsItsWaits) {
     const CapturedLog log;
     context.callIOHandlers(0U);
     context.cancel();

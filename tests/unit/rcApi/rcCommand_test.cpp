@@ -39,7 +39,7 @@ struct Fields {
     bool sync;
 };
 
-TEST(rcCommand, readsLinesInFragmentsOfEverySize) {
+TEST(rcCommand, ReadsLinesInFragmentsOfEverySize) {
     const std::pair<std::string, Fields> cases[] = {
         {"sync 0 Ping \n", {"sync", "0", "Ping", "", true}},
         {"async -7 Move a  b \n", {"async", "-7", "Move", "a  b ", false}},
@@ -68,7 +68,7 @@ TEST(rcCommand, readsLinesInFragmentsOfEverySize) {
     }
 }
 
-TEST(rcCommand, nothingOfALineIsLeftForTheNext) {
+TEST(rcCommand, NothingOfALineIsLeftForTheNext) {
     rcCommand command;
     ASSERT_NE(feed(command, "sync 5 Set value\\\n", 0), 0U);  // an escape awaits its partner
     command.reset();
@@ -80,7 +80,7 @@ TEST(rcCommand, nothingOfALineIsLeftForTheNext) {
     EXPECT_EQ(command.receivedBytes(), 13U);
 }
 
-TEST(rcCommand, writesLines) {
+TEST(rcCommand, WritesLines) {
     struct Case {
         rcCommand::Type type;
         int objectId;
@@ -100,7 +100,7 @@ TEST(rcCommand, writesLines) {
     }
 }
 
-TEST(rcResult, readsLinesInFragmentsOfEverySize) {
+TEST(rcResult, ReadsLinesInFragmentsOfEverySize) {
     const std::tuple<std::string, std::string, std::string, bool> cases[] = {
         {"ok\n", "ok", "", true},
         {"okay x\n", "okay", "x", false},
@@ -121,7 +121,7 @@ TEST(rcResult, readsLinesInFragmentsOfEverySize) {
     }
 }
 
-TEST(rcResult, writesLines) {
+TEST(rcResult, WritesLines) {
     const std::tuple<rcResult::Code, std::string, std::string> cases[] = {
         {rcResult::Code::Ok, "", "ok \n"},
         {rcResult::Code::Error, "no\nway", "error no\\nway\n"},
@@ -135,7 +135,7 @@ TEST(rcResult, writesLines) {
     }
 }
 
-TEST(rcValue, longTextsWithEscapesAroundEveryBlockEdgeAreKept) {
+TEST(rcValue, LongTextsWithEscapesAroundEveryBlockEdgeAreKept) {
     // Escapes at distances that drift against every power of two, so that some fall on either side of an
     // edge.
     std::string plain;

@@ -20,7 +20,7 @@ struct TextCase {
     const char* written;
 };
 
-TEST(rcParam, everyKindReadsAndWritesItsText) {
+TEST(rcParam, EveryKindReadsAndWritesItsText) {
     const TextCase cases[] = {
         {rcParamInt::TYPE, "int", "-42", "-42"},
         {rcParamInt::TYPE, "int", " 7 apples", "7"},
@@ -52,7 +52,7 @@ TEST(rcParam, everyKindReadsAndWritesItsText) {
     }
 }
 
-TEST(rcParamArray, splitsTheArgumentAmongSeveralParameters) {
+TEST(rcParamArray, SplitsTheArgumentAmongSeveralParameters) {
     const std::pair<std::string, std::vector<std::string>> cases[] = {
         {"a b c", {"a", "b", "c"}},
         {"a  c", {"a", "", "c"}},
@@ -76,7 +76,7 @@ TEST(rcParamArray, splitsTheArgumentAmongSeveralParameters) {
     }
 }
 
-TEST(rcParamArray, oneParameterTakesTheWholeArgumentAndNoneTakesNothing) {
+TEST(rcParamArray, OneParameterTakesTheWholeArgumentAndNoneTakesNothing) {
     const rcParam::Array one({{&rcParamString::TYPE}}, "\"a b\"  c");
     ASSERT_EQ(one.size(), 1U);
     EXPECT_EQ(one[0].stringValue(), "\"a b\"  c");
@@ -88,7 +88,7 @@ TEST(rcParamArray, oneParameterTakesTheWholeArgumentAndNoneTakesNothing) {
     EXPECT_TRUE(log.contains("Assertion"));
 }
 
-TEST(rcParamEscapedString, encodesAndDecodes) {
+TEST(rcParamEscapedString, EncodesAndDecodes) {
     const std::pair<std::string, std::string> cases[] = {
         {"a b", R"("a b")"},
         {R"(say "hi")", R"("say \"hi\"")"},
@@ -102,7 +102,7 @@ TEST(rcParamEscapedString, encodesAndDecodes) {
     EXPECT_EQ(rcParamStringToEscapedString(static_cast<const char*>(nullptr)), "");
 }
 
-TEST(rcParamEscapedString, decodesWhatNoEncoderWrites) {
+TEST(rcParamEscapedString, DecodesWhatNoEncoderWrites) {
     const std::pair<const char*, const char*> cases[] = {
         {"", ""},         {"plain", "plain"}, {"\"", ""},       {"\"open", "open"}, {"closed\"", "closed"},
         {"a\"b", "a\"b"}, {"a\\", "a\\"},     {"a\\bc", "abc"}, {"\\\"a", "\"a"},   {"a\\\"", "a\""},

@@ -21,7 +21,7 @@ struct Exchange {
     const char* reply;  ///< null: none
 };
 
-TEST_F(rcServerContextTest, answersEachCommandInOrder) {
+TEST_F(rcServerContextTest, AnswersEachCommandInOrder) {
     const Exchange exchanges[] = {
         {"sync 0 _ping ", "ok "},
         {"sync 0 Echo a\\nb  c\\\\", "ok a\\nb  c\\\\"},
@@ -88,7 +88,7 @@ TEST_F(rcServerContextTest, answersEachCommandInOrder) {
     }
 }
 
-TEST_F(rcServerContextTest, refusesAmbiguousRegistrations) {
+TEST_F(rcServerContextTest, RefusesAmbiguousRegistrations) {
     addEcho();
     EXPECT_FALSE(
         context.registerMethod(describe("Echo", [](void*, rcParam::Array&, rcParam&) { return true; })));
@@ -103,7 +103,7 @@ TEST_F(rcServerContextTest, refusesAmbiguousRegistrations) {
                                                      "Object '3' already registered"));
 }
 
-TEST_F(rcServerContextTest, saysOnWhichPortItCannotListen) {
+TEST_F(rcServerContextTest, SaysOnWhichPortItCannotListen) {
     const std::string taken = std::to_string(port());
     EXPECT_TRUE(context.isValid());
     EXPECT_GT(port(), 0);
@@ -134,7 +134,7 @@ TEST_F(rcServerContextTest, saysOnWhichPortItCannotListen) {
     EXPECT_GT(next.getPort(), port());
 }
 
-TEST_F(rcServerContextTest, knowsItsClientsAndTellsWhenTheyLeave) {
+TEST_F(rcServerContextTest, KnowsItsClientsAndTellsWhenTheyLeave) {
     std::promise<unsigned> seen;
     add("Who", [this, &seen](void*, rcParam::Array&, rcParam&) {
         const unsigned id = context.getCurrentClientId();
@@ -191,7 +191,7 @@ class rcServerDelayTest : public ServerFixture {
     std::vector<unsigned> clients;  ///< read only after `calls` has told of a new one
 };
 
-TEST_F(rcServerDelayTest, returnsFromAnotherThreadBeforeTheNextCommandIsProcessed) {
+TEST_F(rcServerDelayTest, ReturnsFromAnotherThreadBeforeTheNextCommandIsProcessed) {
     RawClient client(port());
     sendAndWait(client, "sync 0 Echo before\nsync 0 Later x\nsync 0 Echo after\n");
     EXPECT_EQ(client.readLine(), "ok before");
@@ -204,7 +204,7 @@ TEST_F(rcServerDelayTest, returnsFromAnotherThreadBeforeTheNextCommandIsProcesse
     EXPECT_EQ(client.readLine(), "ok end");
 }
 
-TEST_F(rcServerDelayTest, isOnlyForAClientThatWaits) {
+TEST_F(rcServerDelayTest, IsOnlyForAClientThatWaits) {
     RawClient client(port());
     sendAndWait(client, "async 0 Later x\n");
     const unsigned id = clients.back();
@@ -219,7 +219,7 @@ TEST_F(rcServerDelayTest, isOnlyForAClientThatWaits) {
         std::vector<std::string>(3, "Trying to do a delayed return for a client that isn't waiting for it."));
 }
 
-TEST_F(rcServerDelayTest, mayFindItsClientGone) {
+TEST_F(rcServerDelayTest, MayFindItsClientGone) {
     auto client = std::make_unique<RawClient>(port());
     sendAndWait(*client, "sync 0 Later x\n");
     client.reset();
@@ -230,7 +230,7 @@ TEST_F(rcServerDelayTest, mayFindItsClientGone) {
     EXPECT_FALSE(context.returnFromDelayedCommand(clients.back(), true, "late"));
 }
 
-TEST_F(rcServerContextTest, aClientThatDoesNotReadHoldsUpNobodyAndLosesNothing) {
+TEST_F(rcServerContextTest, AClientThatDoesNotReadHoldsUpNobodyAndLosesNothing) {
     constexpr int COMMANDS = 200;
     constexpr std::size_t SIZE = 1 << 18;
     std::atomic<int> processed{0};
@@ -262,7 +262,7 @@ TEST_F(rcServerContextTest, aClientThatDoesNotReadHoldsUpNobodyAndLosesNothing) 
     EXPECT_TRUE(slow.isClosedByPeer());
 }
 
-TEST_F(rcServerContextTest, dropsAClientWhoseCommandIsTooLong) {
+TEST_F(rcServerContextTest, DropsAClientWhoseCommandIsTooLong) {
     ::setenv("VANTREL_MAX_COMMAND_BYTES", "20000", 1);
     addEcho();
     start();

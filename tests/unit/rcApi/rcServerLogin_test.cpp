@@ -46,7 +46,7 @@ class rcServerLoginTest : public ServerFixture {
     }
 };
 
-TEST_F(rcServerLoginTest, takesTheRecordWithTheAddressThatItSees) {
+TEST_F(rcServerLoginTest, TakesTheRecordWithTheAddressThatItSees) {
     start();
     RawClient client(port());
     EXPECT_EQ(ask(client, login(record("jane"))), "ok ");
@@ -54,7 +54,7 @@ TEST_F(rcServerLoginTest, takesTheRecordWithTheAddressThatItSees) {
     EXPECT_THAT(log.texts(CoMsg::NOTICE), ElementsAre(EndsWith("] [jane//0000] [ws/127.0.0.1] [test/77]")));
 }
 
-TEST_F(rcServerLoginTest, answersAnInvalidRecordAndDropsTheClient) {
+TEST_F(rcServerLoginTest, AnswersAnInvalidRecordAndDropsTheClient) {
     start();
     const std::string invalid[] = {record("jane", "-125785412"), record("jane", "0"), "", "rubbish",
                                    "StrUserName -5 x"};
@@ -70,7 +70,7 @@ TEST_F(rcServerLoginTest, answersAnInvalidRecordAndDropsTheClient) {
     EXPECT_EQ(std::count(errors.begin(), errors.end(), "Invalid client info, breaking connection"), 10);
 }
 
-TEST_F(rcServerLoginTest, isNeededBeforeAnyOtherMethodWhenRequired) {
+TEST_F(rcServerLoginTest, IsNeededBeforeAnyOtherMethodWhenRequired) {
     context.requireLogin(true);
     start();
     RawClient client(port());
@@ -93,7 +93,7 @@ TEST_F(rcServerLoginTest, isNeededBeforeAnyOtherMethodWhenRequired) {
     EXPECT_EQ(ask(client, "sync 0 Echo x\n"), "error Not logged in.");
 }
 
-TEST_F(rcServerLoginTest, isNeededBeforeALongCommandWhenRequired) {
+TEST_F(rcServerLoginTest, IsNeededBeforeALongCommandWhenRequired) {
     const std::string longest = "sync 0 Echo " + std::string(65536 - 12, 'x');
     for (const bool required : {false, true}) {
         context.requireLogin(required);
@@ -115,7 +115,7 @@ TEST_F(rcServerLoginTest, isNeededBeforeALongCommandWhenRequired) {
     }
 }
 
-TEST_F(rcServerLoginTest, isNeededInTimeWhenRequired) {
+TEST_F(rcServerLoginTest, IsNeededInTimeWhenRequired) {
     context.requireLogin(true);
     start();
     RawClient guest(port());
@@ -135,7 +135,7 @@ TEST_F(rcServerLoginTest, isNeededInTimeWhenRequired) {
     EXPECT_EQ(ask(guest, "sync 0 Echo x\n"), "ok x");
 }
 
-TEST_F(rcServerLoginTest, isWaitedForFromFewAtATime) {
+TEST_F(rcServerLoginTest, IsWaitedForFromFewAtATime) {
     context.requireLogin(true);
     context.limitClients(rcServerContext::MAX_STRANGERS + 2);
     start();
@@ -159,7 +159,7 @@ TEST_F(rcServerLoginTest, isWaitedForFromFewAtATime) {
     EXPECT_EQ(log.texts(CoMsg::WARNING).size(), 2U);
 }
 
-TEST_F(rcServerLoginTest, leavesTheFirstRecordToLaterProcesses) {
+TEST_F(rcServerLoginTest, LeavesTheFirstRecordToLaterProcesses) {
     context.useLoginEnvironment(false);
     start();
     {
@@ -182,7 +182,7 @@ TEST_F(rcServerLoginTest, leavesTheFirstRecordToLaterProcesses) {
     EXPECT_NE(info.getTimestamp(), 0U);
 }
 
-TEST_F(rcServerLoginTest, startsFromAnInheritedRecordWhenItIsValid) {
+TEST_F(rcServerLoginTest, StartsFromAnInheritedRecordWhenItIsValid) {
     ::setenv(rcSysCalls::CONNECTION_INFO_VARIABLE, record("jane").c_str(), 1);
     start();
     RawClient heir(port());

@@ -101,7 +101,7 @@ class FrameServerTest : public testing::Test {
     std::unique_ptr<FrameServer> server_;
 };
 
-TEST_F(FrameServerTest, eachRequestGetsItsReplyAndTheNextOneIsFound) {
+TEST_F(FrameServerTest, EachRequestGetsItsReplyAndTheNextOneIsFound) {
     Peer peer = connect();
     writeFrames(peer);
     directory_.write("files/f", "file");
@@ -179,7 +179,7 @@ TEST_F(FrameServerTest, eachRequestGetsItsReplyAndTheNextOneIsFound) {
     EXPECT_EQ(directory_.read("files/a/b/c"), "bytes");
 }
 
-TEST_F(FrameServerTest, aRequestInOneBytePiecesIsTheSameRequest) {
+TEST_F(FrameServerTest, ARequestInOneBytePiecesIsTheSameRequest) {
     Peer peer = connect();
     for (const char byte :
          "WriteFrame\0n5-0\00010\0"s
@@ -192,7 +192,7 @@ TEST_F(FrameServerTest, aRequestInOneBytePiecesIsTheSameRequest) {
               "0123456789");
 }
 
-TEST_F(FrameServerTest, framesLargerThanTheSocketBuffersPassWhole) {
+TEST_F(FrameServerTest, FramesLargerThanTheSocketBuffersPassWhole) {
     std::string pixels(12'000'001, '\0');
     for (std::size_t i = 0; i < pixels.size(); ++i) pixels[i] = static_cast<char>(i * 7 + i / 251);
     const std::string size = std::to_string(pixels.size());
@@ -205,7 +205,7 @@ TEST_F(FrameServerTest, framesLargerThanTheSocketBuffersPassWhole) {
     expectUsable(peer);
 }
 
-TEST_F(FrameServerTest, rubbishIsAnsweredAndEndsThatConnectionOnly) {
+TEST_F(FrameServerTest, RubbishIsAnsweredAndEndsThatConnectionOnly) {
     Peer bystander = connect();
     writeFrames(bystander);
     const struct {
@@ -238,7 +238,7 @@ TEST_F(FrameServerTest, rubbishIsAnsweredAndEndsThatConnectionOnly) {
               "0123456789");
 }
 
-TEST_F(FrameServerTest, anUploadCutShortLeavesTheEarlierFrame) {
+TEST_F(FrameServerTest, AnUploadCutShortLeavesTheEarlierFrame) {
     Peer peer = connect();
     writeFrames(peer);
     {
@@ -253,7 +253,7 @@ TEST_F(FrameServerTest, anUploadCutShortLeavesTheEarlierFrame) {
               "0123456789");
 }
 
-TEST_F(FrameServerTest, aPeerThatStallsWithinARequestIsDroppedAndAnIdleOneIsNot) {
+TEST_F(FrameServerTest, APeerThatStallsWithinARequestIsDroppedAndAnIdleOneIsNot) {
     FrameServer::Settings settings;
     settings.stallTimeoutMs = 100;
     start(settings);
@@ -269,7 +269,7 @@ TEST_F(FrameServerTest, aPeerThatStallsWithinARequestIsDroppedAndAnIdleOneIsNot)
     expectUsable(idle);
 }
 
-TEST_F(FrameServerTest, connectionsBeyondTheMaximumAreClosedUntilOthersLeave) {
+TEST_F(FrameServerTest, ConnectionsBeyondTheMaximumAreClosedUntilOthersLeave) {
     FrameServer::Settings settings;
     settings.maxConnections = 1;
     start(settings);
@@ -286,7 +286,7 @@ TEST_F(FrameServerTest, connectionsBeyondTheMaximumAreClosedUntilOthersLeave) {
     EXPECT_EQ(reply, "\0"s);
 }
 
-TEST_F(FrameServerTest, aServerOfAnAgeLacksTheMethodsThatCameLater) {
+TEST_F(FrameServerTest, AServerOfAnAgeLacksTheMethodsThatCameLater) {
     const struct {
         std::string request;
         VantrelVersion since;
@@ -309,7 +309,7 @@ TEST_F(FrameServerTest, aServerOfAnAgeLacksTheMethodsThatCameLater) {
     }
 }
 
-TEST_F(FrameServerTest, itEndsAtOnceThoughPeersAreInTheMiddleOfSomething) {
+TEST_F(FrameServerTest, ItEndsAtOnceThoughPeersAreInTheMiddleOfSomething) {
     Peer idle = connect();
     Peer uploading = connect();
     expectUsable(idle);

@@ -61,7 +61,7 @@ class NodeCommandsTest : public testing::Test {
     NodeCommands commands_{store_, DEFAULT_PROTOCOL_VERSION, testInfo};
 };
 
-TEST_F(NodeCommandsTest, eachCommandAnswersInItsOwnForm) {
+TEST_F(NodeCommandsTest, EachCommandAnswersInItsOwnForm) {
     const std::string child = "Id 2 n5Displ 8 a \"b\" \\c";
     const struct {
         const char* command;
@@ -123,7 +123,7 @@ TEST_F(NodeCommandsTest, eachCommandAnswersInItsOwnForm) {
     for (const auto& each : cases) EXPECT_EQ(ask(each.command, each.argument), each.reply) << each.command;
 }
 
-TEST_F(NodeCommandsTest, extendedCreationTakesFormatAndFirstMetadata) {
+TEST_F(NodeCommandsTest, ExtendedCreationTakesFormatAndFirstMetadata) {
     const std::string format = attribute("Fmt",
                                          "w 1 2h 1 3bpp 1 8nch 1 1szu 11 0x100000000asp 1 1rate 2 25"
                                          "fmt 4 monoscan 1 0metag 0 meta 0 cs 7 Rec.709");
@@ -135,7 +135,7 @@ TEST_F(NodeCommandsTest, extendedCreationTakesFormatAndFirstMetadata) {
     EXPECT_THAT(ask("GetClipFormat", "n6"), HasSubstr("2 3 8 1 4294967296 1 25 mono 0 none "));
 }
 
-TEST_F(NodeCommandsTest, aBadRequestGetsAnErrorThatNamesItAndChangesNothing) {
+TEST_F(NodeCommandsTest, ABadRequestGetsAnErrorThatNamesItAndChangesNothing) {
     const struct {
         const char* command;
         std::string argument;
@@ -176,7 +176,7 @@ TEST_F(NodeCommandsTest, aBadRequestGetsAnErrorThatNamesItAndChangesNothing) {
     EXPECT_EQ(ask("GetChildren", "n4"), "n5,a \"b\" \\c");
 }
 
-TEST_F(NodeCommandsTest, aServerOfAnAgeHasTheCommandsOfThatAge) {
+TEST_F(NodeCommandsTest, AServerOfAnAgeHasTheCommandsOfThatAge) {
     const struct {
         const char* command;
         VantrelVersion since;

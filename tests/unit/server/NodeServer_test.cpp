@@ -87,7 +87,7 @@ class NodeServerTest : public testing::Test {
     std::optional<ContextLoop> loop_;
 };
 
-TEST_F(NodeServerTest, aCommandNeedsALoginFirst) {
+TEST_F(NodeServerTest, ACommandNeedsALoginFirst) {
     const UniqueFd fd = connect();
     EXPECT_EQ(ask(fd, "sync 0 GetRootNode \n"), "error Not logged in.");
     EXPECT_EQ(ask(fd, loginLine()), "ok ");
@@ -96,7 +96,7 @@ TEST_F(NodeServerTest, aCommandNeedsALoginFirst) {
     EXPECT_EQ(ask(fd, "sync 0 DuplicateNode x\n"), "error Unknown method: DuplicateNode");
 }
 
-TEST_F(NodeServerTest, rubbishAndAWrongLoginEndThatConnectionOnly) {
+TEST_F(NodeServerTest, RubbishAndAWrongLoginEndThatConnectionOnly) {
     const UniqueFd good = connect();
     EXPECT_EQ(ask(good, loginLine()), "ok ");
     const UniqueFd endless = connect();
@@ -111,7 +111,7 @@ TEST_F(NodeServerTest, rubbishAndAWrongLoginEndThatConnectionOnly) {
     EXPECT_EQ(ask(good, "sync 0 GetRootNode \n"), "ok n1");
 }
 
-TEST_F(NodeServerTest, theDaemonInfoTellsWhatTheServerIsAndWhereItWasReached) {
+TEST_F(NodeServerTest, TheDaemonInfoTellsWhatTheServerIsAndWhereItWasReached) {
     const UniqueFd fd = connect();
     EXPECT_EQ(ask(fd, loginLine()), "ok ");
     const std::string reply = ask(fd, "sync 0 GetDaemonInfo \"\"\n");
@@ -129,7 +129,7 @@ TEST_F(NodeServerTest, theDaemonInfoTellsWhatTheServerIsAndWhereItWasReached) {
     }
 }
 
-TEST(ServerAddresses, aClientIsToldFirstTheAddressThatItUsed) {
+TEST(ServerAddresses, AClientIsToldFirstTheAddressThatItUsed) {
     const std::vector<std::string> interfaces = {"127.0.0.1", "::1", "10.0.0.1", "10.1.0.1"};
     EXPECT_THAT(serverAddresses("::ffff:10.1.0.1", "", interfaces), ElementsAre("10.1.0.1", "10.0.0.1"));
     EXPECT_THAT(serverAddresses("127.0.0.1", "", interfaces),
@@ -140,7 +140,7 @@ TEST(ServerAddresses, aClientIsToldFirstTheAddressThatItUsed) {
     EXPECT_THAT(serverAddresses("10.0.0.1", "0.0.0.0", interfaces), ElementsAre("10.0.0.1", "10.1.0.1"));
 }
 
-TEST(ServerAddresses, whatIsAnnouncedCanBeReached) {
+TEST(ServerAddresses, WhatIsAnnouncedCanBeReached) {
     const std::vector<std::string> interfaces = {"127.0.0.1", "::1", "10.0.0.1", "fd00::1", "fe80::1"};
     EXPECT_THAT(announcedAddresses("", interfaces), ElementsAre("127.0.0.1", "::1", "10.0.0.1", "fd00::1"));
     EXPECT_THAT(announcedAddresses("::", interfaces), ElementsAre("127.0.0.1", "::1", "10.0.0.1", "fd00::1"));
@@ -148,7 +148,7 @@ TEST(ServerAddresses, whatIsAnnouncedCanBeReached) {
     EXPECT_THAT(announcedAddresses("10.9.0.1", interfaces), ElementsAre("10.9.0.1"));
 }
 
-TEST(ServerOptions, aProtocolVersionIsFourNumbers) {
+TEST(ServerOptions, AProtocolVersionIsFourNumbers) {
     const auto version = parseProtocolVersion("2012.0.1.5134");
     ASSERT_TRUE(version);
     EXPECT_EQ(version->major, 2012);

@@ -76,7 +76,7 @@ class NodeStoreTest : public testing::Test {
     std::optional<NodeStore> store_;
 };
 
-TEST_F(NodeStoreTest, everythingIsThereAgainAfterReopening) {
+TEST_F(NodeStoreTest, EverythingIsThereAgainAfterReopening) {
     const std::string clip = createClip(2);
     store().setMetaData(clip, "XML", "<a/>");
     write(store().frameIds(clip)[1], "pixels");
@@ -93,12 +93,12 @@ TEST_F(NodeStoreTest, everythingIsThereAgainAfterReopening) {
     EXPECT_EQ(read(store().frameIds(clip)[1]), "pixels");
 }
 
-TEST_F(NodeStoreTest, aSecondServerIsKeptOut) {
+TEST_F(NodeStoreTest, ASecondServerIsKeptOut) {
     EXPECT_THAT(failureOf([&] { NodeStore second(directory_.path()); }),
                 HasSubstr("is in use by another server."));
 }
 
-TEST_F(NodeStoreTest, displayNamesAreKeptByteForByte) {
+TEST_F(NodeStoreTest, DisplayNamesAreKeptByteForByte) {
     const std::string parent = store().rootId();
     const std::string names[] = {"a,b",
                                  "say \"hi\"",
@@ -117,7 +117,7 @@ TEST_F(NodeStoreTest, displayNamesAreKeptByteForByte) {
     for (std::size_t i = 0; i < children.size(); ++i) EXPECT_EQ(children[i].displayName, names[i]);
 }
 
-TEST_F(NodeStoreTest, displayNamesThatCannotBeKeptAreRefusedEverywhere) {
+TEST_F(NodeStoreTest, DisplayNamesThatCannotBeKeptAreRefusedEverywhere) {
     const std::string volume = create(store().rootId(), "VOLUME", "v");
     for (const std::string& name :
          {std::string(), std::string("a\0b", 3), std::string(MAX_DISPLAY_NAME_BYTES + 1, 'x')}) {
@@ -128,7 +128,7 @@ TEST_F(NodeStoreTest, displayNamesThatCannotBeKeptAreRefusedEverywhere) {
     EXPECT_EQ(store().node(volume).displayName, "v");
 }
 
-TEST_F(NodeStoreTest, nodeIdsHaveOneSpellingAndAreNeverUsedAgain) {
+TEST_F(NodeStoreTest, NodeIdsHaveOneSpellingAndAreNeverUsedAgain) {
     const std::string gone = create(store().rootId(), "VOLUME", "v");
     store().destroy(gone);
     EXPECT_NE(create(store().rootId(), "VOLUME", "v"), gone);
@@ -141,14 +141,14 @@ TEST_F(NodeStoreTest, nodeIdsHaveOneSpellingAndAreNeverUsedAgain) {
     EXPECT_EQ(root.find_first_of(" ,\"\\"), std::string::npos);
 }
 
-TEST_F(NodeStoreTest, theRootStays) {
+TEST_F(NodeStoreTest, TheRootStays) {
     const std::string root = store().rootId();
     EXPECT_EQ(failureOf([&] { store().destroy(root); }), "The root node cannot be destroyed.");
     EXPECT_EQ(failureOf([&] { store().rename(root, "x"); }), "The root node cannot be renamed.");
     EXPECT_EQ(failureOf([&] { store().parentId(root); }), "The root node has no parent.");
 }
 
-TEST_F(NodeStoreTest, aParentRefusesWhatDoesNotBelongUnderIt) {
+TEST_F(NodeStoreTest, AParentRefusesWhatDoesNotBelongUnderIt) {
     const std::string library = createLibrary();
     EXPECT_EQ(failureOf([&] { create(library, "VOLUME", "x"); }),
               "Cannot create 'x' under node '" + library + "': a LIBRARY accepts no VOLUME.");
@@ -157,7 +157,7 @@ TEST_F(NodeStoreTest, aParentRefusesWhatDoesNotBelongUnderIt) {
     EXPECT_TRUE(store().children(library).empty());
 }
 
-TEST_F(NodeStoreTest, destroyingTakesTheSubtreeAndItsFilesAndNothingElse) {
+TEST_F(NodeStoreTest, DestroyingTakesTheSubtreeAndItsFilesAndNothingElse) {
     const std::string library = createLibrary();
     const std::string keptClip = create(library, "CLIP", "kept");
     const std::string folder = create(library, "FOLDER", "f");
@@ -177,7 +177,7 @@ TEST_F(NodeStoreTest, destroyingTakesTheSubtreeAndItsFilesAndNothingElse) {
     EXPECT_EQ(frameFiles(), 1u);
 }
 
-TEST_F(NodeStoreTest, aDuplicateIsIndependentOfItsSource) {
+TEST_F(NodeStoreTest, ADuplicateIsIndependentOfItsSource) {
     const std::string library = createLibrary();
     const std::string folder = create(library, "FOLDER", "f");
     const std::string clip = create(folder, "CLIP", "c");
@@ -198,7 +198,7 @@ TEST_F(NodeStoreTest, aDuplicateIsIndependentOfItsSource) {
     EXPECT_EQ(store().node(store().duplicate(library, clipCopy, "")).displayName, "c");
 }
 
-TEST_F(NodeStoreTest, theNumberOfFramesIsTheTotalThatWasSet) {
+TEST_F(NodeStoreTest, TheNumberOfFramesIsTheTotalThatWasSet) {
     const std::string clip = createClip(3);
     const auto ids = store().frameIds(clip);
     write(ids[0], "0");
@@ -217,7 +217,7 @@ TEST_F(NodeStoreTest, theNumberOfFramesIsTheTotalThatWasSet) {
     EXPECT_EQ(store().frameIds(clip).size(), 3u);
 }
 
-TEST_F(NodeStoreTest, anUnfinishedWriteLeavesTheEarlierFrameAndNoFile) {
+TEST_F(NodeStoreTest, AnUnfinishedWriteLeavesTheEarlierFrameAndNoFile) {
     const std::string clip = createClip(1);
     const std::string frame = store().frameIds(clip)[0];
     write(frame, "earlier");
@@ -231,7 +231,7 @@ TEST_F(NodeStoreTest, anUnfinishedWriteLeavesTheEarlierFrameAndNoFile) {
     EXPECT_EQ(frameFiles(), 1u);
 }
 
-TEST_F(NodeStoreTest, aFullDiskAtTheCommitLeavesTheEarlierFrameAndNoFile) {
+TEST_F(NodeStoreTest, AFullDiskAtTheCommitLeavesTheEarlierFrameAndNoFile) {
     const std::string clip = createClip(1);
     const std::string frame = store().frameIds(clip)[0];
     write(frame, "earlier");
@@ -248,7 +248,7 @@ TEST_F(NodeStoreTest, aFullDiskAtTheCommitLeavesTheEarlierFrameAndNoFile) {
     EXPECT_EQ(read(frame), "later");
 }
 
-TEST_F(NodeStoreTest, whatIsNotItsOwnInTheRootStays) {
+TEST_F(NodeStoreTest, WhatIsNotItsOwnInTheRootStays) {
     const char* const strangers[] = {"frames/shot.0001.dpx", "frames/0123456789abcdeF",
                                      "uploads/0123456789abcdef0", "uploads/notes.txt"};
     for (const char* each : strangers) directory_.write(each, "precious");
@@ -258,7 +258,7 @@ TEST_F(NodeStoreTest, whatIsNotItsOwnInTheRootStays) {
     EXPECT_FALSE(std::filesystem::exists(directory_.path("uploads/0123456789abcdef")));
 }
 
-TEST_F(NodeStoreTest, framesThatLostTheirDatabaseAreNotSweptAway) {
+TEST_F(NodeStoreTest, FramesThatLostTheirDatabaseAreNotSweptAway) {
     write(store().frameIds(createClip(1))[0], "precious");
     store_.reset();
     std::filesystem::rename(directory_.path("vantreld.db"), directory_.path("saved"));
@@ -266,7 +266,7 @@ TEST_F(NodeStoreTest, framesThatLostTheirDatabaseAreNotSweptAway) {
     EXPECT_EQ(frameFiles(), 1u);
 }
 
-TEST_F(NodeStoreTest, aFrameThatVanishesDuringItsWriteIsNotBroughtBack) {
+TEST_F(NodeStoreTest, AFrameThatVanishesDuringItsWriteIsNotBroughtBack) {
     const std::string clip = createClip(2);
     const std::string frame = store().frameIds(clip)[1];
     {
@@ -278,7 +278,7 @@ TEST_F(NodeStoreTest, aFrameThatVanishesDuringItsWriteIsNotBroughtBack) {
     EXPECT_EQ(frameFiles(), 0u);
 }
 
-TEST_F(NodeStoreTest, anOpenFrameOutlivesItsOverwriting) {
+TEST_F(NodeStoreTest, AnOpenFrameOutlivesItsOverwriting) {
     const std::string clip = createClip(1);
     const std::string frame = store().frameIds(clip)[0];
     write(frame, "old");
@@ -291,7 +291,7 @@ TEST_F(NodeStoreTest, anOpenFrameOutlivesItsOverwriting) {
     EXPECT_EQ(frameFiles(), 1u);
 }
 
-TEST_F(NodeStoreTest, linkedFramesStayWithinTheFileFolder) {
+TEST_F(NodeStoreTest, LinkedFramesStayWithinTheFileFolder) {
     const std::string clip = createClip(0);
     directory_.write("files/in.raw", "linked");
     directory_.write("out.raw", "secret");

@@ -57,7 +57,7 @@ class TranslationCommands : public testing::Test {
                            PathTranslations::parse(TABLES, "tables")};
 };
 
-TEST_F(TranslationCommands, pathsAreTranslatedByTheirLongestRule) {
+TEST_F(TranslationCommands, PathsAreTranslatedByTheirLongestRule) {
     const struct {
         const char* what;
         const char* argument;
@@ -92,7 +92,7 @@ TEST_F(TranslationCommands, pathsAreTranslatedByTheirLongestRule) {
     for (const auto& c : cases) EXPECT_EQ(ask(commands_, c.argument), c.reply) << c.what;
 }
 
-TEST_F(TranslationCommands, aRequestHasSoManyPathsAtMost) {
+TEST_F(TranslationCommands, ARequestHasSoManyPathsAtMost) {
     std::string paths = "\"a\"";
     for (std::size_t i = 1; i < MAX_TRANSLATED_PATHS; ++i) paths += ",\"a\"";
     const std::string head = "\"x\" 2 \"y\" 2 ";
@@ -100,7 +100,7 @@ TEST_F(TranslationCommands, aRequestHasSoManyPathsAtMost) {
     EXPECT_EQ(ask(commands_, head + paths + ",\"a\""), "error: Invalid TranslatePaths parameter: paths");
 }
 
-TEST_F(TranslationCommands, theTablesAreToldAsTheyAreWritten) {
+TEST_F(TranslationCommands, TheTablesAreToldAsTheyAreWritten) {
     EXPECT_EQ(commands_.call("GetTranslationGroups", ""),
               "numGroups 1 20 49 name 5 linuxosType 1 2hosts 18 2 6 flame16 flame21 35 name 3 pcsosType 1 "
               "3hosts 7 1 3 pc1");
@@ -117,7 +117,7 @@ TEST_F(TranslationCommands, theTablesAreToldAsTheyAreWritten) {
     EXPECT_EQ(ask(without, "\"a\" 2 \"b\" 3 \"/mnt/a\""), "\"/mnt/a\"");
 }
 
-TEST(PathTranslations, aFileThatIsWrongSaysWhere) {
+TEST(PathTranslations, AFileThatIsWrongSaysWhere) {
     const Vantrel::TemporaryDirectory directory;
     const std::string long4097(4097, 'x');
     std::string many = R"({"hostTranslations": [{})";
@@ -169,7 +169,7 @@ TEST(PathTranslations, aFileThatIsWrongSaysWhere) {
     }
 }
 
-TEST(PathTranslations, aFileMayBeMissingButNotUnreadable) {
+TEST(PathTranslations, AFileMayBeMissingButNotUnreadable) {
     const Vantrel::TemporaryDirectory directory;
     EXPECT_TRUE(PathTranslations::load(directory.path("none")).tables().hosts.empty());
     EXPECT_TRUE(PathTranslations::load(directory.write("empty", "{}")).tables().groups.empty());

@@ -12,7 +12,7 @@ namespace {
 constexpr std::chrono::seconds LIMIT(30);
 constexpr unsigned NO_RETRY_MS = 0;
 
-TEST(Shutdown, endsTheServerOnlyWhereItIsAllowed) {
+TEST(Shutdown, EndsTheServerOnlyWhereItIsAllowed) {
     for (const bool allowed : {false, true}) {
         const VantrelClient client;
         const Vantrel::TemporaryDirectory root;

@@ -33,7 +33,7 @@ char ask(const ServerProcess& server, const std::string& request) {
     return answer;
 }
 
-TEST(vantreld, endsWithStatusZeroOnTheSignalsThatEndIt) {
+TEST(vantreld, EndsWithStatusZeroOnTheSignalsThatEndIt) {
     for (const int signal : {SIGTERM, SIGINT}) {
         const Vantrel::TemporaryDirectory root;
         ServerProcess server(VANTRELD, root.path());
@@ -44,7 +44,7 @@ TEST(vantreld, endsWithStatusZeroOnTheSignalsThatEndIt) {
     }
 }
 
-TEST(vantreld, tellsWhyItCannotRun) {
+TEST(vantreld, TellsWhyItCannotRun) {
     const Vantrel::TemporaryDirectory root;
     const std::string file = root.write("file", "");
     const struct {
@@ -69,7 +69,7 @@ TEST(vantreld, tellsWhyItCannotRun) {
     }
 }
 
-TEST(vantreld, whatWasAcknowledgedIsThereAfterAKill) {
+TEST(vantreld, WhatWasAcknowledgedIsThereAfterAKill) {
     const Vantrel::TemporaryDirectory root;
     std::string frame;
     {
@@ -93,7 +93,7 @@ TEST(vantreld, whatWasAcknowledgedIsThereAfterAKill) {
     }
 }
 
-TEST(vantreld, theDemoIsMadeOnceInAnEmptyRoot) {
+TEST(vantreld, TheDemoIsMadeOnceInAnEmptyRoot) {
     const Vantrel::TemporaryDirectory root;
     for (int start = 0; start < 2; ++start) {
         ServerProcess server(VANTRELD, root.path(), {"--demo"});

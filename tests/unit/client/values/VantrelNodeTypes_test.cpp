@@ -12,7 +12,7 @@ const char* const TYPES[] = {"HOST",    "VOLUME", "PROJECT", "WORKSPACE", "SHARE
                              "LIBRARY", "REEL",   "FOLDER",  "CLIP",      "HIRES",
                              "LOWRES",  "SLATE",  "FILE",    "BINENTRY"};
 
-TEST(VantrelNodeTypes, aParentAcceptsWhatBelongsUnderItAndNothingElse) {
+TEST(VantrelNodeTypes, AParentAcceptsWhatBelongsUnderItAndNothingElse) {
     const std::set<std::pair<std::string, std::string>> accepted = {
         {"HOST", "VOLUME"},          {"VOLUME", "PROJECT"},
         {"PROJECT", "WORKSPACE"},    {"PROJECT", "LIBRARY"},
@@ -30,7 +30,7 @@ TEST(VantrelNodeTypes, aParentAcceptsWhatBelongsUnderItAndNothingElse) {
     }
 }
 
-TEST(VantrelNodeTypes, aTextThatIsNoTypeIsUnknownAndAcceptedNowhere) {
+TEST(VantrelNodeTypes, ATextThatIsNoTypeIsUnknownAndAcceptedNowhere) {
     for (const char* text :
          {"", "clip", "CLIPS", "LIP", "|", "FOLDER|REEL", "|CLIP|", "-1", "14", "8 ", "+8", "99999999999"}) {
         EXPECT_FALSE(vantrelIsKnownNodeType(text)) << text;
@@ -40,7 +40,7 @@ TEST(VantrelNodeTypes, aTextThatIsNoTypeIsUnknownAndAcceptedNowhere) {
     }
 }
 
-TEST(VantrelNodeTypes, aTypeIsFoundByItsTextAndByItsNumber) {
+TEST(VantrelNodeTypes, ATypeIsFoundByItsTextAndByItsNumber) {
     for (const char* type : TYPES) {
         EXPECT_TRUE(vantrelIsKnownNodeType(type));
         EXPECT_EQ(vantrelFindNodeType(type), type);

@@ -6,7 +6,7 @@ namespace {
 
 using std::string_literals::operator""s;
 
-TEST(VantrelFrameInterface, methodsHaveTheirNumbersAndTexts) {
+TEST(VantrelFrameInterface, MethodsHaveTheirNumbersAndTexts) {
     const char* const texts[] = {"ReadFrame",
                                  "WriteFrame",
                                  "ReadAhead",
@@ -33,14 +33,14 @@ TEST(VantrelFrameInterface, methodsHaveTheirNumbersAndTexts) {
     EXPECT_STREQ(VantrelFrameInterface::methodToStr(static_cast<VantrelFrameInterface::Method>(-1)), "");
 }
 
-TEST(VantrelFrameInterface, everyTextOfARequestEndsWithANul) {
+TEST(VantrelFrameInterface, EveryTextOfARequestEndsWithANul) {
     EXPECT_EQ(VantrelFrameInterface::header(VantrelFrameInterface::READ_FRAME, "F", 4096),
               "ReadFrame\0F\0004096\0"s);
     EXPECT_EQ(VantrelFrameInterface::bareMethod(VantrelFrameInterface::NO_OP), "NoOp\0"s);
     EXPECT_EQ(VantrelFrameInterface::sizeText(18446744073709551615u), "18446744073709551615\0"s);
 }
 
-TEST(VantrelFrameInterface, aSizeIsDigitsAndNothingElse) {
+TEST(VantrelFrameInterface, ASizeIsDigitsAndNothingElse) {
     EXPECT_EQ(VantrelFrameInterface::parseSize("0"), 0u);
     EXPECT_EQ(VantrelFrameInterface::parseSize("0042"), 42u);
     EXPECT_EQ(VantrelFrameInterface::parseSize("9223372036854775807"), 9223372036854775807u);
