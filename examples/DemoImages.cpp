@@ -7,11 +7,11 @@
 
 namespace {
 
-constexpr int kColumns = 4;
-constexpr int kShrink = 4;
-constexpr int kGap = 8;
-constexpr int kBarHeight = 40;
-constexpr double kTwoPi = 6.283185307179586;
+constexpr int COLUMNS = 4;
+constexpr int SHRINK = 4;
+constexpr int GAP = 8;
+constexpr int BAR_HEIGHT = 40;
+constexpr double TWO_PI = 6.283185307179586;
 
 std::uint16_t level(double value) {
     return static_cast<std::uint16_t>(std::lround(std::clamp(value, 0.0, 1.0) * 65535.0));
@@ -43,7 +43,7 @@ void paintPixel(const FrameLayout& layout, const Ball& ball, double progress, in
         green = 0.85 * shade;
         blue = 0.2 * shade;
     }
-    if (y >= layout.height - kBarHeight && u <= progress) red = green = blue = 1.0;
+    if (y >= layout.height - BAR_HEIGHT && u <= progress) red = green = blue = 1.0;
     pixel[0] = level(red);
     pixel[1] = level(green);
     pixel[2] = level(blue);
@@ -62,7 +62,7 @@ FrameLayout demoLayout() {
 
 std::vector<std::uint16_t> paintFrame(const FrameLayout& layout, int index, int count) {
     std::vector<std::uint16_t> pixels(layout.frameBytes() / sizeof(std::uint16_t));
-    const Ball ball = ballOf(layout, kTwoPi * index / count);
+    const Ball ball = ballOf(layout, TWO_PI * index / count);
     const double progress = static_cast<double>(index + 1) / count;
     std::uint16_t* pixel = pixels.data();
     for (int y = 0; y < layout.height; ++y)
@@ -72,17 +72,17 @@ std::vector<std::uint16_t> paintFrame(const FrameLayout& layout, int index, int 
 }
 
 ContactSheet::ContactSheet(const FrameLayout& frame, int frames) : frame_(frame), sheet_(frame) {
-    const int rows = (frames + kColumns - 1) / kColumns;
-    sheet_.width = kGap + kColumns * (frame.width / kShrink + kGap);
-    sheet_.height = kGap + rows * (frame.height / kShrink + kGap);
+    const int rows = (frames + COLUMNS - 1) / COLUMNS;
+    sheet_.width = GAP + COLUMNS * (frame.width / SHRINK + GAP);
+    sheet_.height = GAP + rows * (frame.height / SHRINK + GAP);
     pixels_.assign(sheet_.frameBytes() / sizeof(std::uint16_t), 0);
 }
 
 void ContactSheet::add(int index, const std::uint16_t* frame) {
-    const int width = frame_.width / kShrink;
-    const int height = frame_.height / kShrink;
-    const int left = kGap + index % kColumns * (width + kGap);
-    const int top = kGap + index / kColumns * (height + kGap);
+    const int width = frame_.width / SHRINK;
+    const int height = frame_.height / SHRINK;
+    const int left = GAP + index % COLUMNS * (width + GAP);
+    const int top = GAP + index / COLUMNS * (height + GAP);
     const auto at = [](const FrameLayout& layout, int x, int y) {
         return (static_cast<std::size_t>(y) * static_cast<std::size_t>(layout.width) +
                 static_cast<std::size_t>(x)) *
@@ -92,11 +92,11 @@ void ContactSheet::add(int index, const std::uint16_t* frame) {
         for (int x = 0; x < width; ++x) {
             for (std::size_t c = 0; c < static_cast<std::size_t>(frame_.channels); ++c) {
                 unsigned long sum = 0;
-                for (int dy = 0; dy < kShrink; ++dy)
-                    for (int dx = 0; dx < kShrink; ++dx)
-                        sum += frame[at(frame_, x * kShrink + dx, y * kShrink + dy) + c];
+                for (int dy = 0; dy < SHRINK; ++dy)
+                    for (int dx = 0; dx < SHRINK; ++dx)
+                        sum += frame[at(frame_, x * SHRINK + dx, y * SHRINK + dy) + c];
                 pixels_[at(sheet_, left + x, top + y) + c] =
-                    static_cast<std::uint16_t>(sum / (kShrink * kShrink));
+                    static_cast<std::uint16_t>(sum / (SHRINK * SHRINK));
             }
         }
     }

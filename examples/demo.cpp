@@ -17,9 +17,9 @@
 
 namespace {
 
-constexpr int kFrames = 12;
-constexpr float kFrameRate = 24.0F;
-constexpr const char* kClipName = "turning ball";
+constexpr int FRAMES = 12;
+constexpr float FRAME_RATE = 24.0F;
+constexpr const char* CLIP_NAME = "turning ball";
 
 using Frame = std::vector<std::uint16_t>;
 
@@ -75,10 +75,10 @@ class Demo {
   private:
     void makeSequence() {
         makeFolder(folder_ + "/images");
-        for (int i = 0; i < kFrames; ++i)
+        for (int i = 0; i < FRAMES; ++i)
             writeImage(frameFile(folder_ + "/images", i), ImageFileType::Png, layout_, "sRGB",
-                       paintFrame(layout_, i, kFrames).data());
-        std::printf("Made %d images of %dx%d, 16-bit rgb, in %s/images\n", kFrames, layout_.width,
+                       paintFrame(layout_, i, FRAMES).data());
+        std::printf("Made %d images of %dx%d, 16-bit rgb, in %s/images\n", FRAMES, layout_.width,
                     layout_.height, folder_.c_str());
     }
 
@@ -100,16 +100,16 @@ class Demo {
             node = child;
         }
         const VantrelClipFormat format =
-            clipFormatOf(layout_, kFrameRate, 1.0F, VantrelClipFormat::PROGRESSIVE, "sRGB");
+            clipFormatOf(layout_, FRAME_RATE, 1.0F, VantrelClipFormat::PROGRESSIVE, "sRGB");
         VantrelNodeHandle clip;
-        require(node.createClipNode(kClipName, format, "CLIP", clip), "create the clip", server_);
-        require(clip.setNumFrames(kFrames), "allocate the frames", server_);
+        require(node.createClipNode(CLIP_NAME, format, "CLIP", clip), "create the clip", server_);
+        require(clip.setNumFrames(FRAMES), "allocate the frames", server_);
         return clip;
     }
 
     void importSequence(VantrelNodeHandle clip) {
         Frame frame(layout_.frameBytes() / sizeof(std::uint16_t));
-        for (int i = 0; i < kFrames; ++i) {
+        for (int i = 0; i < FRAMES; ++i) {
             const std::string file = frameFile(folder_ + "/images", i);
             if (describeImage(file).layout.frameBytes() != layout_.frameBytes())
                 throw ToolError("'" + file + "' is not the image that was made");
@@ -117,7 +117,7 @@ class Demo {
             sums_.push_back(checksum(frame));
             require(clip.writeFrame(i, frame.data(), layout_.frameBytes()), "write a frame", server_);
         }
-        std::printf("Imported them as clip '%s'\n", kClipName);
+        std::printf("Imported them as clip '%s'\n", CLIP_NAME);
     }
 
     void walk(VantrelNodeHandle& node, int level) {
@@ -138,15 +138,15 @@ class Demo {
     void compareFrames() {
         const VantrelServerHandle server(server_.getId());
         VantrelNodeHandle clip;
-        const std::string path = std::string("/stor1/demo/Default Library/reel 1/") + kClipName;
+        const std::string path = std::string("/stor1/demo/Default Library/reel 1/") + CLIP_NAME;
         require(VantrelResolveDisplayPath(server, path.c_str(), clip), "find the clip", server);
         VantrelClipFormat format;
         int count = 0;
         require(clip.getClipFormat(format) && clip.getNumFrames(count), "read the clip's format", server);
-        if (count != kFrames || frameLayoutOf(format).frameBytes() != layout_.frameBytes())
+        if (count != FRAMES || frameLayoutOf(format).frameBytes() != layout_.frameBytes())
             throw ToolError("the clip came back with another format");
-        ContactSheet sheet(layout_, kFrames);
-        for (int i = 0; i < kFrames; ++i) {
+        ContactSheet sheet(layout_, FRAMES);
+        for (int i = 0; i < FRAMES; ++i) {
             Frame frame(layout_.frameBytes() / sizeof(std::uint16_t));
             require(clip.readFrame(i, frame.data(), layout_.frameBytes()), "read a frame", server);
             const std::uint64_t sum = checksum(frame);
@@ -162,14 +162,14 @@ class Demo {
     void exportFrames() {
         makeFolder(folder_ + "/export");
         Frame again(layout_.frameBytes() / sizeof(std::uint16_t));
-        for (int i = 0; i < kFrames; ++i) {
+        for (int i = 0; i < FRAMES; ++i) {
             const std::string file = frameFile(folder_ + "/export", i);
             const Frame& frame = frames_[static_cast<std::size_t>(i)];
             writeImage(file, ImageFileType::Png, layout_, "sRGB", frame.data());
             readImage(file, layout_, again.data());
             if (again != frame) throw ToolError("'" + file + "' does not hold the frame that was exported");
         }
-        std::printf("Exported %d images to %s/export\n", kFrames, folder_.c_str());
+        std::printf("Exported %d images to %s/export\n", FRAMES, folder_.c_str());
     }
 
     const VantrelServerHandle& server_;

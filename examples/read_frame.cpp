@@ -8,7 +8,7 @@
 namespace {
 
 // The size comes from the server: take no more than this program is made for.
-constexpr unsigned long kMaxFrameBytes = 1UL << 30;
+constexpr unsigned long MAX_FRAME_BYTES = 1UL << 30;
 
 int fail(const char* what, const VantrelServerHandle& server) {
     std::fprintf(stderr, "%s: %s\n", what, server.lastError());
@@ -29,7 +29,7 @@ int main(int argc, char** argv) {
 
     // The format tells the bytes of one frame; nothing has to be computed from width and height.
     const unsigned long size = format.frameBufferSize();
-    if (size > kMaxFrameBytes) return fail("the frame is too large", server);
+    if (size > MAX_FRAME_BYTES) return fail("the frame is too large", server);
     const std::unique_ptr<char[]> frame(new (std::nothrow) char[size]);
     if (!frame) return fail("no memory for the frame", server);
     if (!clip.readFrame(0, frame.get(), size)) return fail("cannot read the frame", server);

@@ -14,11 +14,11 @@
 #include "ServerProcess.h"
 #include "TemporaryDirectory.h"
 
-/// The client against a fresh server. `kReel` is an empty reel in it.
+/// The client against a fresh server. `REEL` is an empty reel in it.
 class CliFixture : public ::testing::Test {
   protected:
-    static constexpr std::chrono::seconds kLimit{60};
-    static constexpr const char* kReel = "/stor1/demo/Library/reel 1";
+    static constexpr std::chrono::seconds LIMIT{60};
+    static constexpr const char* REEL = "/stor1/demo/Library/reel 1";
 
     static std::vector<std::string> command(std::vector<std::string> arguments) {
         arguments.insert(arguments.begin(), VANTREL_PROGRAM);
@@ -26,7 +26,7 @@ class CliFixture : public ::testing::Test {
     }
     static ChildProcess::Result run(std::vector<std::string> arguments) {
         return ChildProcess(command(std::move(arguments)), {"LC_ALL=C.UTF-8", sanitizerOptions()})
-            .wait(kLimit);
+            .wait(LIMIT);
     }
     static std::string sanitizerOptions() {
         const char* given = std::getenv("TSAN_OPTIONS");

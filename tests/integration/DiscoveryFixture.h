@@ -21,7 +21,7 @@
 /// Hosts on networks of the test's own, servers on them, and the command-line client.
 class DiscoveryFixture : public ::testing::Test {
   protected:
-    static constexpr std::chrono::seconds kLimit{30};
+    static constexpr std::chrono::seconds LIMIT{30};
     using Strings = std::vector<std::string>;
 
     static void SetUpTestSuite() { unavailable() = NetworkHost::unavailable(); }
@@ -59,7 +59,7 @@ class DiscoveryFixture : public ::testing::Test {
         variables.push_back(std::string("TSAN_OPTIONS=suppressions=" VANTREL_TSAN_SUPPRESSIONS " ") +
                             (given ? given : ""));
         const NetworkHost::Stay stay(host);
-        return ChildProcess(arguments, variables).wait(kLimit);
+        return ChildProcess(arguments, variables).wait(LIMIT);
     }
     /// Display names that "servers" lists.
     static Strings listed(const NetworkHost& host, const Strings& variables, const Strings& more = {}) {
@@ -75,7 +75,7 @@ class DiscoveryFixture : public ::testing::Test {
 
     /// Whether `condition` comes true within the limit; it is asked again and again.
     template <typename Condition>
-    static bool eventually(Condition condition, std::chrono::milliseconds limit = kLimit) {
+    static bool eventually(Condition condition, std::chrono::milliseconds limit = LIMIT) {
         const auto deadline = std::chrono::steady_clock::now() + limit;
         while (!condition()) {
             if (std::chrono::steady_clock::now() > deadline) return false;

@@ -9,7 +9,7 @@ class CliTransferTest : public CliFixture {
   protected:
     void SetUp() override { makeReel(); }
 
-    static std::string path(const std::string& clip) { return std::string(kReel) + "/" + clip; }
+    static std::string path(const std::string& clip) { return std::string(REEL) + "/" + clip; }
 
     std::string frame(const std::string& clip, int index) const {
         good({"read-frame", server, path(clip), std::to_string(index), "--output", folder.path("frame")});
@@ -23,8 +23,8 @@ struct Pixels {
     int bitsPerChannel;
 };
 
-constexpr int kWidth = 7;
-constexpr int kHeight = 5;
+constexpr int WIDTH = 7;
+constexpr int HEIGHT = 5;
 
 std::string littleEndian(unsigned value, int bytes) {
     std::string out;
@@ -44,7 +44,7 @@ std::string sample(const Pixels& pixels, unsigned number) {
 
 std::string frameOf(const Pixels& pixels, unsigned seed) {
     std::string out;
-    const unsigned samples = static_cast<unsigned>(kWidth * kHeight * pixels.channels);
+    const unsigned samples = static_cast<unsigned>(WIDTH * HEIGHT * pixels.channels);
     for (unsigned i = 0; i < samples; ++i) out += sample(pixels, i + seed * 1000);
     return out;
 }
@@ -69,8 +69,8 @@ TEST_F(CliTransferTest, ExportedImagesImportToTheSameFrames) {
         SCOPED_TRACE(std::string(row.as) + " " + row.pixels.tag + " " +
                      std::to_string(row.pixels.bitsPerChannel));
         const std::string name = "clip " + std::to_string(number++);
-        good({"create-clip", server, kReel, name, "--width", std::to_string(kWidth), "--height",
-              std::to_string(kHeight), "--bits",
+        good({"create-clip", server, REEL, name, "--width", std::to_string(WIDTH), "--height",
+              std::to_string(HEIGHT), "--bits",
               std::to_string(row.pixels.channels * row.pixels.bitsPerChannel), "--channels",
               std::to_string(row.pixels.channels), "--format-tag", row.pixels.tag, "--frames", "2"});
         for (const unsigned i : {0U, 1U}) {
@@ -80,7 +80,7 @@ TEST_F(CliTransferTest, ExportedImagesImportToTheSameFrames) {
         const nlohmann::json files = json({"export", server, path(name), folder.path(name), "--as", row.as});
         ASSERT_EQ(files.size(), 2U);
         EXPECT_EQ(files[1], folder.path(name + "/" + name + ".0002." + row.as));
-        good({"import", server, kReel, name + " again", files[0], files[1]});
+        good({"import", server, REEL, name + " again", files[0], files[1]});
         EXPECT_EQ(json({"stat", server, path(name + " again")})["format"]["formatTag"], row.pixels.tag);
         for (const unsigned i : {0U, 1U})
             EXPECT_TRUE(frame(name + " again", static_cast<int>(i)) == frameOf(row.pixels, i))
@@ -93,7 +93,7 @@ TEST_F(CliTransferTest, FramesHoldTheSamplesOfTheImageInRowsFromTheTop) {
     const std::string eight = folder.write("a.ppm", std::string("P6\n2 2\n255\n") +
                                                         "\x01\x02\x03\x04\x05\x06"
                                                         "\x07\x08\x09\x0A\x0B\x0C");
-    good({"import", server, kReel, "eight", eight});
+    good({"import", server, REEL, "eight", eight});
     EXPECT_EQ(frame("eight", 0), "\x01\x02\x03\x04\x05\x06\x07\x08\x09\x0A\x0B\x0C");
     const nlohmann::json format = json({"stat", server, path("eight")})["format"];
     EXPECT_EQ(format["formatTag"], "rgb");
@@ -102,7 +102,7 @@ TEST_F(CliTransferTest, FramesHoldTheSamplesOfTheImageInRowsFromTheTop) {
 
     const std::string sixteen = folder.write(
         "b.ppm", std::string("P6\n1 2\n65535\n") + "\x01\x02\x03\x04\x05\x06\x07\x08\x09\x0A\x0B\x0C");
-    good({"import", server, kReel, "sixteen", sixteen, "--rate", "25", "--scan", "field1_odd"});
+    good({"import", server, REEL, "sixteen", sixteen, "--rate", "25", "--scan", "field1_odd"});
     EXPECT_EQ(frame("sixteen", 0), "\x02\x01\x04\x03\x06\x05\x08\x07\x0A\x09\x0C\x0B");
     const nlohmann::json wide = json({"stat", server, path("sixteen")})["format"];
     EXPECT_EQ(wide["formatTag"], "rgb_le");
@@ -112,18 +112,18 @@ TEST_F(CliTransferTest, FramesHoldTheSamplesOfTheImageInRowsFromTheTop) {
 }
 
 TEST_F(CliTransferTest, BigEndianFramesExportInTheOrderOfTheirTag) {
-    good({"create-clip", server, kReel, "be", "--width", "1", "--height", "1", "--bits", "48", "--channels",
+    good({"create-clip", server, REEL, "be", "--width", "1", "--height", "1", "--bits", "48", "--channels",
           "3", "--format-tag", "rgb", "--frames", "1"});
     good({"write-frame", server, path("be"), "0", folder.write("in", "\x01\x02\x03\x04\x05\x06")});
     const nlohmann::json files = json({"export", server, path("be"), folder.path("be"), "--as", "tif"});
-    good({"import", server, kReel, "le", files.at(0)});
+    good({"import", server, REEL, "le", files.at(0)});
     EXPECT_EQ(frame("le", 0), "\x02\x01\x04\x03\x06\x05");
 }
 
 TEST_F(CliTransferTest, RawExportWritesWhateverTheFramesHold) {
-    good({"create-clip", server, kReel, "sly/../name\n", "--width", "2", "--height", "2", "--format-tag",
+    good({"create-clip", server, REEL, "sly/../name\n", "--width", "2", "--height", "2", "--format-tag",
           "jpg", "--frame-size", "5", "--frames", "1"});
-    const std::string id = "id:" + json({"ls", server, kReel})[0]["id"].get<std::string>();
+    const std::string id = "id:" + json({"ls", server, REEL})[0]["id"].get<std::string>();
     good({"write-frame", server, id, "0", folder.write("in", "12345")});
     const nlohmann::json files = json({"export", server, id, folder.path("raw"), "--as", "raw"});
     EXPECT_EQ(files[0], folder.path("raw/sly_.._name_.0001.raw"));
@@ -143,12 +143,12 @@ TEST_F(CliTransferTest, AnImportThatFailsLeavesNoClip) {
         std::string file;
         std::string parent;
     };
-    const Row rows[] = {{wide, kReel}, {mono, kReel}, {cut, kReel}, {good1, "/stor1"}};
+    const Row rows[] = {{wide, REEL}, {mono, REEL}, {cut, REEL}, {good1, "/stor1"}};
     for (const Row& row : rows) {
         const ChildProcess::Result result = run({"import", server, row.parent, "new", good1, row.file});
         EXPECT_EQ(result.status, 1) << row.file;
         EXPECT_TRUE(row.file == good1 || result.err.find(row.file) != std::string::npos) << result.err;
-        EXPECT_EQ(json({"ls", server, kReel}).size(), 0U) << row.file;
+        EXPECT_EQ(json({"ls", server, REEL}).size(), 0U) << row.file;
     }
 }
 
@@ -156,14 +156,14 @@ TEST_F(CliTransferTest, AnImportThatFailsLeavesNoClip) {
 TEST_F(CliTransferTest, AnImportThatFailsHalfWayRemovesTheClip) {
     const std::string whole =
         folder.write("whole.ppm", std::string("P6\n64 64\n255\n") + std::string(64 * 64 * 3, 'x'));
-    good({"import", server, kReel, "seed", whole});
+    good({"import", server, REEL, "seed", whole});
     const nlohmann::json files = json({"export", server, path("seed"), folder.path("seed"), "--as", "png"});
     const std::string png = readFile(files[0]);
     const std::string cut = folder.write("cut.png", png.substr(0, png.size() - 40));
-    const ChildProcess::Result result = run({"import", server, kReel, "new", whole, whole, cut});
+    const ChildProcess::Result result = run({"import", server, REEL, "new", whole, whole, cut});
     EXPECT_EQ(result.status, 1);
     EXPECT_THAT(result.err, HasSubstr("cut.png"));
-    EXPECT_EQ(good({"ls", server, kReel}), "seed\n");
+    EXPECT_EQ(good({"ls", server, REEL}), "seed\n");
 }
 
 }  // namespace

@@ -85,8 +85,8 @@ TEST_F(CliTest, WrongUsageEndsWithStatusTwoAndOutputsNothing) {
 
 TEST_F(CliTest, FailuresEndWithStatusOneAndSayWhy) {
     makeReel();
-    const std::string clip = std::string(kReel) + "/clip";
-    good({"create-clip", server, kReel, "clip", "--width", "4", "--height", "4", "--frames", "1"});
+    const std::string clip = std::string(REEL) + "/clip";
+    good({"create-clip", server, REEL, "clip", "--width", "4", "--height", "4", "--frames", "1"});
     const std::string text = folder.write("text", "no image");
     const std::string nul = folder.write("nul", std::string("a\0b", 3));
     struct Row {
@@ -104,9 +104,9 @@ TEST_F(CliTest, FailuresEndWithStatusOneAndSayWhy) {
         {{"write-frame", server, clip, "0", folder.path("none")},
          "cannot open '" + folder.path("none") + "'"},
         {{"write-frame", server, clip, "1", text}, ""},
-        {{"import", server, kReel, "new", text}, "cannot open image '" + text + "'"},
-        {{"import", server, kReel, "new", folder.path("none.png")}, "cannot open image"},
-        {{"export", server, kReel, folder.path("out"), "--as", "png"}, ""},
+        {{"import", server, REEL, "new", text}, "cannot open image '" + text + "'"},
+        {{"import", server, REEL, "new", folder.path("none.png")}, "cannot open image"},
+        {{"export", server, REEL, folder.path("out"), "--as", "png"}, ""},
         {{"pull", server, "none", folder.path("pulled")}, ""},
         {{"pull", server, "../none", folder.path("pulled")}, ""},
         {{"push", server, folder.path("none"), "pushed"}, ""},
@@ -122,7 +122,7 @@ TEST_F(CliTest, FailuresEndWithStatusOneAndSayWhy) {
         EXPECT_GT(result.err.size(), std::string("vantrel: \n").size());
         EXPECT_EQ(result.out, "");
     }
-    EXPECT_THAT(json({"ls", server, kReel}), ::testing::SizeIs(1)) << "a failed import left a clip";
+    EXPECT_THAT(json({"ls", server, REEL}), ::testing::SizeIs(1)) << "a failed import left a clip";
     EXPECT_FALSE(std::filesystem::exists(folder.path("pulled")));
     EXPECT_FALSE(std::filesystem::exists(folder.path("f")));
 }
@@ -131,16 +131,16 @@ TEST_F(CliTest, OutputThatCannotBeWrittenIsAFailure) {
     const ChildProcess::Result result =
         ChildProcess(
             {"/bin/sh", "-c", std::string(VANTREL_PROGRAM) + " ping " + server + " --json >/dev/full"})
-            .wait(kLimit);
+            .wait(LIMIT);
     EXPECT_EQ(result.status, 1);
     EXPECT_THAT(result.err, HasSubstr(std::strerror(ENOSPC)));
 }
 
 TEST_F(CliTest, JsonHasTheKeysThatProgramsReadBy) {
     makeReel();
-    const std::string clip = std::string(kReel) + "/clip";
+    const std::string clip = std::string(REEL) + "/clip";
     const nlohmann::json created = json(
-        {"create-clip", server,        kReel,          "clip", "--width",        "10",      "--height", "3",
+        {"create-clip", server,        REEL,           "clip", "--width",        "10",      "--height", "3",
          "--bits",      "30",          "--channels",   "3",    "--rate",         "29.97",   "--ratio",  "0.9",
          "--scan",      "field2_even", "--format-tag", "yuv",  "--colour-space", "Rec 709", "--frames", "2"});
     EXPECT_THAT(keys(created), ElementsAre("id"));
@@ -164,12 +164,12 @@ TEST_F(CliTest, JsonHasTheKeysThatProgramsReadBy) {
     EXPECT_EQ(stat, expected);
     EXPECT_EQ(json({"stat", server, "id:" + created["id"].get<std::string>()}), stat);
 
-    const nlohmann::json reel = json({"stat", server, kReel});
+    const nlohmann::json reel = json({"stat", server, REEL});
     EXPECT_EQ(reel["isClip"], false);
     EXPECT_EQ(reel["frames"], 0);
     EXPECT_TRUE(reel["format"].is_null());
 
-    const nlohmann::json listed = json({"ls", server, kReel});
+    const nlohmann::json listed = json({"ls", server, REEL});
     ASSERT_EQ(listed.size(), 1U);
     EXPECT_EQ(listed[0], nlohmann::json({{"id", created["id"]}, {"displayName", "clip"}}));
     EXPECT_EQ(json({"frames", server, clip}).size(), 2U);
@@ -226,7 +226,7 @@ TEST_F(CliTest, NamesOfAnyBytesAreListed) {
 
 TEST_F(CliTest, NodesAreRenamedDuplicatedAndRemoved) {
     makeReel();
-    good({"rename", server, kReel, "reel 2"});
+    good({"rename", server, REEL, "reel 2"});
     const std::string copy =
         json({"duplicate", server, "/stor1/demo/Library/reel 2", "/stor1/demo/Library", "reel 3"})["id"];
     EXPECT_EQ(good({"ls", server, "/stor1/demo/Library"}), "reel 2\nreel 3\n");
@@ -239,11 +239,11 @@ TEST_F(CliTest, NodesAreRenamedDuplicatedAndRemoved) {
 TEST_F(CliTest, MetadataAndFilesComeBackUnchanged) {
     makeReel();
     const std::string text = "<a>\n\ttext \\n with \"quotes\" and no end of line</a>";
-    good({"meta", "set", server, kReel, "XML", text});
-    EXPECT_EQ(good({"meta", "get", server, kReel, "XML"}), text);
-    good({"meta", "set", server, kReel, "XML", "--file", folder.write("meta", text + "\n")});
-    EXPECT_EQ(good({"meta", "get", server, kReel, "XML"}), text + "\n");
-    EXPECT_THAT(good({"meta", "list", server, kReel}), HasSubstr("XML\n"));
+    good({"meta", "set", server, REEL, "XML", text});
+    EXPECT_EQ(good({"meta", "get", server, REEL, "XML"}), text);
+    good({"meta", "set", server, REEL, "XML", "--file", folder.write("meta", text + "\n")});
+    EXPECT_EQ(good({"meta", "get", server, REEL, "XML"}), text + "\n");
+    EXPECT_THAT(good({"meta", "list", server, REEL}), HasSubstr("XML\n"));
 
     // Whole pieces of the transfer and a rest, with every byte value.
     for (const std::size_t size :
@@ -298,7 +298,7 @@ TEST_F(CliTest, TheNetworkConfigurationIsCreatedAndShown) {
     const std::string file = folder.path("cfg/network.cfg");
     const std::vector<std::string> variables{"QD_NETWORK_CFG_FILE=" + file};
     const auto config = [&](const char* what) {
-        return ChildProcess({VANTREL_PROGRAM, "config", what}, variables).wait(kLimit);
+        return ChildProcess({VANTREL_PROGRAM, "config", what}, variables).wait(LIMIT);
     };
     const ChildProcess::Result missing = config("show");
     EXPECT_EQ(missing.status, 1);

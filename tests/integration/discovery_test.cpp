@@ -271,7 +271,7 @@ TEST_F(OneSubnet, AFloodOfRubbishHidesNoServer) {
     flooding.join();
     EXPECT_LT(seconds, SLOW ? 25 : 8);
     server.process().signal(SIGTERM);
-    const ChildProcess::Result ended = server.process().wait(kLimit);
+    const ChildProcess::Result ended = server.process().wait(LIMIT);
     EXPECT_EQ(ended.status, 0) << ended.err;
     EXPECT_LT(ended.err.size(), 100'000u) << "what comes from outside does not fill the log";
 }

@@ -10,7 +10,7 @@ using ::testing::StartsWith;
 
 namespace {
 
-constexpr const char* kTables = R"({
+constexpr const char* TABLES = R"({
     "groups": [{"name": "suite", "osType": "Linux", "hosts": ["flame1", "flame2"]}],
     "hostTranslations": [
         {"srcHost": "flame1", "srcPath": "/mnt", "dstHost": "flame2", "dstPath": "/hosts/flame1"},
@@ -26,7 +26,7 @@ class TranslationsTest : public CliFixture {
         return directory.path("translating");
     }
 
-    const ServerProcess process_{VANTRELD_PROGRAM, rootWith(folder, kTables), {"--display-name", "flame1"}};
+    const ServerProcess process_{VANTRELD_PROGRAM, rootWith(folder, TABLES), {"--display-name", "flame1"}};
     const std::string id_ = process_.id();
 };
 

@@ -4,13 +4,13 @@
 
 namespace {
 
-constexpr const char* kClipType = "CLIP";
-constexpr int kMaxImageSide = 1 << 20;
-constexpr int kMaxBitsPerPixel = 4096;
-constexpr int kMaxChannels = 1024;
-constexpr unsigned kMaxFrames = 10'000'000;
+constexpr const char* CLIP_TYPE = "CLIP";
+constexpr int MAX_IMAGE_SIDE = 1 << 20;
+constexpr int MAX_BITS_PER_PIXEL = 4096;
+constexpr int MAX_CHANNELS = 1024;
+constexpr unsigned MAX_FRAMES = 10'000'000;
 
-const std::pair<std::string, VantrelClipFormat::ScanFormat> kScanFormats[] = {
+const std::pair<std::string, VantrelClipFormat::ScanFormat> SCAN_FORMATS[] = {
     {"field1_odd", VantrelClipFormat::FIELD1_ODD},
     {"field1_even", VantrelClipFormat::FIELD1_EVEN},
     {"field2_odd", VantrelClipFormat::FIELD2_ODD},
@@ -114,33 +114,33 @@ void declareCreateClip(CLI::App& command, CreateClipOptions& options) {
     command.add_option("NAME", options.name, "display name of the new clip")->required();
     command.add_option("--width", options.width, "pixels in a row")
         ->required()
-        ->check(CLI::Range(1, kMaxImageSide));
-    command.add_option("--height", options.height, "rows")->required()->check(CLI::Range(1, kMaxImageSide));
+        ->check(CLI::Range(1, MAX_IMAGE_SIDE));
+    command.add_option("--height", options.height, "rows")->required()->check(CLI::Range(1, MAX_IMAGE_SIDE));
     command.add_option("--bits", options.bits, "bits per pixel, all channels together")
         ->capture_default_str()
-        ->check(CLI::Range(1, kMaxBitsPerPixel));
+        ->check(CLI::Range(1, MAX_BITS_PER_PIXEL));
     command.add_option("--channels", options.channels, "channels of a pixel")
         ->capture_default_str()
-        ->check(CLI::Range(1, kMaxChannels));
+        ->check(CLI::Range(1, MAX_CHANNELS));
     command.add_option("--format-tag", options.formatTag, "encoding of the frames")->capture_default_str();
     command.add_option("--frame-size", options.frameSize, "bytes of a frame; size times bits when left out");
     command.add_option("--frames", options.frames, "number of frames to allocate")
         ->capture_default_str()
-        ->check(CLI::Range(0U, kMaxFrames));
+        ->check(CLI::Range(0U, MAX_FRAMES));
     addClipOptions(command, options.clip);
 }
 
 }  // namespace
 
 VantrelClipFormat::ScanFormat ClipOptions::scanFormat() const {
-    for (const auto& [text, value] : kScanFormats)
+    for (const auto& [text, value] : SCAN_FORMATS)
         if (text == scan) return value;
     throw ToolError("unknown scan format '" + scan + "'");
 }
 
 void addClipOptions(CLI::App& command, ClipOptions& options) {
     std::vector<std::string> scans;
-    for (const auto& entry : kScanFormats) scans.push_back(entry.first);
+    for (const auto& entry : SCAN_FORMATS) scans.push_back(entry.first);
     command.add_option("--rate", options.rate, "frames per second")
         ->capture_default_str()
         ->check(CLI::Range(0.001F, 100000.0F));
@@ -156,7 +156,7 @@ void addClipOptions(CLI::App& command, ClipOptions& options) {
 NewClip::NewClip(Session& session, VantrelNodeHandle& parent, const std::string& name,
                  const VantrelClipFormat& format, unsigned frames)
     : session_(session), name_(name) {
-    session.require(parent.createClipNode(name.c_str(), format, kClipType, clip_),
+    session.require(parent.createClipNode(name.c_str(), format, CLIP_TYPE, clip_),
                     Session::failed("create clip", name));
     if (frames == 0 || clip_.setNumFrames(frames)) return;
     const std::string reason = session.server().lastError();

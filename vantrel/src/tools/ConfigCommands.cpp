@@ -9,15 +9,15 @@
 
 namespace {
 
-constexpr const char* kFileVariable = "QD_NETWORK_CFG_FILE";
-constexpr const char* kDefaultFile = "/opt/Quorvane/cfg/network.cfg";
-constexpr std::size_t kMaxConfigBytes = std::size_t{16} << 20;
+constexpr const char* FILE_VARIABLE = "QD_NETWORK_CFG_FILE";
+constexpr const char* DEFAULT_FILE = "/opt/Quorvane/cfg/network.cfg";
+constexpr std::size_t MAX_CONFIG_BYTES = std::size_t{16} << 20;
 
 struct NoOptions {};
 
 std::string configFile() {
-    const char* file = std::getenv(kFileVariable);
-    return file != nullptr && *file != '\0' ? file : kDefaultFile;
+    const char* file = std::getenv(FILE_VARIABLE);
+    return file != nullptr && *file != '\0' ? file : DEFAULT_FILE;
 }
 
 void create(const Program& program, const NoOptions&) {
@@ -35,7 +35,7 @@ void create(const Program& program, const NoOptions&) {
 void show(const Program& program, const NoOptions&) {
     const Output out(program.json);
     const std::string file = configFile();
-    const std::string content = readLocalFile(file, kMaxConfigBytes);
+    const std::string content = readLocalFile(file, MAX_CONFIG_BYTES);
     if (out.json())
         out.document({{"file", out.text(file.c_str())}, {"content", out.text(content.c_str())}});
     else

@@ -24,15 +24,15 @@ struct ResolveOptions {
 // What a person can check when servers should be there but none is found.
 
 /// The library's reason when there is nowhere to search.
-constexpr const char* kNoInterface = "No multicast interface found.";
+constexpr const char* NO_INTERFACE = "No multicast interface found.";
 
-constexpr const char* kNoInterfaceAdvice =
+constexpr const char* NO_INTERFACE_ADVICE =
     "Servers are searched for on interfaces that are up and capable of multicast. Check the Multicast= line "
     "of\n"
     "network.cfg's [Interfaces] if there is one, and that the TTL of its [SelfDiscovery] is not 0.\n"
     "With IPv6, loopback is of no use.\n";
 
-constexpr const char* kNoServerAdvice =
+constexpr const char* NO_SERVER_ADVICE =
     "Check that\n"
     "  - a server runs, with the Port and Scope that network.cfg's [SelfDiscovery] has here;\n"
     "  - the Multicast= lines of [Interfaces] name the right interfaces, here and on its host;\n"
@@ -40,7 +40,7 @@ constexpr const char* kNoServerAdvice =
     "  - TTL in [SelfDiscovery] is large enough for the routers on the way, and not 0 on its host;\n"
     "  - no firewall holds back UDP to the discovery port, or the answers from it.\n";
 
-constexpr const char* kGatewayAdvice =
+constexpr const char* GATEWAY_ADVICE =
     "Where multicast does not reach, --gateway ADDR[:PORT] asks one server for all that it knows.\n";
 
 void adviseOnEmptyList(bool gatewayGiven) {
@@ -49,8 +49,8 @@ void adviseOnEmptyList(bool gatewayGiven) {
     std::string names;
     for (unsigned i = 0; i < interfaces.size(); ++i)
         names += (i == 0 ? "" : ", ") + std::string(interfaces.getStr(i));
-    std::fprintf(stderr, "No server answered on %s. %s%s", names.c_str(), kNoServerAdvice,
-                 gatewayGiven ? "" : kGatewayAdvice);
+    std::fprintf(stderr, "No server answered on %s. %s%s", names.c_str(), NO_SERVER_ADVICE,
+                 gatewayGiven ? "" : GATEWAY_ADVICE);
 }
 
 // The library and its list of servers, for the length of a command.
@@ -95,7 +95,7 @@ void servers(const Program& program, const ServersOptions& options) {
     int count = 0;
     if (!discovery.list().getNumNodes(count)) {
         const std::string reason = discovery.list().lastError();
-        if (reason == kNoInterface) std::fputs(kNoInterfaceAdvice, stderr);
+        if (reason == NO_INTERFACE) std::fputs(NO_INTERFACE_ADVICE, stderr);
         throw ToolError(reason);
     }
     std::vector<VantrelServerInfo> found(static_cast<std::size_t>(count));

@@ -4,7 +4,7 @@
 #include <memory>
 
 /// Memory for one frame, not cleared: a frame is written over it anyway. Throws ToolError when `size` is
-/// above kMaxFrameBytes or the system has no such memory.
+/// above MAX_FRAME_BYTES or the system has no such memory.
 class FrameBuffer {
   public:
     explicit FrameBuffer(std::size_t size);

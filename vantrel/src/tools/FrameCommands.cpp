@@ -74,7 +74,7 @@ void readFrame(const Program& program, const ReadFrameOptions& options) {
 }
 
 void writeFrame(const Program& program, const WriteFrameOptions& options) {
-    const std::string data = readLocalFile(options.file, kMaxFrameBytes);
+    const std::string data = readLocalFile(options.file, MAX_FRAME_BYTES);
     const Session session(program, options.server);
     VantrelNodeHandle node = session.node(options.path);
     {

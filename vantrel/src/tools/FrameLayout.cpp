@@ -72,7 +72,7 @@ bool withinLimit(const FrameLayout& layout) {
         if (factor <= 0) return false;
         if (__builtin_mul_overflow(bytes, static_cast<std::size_t>(factor), &bytes)) return false;
     }
-    return bytes <= kMaxFrameBytes;
+    return bytes <= MAX_FRAME_BYTES;
 }
 
 std::string sizeText(int width, int height) {

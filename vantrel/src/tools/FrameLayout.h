@@ -12,7 +12,7 @@ enum class SampleType { UInt8, UInt16, Half, Float };
 
 /// Largest frame that the tools handle, in bytes: sizes come from servers and files, and a buffer is made of
 /// it.
-constexpr std::size_t kMaxFrameBytes = std::size_t{4} << 30;
+constexpr std::size_t MAX_FRAME_BYTES = std::size_t{4} << 30;
 
 /// Rows top first, pixels left to right, samples interleaved, no padding anywhere.
 struct FrameLayout {
@@ -35,7 +35,7 @@ const char* sampleTypeName(SampleType type);
 FrameLayout frameLayoutOf(const VantrelClipFormat& format);
 
 /// Tag, sizes and counts of a clip whose frames have this little-endian layout. Throws ToolError when a frame
-/// would exceed kMaxFrameBytes.
+/// would exceed MAX_FRAME_BYTES.
 VantrelClipFormat clipFormatOf(const FrameLayout& layout, float frameRate, float pixelRatio,
                                VantrelClipFormat::ScanFormat scanFormat, const std::string& colourSpace);
 

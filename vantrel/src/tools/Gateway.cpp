@@ -5,14 +5,14 @@
 
 namespace {
 
-constexpr int kMaxPort = 65535;
+constexpr int MAX_PORT = 65535;
 
 // 0 for what is no port.
 int portOf(std::string_view text) {
     int port = 0;
     const auto parsed = std::from_chars(text.data(), text.data() + text.size(), port);
     const bool whole = parsed.ec == std::errc() && parsed.ptr == text.data() + text.size();
-    return whole && port > 0 && port <= kMaxPort ? port : 0;
+    return whole && port > 0 && port <= MAX_PORT ? port : 0;
 }
 
 }  // namespace

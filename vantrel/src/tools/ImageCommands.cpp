@@ -10,8 +10,8 @@
 
 namespace {
 
-constexpr const char* kRaw = "raw";
-const ImageFileType kImageTypes[] = {ImageFileType::Png, ImageFileType::Exr, ImageFileType::Dpx,
+constexpr const char* RAW = "raw";
+const ImageFileType IMAGE_TYPES[] = {ImageFileType::Png, ImageFileType::Exr, ImageFileType::Dpx,
                                      ImageFileType::Tif};
 
 struct ImportOptions {
@@ -80,7 +80,7 @@ void import(const Program& program, const ImportOptions& options) {
 class Exporter {
   public:
     Exporter(const VantrelClipFormat& format, const std::string& as) : format_(format) {
-        for (const ImageFileType type : kImageTypes)
+        for (const ImageFileType type : IMAGE_TYPES)
             if (as == imageFileTypeName(type)) type_ = type;
         if (!type_) return;
         try {
@@ -152,8 +152,8 @@ void declareImport(CLI::App& command, ImportOptions& options) {
 }
 
 void declareExport(CLI::App& command, ExportOptions& options) {
-    std::vector<std::string> types{kRaw};
-    for (const ImageFileType type : kImageTypes) types.emplace_back(imageFileTypeName(type));
+    std::vector<std::string> types{RAW};
+    for (const ImageFileType type : IMAGE_TYPES) types.emplace_back(imageFileTypeName(type));
     addServer(command, options.server);
     addPath(command, "PATH", options.path, "the clip")->required();
     command.add_option("DIR", options.folder, "folder for the files; created when it is missing")->required();

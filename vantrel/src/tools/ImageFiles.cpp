@@ -17,8 +17,8 @@ using OIIO::TypeDesc;
 
 namespace {
 
-constexpr const char* kColourSpace = "oiio:ColorSpace";
-constexpr const char* kKeepAlphaApart = "oiio:UnassociatedAlpha";
+constexpr const char* COLOUR_SPACE = "oiio:ColorSpace";
+constexpr const char* KEEP_ALPHA_APART = "oiio:UnassociatedAlpha";
 
 [[noreturn]] void fail(const char* attempt, const std::string& path, std::string reason) {
     while (!reason.empty() && (reason.back() == '\n' || reason.back() == ' ')) reason.pop_back();
@@ -29,7 +29,7 @@ constexpr const char* kKeepAlphaApart = "oiio:UnassociatedAlpha";
 std::unique_ptr<ImageInput> openInput(const std::string& path) {
     ImageSpec wishes;
     // Without this the reader multiplies colour by alpha, and the samples are no longer those of the file.
-    wishes.attribute(kKeepAlphaApart, 1);
+    wishes.attribute(KEEP_ALPHA_APART, 1);
     std::unique_ptr<ImageInput> input = ImageInput::open(path, &wishes);
     if (!input) fail("open", path, OIIO::geterror());
     return input;
@@ -108,11 +108,11 @@ TypeDesc storedType(ImageFileType type, SampleType samples) {
 
 ImageSpec specOf(ImageFileType type, const FrameLayout& layout, const std::string& colourSpace) {
     ImageSpec spec(layout.width, layout.height, layout.channels, storedType(type, layout.type));
-    spec.attribute(kKeepAlphaApart, 1);
+    spec.attribute(KEEP_ALPHA_APART, 1);
     if (type == ImageFileType::Exr) spec.attribute("compression", "zip");
     // TIFF would otherwise widen half samples to float.
     if (type == ImageFileType::Tif) spec.attribute("tiff:half", 1);
-    if (!colourSpace.empty()) spec.attribute(kColourSpace, colourSpace);
+    if (!colourSpace.empty()) spec.attribute(COLOUR_SPACE, colourSpace);
     return spec;
 }
 
@@ -121,7 +121,7 @@ ImageSpec specOf(ImageFileType type, const FrameLayout& layout, const std::strin
 ImageDescription describeImage(const std::string& path) {
     const std::unique_ptr<ImageInput> input = openInput(path);
     const ImageSpec& spec = input->spec();
-    return {layoutOf(path, spec), spec.get_string_attribute(kColourSpace).c_str()};
+    return {layoutOf(path, spec), spec.get_string_attribute(COLOUR_SPACE).c_str()};
 }
 
 void readImage(const std::string& path, const FrameLayout& layout, void* pixels) {
@@ -138,7 +138,7 @@ void readImage(const std::string& path, const FrameLayout& layout, void* pixels)
     FrameLayout dataWindow = layout;
     dataWindow.width = spec.width;
     dataWindow.height = spec.height;
-    if (dataWindow.width <= 0 || dataWindow.height <= 0 || dataWindow.frameBytes() > kMaxFrameBytes)
+    if (dataWindow.width <= 0 || dataWindow.height <= 0 || dataWindow.frameBytes() > MAX_FRAME_BYTES)
         fail("read", path, "its data window is too large");
     std::vector<unsigned char> data(dataWindow.frameBytes());
     if (!read(*input, dataWindow, data.data())) fail("read", path, input->geterror());

@@ -8,21 +8,21 @@
 
 namespace {
 
-constexpr const char* kModule = "vantrel-images.so";
+constexpr const char* MODULE = "vantrel-images.so";
 
 // Beside the program, as it is built, or where it is installed. Told from the program's place and not by a
 // search path, so that the whole installation can be moved.
 std::string modulePath() {
     std::error_code error;
     const std::filesystem::path folder = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
-    const std::filesystem::path beside = folder / kModule;
-    return std::filesystem::exists(beside, error) ? beside : folder / VANTREL_INSTALLED_MODULES / kModule;
+    const std::filesystem::path beside = folder / MODULE;
+    return std::filesystem::exists(beside, error) ? beside : folder / VANTREL_INSTALLED_MODULES / MODULE;
 }
 
 const ImageFunctions& load() {
     const std::string path = modulePath();
     void* module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-    void* entry = module != nullptr ? dlsym(module, kImageModuleEntry) : nullptr;
+    void* entry = module != nullptr ? dlsym(module, IMAGE_MODULE_ENTRY) : nullptr;
     if (entry == nullptr) {
         const char* reason = dlerror();
         throw ToolError("cannot load image support: " + (reason != nullptr ? std::string(reason) : path));

@@ -12,7 +12,7 @@ struct ImageFunctions {
 
 /// The module's only entry; its name below.
 using ImageModuleEntry = const ImageFunctions*();
-constexpr const char* kImageModuleEntry = "vantrelImageFunctions";
+constexpr const char* IMAGE_MODULE_ENTRY = "vantrelImageFunctions";
 
 /// Loads the module on first use, and never unloads it. Throws ToolError, with the reason, when it cannot be
 /// loaded. Thread-safe.

@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr int kStopAgainMs = 100;
+constexpr int STOP_AGAIN_MS = 100;
 
 bool ignored(int signalNumber) {
     struct sigaction action {};
@@ -79,7 +79,7 @@ int Interrupt::takeSignal() const {
 void Interrupt::watch() {
     for (;;) {
         pollfd fds[] = {{signalFd_, POLLIN, 0}, {quitFd_, POLLIN, 0}};
-        poll(fds, 2, signal_ == 0 ? -1 : kStopAgainMs);
+        poll(fds, 2, signal_ == 0 ? -1 : STOP_AGAIN_MS);
         if (fds[1].revents != 0) return;
         const int received = takeSignal();
         if (received != 0 && signal_ != 0) endProcess(received);

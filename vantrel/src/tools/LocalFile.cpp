@@ -12,8 +12,8 @@
 
 namespace {
 
-constexpr std::size_t kMaxNameBytes = 200;  // leaves room in NAME_MAX for a frame number and an ending
-constexpr std::size_t kPieceBytes = 1 << 20;
+constexpr std::size_t MAX_NAME_BYTES = 200;  // leaves room in NAME_MAX for a frame number and an ending
+constexpr std::size_t PIECE_BYTES = 1 << 20;
 
 struct CloseFile {
     void operator()(std::FILE* file) const { std::fclose(file); }
@@ -41,12 +41,12 @@ std::string readLocalFile(const std::string& path, std::size_t limit) {
     std::string content;
     for (;;) {
         const std::size_t before = content.size();
-        content.resize(before + kPieceBytes);
-        const std::size_t got = std::fread(&content[before], 1, kPieceBytes, file.get());
+        content.resize(before + PIECE_BYTES);
+        const std::size_t got = std::fread(&content[before], 1, PIECE_BYTES, file.get());
         content.resize(before + got);
         if (content.size() > limit)
             fail("use", path, "it is larger than " + std::to_string(limit) + " bytes");
-        if (got < kPieceBytes) break;
+        if (got < PIECE_BYTES) break;
     }
     if (std::ferror(file.get()) != 0) fail("read", path, std::strerror(errno));
     return content;
@@ -77,8 +77,8 @@ std::string safeFileName(const std::string& displayName, const std::string& fall
     };
     std::replace_if(name.begin(), name.end(), unsafe, '_');
     if (!name.empty() && name[0] == '.') name[0] = '_';
-    if (name.size() > kMaxNameBytes) {
-        std::size_t end = kMaxNameBytes;
+    if (name.size() > MAX_NAME_BYTES) {
+        std::size_t end = MAX_NAME_BYTES;
         while (end > 0 && continuesCharacter(name[end])) --end;
         name.resize(end);
     }

@@ -6,7 +6,7 @@
 namespace {
 
 // One command line carries the text: a server refuses far larger ones.
-constexpr std::size_t kMaxMetaDataBytes = std::size_t{64} << 20;
+constexpr std::size_t MAX_METADATA_BYTES = std::size_t{64} << 20;
 
 struct ListOptions {
     std::string server;
@@ -60,7 +60,7 @@ void get(const Program& program, const GetOptions& options) {
 
 void set(const Program& program, const SetOptions& options) {
     const std::string metaData =
-        options.file.empty() ? options.text : readLocalFile(options.file, kMaxMetaDataBytes);
+        options.file.empty() ? options.text : readLocalFile(options.file, MAX_METADATA_BYTES);
     if (metaData.find('\0') != std::string::npos)
         throw ToolError("cannot use '" + options.file + "' as metadata: it holds a NUL byte");
     const Session session(program, options.server);

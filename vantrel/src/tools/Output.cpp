@@ -13,9 +13,9 @@
 
 namespace {
 
-constexpr int kJsonIndent = 2;
-constexpr std::size_t kColumnGap = 2;
-constexpr char kReplacement[] = "\xEF\xBF\xBD";  // U+FFFD
+constexpr int JSON_INDENT = 2;
+constexpr std::size_t COLUMN_GAP = 2;
+constexpr char REPLACEMENT[] = "\xEF\xBF\xBD";  // U+FFFD
 
 // Text of an ASCII locale is treated as UTF-8 too: the library hands on what it cannot convert.
 bool localeIsUtf8() {
@@ -47,7 +47,7 @@ std::string localeToUtf8(const char* text) {
         wchar_t wide = 0;
         const std::size_t used = std::mbrtowc(&wide, text, left, &state);
         if (used == 0 || used > left) {
-            out += kReplacement;
+            out += REPLACEMENT;
             state = std::mbstate_t{};
             ++text;
             --left;
@@ -110,7 +110,7 @@ void Output::line(const std::string& text) const {
 }
 
 void Output::document(const Json& json) const {
-    const std::string text = json.dump(kJsonIndent, ' ', false, Json::error_handler_t::replace) + "\n";
+    const std::string text = json.dump(JSON_INDENT, ' ', false, Json::error_handler_t::replace) + "\n";
     bytes(text.data(), text.size());
 }
 
@@ -150,7 +150,7 @@ void Output::table(const std::vector<std::vector<std::string>>& rows) const {
         std::string text;
         for (std::size_t i = 0; i < row.size(); ++i) {
             text += row[i];
-            if (i + 1 < row.size()) text.append(widths[i] - columns(row[i]) + kColumnGap, ' ');
+            if (i + 1 < row.size()) text.append(widths[i] - columns(row[i]) + COLUMN_GAP, ' ');
         }
         line(text);
     }

@@ -7,7 +7,7 @@
 namespace {
 
 // Back to the start of the line, and erase it.
-constexpr const char* kWipe = "\r\x1B[K";
+constexpr const char* WIPE = "\r\x1B[K";
 
 }  // namespace
 
@@ -40,7 +40,7 @@ void Progress::run() {
     do {
         show(start);
     } while (!wake_.wait_for(lock, style_.interval, ended));
-    std::fputs(kWipe, style_.stream);
+    std::fputs(WIPE, style_.stream);
     std::fflush(style_.stream);
 }
 
@@ -49,9 +49,9 @@ void Progress::show(std::chrono::steady_clock::time_point start) const {
         std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - start).count();
     const std::size_t done = done_;
     if (total_ > 0)
-        std::fprintf(style_.stream, "%s%s: %zu of %zu %s (%zu %%), %llds", kWipe, label_.c_str(), done,
-                     total_, unit_.c_str(), done * 100 / total_, static_cast<long long>(seconds));
+        std::fprintf(style_.stream, "%s%s: %zu of %zu %s (%zu %%), %llds", WIPE, label_.c_str(), done, total_,
+                     unit_.c_str(), done * 100 / total_, static_cast<long long>(seconds));
     else
-        std::fprintf(style_.stream, "%s%s: %llds", kWipe, label_.c_str(), static_cast<long long>(seconds));
+        std::fprintf(style_.stream, "%s%s: %llds", WIPE, label_.c_str(), static_cast<long long>(seconds));
     std::fflush(style_.stream);
 }

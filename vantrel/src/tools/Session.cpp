@@ -8,12 +8,12 @@
 
 namespace {
 
-constexpr char kIdPrefix[] = "id:";
-constexpr std::size_t kIdPrefixLength = sizeof kIdPrefix - 1;
+constexpr char ID_PREFIX[] = "id:";
+constexpr std::size_t ID_PREFIX_LENGTH = sizeof ID_PREFIX - 1;
 
 // A server that refuses is tried again for this long; a longer call time-out is no reason to wait longer for
 // it.
-constexpr unsigned kRetryTimeoutMs = 1000;
+constexpr unsigned RETRY_TIMEOUT_MS = 1000;
 
 // The connect time-out counts in whole seconds, and less than one would be none.
 unsigned inWholeSeconds(unsigned ms) {
@@ -30,7 +30,7 @@ void applyTimeout(unsigned timeoutMs) {
     set("VANTREL_EVENTS_CALL_TIMEOUT_MS", timeoutMs);
     set("VANTREL_FRAME_STALL_TIMEOUT_MS", timeoutMs);
     set("VANTREL_CONNECTION_TIMEOUT_MS", inWholeSeconds(timeoutMs));
-    set("VANTREL_CONNECTION_RETRY_TIMEOUT_MS", std::min(timeoutMs, kRetryTimeoutMs));
+    set("VANTREL_CONNECTION_RETRY_TIMEOUT_MS", std::min(timeoutMs, RETRY_TIMEOUT_MS));
 }
 
 void startLibrary(VantrelClient& client, const Program& program) {
@@ -49,12 +49,12 @@ Session::Session(const Program& program, const std::string& server)
 }
 
 unsigned Session::retryTimeoutMs() const {
-    return timeoutMs_ == 0 ? kRetryTimeoutMs : std::min(timeoutMs_, kRetryTimeoutMs);
+    return timeoutMs_ == 0 ? RETRY_TIMEOUT_MS : std::min(timeoutMs_, RETRY_TIMEOUT_MS);
 }
 
 VantrelNodeHandle Session::node(const std::string& path) const {
-    if (path.compare(0, kIdPrefixLength, kIdPrefix) == 0)
-        return VantrelNodeHandle(server_, path.c_str() + kIdPrefixLength);
+    if (path.compare(0, ID_PREFIX_LENGTH, ID_PREFIX) == 0)
+        return VantrelNodeHandle(server_, path.c_str() + ID_PREFIX_LENGTH);
     VantrelNodeHandle node;
     require(VantrelResolveDisplayPath(server_, path.c_str(), node),
             "'" + path + "' not found on server '" + serverText_ + "'");

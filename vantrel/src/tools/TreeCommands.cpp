@@ -7,7 +7,7 @@
 namespace {
 
 // A tree deeper than this is taken for a fault of the server.
-constexpr int kMaxDepth = 1000;
+constexpr int MAX_DEPTH = 1000;
 
 struct ListOptions {
     std::string server;
@@ -17,7 +17,7 @@ struct ListOptions {
 struct TreeOptions {
     std::string server;
     std::string path = "/";
-    int depth = kMaxDepth;
+    int depth = MAX_DEPTH;
 };
 
 Json nodeJson(const Session& session, VantrelNodeHandle& node, const std::string& path) {
@@ -70,7 +70,7 @@ class TreeWalk {
 
         // A server that lists a node below itself would be walked for ever.
         const std::string id = node.getNodeId().id();
-        if (level >= kMaxDepth || !above_.insert(id).second)
+        if (level >= MAX_DEPTH || !above_.insert(id).second)
             throw ToolError("the tree of server '" + options_.server + "' is no tree: node '" + id +
                             "' is below itself or too deep");
         Json children = Json::array();
@@ -112,7 +112,7 @@ void addTreeCommands(CLI::App& app, Program& program) {
             addServer(command, options.server);
             addPath(command, "PATH", options.path, "where to begin; the root when left out");
             command.add_option("--depth", options.depth, "levels below PATH to show; all when left out")
-                ->check(CLI::Range(0, kMaxDepth));
+                ->check(CLI::Range(0, MAX_DEPTH));
         },
         tree);
 }

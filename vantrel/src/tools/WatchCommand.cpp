@@ -12,10 +12,10 @@
 namespace {
 
 // How long the command is deaf to Ctrl-C, and to the loss of its server, while nothing happens.
-constexpr std::chrono::milliseconds kLookAround{100};
+constexpr std::chrono::milliseconds LOOK_AROUND{100};
 
 // Events that wait to be printed. When they cannot be, the library keeps the next ones, and drops some.
-constexpr std::size_t kMaxQueued = 1000;
+constexpr std::size_t MAX_QUEUED = 1000;
 
 struct WatchOptions {
     std::string server;
@@ -28,14 +28,14 @@ class Events : public VantrelNodeEvent::Handler {
   public:
     void notify(const VantrelNodeEvent& event) override {
         std::unique_lock<std::mutex> lock(mutex_);
-        changed_.wait(lock, [this] { return events_.size() < kMaxQueued || closed_; });
+        changed_.wait(lock, [this] { return events_.size() < MAX_QUEUED || closed_; });
         events_.push_back(event);
         changed_.notify_all();
     }
     // The next one, when it comes soon.
     std::optional<VantrelNodeEvent> next() {
         std::unique_lock<std::mutex> lock(mutex_);
-        if (!changed_.wait_for(lock, kLookAround, [this] { return !events_.empty(); })) return std::nullopt;
+        if (!changed_.wait_for(lock, LOOK_AROUND, [this] { return !events_.empty(); })) return std::nullopt;
         std::optional<VantrelNodeEvent> event(std::move(events_.front()));
         events_.pop_front();
         changed_.notify_all();

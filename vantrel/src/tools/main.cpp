@@ -8,12 +8,12 @@
 
 namespace {
 
-constexpr int kFailure = 1;
-constexpr int kWrongUsage = 2;
-constexpr int kSignalBase = 128;
-constexpr unsigned kMaxTimeoutMs = 24U * 60 * 60 * 1000;
+constexpr int FAILURE = 1;
+constexpr int WRONG_USAGE = 2;
+constexpr int SIGNAL_BASE = 128;
+constexpr unsigned MAX_TIMEOUT_MS = 24U * 60 * 60 * 1000;
 
-const std::map<std::string, int> kLogLevels{{"user", VANTREL_LOG_USER},
+const std::map<std::string, int> LOG_LEVELS{{"user", VANTREL_LOG_USER},
                                             {"error", VANTREL_LOG_ERROR},
                                             {"warn", VANTREL_LOG_WARNING},
                                             {"notice", VANTREL_LOG_NOTICE},
@@ -25,10 +25,10 @@ void declare(CLI::App& app, Program& program) {
     app.fallthrough();
     app.add_flag("--json", program.json, "Print one JSON document; watch: one a line");
     app.add_option("--timeout", program.timeoutMs, "Longest wait for a server, in milliseconds")
-        ->check(CLI::Range(1U, kMaxTimeoutMs))
+        ->check(CLI::Range(1U, MAX_TIMEOUT_MS))
         ->type_name("MS");
     app.add_option("--log-level", program.logLevel, "user, error, warn, notice or debug")
-        ->transform(CLI::Transformer(kLogLevels))
+        ->transform(CLI::Transformer(LOG_LEVELS))
         ->check(CLI::Range(0, 4))
         ->type_name("LEVEL");
     app.footer(
@@ -55,10 +55,10 @@ int run(const Program& program) {
         return 0;
     } catch (const Interrupted& interrupted) {
         std::fputs("vantrel: interrupted\n", stderr);
-        return kSignalBase + interrupted.signal;
+        return SIGNAL_BASE + interrupted.signal;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "vantrel: %s\n", error.what());
-        return kFailure;
+        return FAILURE;
     }
 }
 
@@ -77,7 +77,7 @@ int main(int argc, char** argv) {
         return app.exit(help);
     } catch (const CLI::ParseError& error) {
         app.exit(error);
-        return kWrongUsage;
+        return WRONG_USAGE;
     }
     return run(program);
 }
