@@ -1,20 +1,17 @@
-// The end of the program by a client's command.
+#include "VantrelBaseClientAPI.h"
 
 #include <gtest/gtest.h>
-#include <vantrel/VantrelClientAPI.h>
 
 #include "ServerProcess.h"
 #include "TemporaryDirectory.h"
-#include "VantrelBaseClientAPI.h"
 
 namespace {
 
 constexpr std::chrono::seconds LIMIT(30);
 constexpr unsigned NO_RETRY_MS = 0;
 
-TEST(Shutdown, EndsTheServerOnlyWhereItIsAllowed) {
+TEST(VantrelBaseClientAPI, ShutdownEndsTheServerOnlyWhereItIsAllowed) {
     for (const bool allowed : {false, true}) {
-        const VantrelClient client;
         const Vantrel::TemporaryDirectory root;
         std::vector<std::string> options{"--protocol-version", "2016.3.0.0"};
         if (allowed) options.emplace_back("--allow-shutdown");
