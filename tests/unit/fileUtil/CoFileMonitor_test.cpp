@@ -2,13 +2,13 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <functional>
 
 #include "CoAtomicFile.h"
+#include "ForkedChild.h"
 #include "TemporaryDirectory.h"
 
 namespace Vantrel {
@@ -115,11 +115,7 @@ TEST_F(CoFileMonitorTest, AForkedChildLeavesTheEventsToItsParent) {
     CoFileMonitor::Watch watch(file);
     watch.accept();
     directory.write("cfg/network.cfg", "a");
-    const pid_t child = ::fork();
-    if (child == 0) ::_exit(watch.changed() ? 0 : 1);
-    int status = -1;
-    ASSERT_EQ(child, ::waitpid(child, &status, 0));
-    EXPECT_EQ(0, status);
+    EXPECT_EQ(inForkedChild([&watch] { return watch.changed() ? 0 : 1; }), 0);
     EXPECT_TRUE(watch.changed());
 }
 

@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <stdlib.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -19,6 +18,7 @@
 #include "CapturedLog.h"
 #include "CoException.h"
 #include "CoNetworkConfig.h"
+#include "ForkedChild.h"
 #include "TemporaryDirectory.h"
 
 namespace Vantrel {
@@ -246,14 +246,11 @@ TEST(CoNetworkDispatcher, RemovingAnObserverWaitsForItsCall) {
 TEST(CoNetworkDispatcher, AChildHasAWatchOfItsOwn) {
     const int parents = CoNetworkDispatcher::changeDescriptor();
     ASSERT_GE(parents, 0);
-    const pid_t child = ::fork();
-    if (child == 0) {
-        const int own = CoNetworkDispatcher::changeDescriptor();
-        ::_exit(own >= 0 && own != parents ? 0 : 1);
-    }
-    int status = -1;
-    ::waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
+    EXPECT_EQ(inForkedChild([parents] {
+                  const int own = CoNetworkDispatcher::changeDescriptor();
+                  return own >= 0 && own != parents ? 0 : 1;
+              }),
+              0);
 }
 
 }  // namespace

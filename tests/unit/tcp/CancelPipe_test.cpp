@@ -1,9 +1,8 @@
-#include <sys/wait.h>
-
 #include <algorithm>
 #include <cerrno>
 
 #include "CapturedLog.h"
+#include "ForkedChild.h"
 #include "TcpFixtures.h"
 
 namespace Vantrel {
@@ -200,12 +199,10 @@ TEST(CancelPipe, BothEndsAreCloseOnExecAndNonBlocking) {
 
 TEST(CancelPipe, AForkedChildHasOneOfItsOwn) {
     const CoSharedCancelPipe& ours = CoSharedCancelPipe::get();
-    const pid_t child = ::fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) ::_exit(CoSharedCancelPipe::get().put() && &CoSharedCancelPipe::get() != &ours ? 0 : 1);
-    int status = -1;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+    EXPECT_EQ(inForkedChild([&ours] {
+                  return CoSharedCancelPipe::get().put() && &CoSharedCancelPipe::get() != &ours ? 0 : 1;
+              }),
+              0);
     EXPECT_FALSE(cancelPipeHasBytes());
     EXPECT_EQ(&CoSharedCancelPipe::get(), &ours);
 }

@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <sys/capability.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <future>
@@ -12,6 +11,7 @@
 
 #include "CapturedLog.h"
 #include "CoNetworkDispatcher.h"
+#include "ForkedChild.h"
 #include "Sanitizers.h"
 
 namespace {
@@ -32,15 +32,6 @@ void dropSetUid() {
     ::cap_set_flag(caps, CAP_PERMITTED, 1, &setUid, CAP_CLEAR);
     ::cap_set_flag(caps, CAP_EFFECTIVE, 1, &setUid, CAP_CLEAR);
     ::cap_set_proc(caps);
-}
-
-// Runs steps in a child process, since they change who it is. 0, or the number of the first step that failed.
-int inChild(int (*steps)()) {
-    const pid_t child = ::fork();
-    if (child == 0) ::_exit(steps());
-    int status = -1;
-    ::waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 TEST(VantrelOS, NamesSystems) {
@@ -92,7 +83,7 @@ TEST(VantrelOS, KnowsLoopbacksAndItsOwnAddresses) {
 TEST(VantrelOS, SwitchesTheUserWithTheCapabilityOnForTheSwitchOnly) {
     if (!hasSetUid(CAP_PERMITTED)) GTEST_SKIP() << "needs a process that may switch users";
     if (Vantrel::HAS_THREAD_SANITIZER) GTEST_SKIP() << "the sanitizer's own thread lacks the capability";
-    EXPECT_EQ(inChild([] {
+    EXPECT_EQ(inForkedChild([] {
                   if (!VantrelOS::setUserId(FIRST_USER) || VantrelOS::getUserId() != FIRST_USER) return 1;
                   // Leaving root switched the capability off, but it may still be used.
                   if (hasSetUid(CAP_EFFECTIVE) || !hasSetUid(CAP_PERMITTED)) return 2;
@@ -108,7 +99,7 @@ TEST(VantrelOS, SwitchesTheUserWithTheCapabilityOnForTheSwitchOnly) {
 // Switching only some of the threads would make the C library end the process.
 TEST(VantrelOS, DoesNotSwitchWhileAnotherThreadLacksTheCapability) {
     if (!hasSetUid(CAP_PERMITTED)) GTEST_SKIP() << "needs a process that may switch users";
-    EXPECT_EQ(inChild([] {
+    EXPECT_EQ(inForkedChild([] {
                   if (!VantrelOS::setUserId(FIRST_USER)) return 1;
                   const Vantrel::CapturedLog log;
                   std::promise<void> done;
@@ -124,7 +115,7 @@ TEST(VantrelOS, DoesNotSwitchWhileAnotherThreadLacksTheCapability) {
 }
 
 TEST(VantrelOS, WithoutTheCapabilitySaysWhyItDidNotSwitch) {
-    EXPECT_EQ(inChild([] {
+    EXPECT_EQ(inForkedChild([] {
                   dropSetUid();
                   const Vantrel::CapturedLog log;
                   const unsigned before = VantrelOS::getUserId();

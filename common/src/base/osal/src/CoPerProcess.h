@@ -2,15 +2,20 @@
 
 #include <atomic>
 #include <memory>
+#include <type_traits>
 
 #include "CoProcess.h"
 
 namespace Vantrel {
 
 /// The one T of this process: made on first use and never destroyed, so that threads may use it while the
-/// process exits. A forked child gets a fresh one and never touches its parent's, whose mutexes may have been
-/// locked at the moment of the fork. Several may be made at once, of which one is kept: T's constructor and
-/// destructor must have no effects elsewhere. Thread-safe.
+/// process exits. A forked child gets a fresh one and locks nothing of its parent's, whose mutexes may have
+/// been held, by threads that the child does not have, at the moment of the fork. Nothing here waits: a fork
+/// while another thread makes the T is no different from any other.
+///
+/// A T that can be constructed from a T* is given the parent's, null where there is none, to take over what
+/// no mutex protects. Several may be made at once, of which one is kept: constructing T twice must do no
+/// harm. Thread-safe.
 template <typename T>
 class CoPerProcess {
   public:
@@ -26,10 +31,19 @@ class CoPerProcess {
 
   private:
     struct Holder {
-        Holder(unsigned theGeneration, Holder* theEarlier) : generation(theGeneration), earlier(theEarlier) {}
+        Holder(unsigned theGeneration, Holder* theEarlier)
+            : generation(theGeneration), earlier(theEarlier), value(make(theEarlier)) {}
+
+        static T make([[maybe_unused]] Holder* earlier) {
+            if constexpr (std::is_constructible_v<T, T*>) {
+                return T(earlier ? &earlier->value : nullptr);
+            } else {
+                return T();
+            }
+        }
 
         const unsigned generation;
-        Holder* const earlier;  ///< the parent's, never used: leak checkers find it here
+        Holder* const earlier;  ///< the parent's: leak checkers find it here
         T value;
     };
 

@@ -11,6 +11,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "CoFd.h"
+
 namespace Vantrel {
 
 namespace {
@@ -20,6 +22,10 @@ std::atomic<unsigned> generation{0};
 void countFork() {
     generation.fetch_add(1, std::memory_order_relaxed);
 }
+
+// When the library is loaded: a fork while another thread registered it on first use would leave the child
+// waiting for that thread.
+[[maybe_unused]] const int registered = ::pthread_atfork(nullptr, nullptr, &countFork);
 
 }  // namespace
 
@@ -37,18 +43,15 @@ unsigned CoProcess::getUmask() {
     constexpr unsigned USUAL_MASK = 022;
     constexpr const char* LABEL = "\nUmask:";
     char text[256];
-    const int status = ::open("/proc/self/status", O_RDONLY | O_CLOEXEC);
-    if (status < 0) return USUAL_MASK;
-    const ssize_t length = ::read(status, text, sizeof text - 1);
-    ::close(status);
+    const CoFd status(::open("/proc/self/status", O_RDONLY | O_CLOEXEC));
+    if (!status.isOpen()) return USUAL_MASK;
+    const ssize_t length = ::read(status.get(), text, sizeof text - 1);
     text[std::max<ssize_t>(length, 0)] = '\0';
     const char* found = std::strstr(text, LABEL);
     return found ? static_cast<unsigned>(std::strtoul(found + std::strlen(LABEL), nullptr, 8)) : USUAL_MASK;
 }
 
 unsigned CoProcess::forkGeneration() {
-    static const int registered = ::pthread_atfork(nullptr, nullptr, &countFork);
-    (void)registered;
     return generation.load(std::memory_order_relaxed);
 }
 

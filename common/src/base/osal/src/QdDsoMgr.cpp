@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 
 #include <memory>
+#include <mutex>
 
 namespace Vantrel {
 
@@ -12,12 +13,14 @@ void* QdDsoMgr::findInHost(const char* symbol) {
 }
 
 void QdDsoMgr::keepLoaded() {
-    static const bool kept = [] {
+    // Unlike a static variable's guard, a once_flag does not keep a forked child waiting for a thread of its
+    // parent.
+    static std::once_flag once;
+    std::call_once(once, [] {
         Dl_info module{};
-        return ::dladdr(reinterpret_cast<void*>(&QdDsoMgr::keepLoaded), &module) != 0 &&
-               ::dlopen(module.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE) != nullptr;
-    }();
-    static_cast<void>(kept);
+        if (::dladdr(reinterpret_cast<void*>(&QdDsoMgr::keepLoaded), &module) != 0)
+            ::dlopen(module.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
+    });
 }
 
 }  // namespace Vantrel
