@@ -41,7 +41,7 @@ class Announcer : private Vantrel::CoIoHandler, private Vantrel::CoNetworkDispat
     std::vector<VantrelDaemonInfo> others() const;
 
   private:
-    Vantrel::CoIoDescriptor* getDescriptor() override { return &ready_; }
+    int descriptorId() const override { return ready_.getId(); }
     bool wantsRead() const override { return incoming_.waitMs() == 0; }
     bool handleRead() override;
     void interfacesChanged(Vantrel::CoNetworkDispatcher::Role role) override;

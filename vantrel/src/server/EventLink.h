@@ -52,7 +52,7 @@ class EventLink : public Vantrel::CoIoHandler {
     const EventAddress& address() const { return address_; }
     const std::string& reason() const { return reason_; }  ///< of the last failure
 
-    Vantrel::CoIoDescriptor* getDescriptor() override { return &descriptor_; }
+    int descriptorId() const override { return descriptor_.getId(); }
     bool wantsWrite() const override { return state_ == State::Connecting || !output_.empty(); }
     bool handleRead() override;
     bool handleWrite() override;

@@ -1,13 +1,10 @@
 #include "FrameServer.h"
 
-#include <poll.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
-
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
-#include <cstdint>
 #include <system_error>
+#include <utility>
 
 #include "CoException.h"
 #include "CoMsg.h"
@@ -19,11 +16,12 @@ using Vantrel::CoException;
 using Vantrel::coFormat;
 using Vantrel::CoIoDescriptor;
 using Vantrel::CoThread;
+using Vantrel::CoTime;
 
 namespace {
 
 /// Without descriptors accepting fails at once, again and again: the time until the next try.
-constexpr int ACCEPT_BACK_OFF_MS = 100;
+constexpr CoTime::Microseconds ACCEPT_BACK_OFF = 100 * CoTime::PER_MILLISECOND;
 
 }  // namespace
 
@@ -36,7 +34,7 @@ struct FrameServer::Connection {
               [this, &server] {
                   session.run();
                   done = true;
-                  server.wake();
+                  server.loop_.wakeUp();
               },
               [this] { session.shutDown(); }) {}
 
@@ -45,44 +43,45 @@ struct FrameServer::Connection {
     CoThread thread;                // joined before the others go away
 };
 
-FrameServer::FrameServer(NodeStore& store, const Settings& settings)
-    : store_(store), settings_(settings), wakeUp_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-    if (!wakeUp_.isOpen())
-        throw CoException(
-            coFormat("Cannot make the frame port's wake-up descriptor: %s", coErrorText(errno).c_str()));
+FrameServer::FrameServer(NodeStore& store, const Settings& settings) : store_(store), settings_(settings) {
     const char* address = settings.bindAddress.empty() ? nullptr : settings.bindAddress.c_str();
     if (!listener_.listen(settings.port, address))
         throw CoException(
             coFormat("Cannot listen on frame port %d: %s", settings.port, listener_.lastErrorText().c_str()));
     localListener_ = std::make_unique<LocalSocket>(VantrelDaemonInfo::frameMsgQPath(port()));
     acceptor_ = std::make_unique<CoThread>(
-        "VT Frame Port", [this] { acceptConnections(); },
-        [this] {
-            stopped_ = true;
-            wake();
-        });
+        "VT Frame Port", [this] { acceptConnections(); }, [this] { loop_.stop(); });
 }
 
 FrameServer::~FrameServer() = default;
 
-void FrameServer::wake() {
-    const std::uint64_t one = 1;
-    // Full means woken already.
-    if (::write(wakeUp_.get(), &one, sizeof one) < 0 && errno != EAGAIN)
-        CO_MSG_ERROR("Cannot wake the frame port: %s", coErrorText(errno).c_str());
+// --- Accepting ---
+
+FrameServer::Listener::Listener(Vantrel::CoEventLoop& loop, int descriptorId, std::function<bool()> accept)
+    : loop_(loop), descriptorId_(descriptorId), accept_(std::move(accept)) {}
+
+bool FrameServer::Listener::wantsRead() const {
+    return CoTime::getTime() >= pausedUntil_;
+}
+
+bool FrameServer::Listener::handleRead() {
+    if (accept_()) return true;
+    pausedUntil_ = CoTime::getTime() + ACCEPT_BACK_OFF;
+    loop_.reviewInterestsAt(pausedUntil_);
+    return true;
 }
 
 void FrameServer::acceptConnections() {
-    bool backOff = false;
-    while (!stopped_) {
-        pollfd polled[] = {
-            {wakeUp_.get(), POLLIN, 0}, {listener_.getId(), POLLIN, 0}, {localListener_->fd(), POLLIN, 0}};
-        ::poll(polled, backOff ? 1 : 3, backOff ? ACCEPT_BACK_OFF_MS : -1);
-        std::uint64_t count = 0;
-        if (::read(wakeUp_.get(), &count, sizeof count) > 0) reapFinished();
-        const bool remoteFailed = polled[1].revents != 0 && !acceptRemote();
-        const bool localFailed = polled[2].revents != 0 && !acceptLocal();
-        backOff = remoteFailed || localFailed;
+    Listener remote(loop_, listener_.getId(), [this] { return acceptRemote(); });
+    Listener local(loop_, localListener_->fd(), [this] { return acceptLocal(); });
+    loop_.add(remote);
+    loop_.add(local);
+    while (!loop_.stopRequested()) {
+        if (loop_.pass() < 0) {
+            CO_MSG_ERROR("The frame port's loop failed: %s", coErrorText(errno).c_str());
+            break;
+        }
+        reapFinished();
     }
     connections_.clear();
 }
@@ -110,6 +109,7 @@ bool FrameServer::acceptLocal() {
 }
 
 void FrameServer::addConnection(UniqueFd socket) {
+    reapFinished();
     if (connections_.size() >= settings_.maxConnections) {
         CO_MSG_WARNING("Frame connection refused: %zu are open already.", connections_.size());
         return;

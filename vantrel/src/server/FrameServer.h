@@ -1,10 +1,11 @@
 #pragma once
 
-#include <atomic>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "CoEventLoop.h"
 #include "CoIoTcpServerDescriptor.h"
 #include "CoThread.h"
 #include "FrameSession.h"
@@ -44,19 +45,34 @@ class FrameServer {
   private:
     struct Connection;
 
+    /// One of the two sockets that connections come in at. When nothing can be accepted, for want of
+    /// descriptors, say, it pauses instead of failing again and again.
+    class Listener : public Vantrel::CoIoHandler {
+      public:
+        /// `accept` takes one waiting connection; false when that failed.
+        Listener(Vantrel::CoEventLoop& loop, int descriptorId, std::function<bool()> accept);
+        int descriptorId() const override { return descriptorId_; }
+        bool wantsRead() const override;
+        bool handleRead() override;
+
+      private:
+        Vantrel::CoEventLoop& loop_;
+        const int descriptorId_;
+        const std::function<bool()> accept_;
+        Vantrel::CoTime::Microseconds pausedUntil_ = 0;
+    };
+
     void acceptConnections();
     bool acceptRemote();
     bool acceptLocal();
     void addConnection(UniqueFd socket);
     void reapFinished();
-    void wake();
 
     NodeStore& store_;
     const Settings settings_;
     Vantrel::CoIoTcpServerDescriptor listener_;
     std::unique_ptr<LocalSocket> localListener_;
-    UniqueFd wakeUp_;
-    std::atomic<bool> stopped_{false};
+    Vantrel::CoEventLoop loop_;                             ///< of the accepting thread
     std::vector<std::unique_ptr<Connection>> connections_;  ///< of the accepting thread
     std::unique_ptr<Vantrel::CoThread> acceptor_;           ///< last: it uses all the others
 };

@@ -45,7 +45,7 @@ class EndSignals : public Vantrel::CoIoHandler {
 
     bool came() const { return came_; }
 
-    Vantrel::CoIoDescriptor* getDescriptor() override { return &descriptor_; }
+    int descriptorId() const override { return descriptor_.getId(); }
     bool handleRead() override {
         came_ = true;
         return false;

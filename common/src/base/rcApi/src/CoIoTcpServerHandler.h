@@ -8,14 +8,14 @@
 
 namespace Vantrel {
 
-/// Accepts the connections of one listening socket in an rcAppContext's loop and hands each on. When the
+/// Accepts the connections of one listening socket in an event loop and hands each on. When the
 /// system cannot accept (no descriptors left, say) it logs why and pauses instead of spinning. Used on the
 /// loop's thread.
 class CoIoTcpServerHandler : public CoIoHandler {
   public:
     /// Gets each accepted descriptor number and owns it from then on.
     using ConnectionHandler = std::function<void(int descriptor)>;
-    /// Told how long accepting pauses, in milliseconds.
+    /// Is called with the milliseconds that accepting pauses for.
     using PauseHandler = std::function<void(unsigned pauseMs)>;
 
     CoIoTcpServerHandler(ConnectionHandler handleConnection, PauseHandler handlePause);
@@ -23,7 +23,7 @@ class CoIoTcpServerHandler : public CoIoHandler {
     CoIoTcpServerDescriptor& server() { return server_; }
     const CoIoTcpServerDescriptor& server() const { return server_; }
 
-    CoIoDescriptor* getDescriptor() override { return &server_; }
+    int descriptorId() const override { return server_.getId(); }
     bool wantsRead() const override;
     bool handleRead() override;
     bool handleError() override;

@@ -33,8 +33,8 @@ void rcServerContext::Client::setLoggedIn(bool loggedIn) {
     loggedIn_ = loggedIn;
 }
 
-CoIoDescriptor* rcServerContext::Client::getDescriptor() {
-    return isStranger() && loginDeadline_.passed() ? nullptr : &descriptor_;
+int rcServerContext::Client::descriptorId() const {
+    return isStranger() && loginDeadline_.passed() ? CoIoDescriptor::INVALID_ID : descriptor_.getId();
 }
 
 void rcServerContext::Client::takeInheritedInfo() {

@@ -28,13 +28,14 @@ class rcServerContext::Client : public CoIoHandler {
     /// Logging out gives new time to log in again.
     void setLoggedIn(bool loggedIn);
 
-    /// Null, so that the loop drops it, when the time to log in is over.
-    CoIoDescriptor* getDescriptor() override;
+    /// None, so that the loop drops it, when the time to log in is over.
+    int descriptorId() const override;
     bool wantsRead() const override;
     bool wantsWrite() const override;
     bool handleRead() override;
     bool handleWrite() override;
     bool handleError() override;
+    void released() override { context_.drop(*this); }
 
     /// From now on it waits for a delayed return; no command of it is processed meanwhile.
     void awaitReturn();

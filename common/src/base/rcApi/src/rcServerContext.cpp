@@ -206,7 +206,7 @@ void rcServerContext::makeRoomForStranger() {
     flooded_ = true;
     Client* const oldest = findClient(*strangers_.begin());
     unregisterIOHandler(oldest);
-    handlerUnregistered(*oldest);
+    drop(*oldest);
 }
 
 void rcServerContext::loggedInOrOut(Client& client, bool loggedIn) {
@@ -219,11 +219,10 @@ void rcServerContext::loggedInOrOut(Client& client, bool loggedIn) {
     if (strangers_.size() < MAX_STRANGERS / 2) flooded_ = false;
 }
 
-void rcServerContext::handlerUnregistered(CoIoHandler& handler) {
-    auto* const client = dynamic_cast<Client*>(&handler);
-    if (!client) return;
-    const unsigned id = client->getId();
-    client->close();
+/// The loop does not know the client any more.
+void rcServerContext::drop(Client& client) {
+    const unsigned id = client.getId();
+    client.close();
     strangers_.erase(id);
     {
         // A delayed return on another thread may still hold the client; it then finds it closed.

@@ -108,8 +108,6 @@ class rcServerContext : public rcAppContext {
     /// A client left, or was dropped; its id is not valid any more.
     virtual void clientGone(unsigned clientId);
 
-    void handlerUnregistered(CoIoHandler& handler) override;
-
   private:
     friend class Client;
 
@@ -120,6 +118,7 @@ class rcServerContext : public rcAppContext {
     const rcMethod* findMethod(const rcCommand& command, const Client& client);
     bool findObject(const rcCommand& command, void*& object);
     bool callMethod(const rcMethod& method, void* object, std::string argument);
+    void drop(Client& client);
     bool isFull();
     void makeRoomForStranger();
     void loggedInOrOut(Client& client, bool loggedIn);

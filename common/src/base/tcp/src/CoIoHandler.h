@@ -1,11 +1,12 @@
 #pragma once
 
+#include <functional>
+#include <utility>
+
 namespace Vantrel {
 
-class CoIoDescriptor;
-
-/// Someone who serves one descriptor in an rcAppContext's loop. Every call comes on the loop's thread. A
-/// callback that returns false is unregistered, and is not touched by the loop afterwards.
+/// What serves one descriptor in a CoEventLoop. Every call comes on the loop's thread. A callback that
+/// returns false takes the handler out of the loop, which calls `released` and does not touch it afterwards.
 class CoIoHandler {
   public:
     CoIoHandler() = default;
@@ -13,14 +14,35 @@ class CoIoHandler {
     CoIoHandler& operator=(const CoIoHandler&) = delete;
     virtual ~CoIoHandler() = default;
 
-    /// The descriptor to wait on; null or invalid makes the loop call handleError() and unregister.
-    virtual CoIoDescriptor* getDescriptor() = 0;
+    /// The number of the descriptor to wait on; a negative one makes the loop call handleError() and release
+    /// the handler.
+    virtual int descriptorId() const = 0;
     virtual bool wantsRead() const { return true; }
     virtual bool wantsWrite() const { return false; }
 
     virtual bool handleRead() { return true; }
     virtual bool handleWrite() { return true; }
     virtual bool handleError() { return false; }
+
+    /// The loop has given the handler up, which may be destroyed here.
+    virtual void released() {}
+};
+
+/// Calls a function when a descriptor, which it does not own, is readable.
+class CoReadHandler : public CoIoHandler {
+  public:
+    CoReadHandler(int descriptorId, std::function<void()> onReadable)
+        : descriptorId_(descriptorId), onReadable_(std::move(onReadable)) {}
+
+    int descriptorId() const override { return descriptorId_; }
+    bool handleRead() override {
+        onReadable_();
+        return true;
+    }
+
+  private:
+    const int descriptorId_;
+    const std::function<void()> onReadable_;
 };
 
 }  // namespace Vantrel
