@@ -47,7 +47,7 @@ EventRequest readRequest(const char* command, std::string argument, const Vantre
 void NodeServer::registerEventCommands() {
     rcMethod method;
     method.parameters = {{&rcParamString::TYPE}};
-    method.name = "RegisterEvents";
+    method.name = VantrelCommands::REGISTER_EVENTS.name;
     method.function = [this](void*, const rcMethod& called, rcParam::Array& parameters, rcParam&) {
         const EventRequest request = readRequest(called.name.c_str(), parameters[0].takeStringValue(),
                                                  getCurrentClient()->descriptor());
@@ -60,7 +60,7 @@ void NodeServer::registerEventCommands() {
         return true;
     };
     registerMethod(method);
-    method.name = "UnregisterEvents";
+    method.name = VantrelCommands::UNREGISTER_EVENTS.name;
     method.function = [this](void*, const rcMethod& called, rcParam::Array& parameters, rcParam&) {
         const EventRequest request = readRequest(called.name.c_str(), parameters[0].takeStringValue(),
                                                  getCurrentClient()->descriptor());

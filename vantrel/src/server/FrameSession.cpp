@@ -37,25 +37,6 @@ bool hasParameters(VantrelFrameInterface::Method method) {
     }
 }
 
-/// The protocol version from which on servers have a method.
-VantrelVersion firstVersion(VantrelFrameInterface::Method method) {
-    switch (method) {
-        case VantrelFrameInterface::READ_STREAM:
-        case VantrelFrameInterface::PUSH_FILE:
-        case VantrelFrameInterface::PULL_FILE:
-            return VantrelServerFeatures::STREAMS;
-        case VantrelFrameInterface::READ_FRAME_NO_ACK:
-        case VantrelFrameInterface::READ_FRAME_PARAMS_NO_ACK:
-            return VantrelServerFeatures::READ_WITHOUT_ACKNOWLEDGEMENT;
-        case VantrelFrameInterface::READ_AHEAD_REDIRECT:
-            return VantrelServerFeatures::READ_AHEAD_REDIRECT;
-        case VantrelFrameInterface::INVALIDATE_CACHE:
-            return VantrelServerFeatures::INVALIDATE_CACHE;
-        default:
-            return {0, 0, 0, 0};
-    }
-}
-
 bool standsAlone(VantrelFrameInterface::Method method) {
     return method == VantrelFrameInterface::NO_OP || method == VantrelFrameInterface::INVALIDATE_CACHE;
 }
@@ -128,7 +109,8 @@ FrameSession::Request FrameSession::readRequest() {
     std::string text;
     if (!socket_.readText(text, MAX_METHOD_BYTES)) throw ProtocolError("The request's method is too long.");
     const auto method = VantrelFrameInterface::strToMethod(text);
-    if (!method || !(version_ >= firstVersion(*method))) throw ProtocolError("Unknown method: " + text);
+    if (!method || !(version_ >= VantrelFrameInterface::since(*method)))
+        throw ProtocolError("Unknown method: " + text);
     Request request;
     request.method = *method;
     if (standsAlone(request.method)) return request;

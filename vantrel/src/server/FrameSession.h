@@ -8,7 +8,7 @@
 #include "FrameSocket.h"
 #include "NodeStore.h"
 #include "VantrelFrameInterface.h"
-#include "VantrelServerFeatures.h"
+#include "VantrelVersion.h"
 
 namespace vantreld {
 

@@ -22,8 +22,6 @@ using Vantrel::rcAttrStream;
 
 namespace {
 
-constexpr VantrelVersion ALWAYS{0, 0, 0, 0};
-
 constexpr const char* METADATA_STREAMS[] = {"XML", "BLOB"};
 
 void checkMetaDataStream(const std::string& stream) {
@@ -55,50 +53,50 @@ std::string formatText(const VantrelClipFormat& format) {
 
 }  // namespace
 
-namespace Features = VantrelServerFeatures;
+namespace Commands = VantrelCommands;
 
 const NodeCommands::Command NodeCommands::COMMANDS[] = {
-    {"GetDaemonInfo", ALWAYS, &NodeCommands::getDaemonInfo},
-    {"GetDaemonList", ALWAYS, &NodeCommands::getDaemonList},
-    {"Ping", ALWAYS, &NodeCommands::ping},
-    {"QueryVersion", ALWAYS, &NodeCommands::queryVersion},
-    {"QueryNodePlugInVendor", ALWAYS, &NodeCommands::queryVendor},
-    {"QueryNodePlugInProduct", ALWAYS, &NodeCommands::queryProduct},
-    {"QueryNodePlugInVersion", ALWAYS, &NodeCommands::queryProductVersion},
-    {"GetStorageId", ALWAYS, &NodeCommands::getStorageId},
-    {"GetRootNode", ALWAYS, &NodeCommands::getRootNode},
-    {"GetParentNode", ALWAYS, &NodeCommands::getParentNode},
-    {"GetChildren", ALWAYS, &NodeCommands::getChildren},
-    {"GetChildrenEx", Features::CHILDREN_EX, &NodeCommands::getChildrenEx},
-    {"GetDisplayName", ALWAYS, &NodeCommands::getDisplayName},
-    {"GetDisplayNameEx", Features::CHILDREN_EX, &NodeCommands::getDisplayNameEx},
-    {"GetNodeType", ALWAYS, &NodeCommands::getNodeType},
-    {"GetNodeTypeStr", ALWAYS, &NodeCommands::getNodeTypeStr},
-    {"CanCreateNode", Features::CAN_CREATE_NODE, &NodeCommands::canCreateNode},
-    {"CreateNode", Features::SET_METADATA, &NodeCommands::createNode},
-    {"CreateNodeEx", Features::CREATE_NODE_EX, &NodeCommands::createNodeEx},
-    {"RenameNode", ALWAYS, &NodeCommands::renameNode},
-    {"DuplicateNode", Features::DUPLICATE_NODE, &NodeCommands::duplicateNode},
-    {"DestroyNode", ALWAYS, &NodeCommands::destroyNode},
-    {"QueryMetaDataSupport", ALWAYS, &NodeCommands::queryMetaDataSupport},
-    {"GetMetaData", ALWAYS, &NodeCommands::getMetaData},
-    {"SetMetaData", Features::SET_METADATA, &NodeCommands::setMetaData},
-    {"GetClipFormat", ALWAYS, &NodeCommands::getClipFormat},
-    {"GetClipFormatEx", Features::CLIP_FORMAT_EX, &NodeCommands::getClipFormatEx},
-    {"GetFrames", ALWAYS, &NodeCommands::getFrames},
-    {"GetFramesEx", Features::FRAMES_EX, &NodeCommands::getFramesEx},
-    {"AllocateFrames", ALWAYS, &NodeCommands::allocateFrames},
-    {"AllocateFramesEx", Features::FRAMES_EX, &NodeCommands::allocateFramesEx},
-    {"GetFramePaths", ALWAYS, &NodeCommands::getFramePaths},
-    {"GetFramePathsEx", Features::FRAME_PATHS_EX, &NodeCommands::getFramePathsEx},
-    {"SetFramePaths", Features::LINK_TO_FRAMES, &NodeCommands::setFramePaths},
-    {"SetFramePathsEx", Features::FRAME_PATHS_EX, &NodeCommands::setFramePathsEx},
-    {"GetStreamId", Features::STREAMS, &NodeCommands::getStreamId},
-    {"GetNbReadAheads", Features::READ_AHEADS, &NodeCommands::getNbReadAheads},
-    {"TranslatePaths", ALWAYS, &NodeCommands::translatePaths},
-    {"GetTranslationGroups", ALWAYS, &NodeCommands::getTranslationGroups},
-    {"GetHostTranslations", ALWAYS, &NodeCommands::getHostTranslations},
-    {"GetOsTypeTranslations", ALWAYS, &NodeCommands::getOsTypeTranslations},
+    {Commands::GET_DAEMON_INFO, &NodeCommands::getDaemonInfo},
+    {Commands::GET_DAEMON_LIST, &NodeCommands::getDaemonList},
+    {Commands::PING, &NodeCommands::ping},
+    {Commands::QUERY_VERSION, &NodeCommands::queryVersion},
+    {Commands::QUERY_NODE_PLUG_IN_VENDOR, &NodeCommands::queryVendor},
+    {Commands::QUERY_NODE_PLUG_IN_PRODUCT, &NodeCommands::queryProduct},
+    {Commands::QUERY_NODE_PLUG_IN_VERSION, &NodeCommands::queryProductVersion},
+    {Commands::GET_STORAGE_ID, &NodeCommands::getStorageId},
+    {Commands::GET_ROOT_NODE, &NodeCommands::getRootNode},
+    {Commands::GET_PARENT_NODE, &NodeCommands::getParentNode},
+    {Commands::GET_CHILDREN, &NodeCommands::getChildren},
+    {Commands::GET_CHILDREN_EX, &NodeCommands::getChildrenEx},
+    {Commands::GET_DISPLAY_NAME, &NodeCommands::getDisplayName},
+    {Commands::GET_DISPLAY_NAME_EX, &NodeCommands::getDisplayNameEx},
+    {Commands::GET_NODE_TYPE, &NodeCommands::getNodeType},
+    {Commands::GET_NODE_TYPE_STR, &NodeCommands::getNodeTypeStr},
+    {Commands::CAN_CREATE_NODE, &NodeCommands::canCreateNode},
+    {Commands::CREATE_NODE, &NodeCommands::createNode},
+    {Commands::CREATE_NODE_EX, &NodeCommands::createNodeEx},
+    {Commands::RENAME_NODE, &NodeCommands::renameNode},
+    {Commands::DUPLICATE_NODE, &NodeCommands::duplicateNode},
+    {Commands::DESTROY_NODE, &NodeCommands::destroyNode},
+    {Commands::QUERY_META_DATA_SUPPORT, &NodeCommands::queryMetaDataSupport},
+    {Commands::GET_META_DATA, &NodeCommands::getMetaData},
+    {Commands::SET_META_DATA, &NodeCommands::setMetaData},
+    {Commands::GET_CLIP_FORMAT, &NodeCommands::getClipFormat},
+    {Commands::GET_CLIP_FORMAT_EX, &NodeCommands::getClipFormatEx},
+    {Commands::GET_FRAMES, &NodeCommands::getFrames},
+    {Commands::GET_FRAMES_EX, &NodeCommands::getFramesEx},
+    {Commands::ALLOCATE_FRAMES, &NodeCommands::allocateFrames},
+    {Commands::ALLOCATE_FRAMES_EX, &NodeCommands::allocateFramesEx},
+    {Commands::GET_FRAME_PATHS, &NodeCommands::getFramePaths},
+    {Commands::GET_FRAME_PATHS_EX, &NodeCommands::getFramePathsEx},
+    {Commands::SET_FRAME_PATHS, &NodeCommands::setFramePaths},
+    {Commands::SET_FRAME_PATHS_EX, &NodeCommands::setFramePathsEx},
+    {Commands::GET_STREAM_ID, &NodeCommands::getStreamId},
+    {Commands::GET_NB_READ_AHEADS, &NodeCommands::getNbReadAheads},
+    {Commands::TRANSLATE_PATHS, &NodeCommands::translatePaths},
+    {Commands::GET_TRANSLATION_GROUPS, &NodeCommands::getTranslationGroups},
+    {Commands::GET_HOST_TRANSLATIONS, &NodeCommands::getHostTranslations},
+    {Commands::GET_OS_TYPE_TRANSLATIONS, &NodeCommands::getOsTypeTranslations},
 };
 
 NodeCommands::NodeCommands(NodeStore& store, VantrelVersion version,
@@ -110,15 +108,15 @@ NodeCommands::NodeCommands(NodeStore& store, VantrelVersion version,
 
 std::vector<std::string> NodeCommands::names() const {
     std::vector<std::string> names;
-    for (const Command& command : COMMANDS) {
+    for (const auto& [command, handler] : COMMANDS) {
         if (version_ >= command.since) names.emplace_back(command.name);
     }
     return names;
 }
 
 std::string NodeCommands::call(std::string_view name, const std::string& argument) {
-    for (const Command& command : COMMANDS) {
-        if (name == command.name && version_ >= command.since) return (this->*command.handler)(argument);
+    for (const auto& [command, handler] : COMMANDS) {
+        if (name == command.name && version_ >= command.since) return (this->*handler)(argument);
     }
     throw CoException("Unknown method: " + std::string(name));
 }

@@ -8,8 +8,8 @@
 
 #include "NodeStore.h"
 #include "PathTranslations.h"
+#include "VantrelCommands.h"
 #include "VantrelDaemonInfo.h"
-#include "VantrelServerFeatures.h"
 
 namespace vantreld {
 
@@ -36,8 +36,7 @@ class NodeCommands {
   private:
     using Handler = std::string (NodeCommands::*)(const std::string& argument);
     struct Command {
-        const char* name;
-        VantrelVersion since;
+        const VantrelCommand& command;
         Handler handler;
     };
     static const Command COMMANDS[];

@@ -101,7 +101,7 @@ NodeServer::~NodeServer() {
 
 void NodeServer::registerShutdown() {
     rcMethod method;
-    method.name = "Shutdown";
+    method.name = VantrelCommands::SHUTDOWN.name;
     method.function = [this](void*, const rcMethod&, rcParam::Array&, rcParam&) {
         if (!options_.allowShutdown)
             throw Vantrel::CoException("This server does not let clients shut it down.");

@@ -7,7 +7,7 @@
 #include "Redirection.h"
 #include "VantrelDaemonInfo.h"
 #include "VantrelDiscoverySockets.h"
-#include "VantrelServerFeatures.h"
+#include "VantrelVersion.h"
 
 namespace vantreld {
 

@@ -7,7 +7,6 @@
 #include "CoException.h"
 #include "CoMsg.h"
 #include "VantrelFrameTrace.h"
-#include "VantrelServerFeatures.h"
 #include "VantrelSettings.h"
 
 using Vantrel::CoException;
@@ -15,12 +14,12 @@ using Vantrel::coFormat;
 
 namespace {
 
-bool hasVersion(const VantrelDaemonInfo& info, const VantrelVersion& version) {
-    return VantrelVersion::ofProtocol(info) >= version;
+bool hasMethod(const VantrelDaemonInfo& info, VantrelFrameInterface::Method method) {
+    return VantrelVersion::ofProtocol(info) >= VantrelFrameInterface::since(method);
 }
 
 unsigned redirectionCapacity(const VantrelDaemonInfo& info) {
-    if (!hasVersion(info, VantrelServerFeatures::READ_AHEAD_REDIRECT)) return 0;
+    if (!hasMethod(info, VantrelFrameInterface::READ_AHEAD_REDIRECT)) return 0;
     return static_cast<unsigned>(VantrelSettings::redirectionCacheSize.get());
 }
 
@@ -37,7 +36,7 @@ struct VantrelFrameClientAPI::FrameRead {
 VantrelFrameClientAPI::VantrelFrameClientAPI(VantrelRawDataClientConnection& connection,
                                              const VantrelDaemonInfo& info)
     : connection_(connection),
-      readWithoutAcknowledgement_(hasVersion(info, VantrelServerFeatures::READ_WITHOUT_ACKNOWLEDGEMENT)),
+      readWithoutAcknowledgement_(hasMethod(info, READ_FRAME_NO_ACK)),
       redirectionsEnabled_(redirectionCapacity(info) > 0),
       redirections_(redirectionCapacity(info)) {}
 
@@ -130,8 +129,8 @@ bool VantrelFrameClientAPI::readRedirectedFrame(const FrameRead& frame,
     const VantrelDaemonInfo* target = redirections_.target(frame.id);
     // A record without a version comes from a server of the same age as the one that gave it.
     const bool withoutAcknowledgement =
-        target && hasVersion(*target, {0, 0, 0, 1})
-            ? hasVersion(*target, VantrelServerFeatures::READ_WITHOUT_ACKNOWLEDGEMENT)
+        target && VantrelVersion::ofProtocol(*target) >= VantrelVersion{0, 0, 0, 1}
+            ? hasMethod(*target, READ_FRAME_NO_ACK)
             : readWithoutAcknowledgement_;
 
     const Connection::Operation redirected(*holder);

@@ -4,11 +4,11 @@
 #include <utility>
 
 #include "CoMsg.h"
+#include "VantrelCommands.h"
 #include "VantrelIndexError.h"
 #include "VantrelNodeTypes.h"
-#include "VantrelServerFeatures.h"
 
-namespace Features = VantrelServerFeatures;
+namespace Commands = VantrelCommands;
 using Client = VantrelNodeClientAPI;
 
 VantrelNodeImp::VantrelNodeImp(const VantrelServerHandle* server, const VantrelNodeId& id)
@@ -79,8 +79,8 @@ const VantrelNodeInterface::NodeInfoList* VantrelNodeImp::children() {
     if (!childrenFresh_) {
         children_.clear();
         childrenFresh_ = versionedRequest([this](Client& client, const VantrelVersion& version) {
-            return version >= Features::CHILDREN_EX ? client.getChildrenEx(id_, children_)
-                                                    : client.getChildren(id_, children_);
+            return version >= Commands::GET_CHILDREN_EX.since ? client.getChildrenEx(id_, children_)
+                                                              : client.getChildren(id_, children_);
         });
     }
     return childrenFresh_ ? &children_ : nullptr;
@@ -90,8 +90,8 @@ const std::vector<VantrelFrameId>* VantrelNodeImp::frames() {
     if (!frames_) {
         std::vector<VantrelFrameId> fetched;
         const bool ok = versionedRequest([&](Client& client, const VantrelVersion& version) {
-            return version >= Features::FRAMES_EX ? client.getFramesEx(id_, fetched)
-                                                  : client.getFrames(id_, fetched);
+            return version >= Commands::GET_FRAMES_EX.since ? client.getFramesEx(id_, fetched)
+                                                            : client.getFrames(id_, fetched);
         });
         if (ok) frames_ = std::move(fetched);
     }
@@ -102,8 +102,8 @@ const std::vector<std::string>* VantrelNodeImp::framePaths() {
     if (!framePaths_) {
         std::vector<std::string> fetched;
         const bool ok = versionedRequest([&](Client& client, const VantrelVersion& version) {
-            return version >= Features::FRAME_PATHS_EX ? client.getFramePathsEx(id_, fetched)
-                                                       : client.getFramePaths(id_, fetched);
+            return version >= Commands::GET_FRAME_PATHS_EX.since ? client.getFramePathsEx(id_, fetched)
+                                                                 : client.getFramePaths(id_, fetched);
         });
         if (ok) framePaths_ = std::move(fetched);
     }
@@ -123,8 +123,8 @@ const std::vector<std::string>* VantrelNodeImp::metaDataStreams() {
 bool VantrelNodeImp::fetchClipFormat() {
     VantrelClipFormat fetched;
     const bool ok = versionedRequest([&](Client& client, const VantrelVersion& version) {
-        return version >= Features::CLIP_FORMAT_EX ? client.getClipFormatEx(id_, fetched)
-                                                   : client.getClipFormat(id_, fetched);
+        return version >= Commands::GET_CLIP_FORMAT_EX.since ? client.getClipFormatEx(id_, fetched)
+                                                             : client.getClipFormat(id_, fetched);
     });
     if (ok) clipFormat_ = fetched;
     return ok;
@@ -138,8 +138,8 @@ const char* VantrelNodeImp::displayName() {
     if (!displayName_) {
         std::string fetched;
         const bool ok = versionedRequest([&](Client& client, const VantrelVersion& version) {
-            return version >= Features::CHILDREN_EX ? client.getDisplayNameEx(id_, fetched)
-                                                    : client.getDisplayName(id_, fetched);
+            return version >= Commands::GET_CHILDREN_EX.since ? client.getDisplayNameEx(id_, fetched)
+                                                              : client.getDisplayName(id_, fetched);
         });
         if (ok) displayName_ = std::move(fetched);
     }
@@ -168,7 +168,7 @@ bool VantrelNodeImp::canCreate(const char* extendedType, bool& can) {
     VantrelServerImp* server = serverImp();
     VantrelVersion version{};
     if (!server || !server->protocolVersion(version)) return false;
-    if (version >= Features::CAN_CREATE_NODE) {
+    if (version >= Commands::CAN_CREATE_NODE.since) {
         return request([&](Client& client) { return client.canCreateNode(id_, extendedType, can); });
     }
     const Type* own = type();
@@ -187,11 +187,11 @@ bool VantrelNodeImp::create(const char* name, VantrelNodeInterface::NodeType kin
     VantrelServerImp* server = serverImp();
     if (!server) return false;
     if (kind == VantrelNodeInterface::CONTAINER &&
-        !server->requireVersion(Features::SET_METADATA, VantrelServerImp::NOT_SUPPORTED)) {
+        !server->requireVersion(Commands::SET_META_DATA.since, VantrelServerImp::NOT_SUPPORTED)) {
         return false;
     }
     const bool ok = versionedRequest([&](Client& client, const VantrelVersion& version) {
-        return version >= Features::CREATE_NODE_EX
+        return version >= Commands::CREATE_NODE_EX.since
                    ? client.createNodeEx(id_, name, kind, extendedType, stream, metaData, format, created)
                    : client.createNode(id_, name, kind, extendedType, format, created);
     });
@@ -202,7 +202,7 @@ bool VantrelNodeImp::create(const char* name, VantrelNodeInterface::NodeType kin
 bool VantrelNodeImp::duplicate(const VantrelNodeId& source, const char* name, VantrelNodeId& copy) {
     VantrelServerImp* server = serverImp();
     const bool ok = server &&
-                    server->requireVersion(Features::DUPLICATE_NODE, VantrelServerImp::NOT_SUPPORTED) &&
+                    server->requireVersion(Commands::DUPLICATE_NODE.since, VantrelServerImp::NOT_SUPPORTED) &&
                     request([&](Client& client) { return client.duplicateNode(id_, source, name, copy); });
     if (ok) childrenFresh_ = false;
     return ok;
@@ -230,7 +230,7 @@ bool VantrelNodeImp::getMetaData(const char* stream, const char* filter, int dep
 
 bool VantrelNodeImp::setMetaData(const char* stream, const char* metaData) {
     VantrelServerImp* server = serverImp();
-    return server && server->requireVersion(Features::SET_METADATA, VantrelServerImp::NOT_SUPPORTED) &&
+    return server && server->requireVersion(Commands::SET_META_DATA.since, VantrelServerImp::NOT_SUPPORTED) &&
            request([&](Client& client) { return client.setMetaData(id_, stream, metaData); });
 }
 
@@ -245,8 +245,9 @@ bool VantrelNodeImp::setNumFrames(unsigned count) {
     std::vector<VantrelFrameId> allocated;
     const bool ok = versionedRequest([&](Client& client, const VantrelVersion& version) {
         const int frames = static_cast<int>(count);
-        return version >= Features::FRAMES_EX ? client.allocateFramesEx(id_, frames, *clipFormat_, allocated)
-                                              : client.allocateFrames(id_, frames, *clipFormat_, allocated);
+        return version >= Commands::GET_FRAMES_EX.since
+                   ? client.allocateFramesEx(id_, frames, *clipFormat_, allocated)
+                   : client.allocateFrames(id_, frames, *clipFormat_, allocated);
     });
     if (ok) forgetFrames();
     return ok;
@@ -255,14 +256,15 @@ bool VantrelNodeImp::setNumFrames(unsigned count) {
 bool VantrelNodeImp::linkToFrames(const std::vector<std::string>& paths) {
     VantrelServerImp* server = serverImp();
     if (!server ||
-        !server->requireVersion(Features::LINK_TO_FRAMES,
+        !server->requireVersion(Commands::SET_FRAME_PATHS.since,
                                 "Server does not support linking to existing media files.") ||
         !fetchClipFormat()) {
         return false;
     }
     const bool ok = versionedRequest([&](Client& client, const VantrelVersion& version) {
-        return version >= Features::FRAME_PATHS_EX ? client.setFramePathsEx(id_, paths, *clipFormat_)
-                                                   : client.setFramePaths(id_, paths, *clipFormat_);
+        return version >= Commands::GET_FRAME_PATHS_EX.since
+                   ? client.setFramePathsEx(id_, paths, *clipFormat_)
+                   : client.setFramePaths(id_, paths, *clipFormat_);
     });
     if (ok) forgetFrames();
     return ok;
@@ -270,7 +272,7 @@ bool VantrelNodeImp::linkToFrames(const std::vector<std::string>& paths) {
 
 bool VantrelNodeImp::streamId(VantrelStr& streamId) {
     return versionedRequest([&](Client& client, const VantrelVersion& version) {
-        if (version >= Features::STREAMS) return client.getStreamId(id_, streamId);
+        if (version >= Commands::GET_STREAM_ID.since) return client.getStreamId(id_, streamId);
         streamId.clear();
         return true;
     });
@@ -278,7 +280,8 @@ bool VantrelNodeImp::streamId(VantrelStr& streamId) {
 
 bool VantrelNodeImp::getNbReadAheads(int& count) {
     VantrelServerImp* server = serverImp();
-    return server && server->requireVersion(Features::READ_AHEADS, VantrelServerImp::NOT_SUPPORTED) &&
+    return server &&
+           server->requireVersion(Commands::GET_NB_READ_AHEADS.since, VantrelServerImp::NOT_SUPPORTED) &&
            request([&](Client& client) { return client.getNbReadAheads(id_, count); });
 }
 

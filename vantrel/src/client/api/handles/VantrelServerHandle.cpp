@@ -93,7 +93,9 @@ VantrelServerImp* checkHandler(VantrelServerImp* server, const VantrelNodeEvent:
 // What servers have had since streams exist.
 template <typename Call>
 bool streamRequest(VantrelServerImp* server, Call call) {
-    return server && server->requireVersion(VantrelServerFeatures::STREAMS, Vantrel::coErrorText(EACCES)) &&
+    return server &&
+           server->requireVersion(VantrelFrameInterface::since(VantrelFrameInterface::READ_STREAM),
+                                  Vantrel::coErrorText(EACCES)) &&
            server->frameRequest(call);
 }
 
@@ -241,6 +243,6 @@ bool VantrelServerHandle::invalidateCache() const {
     VantrelServerImp* server = imp();
     VantrelVersion version{};
     if (!server || !server->protocolVersion(version)) return false;
-    if (!(version >= VantrelServerFeatures::INVALIDATE_CACHE)) return true;
+    if (!(version >= VantrelFrameInterface::since(VantrelFrameInterface::INVALIDATE_CACHE))) return true;
     return server->frameRequest([](VantrelFrameClientAPI& client) { client.invalidateCache(); });
 }

@@ -16,8 +16,8 @@
 #include "VantrelFrameClientAPI.h"
 #include "VantrelNodeClientAPI.h"
 #include "VantrelRawDataClientConnection.h"
-#include "VantrelServerFeatures.h"
 #include "VantrelSharedConnection.h"
+#include "VantrelVersion.h"
 
 /// What stands behind a server handle: the shared metadata connection and the command clients on it, the
 /// frame connection, the last error. One recursive lock serialises everything but `isConnected` and `stop`.

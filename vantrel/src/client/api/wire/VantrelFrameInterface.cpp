@@ -5,33 +5,42 @@
 
 namespace {
 
+struct MethodRow {
+    const char* text;
+    VantrelVersion since = {0, 0, 0, 0};
+};
+
 // In the order of the enumeration.
-constexpr const char* METHOD_TEXTS[] = {
-    "ReadFrame",
-    "WriteFrame",
-    "ReadAhead",
-    "NoOp",
-    "PullFile",
-    "PushFile",
-    "ReadStream",
-    "ReadFrameNoAck",
-    "ReadFrameParams",
-    "ReadAheadParams",
-    "ReadFrameParamsNoAck",
-    "ReadAheadRedirect",
-    "InvalidateCache",
+constexpr MethodRow METHODS[] = {
+    {"ReadFrame"},
+    {"WriteFrame"},
+    {"ReadAhead"},
+    {"NoOp"},
+    {"PullFile", {2007, 1, 0, 0}},
+    {"PushFile", {2007, 1, 0, 0}},
+    {"ReadStream", {2007, 1, 0, 0}},
+    {"ReadFrameNoAck", {2010, 0, 0, 0}},
+    {"ReadFrameParams"},
+    {"ReadAheadParams"},
+    {"ReadFrameParamsNoAck", {2010, 0, 0, 0}},
+    {"ReadAheadRedirect", {2011, 0, 0, 0}},
+    {"InvalidateCache", {2012, 0, 0, 5120}},
 };
 
 }  // namespace
 
 const char* VantrelFrameInterface::methodToStr(Method method) {
     const int index = method;
-    return index >= 0 && index < static_cast<int>(std::size(METHOD_TEXTS)) ? METHOD_TEXTS[index] : "";
+    return index >= 0 && index < static_cast<int>(std::size(METHODS)) ? METHODS[index].text : "";
+}
+
+VantrelVersion VantrelFrameInterface::since(Method method) {
+    return METHODS[method].since;
 }
 
 std::optional<VantrelFrameInterface::Method> VantrelFrameInterface::strToMethod(std::string_view text) {
-    for (std::size_t i = 0; i < std::size(METHOD_TEXTS); ++i) {
-        if (text == METHOD_TEXTS[i]) return static_cast<Method>(i);
+    for (std::size_t i = 0; i < std::size(METHODS); ++i) {
+        if (text == METHODS[i].text) return static_cast<Method>(i);
     }
     return std::nullopt;
 }

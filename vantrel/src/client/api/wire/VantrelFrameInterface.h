@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "VantrelVersion.h"
+
 /// The texts of the frame protocol: method names, request headers, sizes. Pure text, no I/O: the frame client
 /// and the embedded server both speak through it. Thread-safe.
 class VantrelFrameInterface {
@@ -34,6 +36,8 @@ class VantrelFrameInterface {
     static const char* methodToStr(Method method);
     /// The method of that exact text; none for any other text.
     static std::optional<Method> strToMethod(std::string_view text);
+    /// The protocol version from which on servers have a method of the enumeration.
+    static VantrelVersion since(Method method);
 
     /// What stands in place of a frame, followed by the error's text, when a read without acknowledgement
     /// fails.
