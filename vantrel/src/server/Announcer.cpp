@@ -53,39 +53,14 @@ bool isPlain(const std::string& text) {
            text.compare(0, start.size(), start) == 0 && text.size() == start.size() + length;
 }
 
-template <typename Get>
-unsigned countIPs(Get get) {
-    unsigned count = 0;
-    while (count < VantrelDaemonInfo::MAX_IPS && *get(count) != '\0') ++count;
-    return count;
-}
-
-unsigned metadataIPs(const VantrelDaemonInfo& info) {
-    return countIPs([&info](unsigned slot) { return info.getMetadataIP(slot); });
-}
-
-unsigned dataIPs(const VantrelDaemonInfo& info) {
-    return countIPs([&info](unsigned slot) { return info.getDataIP(slot); });
-}
-
-bool hasLoopbackIP(const VantrelDaemonInfo& info) {
-    for (unsigned slot = 0; slot < VantrelDaemonInfo::MAX_IPS; ++slot) {
-        if (VantrelOS::isLoopBackIP(info.getMetadataIP(slot))) return true;
-        if (VantrelOS::isLoopBackIP(info.getDataIP(slot))) return true;
-    }
-    return false;
-}
-
 /// Whether a numeric address, a link-local one with its zone, is one of this host.
 bool isOwnIP(const std::string& ip) {
     return VantrelOS::isLocalIP(ip.substr(0, ip.find(ZONE)).c_str());
 }
 
 bool isReachedByThisHostOnly(const VantrelDaemonInfo& info) {
-    for (unsigned slot = 0; slot < metadataIPs(info); ++slot) {
-        if (!VantrelOS::isLoopBackIP(info.getMetadataIP(slot))) return false;
-    }
-    return true;
+    return std::all_of(info.metadataIPs().begin(), info.metadataIPs().end(),
+                       [](const VantrelStr& ip) { return VantrelOS::isLoopBackIP(ip.c_str()); });
 }
 
 bool othersHearUs() {
@@ -104,8 +79,8 @@ bool fits(const VantrelDaemonInfo& info) {
 
 VantrelDaemonInfo fitIntoDatagram(VantrelDaemonInfo info, bool& cut) {
     cut = false;
-    unsigned metadata = metadataIPs(info);
-    unsigned data = dataIPs(info);
+    unsigned metadata = info.metadataIPs().size();
+    unsigned data = info.dataIPs().size();
     while (metadata + data > 1 && !fits(info)) {
         cut = true;
         if (data >= metadata) {
@@ -229,7 +204,7 @@ bool Announcer::announce() {
         CO_MSG_ERROR("This server is not announced: its names are too long for a datagram.");
     } else if (cut && !wasTold) {
         CO_MSG_WARNING("Not all addresses of this server fit into its announcement: %u and %u are told.",
-                       metadataIPs(self_), dataIPs(self_));
+                       self_.metadataIPs().size(), self_.dataIPs().size());
     }
     return !fits_ || quiet_ || sockets_->send(Protocol::DISCOVER_SERVERS, self_.toAttrStream());
 }
@@ -267,7 +242,7 @@ void Announcer::handle(const VantrelDiscoverySockets::Datagram& datagram) {
     if (type == Protocol::FIND_SERVERS) return answer(info, datagram.ip, datagram.port);
     if (isSelf(info)) return;
     // Another host's 127.0.0.1 tells nothing here, and would make one server of several.
-    if (hasLoopbackIP(info) && !isOwnIP(datagram.ip)) info.removeLoopbackIPs();
+    if (info.hasLoopbackIP() && !isOwnIP(datagram.ip)) info.removeLoopbackIPs();
     if (type == Protocol::DISCOVER_SERVERS || type == Protocol::DISCOVER_SERVERS_REPLY) {
         known_.add(info);
     } else if (type == Protocol::REMOVE_SERVER) {

@@ -8,6 +8,7 @@
 
 #include "CoException.h"
 #include "CoMsg.h"
+#include "VantrelDaemonHost.h"
 
 namespace vantreld {
 
@@ -48,7 +49,7 @@ FrameServer::FrameServer(NodeStore& store, const Settings& settings) : store_(st
     if (!listener_.listen(settings.port, address))
         throw CoException(
             coFormat("Cannot listen on frame port %d: %s", settings.port, listener_.lastErrorText().c_str()));
-    localListener_ = std::make_unique<LocalSocket>(VantrelDaemonInfo::frameMsgQPath(port()));
+    localListener_ = std::make_unique<LocalSocket>(VantrelDaemonHost::frameMsgQPath(port()));
     acceptor_ = std::make_unique<CoThread>(
         "VT Frame Port", [this] { acceptConnections(); }, [this] { loop_.stop(); });
 }

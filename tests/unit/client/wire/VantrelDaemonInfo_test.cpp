@@ -1,10 +1,7 @@
 #include "VantrelDaemonInfo.h"
 
 #include <gmock/gmock.h>
-#include <unistd.h>
 
-#include <cstdlib>
-#include <fstream>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -20,31 +17,6 @@ using Vantrel::CoMsg;
 using Vantrel::rcAttrStream;
 
 namespace {
-
-const char* const LOCAL_UUID = "6f1c9bd0-3c0a-4c43-9d5c-0a4bb0e2f8b1";
-const char* const OTHER_UUID = "0d2f7b0a-95c5-4f7e-8f2d-5a6b1b7e9c11";
-
-/// A folder with the host's configuration, in place before anything is read.
-class Host : public testing::Environment {
-  public:
-    void SetUp() override {
-        char path[] = "/tmp/vantrel-daemon-info-XXXXXX";
-        ASSERT_NE(::mkdtemp(path), nullptr);
-        folder() = path;
-        std::ofstream(folder() + "/network.cfg") << "[Local]\nUUID=" << LOCAL_UUID << "\n";
-        ::setenv("QD_NETWORK_CFG_FILE", (folder() + "/network.cfg").c_str(), 1);
-    }
-    void TearDown() override {
-        ::unlink((folder() + "/network.cfg").c_str());
-        ::rmdir(folder().c_str());
-    }
-    static std::string& folder() {
-        static std::string folder;
-        return folder;
-    }
-};
-
-const testing::Environment* const host = testing::AddGlobalTestEnvironment(new Host);
 
 using IPs = std::vector<std::string>;
 
@@ -230,92 +202,27 @@ TEST(DaemonInfo, SortsByDisplayNameThenDatabase) {
     }
 }
 
-VantrelDaemonInfo server(const char* storageId, const char* database, const char* uuid, const IPs& metadata,
-                         const IPs& data = {}) {
-    VantrelDaemonInfo info = withIPs(metadata, data);
-    info.setStorageId(storageId);
-    info.setDatabase(database);
-    info.setHostUUID(uuid);
-    info.setNodePort(7549);
-    return info;
-}
-
-TEST(DaemonInfo, SameServerAsAnotherRecord) {
-    const std::string far = farIP(1);
-    const std::string farther = farIP(2);
-    const std::tuple<const char*, VantrelDaemonInfo, VantrelDaemonInfo, bool> cases[] = {
-        {"storage ids differ", server("s1", "d", "u", {far}), server("s2", "d", "u", {far}), false},
-        {"storage id alone", server("s1", "d", "u", {far}), server("s1", "e", "v", {farther}), true},
-        {"one without a storage id", server("s1", "d", "u", {far}), server("", "d", "u", {far}), false},
-        {"databases differ", server("", "d", "u", {far}), server("", "e", "u", {far}), false},
-        {"host ids", server("", "d", "u", {far}), server("", "d", "u", {farther}), true},
-        {"host ids differ", server("", "d", "u", {far}), server("", "d", "v", {far}), false},
-        {"addresses", server("", "d", "", {farIP(3), far}), server("", "d", "", {farther, far}), true},
-        {"data and metadata address", server("", "d", "", {}, {far}), server("", "d", "", {far}), true},
-        {"no address at all", server("", "d", "", {}), server("", "d", "", {}), false},
-    };
-    for (const auto& [what, left, right, same] : cases) {
-        EXPECT_EQ(left.isSameServer(right), same) << what;
-        EXPECT_EQ(right.isSameServer(left), same) << what << ", the other way";
-    }
-}
-
-TEST(DaemonInfo, SameServerAsAnId) {
-    const std::string far = farIP(1);
-    const VantrelDaemonInfo info = server("s1", "db", "", {farIP(2), far}, {farIP(3)});
-    const auto id = [](const char* storageId, const char* database, const std::string& address, int port) {
-        VantrelServerId made(database, address.c_str(), port);
-        made.setStorageId(storageId);
-        return made;
-    };
-    const struct {
-        const char* what;
-        VantrelServerId id;
-        bool same;
-    } cases[] = {
-        {"storage id alone", id("s1", "other", "192.0.2.1", 1), true},
-        {"other storage id", id("s2", "db", far, 7549), false},
-        {"address", id("", "", far, 0), true},
-        {"address, port and database", id("", "db", far, 7549), true},
-        {"other port", id("", "db", far, 7550), false},
-        {"other database", id("", "DB", far, 7549), false},
-        {"data address", id("", "", farIP(3), 7549), true},
-        {"other address", id("", "db", farIP(4), 7549), false},
-    };
-    for (const auto& c : cases) EXPECT_EQ(info.isSameServer(c.id), c.same) << c.what;
-}
-
-TEST(DaemonInfo, SameHost) {
-    VantrelDaemonInfo local = withIPs({farIP(1)});
-    local.setHostUUID(LOCAL_UUID);
-    VantrelDaemonInfo remote = withIPs({farIP(1), "127.0.0.1"});
-    remote.setHostUUID(OTHER_UUID);
-    const VantrelDaemonInfo silent = withIPs({farIP(1)});
-    const std::tuple<const char*, const VantrelDaemonInfo&, std::string, bool> cases[] = {
-        {"own address", silent, farIP(1), true},
-        {"nothing", silent, "", false},
-        {"this host, record of this host", local, "127.0.0.1", true},
-        {"this host by name", local, "localhost", true},
-        {"this host, record of another", silent, "127.0.0.1", false},
-        {"loopback that the record lists", remote, "127.0.0.1", true}};
-    for (const auto& [what, info, address, same] : cases)
-        EXPECT_EQ(info.isSameHost(address.c_str()), same) << what;
-    EXPECT_FALSE(silent.isSameHost(nullptr));
-
-    VantrelDaemonInfo named;
-    named.setHostName("127.0.0.1");
-    EXPECT_TRUE(local.isSameHost(named));
-    EXPECT_FALSE(silent.isSameHost(named));
-    EXPECT_TRUE(silent.isSameHost(withIPs({}, {farIP(9), farIP(1)})));
-}
-
-TEST(DaemonInfo, IsLocalByTheHostsIdentity) {
-    VantrelDaemonInfo info = withIPs({"127.0.0.1", "::1"});
-    EXPECT_FALSE(info.isLocal());  // every host has these addresses
-    info.setHostUUID(OTHER_UUID);
-    EXPECT_FALSE(info.isLocal());
-    info.setHostUUID(LOCAL_UUID);
-    EXPECT_TRUE(info.isLocal());
+TEST(DaemonInfo, TheFirstEmptySlotEndsAList) {
+    VantrelDaemonInfo info;
+    info.setMetadataIP(3, "D");
+    EXPECT_THAT(metadataIPs(info), IsEmpty());
+    EXPECT_EQ(info.metadataIPs().size(), 0u);
+    EXPECT_STREQ(info.getMetadataIP(3), "D");
+    EXPECT_EQ(info.toAttrStream().text(), VantrelDaemonInfo().toAttrStream().text());
+    EXPECT_NE(info, VantrelDaemonInfo());
+    for (const char* ip : {"C", "B", "127.0.0.1"}) info.prependMetadataIP(ip);
+    EXPECT_EQ(metadataIPs(info), (IPs{"127.0.0.1", "B", "C", "D"}));
+    info.setMetadataIP(1, "");
+    EXPECT_EQ(info.metadataIPs().size(), 1u);
+    info.setDataIP(1, "::1");
+    EXPECT_TRUE(info.hasLoopbackIP());
+    info.removeLoopbackIPs();
+    EXPECT_FALSE(info.hasLoopbackIP());
+    EXPECT_STREQ(info.getDataIP(1), "");
+    EXPECT_STREQ(info.getMetadataIP(0), "");
+    EXPECT_STREQ(info.getMetadataIP(1), "C");
+    for (const unsigned slot : {1u, 2u}) info.setMetadataIP(slot, nullptr);
+    EXPECT_EQ(info, VantrelDaemonInfo());
 }
 
 }  // namespace

@@ -5,7 +5,7 @@
 #include "CoException.h"
 #include "CoMsg.h"
 #include "CoProcess.h"
-#include "VantrelDaemonInfo.h"
+#include "VantrelDaemonHost.h"
 #include "VantrelDaemonInfoMgr.h"
 #include "VantrelResolver.h"
 #include "VantrelSettings.h"
@@ -89,8 +89,8 @@ void VantrelRawDataClientConnection::connect() {
 }
 
 bool VantrelRawDataClientConnection::connectLocally(const VantrelDaemonInfo& info) {
-    const std::string path = info.getFrameMsgQ();
-    if (path.empty() || !info.isLocal()) return false;
+    const std::string path = VantrelDaemonHost::getFrameMsgQ(info);
+    if (path.empty() || !VantrelDaemonHost::isLocal(info)) return false;
     const std::string name = coPrintable(info.getDisplayName());
     const std::string storageId = coPrintable(info.getStorageId());
     CO_MSG_NOTICE("Connecting to server '%s' / '%s' using '%s'.", name.c_str(), storageId.c_str(),

@@ -1,6 +1,6 @@
 #include <vantrel/VantrelServerInfo.h>
 
-#include "VantrelDaemonInfo.h"
+#include "VantrelDaemonHost.h"
 
 VantrelServerInfo::VantrelServerInfo() : info_(new VantrelDaemonInfo) {}
 VantrelServerInfo::VantrelServerInfo(const VantrelServerInfo& other)
@@ -112,16 +112,16 @@ void VantrelServerInfo::setFlags(unsigned int bits) {
 }
 
 bool VantrelServerInfo::isLocal() const {
-    return info_->isLocal();
+    return VantrelDaemonHost::isLocal(*info_);
 }
 bool VantrelServerInfo::hasSessions() const {
     return info_->hasSessions();
 }
 bool VantrelServerInfo::isSameServer(const VantrelServerId& serverId) const {
-    return info_->isSameServer(serverId);
+    return VantrelDaemonHost::isSameServer(*info_, serverId);
 }
 bool VantrelServerInfo::isSameServer(const VantrelServerInfo& other) const {
-    return info_->isSameServer(*other.info_);
+    return VantrelDaemonHost::isSameServer(*info_, *other.info_);
 }
 bool VantrelServerInfo::operator==(const VantrelServerInfo& other) const {
     return *info_ == *other.info_;

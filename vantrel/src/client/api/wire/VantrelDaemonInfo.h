@@ -3,20 +3,21 @@
 #include <vantrel/VantrelTypes.h>
 
 #include <cstdint>
-#include <string>
 
 #include "CoTime.h"
+#include "VantrelIPList.h"
 #include "rcAttrStream.h"
 
 /// The identity card of one server daemon: where it is reached, what it is, a few state bits. A plain value
-/// without links to other objects. Thread safety: one record is used by one thread at a time; different
-/// records are independent. Texts that are not set are empty, numbers 0.
+/// without links to other objects, which asks nothing of the host: VantrelDaemonHost does. Thread safety: one
+/// record is used by one thread at a time; different records are independent. Texts that are not set are
+/// empty, numbers 0.
 class VantrelDaemonInfo {
   public:
     /// Slots of each address list. The first empty slot ends a list.
-    static constexpr unsigned MAX_IPS = 64;
+    static constexpr unsigned MAX_IPS = VantrelIPList::MAX_SLOTS;
 
-    /// TCP ports of the services of a daemon that tells none.
+    /// TCP ports of the services of a daemon whose record gives none.
     static constexpr int DEFAULT_NODE_PORT = 7549;
     static constexpr int DEFAULT_FRAME_PORT = 7550;
 
@@ -36,10 +37,15 @@ class VantrelDaemonInfo {
     void setMetadataIP(unsigned index, const char* ip);
     void setDataIP(unsigned index, const char* ip);
     /// Text of a slot; empty also for an index of MAX_IPS or more.
-    const char* getMetadataIP(unsigned index) const;
-    const char* getDataIP(unsigned index) const;
+    const char* getMetadataIP(unsigned index) const { return metadataIPs_.get(index); }
+    const char* getDataIP(unsigned index) const { return dataIPs_.get(index); }
+    /// The lists up to their ends.
+    const VantrelIPList& metadataIPs() const { return metadataIPs_; }
+    const VantrelIPList& dataIPs() const { return dataIPs_; }
     /// Empties every slot of both lists.
     void resetIPs();
+    /// Whether any slot of either list holds a loopback address.
+    bool hasLoopbackIP() const { return metadataIPs_.hasLoopback() || dataIPs_.hasLoopback(); }
     /// Takes the loopback addresses out of both lists: from another host they lead nowhere. The rest keeps
     /// its order.
     void removeLoopbackIPs();
@@ -110,19 +116,8 @@ class VantrelDaemonInfo {
     void setFlags(unsigned bits) { flags_ |= bits; }
     bool hasSessions() const { return (flags_ & HAS_SESSIONS) != 0; }
 
-    // --- Comparing and locating. Host names are looked up, within LOOKUP_TIMEOUT_MS for a whole call ---
+    // --- Comparing ---
 
-    static constexpr unsigned LOOKUP_TIMEOUT_MS = 5000;
-
-    /// Whether the daemon runs on this host: by the host's UUID, or, for a daemon that tells none, by an
-    /// address other than loopback that this host carries.
-    bool isLocal() const;
-    /// Whether an address or host name, or another record, denotes this daemon's host.
-    bool isSameHost(const char* address) const;
-    bool isSameHost(const VantrelDaemonInfo& other) const;
-    /// Whether another record, or a server id, denotes this server.
-    bool isSameServer(const VantrelDaemonInfo& other) const;
-    bool isSameServer(const VantrelServerId& serverId) const;
     /// Every field but the upper bounds of the port ranges is equal, last update included.
     bool operator==(const VantrelDaemonInfo& other) const;
     bool operator!=(const VantrelDaemonInfo& other) const { return !(*this == other); }
@@ -132,17 +127,9 @@ class VantrelDaemonInfo {
     /// Database, first metadata address, node port and storage id.
     VantrelServerId getServerId() const;
 
-    /// Path of the local socket on which a daemon of this host serves frames; empty when there is none.
-    std::string getFrameMsgQ() const;
-    /// Where a daemon with that frame port has its local socket, existing or not.
-    static std::string frameMsgQPath(int framePort);
-
   private:
-    bool hasHostOf(const VantrelDaemonInfo& other, const Vantrel::CoDeadline& deadline) const;
-    bool hasHost(const std::string& numericAddress) const;
-
-    VantrelStr metadataIPs_[MAX_IPS];
-    VantrelStr dataIPs_[MAX_IPS];
+    VantrelIPList metadataIPs_;
+    VantrelIPList dataIPs_;
     VantrelStr hostName_;
     VantrelStr displayName_;
     VantrelOS::OsType osType_ = VantrelOS::Unknown;

@@ -17,6 +17,7 @@
 #include "CoMsg.h"
 #include "CoProcess.h"
 #include "QdDsoMgr.h"
+#include "VantrelDaemonHost.h"
 #include "VantrelMulticastTime.h"
 #include "VantrelSettings.h"
 
@@ -59,16 +60,6 @@ CoTime::Microseconds resyncPeriod() {
 int pollTimeoutMs(CoTime::Microseconds timeout) {
     const CoTime::Microseconds roundedUp = (timeout + CoTime::PER_MILLISECOND - 1) / CoTime::PER_MILLISECOND;
     return static_cast<int>(std::clamp<CoTime::Microseconds>(roundedUp, 0, INT_MAX));
-}
-
-bool hasLoopbackIP(const VantrelDaemonInfo& info) {
-    for (unsigned i = 0; i < VantrelDaemonInfo::MAX_IPS; ++i) {
-        const char* const metadataIP = info.getMetadataIP(i);
-        const char* const dataIP = info.getDataIP(i);
-        if (!*metadataIP && !*dataIP) return false;
-        if (VantrelOS::isLoopBackIP(metadataIP) || VantrelOS::isLoopBackIP(dataIP)) return true;
-    }
-    return false;
 }
 
 }  // namespace
@@ -315,7 +306,7 @@ void VantrelMulticastClient::handle(Protocol::RequestType type, const rcAttrStre
     VantrelDaemonInfo info(payload);
     // The same as below for strangers, at less cost: one look at this host's addresses, not one for each of
     // theirs.
-    const bool mayBeLocal = *info.getHostUUID() || !hasLoopbackIP(info) || VantrelOS::isLocalIP(fromAddress);
+    const bool mayBeLocal = *info.getHostUUID() || !info.hasLoopbackIP() || VantrelOS::isLocalIP(fromAddress);
     if (!mayBeLocal) info.removeLoopbackIPs();
     if (type == Protocol::REMOVE_SERVER) {
         // Else a remote server's loopback address would denote one of this host.
@@ -342,8 +333,8 @@ bool VantrelMulticastClient::send(Protocol::RequestType type, const rcAttrStream
 
 void VantrelMulticastClient::removeForeignLoopbackIPs(VantrelDaemonInfo& info) {
     // Telling whether a daemon is local costs more than looking for such an address.
-    if (!hasLoopbackIP(info)) return;
-    if (VantrelSettings::noLoopback.get() || !info.isLocal()) info.removeLoopbackIPs();
+    if (!info.hasLoopbackIP()) return;
+    if (VantrelSettings::noLoopback.get() || !VantrelDaemonHost::isLocal(info)) info.removeLoopbackIPs();
 }
 
 void VantrelMulticastClient::fixVantrelDaemonInfo(VantrelDaemonInfo& info) {
@@ -374,7 +365,7 @@ Change VantrelMulticastClient::add(const VantrelDaemonInfo& info) {
 // A search that this host's own daemon does not answer is worth a message, once there was one.
 void VantrelMulticastClient::noteLocalDaemon(const VantrelDaemonInfo& info, Change change) {
     const char* const uuid = info.getHostUUID();
-    const bool local = *uuid && change != Change::None && info.isLocal();
+    const bool local = *uuid && change != Change::None && VantrelDaemonHost::isLocal(info);
     const std::lock_guard<std::mutex> lock(mutex_);
     if (local) localUUID_ = uuid;
     if (*uuid && localUUID_ == uuid) localHeardAt_ = CoTime::getTime();

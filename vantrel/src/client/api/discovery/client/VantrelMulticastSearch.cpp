@@ -9,6 +9,7 @@
 #include "CoIoTcpDescriptor.h"
 #include "CoMsg.h"
 #include "CoNameLookup.h"
+#include "VantrelDaemonHost.h"
 #include "VantrelMulticastClient.h"
 #include "VantrelMulticastTime.h"
 #include "VantrelSettings.h"
@@ -33,13 +34,13 @@ constexpr CoTime::Microseconds fromMs(unsigned milliseconds) {
     return milliseconds * CoTime::PER_MILLISECOND;
 }
 
-std::string joinedIPs(const VantrelDaemonInfo& info, const char* (VantrelDaemonInfo::*ip)(unsigned) const) {
-    std::string joined;
-    for (unsigned i = 0; i < VantrelDaemonInfo::MAX_IPS && *(info.*ip)(i); ++i) {
-        if (i > 0) joined += ' ';
-        joined += (info.*ip)(i);
+std::string joined(const VantrelIPList& ips) {
+    std::string text;
+    for (const VantrelStr& ip : ips) {
+        if (!text.empty()) text += ' ';
+        text += ip.c_str();
     }
-    return coPrintable(joined);
+    return coPrintable(text);
 }
 
 void logResolved(const VantrelServerId& id, const VantrelDaemonInfo& info) {
@@ -50,9 +51,8 @@ void logResolved(const VantrelServerId& id, const VantrelDaemonInfo& info) {
         " Ports       : %u / %u\n Metadata IPs: %s\n Data IPs    : %s",
         id.getId(), id.getIPAddr(), id.getPort(), id.getDB(), coPrintable(info.getDisplayName()).c_str(),
         storageId.c_str(), static_cast<unsigned>(info.getNodePort()),
-        static_cast<unsigned>(info.getFramePort()),
-        joinedIPs(info, &VantrelDaemonInfo::getMetadataIP).c_str(),
-        joinedIPs(info, &VantrelDaemonInfo::getDataIP).c_str());
+        static_cast<unsigned>(info.getFramePort()), joined(info.metadataIPs()).c_str(),
+        joined(info.dataIPs()).c_str());
 }
 
 /// The numeric addresses that a host name stands for, or a numeric address itself; the name when it cannot be
@@ -283,7 +283,7 @@ VantrelMulticastClient::Meanings VantrelMulticastClient::meaningsOf(
 bool VantrelMulticastClient::findKnown(const Meanings& meanings, VantrelDaemonInfo& info) const {
     for (const Meaning& meaning : meanings) {
         const VantrelDaemonInfo* record = known_.find(meaning.id);
-        if (!record || (meaning.onlyLocal && !record->isLocal())) continue;
+        if (!record || (meaning.onlyLocal && !VantrelDaemonHost::isLocal(*record))) continue;
         info = *record;
         return true;
     }

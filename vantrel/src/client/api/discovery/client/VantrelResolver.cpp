@@ -6,6 +6,7 @@
 #include "CoIoTcpDescriptor.h"
 #include "CoNetworkConfig.h"
 #include "CoNetworkDispatcher.h"
+#include "VantrelDaemonHost.h"
 #include "VantrelUnresolvableCache.h"
 
 using Vantrel::CoIoTcpDescriptor;
@@ -32,16 +33,14 @@ VantrelResolver::VantrelResolver(const VantrelDaemonInfo& info) : info_(info) {}
 const std::vector<std::string>& VantrelResolver::allowed(Type type) {
     Allowed& list = type == Metadata ? metadata_ : data_;
     if (list.known) return list.ips;
-    const auto ipOf = type == Metadata ? &VantrelDaemonInfo::getMetadataIP : &VantrelDaemonInfo::getDataIP;
-    for (unsigned i = 0; i < VantrelDaemonInfo::MAX_IPS && *(info_.*ipOf)(i); ++i) {
-        const char* const ip = (info_.*ipOf)(i);
-        if (Vantrel::CoNetworkConfig::getInstance().isIPInValidRange(ip)) list.ips.emplace_back(ip);
+    for (const VantrelStr& ip : type == Metadata ? info_.metadataIPs() : info_.dataIPs()) {
+        if (Vantrel::CoNetworkConfig::getInstance().isIPInValidRange(ip)) list.ips.emplace_back(ip.c_str());
     }
     list.known = true;
     if (list.ips.size() < 2) return list.ips;
     const std::vector<CoNetworkInterface> interfaces =
         CoNetworkDispatcher::getInterfaces(type == Metadata ? Role::Metadata : Role::Data);
-    const bool isLocal = info_.isLocal();
+    const bool isLocal = VantrelDaemonHost::isLocal(info_);
     std::stable_partition(list.ips.begin(), list.ips.end(), [&](const std::string& each) {
         const std::string ip =
             CoIoTcpDescriptor::skipIPv4InIPv6Prefix(each.substr(0, each.find(ZONE_SEPARATOR)).c_str());

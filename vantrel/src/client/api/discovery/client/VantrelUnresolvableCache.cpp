@@ -7,6 +7,7 @@
 
 #include "CoIoTcpDescriptor.h"
 #include "CoPerProcess.h"
+#include "VantrelDaemonHost.h"
 #include "VantrelMulticastProtocol.h"
 #include "VantrelSettings.h"
 
@@ -18,16 +19,11 @@ namespace {
 constexpr std::size_t EVICTED_SHARE = 8;
 
 bool hasIP(const VantrelDaemonInfo& info, const char* ip) {
-    const auto isThat = [ip](const char* own) {
-        return std::strcmp(CoIoTcpDescriptor::skipIPv4InIPv6Prefix(own), ip) == 0;
+    const auto isThat = [ip](const VantrelStr& own) {
+        return std::strcmp(CoIoTcpDescriptor::skipIPv4InIPv6Prefix(own.c_str()), ip) == 0;
     };
-    for (unsigned i = 0; i < VantrelDaemonInfo::MAX_IPS && *info.getMetadataIP(i); ++i) {
-        if (isThat(info.getMetadataIP(i))) return true;
-    }
-    for (unsigned i = 0; i < VantrelDaemonInfo::MAX_IPS && *info.getDataIP(i); ++i) {
-        if (isThat(info.getDataIP(i))) return true;
-    }
-    return false;
+    return std::any_of(info.metadataIPs().begin(), info.metadataIPs().end(), isThat) ||
+           std::any_of(info.dataIPs().begin(), info.dataIPs().end(), isThat);
 }
 
 /// Host names are one however much of the domain they tell.
@@ -71,7 +67,7 @@ bool VantrelUnresolvableCache::denotes(const Key& key, const VantrelDaemonInfo& 
     if (*id.getDB() && std::strcmp(id.getDB(), info.getDatabase()) != 0) return false;
     const char* const address = CoIoTcpDescriptor::skipIPv4InIPv6Prefix(id.getIPAddr());
     return *address && (hasIP(info, address) || isSameName(address, info.getHostName()) ||
-                        (key.isThisHost && info.isLocal()));
+                        (key.isThisHost && VantrelDaemonHost::isLocal(info)));
 }
 
 // --- Asking and adding ---

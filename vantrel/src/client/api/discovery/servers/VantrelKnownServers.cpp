@@ -7,22 +7,15 @@ using Vantrel::CoIoTcpDescriptor;
 
 namespace {
 
-template <typename Visit>
-bool anyOfSlots(const VantrelDaemonInfo& info, const char* (VantrelDaemonInfo::*ip)(unsigned) const,
-                Visit visit) {
-    for (unsigned i = 0; i < VantrelDaemonInfo::MAX_IPS; ++i) {
-        const char* const text = (info.*ip)(i);
-        if (!*text) return false;
-        if (visit(std::string_view(CoIoTcpDescriptor::skipIPv4InIPv6Prefix(text)))) return true;
-    }
-    return false;
-}
-
 /// Visits the metadata addresses, then the data addresses, until `visit` returns true.
 template <typename Visit>
 bool anyAddress(const VantrelDaemonInfo& info, Visit visit) {
-    return anyOfSlots(info, &VantrelDaemonInfo::getMetadataIP, visit) ||
-           anyOfSlots(info, &VantrelDaemonInfo::getDataIP, visit);
+    for (const VantrelIPList* list : {&info.metadataIPs(), &info.dataIPs()}) {
+        for (const VantrelStr& ip : *list) {
+            if (visit(std::string_view(CoIoTcpDescriptor::skipIPv4InIPv6Prefix(ip.c_str())))) return true;
+        }
+    }
+    return false;
 }
 
 }  // namespace
