@@ -45,10 +45,8 @@ std::string announcement(std::size_t i, const std::string& productVersion) {
 
 /// What the discovery thread does with a datagram of this type.
 bool hear(const std::string& datagram, VantrelKnownServers& servers, Change expected) {
-    Protocol::RequestType type = Protocol::INVALID;
-    Vantrel::rcAttrStream payload;
-    return Protocol::parse(datagram.c_str(), type, payload) &&
-           servers.add(VantrelDaemonInfo(payload)) == expected;
+    const auto request = Protocol::parse(datagram);
+    return request && servers.add(VantrelDaemonInfo(request->payload)) == expected;
 }
 
 /// A datagram socket that is sent to by itself.

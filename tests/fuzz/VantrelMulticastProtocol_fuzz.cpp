@@ -13,18 +13,15 @@
 namespace {
 
 using Protocol = VantrelMulticastProtocol;
-using Vantrel::rcAttrStream;
 
 /// A datagram that is a request is the same one when it is written again.
 void readDatagram(const std::string& text) {
-    Protocol::RequestType type = Protocol::INVALID;
-    rcAttrStream payload;
-    if (!Protocol::parse(text.c_str(), type, payload)) return;
-    Protocol::RequestType againType = Protocol::INVALID;
-    rcAttrStream again;
-    if (!Protocol::parse(Protocol::create(type, payload).c_str(), againType, again)) std::abort();
-    if (againType != type || again.text() != payload.text()) std::abort();
-    static_cast<void>(VantrelDaemonInfo(payload));
+    const auto request = Protocol::parse(text);
+    if (!request) return;
+    const auto again = Protocol::parse(Protocol::create(request->type, request->payload));
+    if (!again || again->type != request->type || again->payload.text() != request->payload.text())
+        std::abort();
+    static_cast<void>(VantrelDaemonInfo(request->payload));
 }
 
 /// A list that was read can be written, and reads back the same.
@@ -63,11 +60,10 @@ void hear(const std::string& text) {
     VantrelKnownServers servers(4);
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
-        Protocol::RequestType type = Protocol::INVALID;
-        rcAttrStream payload;
-        if (!Protocol::parse(line.c_str(), type, payload)) continue;
-        const VantrelDaemonInfo info(payload);
-        if (type == Protocol::REMOVE_SERVER) {
+        const auto request = Protocol::parse(line);
+        if (!request) continue;
+        const VantrelDaemonInfo info(request->payload);
+        if (request->type == Protocol::REMOVE_SERVER) {
             std::vector<VantrelDaemonInfo> removed;
             servers.remove(info.getServerId(), removed);
         } else if (servers.add(info) != VantrelKnownServers::Change::Refused &&

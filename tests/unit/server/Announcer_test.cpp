@@ -72,10 +72,9 @@ class AnnouncerTest : public testing::Test {
         sockaddr_storage from{};
         if (!socket.receive(text.data(), length, from, false)) return {};
         text.resize(length);
-        Protocol::RequestType type = Protocol::INVALID;
-        Vantrel::rcAttrStream payload;
-        EXPECT_TRUE(Protocol::parse(text.c_str(), type, payload));
-        return std::to_string(type) + ' ' + VantrelDaemonInfo(payload).getStorageId();
+        const auto request = Protocol::parse(text);
+        if (!request) return "no request";
+        return std::to_string(request->type) + ' ' + VantrelDaemonInfo(request->payload).getStorageId();
     }
     std::vector<std::string> others() const {
         std::vector<std::string> names;

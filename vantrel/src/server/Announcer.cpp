@@ -229,16 +229,15 @@ void Announcer::takeFrom(int descriptor, std::size_t limit) {
 
 void Announcer::handle(const VantrelDiscoverySockets::Datagram& datagram) {
     if (invalid_.waitMs() != 0 && !isPlain(datagram.text)) return;
-    Protocol::RequestType type = Protocol::INVALID;
-    Vantrel::rcAttrStream payload;
-    if (!Protocol::parse(datagram.text.c_str(), type, payload) ||
-        !Protocol::isWhole(datagram.text, payload)) {
+    const auto request = Protocol::parse(datagram.text);
+    if (!request) {
         invalid_.take();
         CO_MSG_WARNING("Invalid discovery datagram of %zu bytes from '%s:%u'.", datagram.text.size(),
                        datagram.ip.c_str(), datagram.port);
         return;
     }
-    VantrelDaemonInfo info(payload);
+    const Protocol::RequestType type = request->type;
+    VantrelDaemonInfo info(request->payload);
     if (type == Protocol::FIND_SERVERS) return answer(info, datagram.ip, datagram.port);
     if (isSelf(info)) return;
     // Another host's 127.0.0.1 tells nothing here, and would make one server of several.

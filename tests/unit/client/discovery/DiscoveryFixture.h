@@ -83,10 +83,9 @@ class FakeServers {
     }
 
     void answer(const VantrelDiscoverySockets::Datagram& datagram) {
-        Protocol::RequestType type = Protocol::INVALID;
-        Vantrel::rcAttrStream payload;
-        if (!Protocol::parse(datagram.text.c_str(), type, payload) || type != Protocol::FIND_SERVERS) return;
-        const std::string storageId = VantrelDaemonInfo(payload).getStorageId();
+        const auto request = Protocol::parse(datagram.text);
+        if (!request || request->type != Protocol::FIND_SERVERS) return;
+        const std::string storageId = VantrelDaemonInfo(request->payload).getStorageId();
         searches.add(storageId);
         for (const VantrelDaemonInfo& each : servers_) {
             if (!storageId.empty() && storageId != each.getStorageId()) continue;

@@ -58,22 +58,6 @@ TEST(DiscoveryDatagram, IsWrittenAsServersReadIt) {
     EXPECT_EQ(Protocol::create(Protocol::REMOVE_SERVER, rcAttrStream()), "Version 1 1Type 2 73Data 0 ");
 }
 
-TEST(DiscoveryDatagram, OfTooLargeARecordCanBeTold) {
-    VantrelDaemonInfo info;
-    EXPECT_LT(Protocol::create(Protocol::DISCOVER_SERVERS, info.toAttrStream()).size(),
-              Protocol::MAX_DATAGRAM_BYTES);
-    for (unsigned i = 0; i < VantrelDaemonInfo::MAX_IPS; ++i) info.setMetadataIP(i, "192.168.100.100");
-    const std::string text = Protocol::create(Protocol::DISCOVER_SERVERS, info.toAttrStream());
-    EXPECT_GT(text.size(), Protocol::MAX_DATAGRAM_BYTES);
-
-    CapturedLog log;
-    Protocol::RequestType type = Protocol::INVALID;
-    rcAttrStream payload;
-    ASSERT_TRUE(Protocol::parse(text.c_str(), type, payload));
-    EXPECT_EQ(payload.text(), toText(info));
-    EXPECT_THAT(log.texts(), IsEmpty());
-}
-
 TEST(DiscoveryDatagram, IsRead) {
     const struct {
         const char* text;
@@ -87,15 +71,13 @@ TEST(DiscoveryDatagram, IsRead) {
         {"Version 1 1Type 2 74Data 1 x", 74, "x"},
         {"Version 1 1Type 2 75Data 1 x", 75, "x"},
         {"Data 1 xType 2 72Later 2 onVersion 1 1", 72, "x"},
-        {"Version 1 1Type 2 72Data 9 cut", 72, "cut"},
     };
     for (const auto& c : cases) {
         CapturedLog log;
-        Protocol::RequestType type = Protocol::INVALID;
-        rcAttrStream payload("before");
-        EXPECT_TRUE(Protocol::parse(c.text, type, payload)) << c.text;
-        EXPECT_EQ(type, c.type) << c.text;
-        EXPECT_EQ(payload.text(), c.data) << c.text;
+        const auto request = Protocol::parse(c.text);
+        ASSERT_TRUE(request) << c.text;
+        EXPECT_EQ(request->type, c.type) << c.text;
+        EXPECT_EQ(request->payload.text(), c.data) << c.text;
         EXPECT_THAT(log.texts(), IsEmpty()) << c.text;
     }
 }
@@ -103,38 +85,28 @@ TEST(DiscoveryDatagram, IsRead) {
 TEST(DiscoveryDatagram, IsRefused) {
     const struct {
         const char* text;
-        int type;
         const char* message;
     } cases[] = {
-        {"", 0, "Request is lacking a version tag: ."},
-        {"hello", 0, "Request is lacking a version tag: hello."},
-        {"Type 2 71Data 1 x", 0, "Request is lacking a version tag: Type 2 71Data 1 x."},
-        {"version 1 1Type 2 71Data 1 x", 0,
-         "Request is lacking a version tag: version 1 1Type 2 71Data 1 x."},
-        {"Version 1 0Type 2 71Data 1 x", 0, "Request's version is incompatible: 0."},
-        {"Version 3 oneType 2 71Data 1 x", 0, "Request's version is incompatible: 0."},
-        {"Version 1 1Data 1 x", 0, "Request is lacking a type tag: Version 1 1Data 1 x."},
-        {"Version 1 1Type 2 69Data 1 x", 0, "Unknown request type: 69."},
-        {"Version 1 1Type 2 76Data 1 x", 0, "Unknown request type: 76."},
-        {"Version 1 1Type 1 0Data 1 x", 0, "Unknown request type: 0."},
-        {"Version 1 1Type 3 -71Data 1 x", 0, "Unknown request type: -71."},
-        {"Version 1 1Type 2 71", 71, "Request is lacking data: Version 1 1Type 2 71."},
+        {"", "Request is lacking a version tag: ."},
+        {"hello", "Request is lacking a version tag: hello."},
+        {"Type 2 71Data 1 x", "Request is lacking a version tag: Type 2 71Data 1 x."},
+        {"version 1 1Type 2 71Data 1 x", "Request is lacking a version tag: version 1 1Type 2 71Data 1 x."},
+        {"Version 1 0Type 2 71Data 1 x", "Request's version is incompatible: 0."},
+        {"Version 3 oneType 2 71Data 1 x", "Request's version is incompatible: 0."},
+        {"Version 1 1Data 1 x", "Request is lacking a type tag: Version 1 1Data 1 x."},
+        {"Version 1 1Type 2 69Data 1 x", "Unknown request type: 69."},
+        {"Version 1 1Type 2 76Data 1 x", "Unknown request type: 76."},
+        {"Version 1 1Type 1 0Data 1 x", "Unknown request type: 0."},
+        {"Version 1 1Type 3 -71Data 1 x", "Unknown request type: -71."},
+        {"Version 1 1Type 2 71", "Request is lacking data: Version 1 1Type 2 71."},
     };
     for (const auto& c : cases) {
         CapturedLog log;
-        Protocol::RequestType type = Protocol::INVALID;
-        rcAttrStream payload("before");
-        EXPECT_FALSE(Protocol::parse(c.text, type, payload)) << c.text;
-        EXPECT_EQ(type, c.type) << c.text;
-        EXPECT_EQ(payload.text(), "before") << c.text;
+        EXPECT_FALSE(Protocol::parse(c.text)) << c.text;
         EXPECT_THAT(log.texts(CoMsg::ERROR), ElementsAre(c.message));
         EXPECT_EQ(log.entries().back().source, SOURCE);
     }
-    CapturedLog log;
-    Protocol::RequestType type = Protocol::INVALID;
-    rcAttrStream payload;
-    EXPECT_FALSE(Protocol::parse(nullptr, type, payload));
-    EXPECT_EQ(log.entries().size(), 1u);
+    EXPECT_FALSE(Protocol::parse("Version 1 1Type 2 72Data 9 cut"));
 }
 
 TEST(DiscoveryDatagram, TypesHaveNames) {

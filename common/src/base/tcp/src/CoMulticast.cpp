@@ -24,7 +24,6 @@ namespace {
 constexpr unsigned HIGHEST_PORT = 65535;
 constexpr unsigned HIGHEST_TTL = 255;
 constexpr unsigned ANY_DEVICE = 0;
-constexpr const char* ALL_HOSTS = "224.0.0.1";
 constexpr const char* ALL_HOSTS_IPV6 = "ff02::1";
 constexpr const char* BLANKS = " \t\r\n";
 constexpr const char* BAD_ADDRESS = "Cannot initialize socket address.";
@@ -81,7 +80,7 @@ int readAddress(const char* text, int family, unsigned port, sockaddr_storage& a
 }
 
 const char* groupOf(const std::string& scope, int family) {
-    return family == AF_INET6 && scope == ALL_HOSTS ? ALL_HOSTS_IPV6 : scope.c_str();
+    return family == AF_INET6 && scope == CoMulticast::ALL_HOSTS ? ALL_HOSTS_IPV6 : scope.c_str();
 }
 
 sockaddr_storage resolveScope(const std::string& scope, unsigned port) {

@@ -28,8 +28,11 @@ class CoMulticast {
     static constexpr bool PUBLIC = true;
     static constexpr bool PRIVATE = false;
 
-    /// `scope` is the group's numeric address. With IPv6, "224.0.0.1" (every host of the link) stands for its
-    /// counterpart "ff02::1"; other IPv4 groups have none and fail. Port 0: see `bind`. An empty `interface`
+    /// The group of every host of the link.
+    static constexpr const char* ALL_HOSTS = "224.0.0.1";
+
+    /// `scope` is the group's numeric address. With IPv6, ALL_HOSTS stands for its counterpart "ff02::1";
+    /// other IPv4 groups have none and fail. Port 0: see `bind`. An empty `interface`
     /// means any.
     CoMulticast(unsigned port, const std::string& scope, const std::string& interface);
 

@@ -5,7 +5,6 @@
 #include <optional>
 #include <string_view>
 
-#include "CoAssert.h"
 #include "CoMsg.h"
 
 using Vantrel::coFormat;
@@ -58,6 +57,11 @@ unsigned limitOf(const rcAttrStream& stream, int count) {
     return VantrelMulticastProtocol::MAX_LIST_NODES;
 }
 
+/// Whether a payload is as long as the datagram says.
+bool holdsWhole(const std::string& datagram, const std::string& data) {
+    return datagram.find(coFormat("%s %zu ", DATA_KEY, data.size()) + data) != std::string::npos;
+}
+
 bool isWanted(const VantrelDaemonInfo& info, const char* database) {
     return !database || !*database || info.getDatabase() == std::string_view(database);
 }
@@ -72,41 +76,36 @@ std::string VantrelMulticastProtocol::create(RequestType type, const rcAttrStrea
     return stream.text();
 }
 
-bool VantrelMulticastProtocol::parse(const char* text, RequestType& type, rcAttrStream& payload) {
-    if (!CO_ASSERT(text)) return false;
-    const rcAttrStream stream{std::string(text)};
+std::optional<VantrelMulticastProtocol::Request> VantrelMulticastProtocol::parse(
+    const std::string& datagram) {
+    // A datagram is a text: what follows a NUL is none of it.
+    const rcAttrStream stream{std::string(datagram.c_str())};
     int version = 0;
     if (!stream.getIntValue(VERSION_KEY, version)) {
-        CO_MSG_ERROR("Request is lacking a version tag: %s.", coPrintable(text).c_str());
-        return false;
+        CO_MSG_ERROR("Request is lacking a version tag: %s.", coPrintable(stream.text()).c_str());
+        return {};
     }
     // Later versions add to the request, they do not change it: there is no upper bound.
     if (version == 0) {
         CO_MSG_ERROR("Request's version is incompatible: %d.", version);
-        return false;
+        return {};
     }
-    int number = 0;
-    if (!stream.getIntValue(TYPE_KEY, number)) {
-        CO_MSG_ERROR("Request is lacking a type tag: %s.", coPrintable(text).c_str());
-        return false;
+    int type = 0;
+    if (!stream.getIntValue(TYPE_KEY, type)) {
+        CO_MSG_ERROR("Request is lacking a type tag: %s.", coPrintable(stream.text()).c_str());
+        return {};
     }
-    if (number < START_OF_SERVICES || number > END_OF_SERVICES) {
-        CO_MSG_ERROR("Unknown request type: %d.", number);
-        return false;
+    if (type < START_OF_SERVICES || type > END_OF_SERVICES) {
+        CO_MSG_ERROR("Unknown request type: %d.", type);
+        return {};
     }
-    type = static_cast<RequestType>(number);
     std::string data;
     if (!stream.getStringValue(DATA_KEY, data)) {
-        CO_MSG_ERROR("Request is lacking data: %s.", coPrintable(text).c_str());
-        return false;
+        CO_MSG_ERROR("Request is lacking data: %s.", coPrintable(stream.text()).c_str());
+        return {};
     }
-    payload = rcAttrStream(std::move(data));
-    return true;
-}
-
-bool VantrelMulticastProtocol::isWhole(const std::string& text, const rcAttrStream& payload) {
-    const std::string& data = payload.text();
-    return text.find(coFormat("%s %zu ", DATA_KEY, data.size()) + data) != std::string::npos;
+    if (!holdsWhole(datagram, data)) return {};
+    return Request{static_cast<RequestType>(type), rcAttrStream(std::move(data))};
 }
 
 void VantrelMulticastProtocol::encode(const std::vector<VantrelDaemonInfo>& nodes, std::string& text) {

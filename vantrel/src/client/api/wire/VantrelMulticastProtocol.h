@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,17 +29,18 @@ class VantrelMulticastProtocol {
     /// Records of a received daemon list that count; the rest is ignored, with a warning.
     static constexpr unsigned MAX_LIST_NODES = 16384;
 
+    struct Request {
+        RequestType type = INVALID;
+        Vantrel::rcAttrStream payload;
+    };
+
     /// The datagram's text, without a NUL. A large payload makes it longer than MAX_DATAGRAM_BYTES: the
     /// sender compares.
     static std::string create(RequestType type, const Vantrel::rcAttrStream& payload);
 
-    /// Reads a received datagram, NUL-terminated. False when it is no request (logged as an error); the
-    /// outputs are then as they were, but for `type`, which is set once it is known to be valid.
-    static bool parse(const char* text, RequestType& type, Vantrel::rcAttrStream& payload);
-
-    /// Whether a parsed payload is as long as its datagram says: one that was cut on its way reads like a
-    /// record, but of another server.
-    static bool isWhole(const std::string& text, const Vantrel::rcAttrStream& payload);
+    /// The request of a received datagram; none when it is no request (logged as an error), or when its
+    /// payload is shorter than it says: cut on its way, it would read like the record of another server.
+    static std::optional<Request> parse(const std::string& text);
 
     /// Makes `text` the daemon list of `nodes`, in their order.
     static void encode(const std::vector<VantrelDaemonInfo>& nodes, std::string& text);

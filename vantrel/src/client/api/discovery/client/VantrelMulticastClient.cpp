@@ -272,10 +272,8 @@ void VantrelMulticastClient::pauseAfterPollFailure(int error) {
 bool VantrelMulticastClient::readFrom(int descriptor) {
     VantrelDiscoverySockets::Datagram datagram;
     if (!sockets_.receive(descriptor, datagram)) return false;
-    Protocol::RequestType type = Protocol::INVALID;
-    rcAttrStream payload;
-    if (Protocol::parse(datagram.text.c_str(), type, payload) && Protocol::isWhole(datagram.text, payload)) {
-        handle(type, payload, datagram.ip.c_str(), datagram.port);
+    if (const auto request = Protocol::parse(datagram.text)) {
+        handle(request->type, request->payload, datagram.ip.c_str(), datagram.port);
     } else {
         CO_MSG_WARNING("Invalid/Corrupted packet received from '%s:%u': %s.", datagram.ip.c_str(),
                        datagram.port, coPrintable(datagram.text).c_str());

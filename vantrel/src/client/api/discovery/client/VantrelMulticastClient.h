@@ -34,8 +34,6 @@ class VantrelMulticastClient : public std::enable_shared_from_this<VantrelMultic
         virtual void serverHeard(const VantrelDaemonInfo&) {}
     };
 
-    static const char* DEFAULT_SCOPE() { return "224.0.0.1"; }
-
     // --- The one of this process ---
 
     /// The instance, made and started when there is none. Never null.

@@ -13,8 +13,10 @@
 
 /// Where discovery takes place.
 struct VantrelDiscoveryGroup {
+    static const char* DEFAULT_SCOPE() { return Vantrel::CoMulticast::ALL_HOSTS; }
+
     unsigned port = 7555;  ///< UDP
-    std::string scope = "224.0.0.1";
+    std::string scope = DEFAULT_SCOPE();
     unsigned ttl = 1;  ///< 0: no discovery
 
     /// The defaults above, each replaced by what network.cfg gives.
