@@ -7,7 +7,6 @@
 #include <netinet/tcp.h>
 #include <sched.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -108,14 +107,14 @@ class Peer {
     /// Serves the next connection until it ends.
     std::thread serveNext() {
         return std::thread([this] {
-            const int socket = server_.accept();
+            const CoFd connection = server_.accept();
+            const int socket = connection.get();
             ::fcntl(socket, F_SETFL, 0);  // recv waits
             char buffer[4096];
             ssize_t count;
             while ((count = ::recv(socket, buffer, sizeof buffer, 0)) > 0) {
                 if (buffer[count - 1] == '\n') ::send(socket, REPLY.data(), REPLY.size(), MSG_NOSIGNAL);
             }
-            ::close(socket);
         });
     }
 

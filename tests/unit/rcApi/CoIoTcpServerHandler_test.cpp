@@ -25,12 +25,11 @@ class Loop : public rcAppContext {
 class CoIoTcpServerHandlerTest : public testing::Test {
   protected:
     CoIoTcpServerHandlerTest()
-        : handler(
-              [this](int descriptor) { accepted.push_back(std::make_unique<CoIoDescriptor>(descriptor)); },
-              [this](unsigned pauseMs) {
-                  ++pauses;
-                  loop.reviewInterestsIn(pauseMs);
-              }) {
+        : handler([this](CoFd connection) { accepted.push_back(std::move(connection)); },
+                  [this](unsigned pauseMs) {
+                      ++pauses;
+                      loop.reviewInterestsIn(pauseMs);
+                  }) {
         loop.registerIOHandler(&handler);
     }
     /// Makes the handler's descriptor one that is always readable and never accepts.
@@ -46,7 +45,7 @@ class CoIoTcpServerHandlerTest : public testing::Test {
         ASSERT_EQ(::sendto(handler.server().getId(), "x", 1, 0, address, size), 1);
     }
 
-    std::vector<std::unique_ptr<CoIoDescriptor>> accepted;
+    std::vector<CoFd> accepted;
     int pauses = 0;
     Loop loop;
     CoIoTcpServerHandler handler;

@@ -17,6 +17,7 @@ namespace vantreld {
 namespace {
 
 using std::string_literals::operator""s;
+using Vantrel::CoFd;
 
 constexpr unsigned LIMIT_MS = 10000;
 const std::string PREFIX =
@@ -60,7 +61,7 @@ class Peer {
     }
 
   private:
-    UniqueFd fd_;
+    CoFd fd_;
 };
 
 class FrameServerTest : public testing::Test {

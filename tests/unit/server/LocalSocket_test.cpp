@@ -16,8 +16,10 @@
 namespace vantreld {
 namespace {
 
-UniqueFd bound(const std::string& path, int (*call)(int, const sockaddr*, socklen_t)) {
-    UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+using Vantrel::CoFd;
+
+CoFd bound(const std::string& path, int (*call)(int, const sockaddr*, socklen_t)) {
+    CoFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     path.copy(address.sun_path, sizeof address.sun_path - 1);

@@ -15,6 +15,7 @@ namespace vantreld {
 namespace {
 
 using testing::ElementsAre;
+using Vantrel::CoFd;
 
 constexpr int LIMIT_MS = 10000;
 
@@ -57,8 +58,8 @@ class NodeServerTest : public testing::Test {
         options.version = {2016, 1, 2, 3};
         return options;
     }
-    UniqueFd connect() {
-        UniqueFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    CoFd connect() {
+        CoFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_port = htons(static_cast<std::uint16_t>(server_.getPort()));
@@ -67,7 +68,7 @@ class NodeServerTest : public testing::Test {
         return fd;
     }
     /// The result line, without its end; what came of it when the server closes or stays silent.
-    static std::string ask(const UniqueFd& fd, const std::string& bytes) {
+    static std::string ask(const CoFd& fd, const std::string& bytes) {
         EXPECT_EQ(::send(fd.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL),
                   static_cast<ssize_t>(bytes.size()));
         std::string line;
@@ -88,7 +89,7 @@ class NodeServerTest : public testing::Test {
 };
 
 TEST_F(NodeServerTest, ACommandNeedsALoginFirst) {
-    const UniqueFd fd = connect();
+    const CoFd fd = connect();
     EXPECT_EQ(ask(fd, "sync 0 GetRootNode \n"), "error Not logged in.");
     EXPECT_EQ(ask(fd, loginLine()), "ok ");
     EXPECT_EQ(ask(fd, "sync 0 GetRootNode \n"), "ok n1");
@@ -97,14 +98,14 @@ TEST_F(NodeServerTest, ACommandNeedsALoginFirst) {
 }
 
 TEST_F(NodeServerTest, RubbishAndAWrongLoginEndThatConnectionOnly) {
-    const UniqueFd good = connect();
+    const CoFd good = connect();
     EXPECT_EQ(ask(good, loginLine()), "ok ");
-    const UniqueFd endless = connect();
+    const CoFd endless = connect();
     const std::string noise(100000, '\xff');
     EXPECT_GT(::send(endless.get(), noise.data(), noise.size(), MSG_NOSIGNAL), 0);
-    const UniqueFd noLines = connect();
+    const CoFd noLines = connect();
     EXPECT_EQ(ask(noLines, "\n\n\r\n \nsync 0  \n"), "error Not logged in.");
-    const UniqueFd wrong = connect();
+    const CoFd wrong = connect();
     EXPECT_EQ(ask(wrong, "sync 0 _login garbage\n"),
               "error Authentication failed for client's login information");
     EXPECT_EQ(ask(wrong, ""), "<closed>");
@@ -112,7 +113,7 @@ TEST_F(NodeServerTest, RubbishAndAWrongLoginEndThatConnectionOnly) {
 }
 
 TEST_F(NodeServerTest, TheDaemonInfoTellsWhatTheServerIsAndWhereItWasReached) {
-    const UniqueFd fd = connect();
+    const CoFd fd = connect();
     EXPECT_EQ(ask(fd, loginLine()), "ok ");
     const std::string reply = ask(fd, "sync 0 GetDaemonInfo \"\"\n");
     const Vantrel::rcAttrStream stream(reply.substr(3));

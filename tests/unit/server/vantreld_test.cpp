@@ -15,12 +15,13 @@ namespace {
 
 using std::string_literals::operator""s;
 using testing::HasSubstr;
+using Vantrel::CoFd;
 
 constexpr std::chrono::seconds LIMIT(30);
 
 /// Sends a frame request to a server and returns the first byte of its answer.
 char ask(const ServerProcess& server, const std::string& request) {
-    const UniqueFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const CoFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<std::uint16_t>(server.framePort()));

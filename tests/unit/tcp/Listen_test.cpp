@@ -9,7 +9,7 @@ namespace {
 using IoError = CoIoDescriptor::IoError;
 
 // An accepted connection, once there is one.
-int acceptOne(CoIoTcpServerDescriptor& server) {
+CoFd acceptOne(CoIoTcpServerDescriptor& server) {
     pollfd entry{server.getId(), POLLIN, 0};
     EXPECT_EQ(::poll(&entry, 1, static_cast<int>(LONG_MS)), 1);
     return server.accept();
@@ -22,7 +22,7 @@ TEST(Listen, TakesAFreePortAndAcceptsUsableSockets) {
         ASSERT_TRUE(server.listen(0, address)) << server.lastErrorText();
         ASSERT_GT(server.getPort(), 0);
         EXPECT_NE(::fcntl(server.getId(), F_GETFD) & FD_CLOEXEC, 0);
-        EXPECT_EQ(server.accept(), CoIoDescriptor::INVALID_ID);
+        EXPECT_FALSE(server.accept().isOpen());
         EXPECT_EQ(server.lastError(), IoError::Again);
 
         CoIoTcpDescriptor client;

@@ -14,6 +14,7 @@ namespace vantreld {
 
 using Vantrel::coErrorText;
 using Vantrel::CoException;
+using Vantrel::CoFd;
 using Vantrel::coFormat;
 using Vantrel::CoIoDescriptor;
 using Vantrel::CoThread;
@@ -27,7 +28,7 @@ constexpr CoTime::Microseconds ACCEPT_BACK_OFF = 100 * CoTime::PER_MILLISECOND;
 }  // namespace
 
 struct FrameServer::Connection {
-    Connection(FrameServer& server, UniqueFd socket)
+    Connection(FrameServer& server, CoFd socket)
         : session(server.store_, std::move(socket), server.settings_.stallTimeoutMs, server.settings_.version,
                   server.settings_.redirection),
           thread(
@@ -88,9 +89,9 @@ void FrameServer::acceptConnections() {
 }
 
 bool FrameServer::acceptRemote() {
-    const int id = listener_.accept();
-    if (id != CoIoDescriptor::INVALID_ID) {
-        addConnection(UniqueFd(id));
+    CoFd socket = listener_.accept();
+    if (socket.isOpen()) {
+        addConnection(std::move(socket));
         return true;
     }
     if (listener_.lastError() == CoIoDescriptor::IoError::Again) return true;
@@ -99,7 +100,7 @@ bool FrameServer::acceptRemote() {
 }
 
 bool FrameServer::acceptLocal() {
-    UniqueFd socket = localListener_->accept();
+    CoFd socket = localListener_->accept();
     if (socket.isOpen()) {
         addConnection(std::move(socket));
         return true;
@@ -109,7 +110,7 @@ bool FrameServer::acceptLocal() {
     return false;
 }
 
-void FrameServer::addConnection(UniqueFd socket) {
+void FrameServer::addConnection(CoFd socket) {
     reapFinished();
     if (connections_.size() >= settings_.maxConnections) {
         CO_MSG_WARNING("Frame connection refused: %zu are open already.", connections_.size());

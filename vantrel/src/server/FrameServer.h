@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "CoEventLoop.h"
+#include "CoFd.h"
 #include "CoIoTcpServerDescriptor.h"
 #include "CoThread.h"
 #include "FrameSession.h"
@@ -13,7 +14,6 @@
 #include "NodeStore.h"
 #include "ServerLimits.h"
 #include "ServerOptions.h"
-#include "StorageFile.h"
 
 namespace vantreld {
 
@@ -65,7 +65,7 @@ class FrameServer {
     void acceptConnections();
     bool acceptRemote();
     bool acceptLocal();
-    void addConnection(UniqueFd socket);
+    void addConnection(Vantrel::CoFd socket);
     void reapFinished();
 
     NodeStore& store_;

@@ -13,6 +13,7 @@
 namespace vantreld {
 
 using Vantrel::CoException;
+using Vantrel::CoFd;
 using Vantrel::coFormat;
 
 namespace {
@@ -49,7 +50,7 @@ struct FrameSession::Request {
     std::uint64_t size = 0;  ///< bytes asked for, or announced
 };
 
-FrameSession::FrameSession(NodeStore& store, UniqueFd socket, unsigned stallTimeoutMs, VantrelVersion version,
+FrameSession::FrameSession(NodeStore& store, CoFd socket, unsigned stallTimeoutMs, VantrelVersion version,
                            const std::string& redirection)
     : store_(store),
       socket_(std::move(socket), stallTimeoutMs),

@@ -20,7 +20,7 @@ class FrameSession {
     /// Methods that a server of `version` lacks are unknown. `redirection` is the record of the server that
     /// read-aheads are redirected to, as it travels; empty: none. `store` and `redirection` must outlive the
     /// session.
-    FrameSession(NodeStore& store, UniqueFd socket, unsigned stallTimeoutMs, VantrelVersion version,
+    FrameSession(NodeStore& store, Vantrel::CoFd socket, unsigned stallTimeoutMs, VantrelVersion version,
                  const std::string& redirection);
 
     /// Returns when the connection has ended.

@@ -15,6 +15,7 @@
 namespace vantreld {
 
 using Vantrel::coErrorText;
+using Vantrel::CoFd;
 
 namespace {
 
@@ -24,7 +25,7 @@ constexpr unsigned LINGER_MS = 1000;
 
 }  // namespace
 
-FrameSocket::FrameSocket(UniqueFd fd, unsigned stallTimeoutMs)
+FrameSocket::FrameSocket(CoFd fd, unsigned stallTimeoutMs)
     : fd_(std::move(fd)), stallTimeoutMs_(static_cast<int>(stallTimeoutMs)), buffer_(BUFFER_SIZE) {
     // Finds out that an idle peer's host is gone.
     const int on = 1;

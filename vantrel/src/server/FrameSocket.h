@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "CoException.h"
+#include "CoFd.h"
 #include "StorageFile.h"
 
 namespace vantreld {
@@ -21,7 +22,7 @@ class ConnectionLost : public Vantrel::CoException {
 /// thread, except shutDown.
 class FrameSocket {
   public:
-    FrameSocket(UniqueFd fd, unsigned stallTimeoutMs);
+    FrameSocket(Vantrel::CoFd fd, unsigned stallTimeoutMs);
 
     /// Waits without limit for the first byte of a request; false when the peer has closed.
     bool waitForRequest();
@@ -49,7 +50,7 @@ class FrameSocket {
     /// recv; 0 when the peer has closed.
     std::size_t receive(char* data, std::size_t length, int timeoutMs);
 
-    const UniqueFd fd_;
+    const Vantrel::CoFd fd_;
     const int stallTimeoutMs_;
     std::vector<char> buffer_;
     std::size_t begin_ = 0;  ///< bytes received and not read yet: buffer_[begin_] up to buffer_[end_]

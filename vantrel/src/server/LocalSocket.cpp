@@ -14,6 +14,7 @@
 namespace vantreld {
 
 using Vantrel::coErrorText;
+using Vantrel::CoFd;
 using Vantrel::coFormat;
 
 namespace {
@@ -25,13 +26,13 @@ bool warn(const char* what, const std::string& path) {
     return false;
 }
 
-UniqueFd makeSocket() {
-    return UniqueFd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+CoFd makeSocket() {
+    return CoFd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
 }
 
 /// Calls bind or connect with the address of a path. False with errno set.
 template <typename Call>
-bool callWithAddress(Call call, const UniqueFd& socket, const std::string& path) {
+bool callWithAddress(Call call, const CoFd& socket, const std::string& path) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     if (path.size() >= sizeof address.sun_path) {
@@ -67,7 +68,7 @@ bool LocalSocket::isFree() const {
         errno = ENOTSOCK;
         return warn("replace", path_);
     }
-    const UniqueFd probe = makeSocket();
+    const CoFd probe = makeSocket();
     if (probe.isOpen() && !callWithAddress(::connect, probe, path_) && errno == ECONNREFUSED) return true;
     errno = EADDRINUSE;
     return warn("replace", path_);
@@ -94,8 +95,8 @@ bool LocalSocket::publish(const std::string& name) {
     return std::rename(name.c_str(), path_.c_str()) == 0 || warn("replace", path_);
 }
 
-UniqueFd LocalSocket::accept() {
-    return UniqueFd(::accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+CoFd LocalSocket::accept() {
+    return CoFd(::accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
 }
 
 }  // namespace vantreld

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "StorageFile.h"
+#include "CoFd.h"
 
 namespace vantreld {
 
@@ -23,7 +23,7 @@ class LocalSocket {
     /// The descriptor to wait on; -1 when it does not listen.
     int fd() const { return socket_.get(); }
     /// One waiting connection (non-blocking, close-on-exec); not open, with errno set, when there is none.
-    UniqueFd accept();
+    Vantrel::CoFd accept();
 
   private:
     bool isFree() const;
@@ -31,7 +31,7 @@ class LocalSocket {
     bool publish(const std::string& name);
 
     const std::string path_;
-    UniqueFd socket_;
+    Vantrel::CoFd socket_;
     // Of the file, once it stands at its path: somebody else's there is not ours to remove.
     dev_t device_ = 0;
     ino_t inode_ = 0;

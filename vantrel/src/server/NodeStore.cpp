@@ -17,6 +17,7 @@
 namespace vantreld {
 
 using Vantrel::CoException;
+using Vantrel::CoFd;
 using Vantrel::coFormat;
 
 namespace {
@@ -85,9 +86,9 @@ NodeStore::NodeStore(const std::string& directory)
 
 NodeStore::~NodeStore() = default;
 
-UniqueFd NodeStore::lockDirectory() const {
+CoFd NodeStore::lockDirectory() const {
     const std::string path = directory_ + "/lock";
-    UniqueFd fd(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
+    CoFd fd(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
     if (!fd.isOpen()) failWithErrno("create", path);
     if (::flock(fd.get(), LOCK_EX | LOCK_NB) == 0) return fd;
     if (errno != EWOULDBLOCK) failWithErrno("lock", path);

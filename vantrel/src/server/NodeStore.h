@@ -101,7 +101,7 @@ class NodeStore {
     void commitFrame(std::string_view frameId, NewFile& content);
 
   private:
-    UniqueFd lockDirectory() const;
+    Vantrel::CoFd lockDirectory() const;
     void createSchema();
     void requireNoFrames() const;
     void sweepUnusedFrames();
@@ -122,7 +122,7 @@ class NodeStore {
 
     const std::string directory_;
     const std::string framesDirectory_;
-    const UniqueFd lock_;
+    const Vantrel::CoFd lock_;
     RemoteFiles remoteFiles_;
 
     std::mutex mutex_;  // guards the rest

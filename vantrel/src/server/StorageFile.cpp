@@ -18,6 +18,7 @@ namespace vantreld {
 
 using Vantrel::coErrorText;
 using Vantrel::CoException;
+using Vantrel::CoFd;
 using Vantrel::coFormat;
 
 namespace {
@@ -38,11 +39,6 @@ std::string randomName() {
 void failWithErrno(const char* attempted, const std::string& path) {
     const int error = errno;
     throw CoException(coFormat("Cannot %s '%s': %s", attempted, path.c_str(), coErrorText(error).c_str()));
-}
-
-void UniqueFd::reset(int fd) {
-    if (fd_ >= 0) ::close(fd_);
-    fd_ = fd;
 }
 
 NewFile::NewFile(const std::string& directory) : directory_(directory) {
@@ -95,7 +91,7 @@ ReadableFile openForReading(const std::string& path) {
 }
 
 void syncDirectory(const std::string& path) {
-    const UniqueFd fd(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const CoFd fd(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!fd.isOpen()) failWithErrno("open directory", path);
     if (::fsync(fd.get()) != 0) failWithErrno("sync directory", path);
 }

@@ -5,36 +5,13 @@
 #include <string>
 #include <string_view>
 
+#include "CoFd.h"
+
 namespace vantreld {
-
-/// Owns one file descriptor.
-class UniqueFd {
-  public:
-    UniqueFd() = default;
-    explicit UniqueFd(int fd) : fd_(fd) {}
-    UniqueFd(UniqueFd&& other) noexcept : fd_(other.release()) {}
-    UniqueFd& operator=(UniqueFd&& other) noexcept {
-        if (this != &other) reset(other.release());
-        return *this;
-    }
-    ~UniqueFd() { reset(); }
-
-    int get() const { return fd_; }
-    bool isOpen() const { return fd_ >= 0; }
-    int release() {
-        const int fd = fd_;
-        fd_ = -1;
-        return fd;
-    }
-    void reset(int fd = -1);
-
-  private:
-    int fd_ = -1;
-};
 
 /// A regular file open for reading.
 struct ReadableFile {
-    UniqueFd fd;
+    Vantrel::CoFd fd;
     std::size_t size = 0;
 };
 
@@ -65,7 +42,7 @@ class NewFile {
   private:
     std::string directory_;
     std::string name_;
-    UniqueFd fd_;
+    Vantrel::CoFd fd_;
     std::size_t size_ = 0;
     bool kept_ = false;
 };

@@ -9,7 +9,7 @@
 #include <cstdio>
 #include <memory>
 
-#include "CoFileDescriptor.h"
+#include "CoFd.h"
 #include "CoFilePath.h"
 
 namespace Vantrel {
@@ -24,10 +24,10 @@ class TemporaryFile {
     TemporaryFile(const TemporaryFile&) = delete;
     TemporaryFile& operator=(const TemporaryFile&) = delete;
     ~TemporaryFile() {
-        if (file_.isValid() && !moved_) ::unlink(name_.c_str());
+        if (file_.isOpen() && !moved_) ::unlink(name_.c_str());
     }
 
-    bool isValid() const { return file_.isValid(); }
+    bool isOpen() const { return file_.isOpen(); }
 
     bool fill(std::string_view content, mode_t mode) {
         while (!content.empty()) {
@@ -53,7 +53,7 @@ class TemporaryFile {
 
   private:
     std::string name_;
-    CoFileDescriptor file_;
+    CoFd file_;
     bool moved_ = false;
 };
 
@@ -71,8 +71,8 @@ int checkTarget(const std::string& target) {
 }
 
 void syncDirectory(const std::string& directory) {
-    const CoFileDescriptor file(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (file.isValid()) ::fsync(file.get());  // best effort: the file itself is complete either way
+    const CoFd file(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (file.isOpen()) ::fsync(file.get());  // best effort: the file itself is complete either way
 }
 
 }  // namespace
@@ -81,7 +81,7 @@ int CoAtomicFile::write(const std::string& path, std::string_view content, Exist
     const std::string target = existing == Existing::Replace ? followLinks(path) : path;
     if (const int error = checkTarget(target)) return error;
     TemporaryFile file(target);
-    if (!file.isValid() || !file.fill(content, mode) || !file.moveTo(target, existing)) return errno;
+    if (!file.isOpen() || !file.fill(content, mode) || !file.moveTo(target, existing)) return errno;
     syncDirectory(CoFilePath::directoryOf(target));
     return 0;
 }

@@ -11,7 +11,7 @@
 #include <string_view>
 
 #include "CoAtomicFile.h"
-#include "CoFileDescriptor.h"
+#include "CoFd.h"
 #include "CoMsg.h"
 
 namespace Vantrel {
@@ -74,8 +74,8 @@ int readAll(ReadSome readSome, std::string& text) {
 
 int readFile(const std::string& name, std::string& text) {
     // Non-blocking, so that a pipe of that name cannot hang the process.
-    const CoFileDescriptor file(::open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-    if (!file.isValid()) return errno;
+    const CoFd file(::open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    if (!file.isOpen()) return errno;
     struct stat status {};
     if (::fstat(file.get(), &status) != 0) return errno;
     if (S_ISDIR(status.st_mode)) return EISDIR;

@@ -97,18 +97,18 @@ CoFileMonitor::Watch::~Watch() {
 void CoFileMonitor::Watch::accept() {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (isRunning() && openNow()) readEvents();
-    if (inotify_.isValid()) watchFile();
+    if (inotify_.isOpen()) watchFile();
     known_ = CoFileSignature::of(path_);
 }
 
 bool CoFileMonitor::Watch::changed() {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (!isRunning()) return false;
-    const bool wasOpen = inotify_.isValid() && owner_ == ::getpid();
+    const bool wasOpen = inotify_.isOpen() && owner_ == ::getpid();
     if (openNow() && wasOpen) {
         // Events decide and not the signature: time stamps are too coarse for two writes in a row.
         if (!readEvents()) return false;
-        if (inotify_.isValid()) watchFile();
+        if (inotify_.isOpen()) watchFile();
         known_ = CoFileSignature::of(path_);
         return true;
     }
@@ -124,12 +124,12 @@ void CoFileMonitor::Watch::close() {
 }
 
 bool CoFileMonitor::Watch::openNow() {
-    if (inotify_.isValid() && owner_ == ::getpid()) return true;
+    if (inotify_.isOpen() && owner_ == ::getpid()) return true;
     closeNow();
     struct stat status {};
     if (::stat(directory_.c_str(), &status) != 0) return false;
-    inotify_ = CoFileDescriptor(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
-    if (!inotify_.isValid()) return false;
+    inotify_ = CoFd(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+    if (!inotify_.isOpen()) return false;
     directoryWatch_ = ::inotify_add_watch(inotify_.get(), directory_.c_str(), DIRECTORY_EVENTS);
     if (directoryWatch_ < 0) {
         closeNow();
@@ -141,7 +141,7 @@ bool CoFileMonitor::Watch::openNow() {
 }
 
 void CoFileMonitor::Watch::closeNow() {
-    inotify_ = CoFileDescriptor();
+    inotify_ = CoFd();
     directoryWatch_ = fileWatch_ = -1;
     directoryGone_ = false;
 }

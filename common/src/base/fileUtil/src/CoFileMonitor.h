@@ -6,7 +6,7 @@
 #include <mutex>
 #include <string>
 
-#include "CoFileDescriptor.h"
+#include "CoFd.h"
 
 namespace Vantrel {
 
@@ -70,7 +70,7 @@ class CoFileMonitor::Watch {
     std::mutex mutex_;
     // Guarded by mutex_.
     CoFileSignature known_;
-    CoFileDescriptor inotify_;
+    CoFd inotify_;
     int directoryWatch_ = -1;
     int fileWatch_ = -1;  // follows a symbolic link, which the directory's does not
     bool directoryGone_ = false;

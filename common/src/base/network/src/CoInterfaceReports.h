@@ -1,17 +1,14 @@
 #pragma once
 
+#include "CoFd.h"
+
 namespace Vantrel {
 
 /// The system's reports that interfaces or addresses came, changed or went: a netlink socket. What a report
-/// says is not read, since the interfaces are listed afresh anyway. Used under its owner's lock; owns the
-/// socket, which is close-on-exec.
+/// says is not read, since the interfaces are listed afresh anyway. The socket is close-on-exec. Not
+/// thread-safe.
 class CoInterfaceReports {
   public:
-    CoInterfaceReports() = default;
-    CoInterfaceReports(const CoInterfaceReports&) = delete;
-    CoInterfaceReports& operator=(const CoInterfaceReports&) = delete;
-    ~CoInterfaceReports() { close(); }
-
     /// The descriptor, opened when it is not; negative when the system refuses it (logged the first time).
     int open();
     void close();
@@ -21,8 +18,8 @@ class CoInterfaceReports {
     bool take();
 
   private:
-    int id_ = -1;
-    bool toldRefusal_ = false;
+    CoFd socket_;
+    bool loggedRefusal_ = false;
     bool missedSome_ = false;
 };
 

@@ -7,7 +7,8 @@
 namespace Vantrel {
 
 /// The owner of one descriptor, which it closes. Close-on-exec is the duty of whoever opens one.
-/// Thread safety: `get` and `isOpen` may be called from any thread, the others from one at a time.
+/// Thread-safe in that a descriptor is closed, or given up, only once. That none is closed while another
+/// thread uses it is up to the owner of this object.
 class CoFd {
   public:
     static constexpr int NONE = -1;

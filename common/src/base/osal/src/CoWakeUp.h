@@ -24,7 +24,7 @@ class CoWakeUp {
     /// Whether there was a signal.
     bool drain() const;
 
-    /// The descriptor is closed. Not thread-safe.
+    /// Closes the descriptor.
     void close() { fd_.reset(); }
 
   private:

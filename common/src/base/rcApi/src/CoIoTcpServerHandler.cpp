@@ -35,11 +35,11 @@ bool CoIoTcpServerHandler::handleError() {
 }
 
 bool CoIoTcpServerHandler::acceptOne() {
-    const int descriptor = server_.accept();
-    if (descriptor != CoIoDescriptor::INVALID_ID) {
+    CoFd connection = server_.accept();
+    if (connection.isOpen()) {
         pausedUntil_ = 0;
         failing_ = false;
-        handleConnection_(descriptor);
+        handleConnection_(std::move(connection));
         return true;
     }
     if (server_.lastError() == CoIoDescriptor::IoError::Again) return false;

@@ -13,8 +13,7 @@ namespace Vantrel {
 /// loop's thread.
 class CoIoTcpServerHandler : public CoIoHandler {
   public:
-    /// Gets each accepted descriptor number and owns it from then on.
-    using ConnectionHandler = std::function<void(int descriptor)>;
+    using ConnectionHandler = std::function<void(CoFd connection)>;
     /// Is called with the milliseconds that accepting pauses for.
     using PauseHandler = std::function<void(unsigned pauseMs)>;
 

@@ -22,8 +22,8 @@ constexpr std::size_t MAX_BYTES_BEFORE_LOGIN = 64 * 1024;
 
 }  // namespace
 
-rcServerContext::Client::Client(rcServerContext& context, unsigned id, int descriptor)
-    : context_(context), id_(id), descriptor_(descriptor) {
+rcServerContext::Client::Client(rcServerContext& context, unsigned id, CoFd connection)
+    : context_(context), id_(id), descriptor_(std::move(connection)) {
     descriptor_.setKeepAliveSocketOption();
     if (context_.usesLoginEnvironment()) takeInheritedInfo();
 }

@@ -15,7 +15,7 @@ namespace Vantrel {
 /// to the context and its loop's thread, except returnDelayed, which any thread may call.
 class rcServerContext::Client : public CoIoHandler {
   public:
-    Client(rcServerContext& context, unsigned id, int descriptor);
+    Client(rcServerContext& context, unsigned id, CoFd connection);
 
     unsigned getId() const { return id_; }
     const CoIoTcpDescriptor& descriptor() const { return descriptor_; }

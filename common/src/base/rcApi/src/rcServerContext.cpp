@@ -41,7 +41,7 @@ const rcParam::InfoList& rcMethod::getDudParamList() {
 }
 
 rcServerContext::rcServerContext(int port, const char* bindAddress)
-    : listener_([this](int descriptor) { handleConnection(descriptor); },
+    : listener_([this](CoFd connection) { handleConnection(std::move(connection)); },
                 [this](unsigned pauseMs) { reviewInterestsIn(pauseMs); }) {
     if (listener_.server().listen(port, bindAddress)) {
         registerIOHandler(&listener_);
@@ -52,7 +52,7 @@ rcServerContext::rcServerContext(int port, const char* bindAddress)
 }
 
 rcServerContext::rcServerContext(int lowPort, int highPort, const char* bindAddress)
-    : listener_([this](int descriptor) { handleConnection(descriptor); },
+    : listener_([this](CoFd connection) { handleConnection(std::move(connection)); },
                 [this](unsigned pauseMs) { reviewInterestsIn(pauseMs); }) {
     const bool any = lowPort <= 0 && highPort <= 0;
     const int first = any ? ANY_PORT : std::max(lowPort, LOWEST_PORT);
@@ -166,15 +166,12 @@ bool rcServerContext::login(const rcConnectionInfo&) {
 
 void rcServerContext::clientGone(unsigned) {}
 
-void rcServerContext::handleConnection(int descriptor) {
-    if (isFull()) {
-        ::close(descriptor);
-        return;
-    }
+void rcServerContext::handleConnection(CoFd connection) {
+    if (isFull()) return;
     do {
         ++lastClientId_;
     } while (lastClientId_ == 0 || isIdValid(lastClientId_));
-    const auto client = std::make_shared<Client>(*this, lastClientId_, descriptor);
+    const auto client = std::make_shared<Client>(*this, lastClientId_, std::move(connection));
     {
         const std::lock_guard<std::mutex> lock(tablesMutex_);
         clients_.emplace(lastClientId_, client);

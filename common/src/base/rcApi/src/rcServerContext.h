@@ -103,7 +103,7 @@ class rcServerContext : public rcAppContext {
 
   protected:
     /// Serves a connection that was accepted, and owns its descriptor from then on.
-    void handleConnection(int descriptor);
+    void handleConnection(CoFd connection);
 
     /// A client left, or was dropped; its id is not valid any more.
     virtual void clientGone(unsigned clientId);

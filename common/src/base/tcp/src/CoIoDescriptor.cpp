@@ -35,7 +35,7 @@ constexpr ErrorPair ERRORS[] = {
     {CoIoDescriptor::IoError::Invalid, EINVAL},
 };
 
-// Between two looks at the cancel pipe while a byte in it is for another waiter.
+// Between two looks at the cancel pipe while a stop in it is for another waiter.
 constexpr int FOREIGN_STOP_PAUSE_MS = 1;
 
 std::string errorText(CoIoDescriptor::IoError error) {
@@ -49,18 +49,9 @@ std::string errorText(CoIoDescriptor::IoError error) {
 
 }  // namespace
 
-CoIoDescriptor::~CoIoDescriptor() {
-    close();
-}
-
 void CoIoDescriptor::setId(int id) {
     waitsInRead_ = false;
-    const int earlier = id_.exchange(id, std::memory_order_relaxed);
-    if (earlier >= 0 && earlier != id) ::close(earlier);
-}
-
-void CoIoDescriptor::close() {
-    setId(INVALID_ID);
+    fd_.reset(id);
 }
 
 bool CoIoDescriptor::isActive() const {
@@ -98,7 +89,7 @@ CoIoDescriptor::WaitResult CoIoDescriptor::waitFor(short events, int timeoutMs, 
     if (ready == 0) return WaitResult::TimedOut;
     occurred = entries[0].revents;
     if (occurred != 0) return WaitResult::Ready;
-    // The byte is for another waiter, who takes it in a moment, or later when it is busy: rather than poll at
+    // The stop is for another waiter, who takes it in a moment, or later when it is busy: rather than poll at
     // full speed, wait a little for the descriptor alone.
     const int pauseMs = timeoutMs < 0 ? FOREIGN_STOP_PAUSE_MS : std::min(timeoutMs, FOREIGN_STOP_PAUSE_MS);
     if (::poll(entries, 1, pauseMs) < 0 && errno != EINTR) return WaitResult::Failed;

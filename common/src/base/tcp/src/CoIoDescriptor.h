@@ -5,7 +5,9 @@
 #include <atomic>
 #include <cstddef>
 #include <string>
+#include <utility>
 
+#include "CoFd.h"
 #include "CoStopRequest.h"
 
 namespace Vantrel {
@@ -19,7 +21,7 @@ class CoIoDescriptor {
   public:
     using SharedCancelPipe = CoSharedCancelPipe;
 
-    static constexpr int INVALID_ID = -1;
+    static constexpr int INVALID_ID = CoFd::NONE;
 
     /// The library's error numbers, each tied to one of the system's.
     enum class IoError : int {
@@ -39,18 +41,19 @@ class CoIoDescriptor {
     };
 
     CoIoDescriptor() = default;
-    explicit CoIoDescriptor(int id) : id_(id) {}
+    explicit CoIoDescriptor(int id) : fd_(id) {}
+    explicit CoIoDescriptor(CoFd fd) : fd_(std::move(fd)) {}
     CoIoDescriptor(const CoIoDescriptor&) = delete;
     CoIoDescriptor& operator=(const CoIoDescriptor&) = delete;
-    virtual ~CoIoDescriptor();
+    virtual ~CoIoDescriptor() = default;
 
     /// Takes over an open descriptor, closing the one held before.
     void setId(int id);
-    int getId() const { return id_.load(std::memory_order_relaxed); }
-    bool isValid() const { return getId() >= 0; }
+    int getId() const { return fd_.get(); }
+    bool isValid() const { return fd_.isOpen(); }
     /// Valid and not closed by the peer.
     bool isActive() const;
-    void close();
+    void close() { setId(INVALID_ID); }
 
     /// Waits up to `timeoutMs` for data, then reads once. Bytes read; 0 for a time-out or nothing available,
     /// and also, before the time-out, when a signal or somebody else's stop() ended the wait; -1 on error,
@@ -150,7 +153,7 @@ class CoIoDescriptor {
     template <typename Step>
     ssize_t transferAll(std::size_t length, short event, unsigned stallTimeoutMs, Step step);
 
-    std::atomic<int> id_{INVALID_ID};
+    CoFd fd_;
     bool waitsInRead_ = false;
     CoStopRequest stop_;
     IoError lastError_ = IoError::None;

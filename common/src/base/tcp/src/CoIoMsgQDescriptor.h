@@ -2,6 +2,8 @@
 
 #include <sys/types.h>
 
+#include <utility>
+
 #include "CoIoDescriptor.h"
 
 namespace Vantrel {
@@ -12,6 +14,7 @@ class CoIoMsgQDescriptor : public CoIoDescriptor {
   public:
     CoIoMsgQDescriptor() = default;
     explicit CoIoMsgQDescriptor(int id) : CoIoDescriptor(id) {}
+    explicit CoIoMsgQDescriptor(CoFd fd) : CoIoDescriptor(std::move(fd)) {}
 
     /// Connects to the socket file `path`, trying again while its queue is full: ends within `timeoutMs`, or
     /// when stopped. Any user may place a file, so it must belong to root or to this process's effective

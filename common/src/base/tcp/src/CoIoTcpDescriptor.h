@@ -3,6 +3,7 @@
 #include <netdb.h>
 
 #include <string>
+#include <utility>
 
 #include "CoIoDescriptor.h"
 
@@ -16,6 +17,7 @@ class CoIoTcpDescriptor : public CoIoDescriptor {
   public:
     CoIoTcpDescriptor() = default;
     explicit CoIoTcpDescriptor(int id) : CoIoDescriptor(id) {}
+    explicit CoIoTcpDescriptor(CoFd fd) : CoIoDescriptor(std::move(fd)) {}
 
     /// Connects to a host (a numeric address or a name) and port; look-up and connect together end within
     /// `connectionTimeoutSec`, or when stopped. A name's addresses are tried in order until one answers; 0

@@ -85,22 +85,22 @@ int CoIoTcpServerDescriptor::getPort() const {
     return ntohs(reinterpret_cast<const sockaddr_in&>(address).sin_port);
 }
 
-int CoIoTcpServerDescriptor::accept() {
+CoFd CoIoTcpServerDescriptor::accept() {
     clearLastError();
-    int id;
+    CoFd accepted;
     do {
-        id = ::accept4(getId(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
-    } while (id < 0 && errno == EINTR);
-    if (id < 0) {
+        accepted.reset(::accept4(getId(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    } while (!accepted.isOpen() && errno == EINTR);
+    if (!accepted.isOpen()) {
         // A connection that its peer gave up while it waited is no failure of ours: there just is none now.
         if (errno == ECONNABORTED) errno = EAGAIN;
         // A full descriptor table lasts: no warning of an unknown error for each attempt.
         setLastError(errno == EAGAIN ? IoError::Again : IoError::Other);
-        return INVALID_ID;
+        return accepted;
     }
     const int on = 1;
-    ::setsockopt(id, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-    return id;
+    ::setsockopt(accepted.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    return accepted;
 }
 
 }  // namespace Vantrel

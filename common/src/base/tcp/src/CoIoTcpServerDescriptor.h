@@ -17,9 +17,9 @@ class CoIoTcpServerDescriptor : public CoIoTcpDescriptor {
     /// The port it listens on, or 0.
     int getPort() const;
 
-    /// Accepts one waiting connection: its descriptor number (non-blocking, close-on-exec, without delay),
-    /// which the caller owns, or INVALID_ID with the last error set: Again when none waits.
-    int accept();
+    /// Accepts one waiting connection (non-blocking, close-on-exec, without delay). Not open, with the last
+    /// error set, when there is none: Again when none waits.
+    CoFd accept();
 
   private:
     bool listenOnEvery(int port);

@@ -3,7 +3,6 @@
 #include <ifaddrs.h>
 #include <net/if.h>
 #include <netdb.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -108,11 +107,6 @@ bool isReceptionPause(int error) {
 
 }  // namespace
 
-void CoMulticast::Socket::close() noexcept {
-    if (id >= 0) ::close(id);
-    id = -1;
-}
-
 int CoMulticast::familyOf(const std::string& scope) {
     return TcpSettings::ipv6.get() || scope.find(':') != std::string::npos ? AF_INET6 : AF_INET;
 }
@@ -123,11 +117,11 @@ CoMulticast::CoMulticast(unsigned port, const std::string& scope, const std::str
 }
 
 void CoMulticast::open() {
-    socket_.id = ::socket(group_.ss_family, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    socket_.reset(::socket(group_.ss_family, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     const int on = 1;
     // Without it, an IPv6 socket would take IPv4's datagrams from the IPv4 sockets of the same port.
-    const bool opened = socket_.id >= 0 && (!isIPv6() || ::setsockopt(socket_.id, IPPROTO_IPV6, IPV6_V6ONLY,
-                                                                      &on, sizeof on) == 0);
+    const bool opened = socket_.isOpen() && (!isIPv6() || ::setsockopt(socket_.get(), IPPROTO_IPV6,
+                                                                       IPV6_V6ONLY, &on, sizeof on) == 0);
     if (opened) return;
     const int error = errno;
     fail(coFormat("Unable to create a datagram socket%s", isIPv6() ? " for IPv6" : " for IPv4"), error);
@@ -170,7 +164,7 @@ void CoMulticast::bind(bool isPublic) {
     const int on = 1;
     if (isPublic) {
         setPort(address, port_);
-        if (::setsockopt(socket_.id, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0) {
+        if (::setsockopt(socket_.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0) {
             failFromSystem("Unable to set SO_REUSEADDR option");
         }
         hearJoinedOnly();
@@ -179,7 +173,7 @@ void CoMulticast::bind(bool isPublic) {
         // one would go to the other.
         reinterpret_cast<sockaddr_in&>(address).sin_addr = local.address;
     }
-    if (::bind(socket_.id, toSockaddr(address), sizeOf(address)) != 0) {
+    if (::bind(socket_.get(), toSockaddr(address), sizeOf(address)) != 0) {
         const int error = errno;
         const std::string ip = CoNameLookup::toNumericText(toSockaddr(address), sizeOf(address));
         fail(coFormat("Unable to bind to %s:%u", ip.c_str(), isPublic ? port_ : 0), error);
@@ -197,18 +191,19 @@ void CoMulticast::hearJoinedOnly() const {
     setOption(IP_MULTICAST_ALL, IPV6_MULTICAST_ALL, 0);
     // With IPv6, membership on one interface opens all of them: `receive` has to look where each came in.
     const int on = 1;
-    if (isIPv6()) ::setsockopt(socket_.id, IPPROTO_IPV6, IPV6_RECVPKTINFO, &on, sizeof on);
+    if (isIPv6()) ::setsockopt(socket_.get(), IPPROTO_IPV6, IPV6_RECVPKTINFO, &on, sizeof on);
 }
 
 void CoMulticast::selectInterface(const Interface& local) const {
     int result = 0;
     if (isIPv6()) {
-        result = ::setsockopt(socket_.id, IPPROTO_IPV6, IPV6_MULTICAST_IF, &local.index, sizeof local.index);
+        result =
+            ::setsockopt(socket_.get(), IPPROTO_IPV6, IPV6_MULTICAST_IF, &local.index, sizeof local.index);
     } else {
         ip_mreqn request{};
         request.imr_address = local.address;
         request.imr_ifindex = static_cast<int>(local.index);
-        result = ::setsockopt(socket_.id, IPPROTO_IP, IP_MULTICAST_IF, &request, sizeof request);
+        result = ::setsockopt(socket_.get(), IPPROTO_IP, IP_MULTICAST_IF, &request, sizeof request);
     }
     if (result == 0) return;
     const int error = errno;
@@ -226,12 +221,12 @@ int CoMulticast::changeMembership(const Interface& local, int optionIPv4, int op
         request.imr_multiaddr = reinterpret_cast<const sockaddr_in&>(group_).sin_addr;
         request.imr_address = local.address;
         request.imr_ifindex = static_cast<int>(local.index);
-        return ::setsockopt(socket_.id, IPPROTO_IP, optionIPv4, &request, sizeof request);
+        return ::setsockopt(socket_.get(), IPPROTO_IP, optionIPv4, &request, sizeof request);
     }
     ipv6_mreq request{};
     request.ipv6mr_multiaddr = reinterpret_cast<const sockaddr_in6&>(group_).sin6_addr;
     request.ipv6mr_interface = deviceOf(local);
-    return ::setsockopt(socket_.id, IPPROTO_IPV6, optionIPv6, &request, sizeof request);
+    return ::setsockopt(socket_.get(), IPPROTO_IPV6, optionIPv6, &request, sizeof request);
 }
 
 void CoMulticast::join(const std::string& interface) {
@@ -257,14 +252,14 @@ void CoMulticast::drop(const std::string& interface) {
 }
 
 int CoMulticast::setOption(int optionIPv4, int optionIPv6, int value) const {
-    return isIPv6() ? ::setsockopt(socket_.id, IPPROTO_IPV6, optionIPv6, &value, sizeof value)
-                    : ::setsockopt(socket_.id, IPPROTO_IP, optionIPv4, &value, sizeof value);
+    return isIPv6() ? ::setsockopt(socket_.get(), IPPROTO_IPV6, optionIPv6, &value, sizeof value)
+                    : ::setsockopt(socket_.get(), IPPROTO_IP, optionIPv4, &value, sizeof value);
 }
 
 int CoMulticast::getOption(int optionIPv4, int optionIPv6, int& value) const {
     socklen_t size = sizeof value;
-    return isIPv6() ? ::getsockopt(socket_.id, IPPROTO_IPV6, optionIPv6, &value, &size)
-                    : ::getsockopt(socket_.id, IPPROTO_IP, optionIPv4, &value, &size);
+    return isIPv6() ? ::getsockopt(socket_.get(), IPPROTO_IPV6, optionIPv6, &value, &size)
+                    : ::getsockopt(socket_.get(), IPPROTO_IP, optionIPv4, &value, &size);
 }
 
 void CoMulticast::setTTL(unsigned ttl) {
@@ -308,7 +303,7 @@ void CoMulticast::send(const void* data, std::size_t length, const char* address
 
 void CoMulticast::send(const void* data, std::size_t length, const sockaddr_storage& to) const {
     const ssize_t sent =
-        ::sendto(socket_.id, data, length, MSG_DONTWAIT | MSG_NOSIGNAL, toSockaddr(to), sizeOf(to));
+        ::sendto(socket_.get(), data, length, MSG_DONTWAIT | MSG_NOSIGNAL, toSockaddr(to), sizeOf(to));
     if (sent >= 0) return;
     const int error = errno;
     std::string ip;
@@ -346,7 +341,7 @@ bool CoMulticast::receive(void* buffer, std::size_t& length, sockaddr_storage& f
         message.msg_iovlen = 1;
         message.msg_control = control;
         message.msg_controllen = sizeof control;
-        received = ::recvmsg(socket_.id, &message, block ? 0 : MSG_DONTWAIT);
+        received = ::recvmsg(socket_.get(), &message, block ? 0 : MSG_DONTWAIT);
         heard = received < 0 || isHeard(message);
     } while (block && !heard);
     if (received >= 0) {
@@ -372,7 +367,7 @@ void CoMulticast::addrToIPAndPort(const sockaddr_storage& address, std::string& 
 unsigned CoMulticast::getLocalPort() const {
     sockaddr_storage address{};
     socklen_t size = sizeof address;
-    if (::getsockname(socket_.id, toSockaddr(address), &size) != 0) return 0;
+    if (::getsockname(socket_.get(), toSockaddr(address), &size) != 0) return 0;
     return portOf(address);
 }
 

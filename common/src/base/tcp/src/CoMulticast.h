@@ -5,8 +5,9 @@
 
 #include <cstddef>
 #include <string>
-#include <utility>
 #include <vector>
+
+#include "CoFd.h"
 
 namespace Vantrel {
 
@@ -78,7 +79,7 @@ class CoMulticast {
     static void addrToIPAndPort(const sockaddr_storage& address, std::string& ip, unsigned& port);
 
     /// The descriptor, to wait on; negative after a move.
-    int getId() const { return socket_.id; }
+    int getId() const { return socket_.get(); }
     unsigned getPort() const { return port_; }
     /// The port that the socket itself is bound to; 0 when it is not.
     unsigned getLocalPort() const;
@@ -86,19 +87,6 @@ class CoMulticast {
     const std::string& getInterface() const { return interface_; }
 
   private:
-    struct Socket {
-        Socket() = default;
-        Socket(Socket&& other) noexcept : id(std::exchange(other.id, -1)) {}
-        Socket& operator=(Socket&& other) noexcept {
-            std::swap(id, other.id);
-            other.close();
-            return *this;
-        }
-        ~Socket() { close(); }
-        void close() noexcept;
-
-        int id = -1;
-    };
     /// The local end of what goes to groups; all zero: the system chooses.
     struct Interface {
         in_addr address{};
@@ -121,7 +109,7 @@ class CoMulticast {
     std::string scope_;
     std::string interface_;
     sockaddr_storage group_;
-    Socket socket_;
+    CoFd socket_;
     std::vector<unsigned> joined_;  ///< numbers of the devices, 0 where the system chose
 };
 
