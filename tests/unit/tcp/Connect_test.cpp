@@ -83,7 +83,7 @@ TEST_F(Connect, CanBeStoppedAndThenUsedAgain) {
     EXPECT_LT(seconds, LONG_SEC / 2);
     EXPECT_TRUE(client.wasStopped());
     EXPECT_FALSE(client.isValid());
-    EXPECT_FALSE(cancelPipeHasBytes());
+    EXPECT_FALSE(cancelPipeHasStops());
     EXPECT_TRUE(client.connect("127.0.0.1", server.getPort(), 0, 0, 10));
 }
 

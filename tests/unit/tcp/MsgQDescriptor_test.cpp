@@ -113,7 +113,7 @@ TEST_F(MsgQConnect, CanBeStoppedAndThenUsedAgain) {
     EXPECT_LT(seconds, LONG_SEC / 2);
     EXPECT_TRUE(client.wasStopped());
     EXPECT_FALSE(client.isValid());
-    EXPECT_FALSE(cancelPipeHasBytes());
+    EXPECT_FALSE(cancelPipeHasStops());
     const CoIoDescriptor room(::accept4(server.getId(), nullptr, nullptr, SOCK_CLOEXEC));
     EXPECT_TRUE(client.connect(path.c_str(), LONG_MS)) << client.lastErrorText();
 }

@@ -39,7 +39,7 @@ inline double threadCpuSeconds() {
     return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
 
-inline bool cancelPipeHasBytes() {
+inline bool cancelPipeHasStops() {
     pollfd entry{CoSharedCancelPipe::get().getOut(), POLLIN, 0};
     return ::poll(&entry, 1, 0) > 0;
 }

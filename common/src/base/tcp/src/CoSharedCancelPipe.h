@@ -1,41 +1,35 @@
 #pragma once
 
+#include "CoWakeUp.h"
+
 namespace Vantrel {
 
-/// The one pipe of the process that wakes blocked waits: whoever wants to end one writes a byte, and every
-/// wait polls the read end beside its own descriptor. Both ends are close-on-exec and non-blocking.
-/// Created on first use and never destroyed. A forked child gets a pipe of its own, so that it does not wake
-/// its parent. Thread-safe.
+/// Wakes the blocked waits of the process: each polls its output beside its own descriptor, and whoever wants
+/// to end one puts a stop in. A stop wakes every waiter until it is taken out. Close-on-exec and
+/// non-blocking. Created on first use and never destroyed. A forked child has one of its own, so that it does
+/// not wake its parent. Thread-safe.
 class CoSharedCancelPipe {
   public:
+    static CoSharedCancelPipe& get();
+
+    explicit CoSharedCancelPipe(CoSharedCancelPipe* parents);
     CoSharedCancelPipe(const CoSharedCancelPipe&) = delete;
     CoSharedCancelPipe& operator=(const CoSharedCancelPipe&) = delete;
 
-    static CoSharedCancelPipe& get();
+    /// False when the system refused it (logged): waits then end by their time-outs only.
+    bool isValid() const { return wakeUp_.isOpen(); }
+    int getIn() const { return wakeUp_.descriptor(); }   ///< to write to; -1 when there is none
+    int getOut() const { return wakeUp_.descriptor(); }  ///< to wait on; the same descriptor
 
-    /// False when the system refused a pipe (logged): waits then end by their time-outs only.
-    bool isValid() const { return in_ >= 0; }
-    int getIn() const { return in_; }    ///< write end, or -1
-    int getOut() const { return out_; }  ///< read end, or -1
-
-    /// Writes one byte; false with errno set when it cannot.
-    bool put() const;
-    /// Takes one byte back. Whoever put one, or was left one, takes exactly one: bytes are interchangeable.
-    void take() const;
-    /// Drains whatever bytes are in it. Only while nobody waits: it would take bytes that others own.
+    /// Puts one stop in; false with errno set when it cannot.
+    bool put() const { return wakeUp_.signal(); }
+    /// Takes one stop out. Whoever put one, or was left one, takes exactly one: they are interchangeable.
+    void take() const { wakeUp_.drain(); }
+    /// Takes all stops out. Only while nobody waits: it would take those that others own.
     void flush() const;
 
-    /// Makes one end close-on-exec and non-blocking; false, with the reason logged, when that fails.
-    static bool prepareEnd(int fd);
-
   private:
-    explicit CoSharedCancelPipe(unsigned generation);
-    ~CoSharedCancelPipe();
-
-    int in_ = -1;
-    int out_ = -1;
-    unsigned generation_;                    // of the fork that this pipe belongs to
-    CoSharedCancelPipe* earlier_ = nullptr;  // the parent's; kept because its address may still be known
+    CoWakeUp wakeUp_{CoWakeUp::Kind::Count};
 };
 
 }  // namespace Vantrel

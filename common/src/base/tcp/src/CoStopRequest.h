@@ -6,10 +6,10 @@ namespace Vantrel {
 
 /// A request to end the wait that one thread is in, made by another through the shared cancel pipe.
 ///
-/// A byte in the pipe wakes every waiter of the process until somebody takes it, so each byte has exactly one
+/// A stop in the pipe wakes every waiter of the process until somebody takes it out, so each has exactly one
 /// owner at any time: first the requester, and once the request is handed over, the waiter, who takes it when
 /// it notices the request or ends its wait. If the waiter is gone before the hand-over, the requester takes
-/// its byte back. So none stays behind, and a request on a descriptor where nobody waits writes none.
+/// its stop back. So none stays behind, and a request on a descriptor where nobody waits puts none in.
 ///
 /// A waiter that blocks in the read of a socket of its own does not see the pipe: a request shuts the socket
 /// down for reading instead, which ends the read. The waiter leaves the read only once that is done, so the
@@ -23,7 +23,7 @@ class CoStopRequest {
     void begin();
     void end();
 
-    /// Ends the wait in progress, if there is one. False with errno set when the pipe takes no byte.
+    /// Ends the wait in progress, if there is one. False with errno set when the pipe takes no stop.
     /// `socket` is what the waiter reads, should it be between `beginRead` and `endRead`.
     bool request(int socket);
 
@@ -41,9 +41,9 @@ class CoStopRequest {
         WAITING,      // a wait is in progress
         READING,      // the same, in a read that blocks
         SHUTTING,     // its end is requested; the requester is about to shut the socket down
-        REQUESTED,    // its end is requested; the requester owns the byte
-        HANDED_OVER,  // the same; the waiter owns the byte
-        NOTICED       // the waiter knows, or will when its read has ended, and no byte is left
+        REQUESTED,    // its end is requested; the requester owns the stop
+        HANDED_OVER,  // the same; the waiter owns the stop
+        NOTICED       // the waiter knows, or will when its read has ended, and no stop is left
     };
 
     void replaceState(State state);
