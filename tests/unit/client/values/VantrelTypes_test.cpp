@@ -61,6 +61,7 @@ TEST(VantrelStr, AssignsAndAppends) {
         {"append itself", "abcdefghijkl", [](VantrelStr& s) { s += s; }, "abcdefghijklabcdefghijkl"},
         {"append own tail", "abcdefghijkl", [](VantrelStr& s) { s += s.c_str() + 9; }, "abcdefghijkljkl"},
         {"clear", "abc", [](VantrelStr& s) { s.clear(); }, ""},
+        {"reset", "abc", [](VantrelStr& s) { s.reset(); }, ""},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -70,25 +71,6 @@ TEST(VantrelStr, AssignsAndAppends) {
         EXPECT_EQ(str.length(), std::strlen(c.after));
         EXPECT_EQ(*emptyBuffer(), '\0') << "the shared empty buffer was written";
     }
-}
-
-TEST(VantrelStr, MovesLeaveTheSourceEmpty) {
-    VantrelStr first("first");
-    VantrelStr second(std::move(first));
-    EXPECT_TRUE(first.isEmpty());
-    EXPECT_STREQ(second.c_str(), "first");
-
-    VantrelStr third("third");
-    third = std::move(second);
-    EXPECT_TRUE(second.isEmpty());
-    EXPECT_STREQ(third.c_str(), "first");
-
-    VantrelStr& same = third;
-    third = std::move(same);
-    EXPECT_STREQ(third.c_str(), "first");
-    second = third;
-    third.clear();
-    EXPECT_STREQ(second.c_str(), "first");
 }
 
 TEST(VantrelStr, ComparesBytesNotAddresses) {
@@ -158,22 +140,6 @@ TEST(VantrelStrList, HoldsTextsInOrder) {
     EXPECT_EQ(list.size(), 0U);
 }
 
-TEST(VantrelStrList, CopiesAreIndependentAndMovesLeaveNothing) {
-    VantrelStrList list = listOf({"a", "b"});
-    VantrelStrList copy(list);
-    copy.push_back("c");
-    EXPECT_THAT(textsOf(list), ElementsAre("a", "b"));
-    VantrelStrList moved(std::move(list));
-    EXPECT_EQ(list.size(), 0U);
-    EXPECT_THAT(textsOf(moved), ElementsAre("a", "b"));
-    list = copy;
-    copy = std::move(moved);
-    EXPECT_THAT(textsOf(copy), ElementsAre("a", "b"));
-    EXPECT_THAT(textsOf(list), ElementsAre("a", "b", "c"));
-    list = VantrelStrList();
-    EXPECT_EQ(list.size(), 0U);
-}
-
 TEST(VantrelStrList, BadIndexIsLoggedAndGivesAnEmptyText) {
     const VantrelStrList lists[] = {VantrelStrList(), listOf({"a"})};
     for (const VantrelStrList& list : lists) {
@@ -214,20 +180,55 @@ TEST(VantrelDictionary, WritesAndReadsTheAttributeStream) {
     EXPECT_EQ(keys.size(), 0U);
 }
 
-TEST(VantrelDictionary, CopiesMovesAndCompares) {
+TEST(VantrelDictionary, ComparesEntriesNotTheirOrder) {
     VantrelDictionary dictionary("A 1 1B 1 2");
-    VantrelDictionary copy(dictionary);
-    EXPECT_TRUE(copy == VantrelDictionary("B 1 2A 1 1")) << "order does not matter";
-    copy.setInteger("A", 3);
-    EXPECT_TRUE(copy != dictionary);
-    const VantrelDictionary moved(std::move(dictionary));
-    EXPECT_TRUE(dictionary.isEmpty());
-    EXPECT_STREQ(moved.getStream(), "A 1 1B 1 2");
-    dictionary.setString("again", "usable");
-    EXPECT_FALSE(dictionary.isEmpty());
-    dictionary = moved;
-    EXPECT_TRUE(dictionary == moved);
+    EXPECT_TRUE(dictionary == VantrelDictionary("B 1 2A 1 1"));
+    EXPECT_TRUE(dictionary != VantrelDictionary("A 1 1B 1 3"));
     EXPECT_TRUE(VantrelDictionary() == VantrelDictionary("  1 x")) << "a removed entry does not count";
+}
+
+std::string textOf(const VantrelStr& str) {
+    return str.c_str();
+}
+std::string textOf(const VantrelStrList& list) {
+    return ::testing::PrintToString(textsOf(list));
+}
+std::string textOf(const VantrelDictionary& dictionary) {
+    return dictionary.getStream();
+}
+
+template <typename Value>
+void expectValueSemantics(Value value, void (*change)(Value&)) {
+    const std::string text = textOf(value);
+    Value copy(value);
+    change(copy);
+    EXPECT_EQ(textOf(value), text);
+    EXPECT_NE(textOf(copy), text);
+    Value& itself = value;
+    value = itself;
+    value = std::move(itself);
+    EXPECT_EQ(textOf(value), text);
+
+    Value moved(std::move(value));
+    EXPECT_EQ(textOf(value), textOf(Value()));
+    copy = std::move(moved);
+    EXPECT_EQ(textOf(copy), text);
+    EXPECT_EQ(textOf(moved), textOf(Value()));
+    change(moved);
+    moved = copy;
+    change(copy);
+    EXPECT_EQ(textOf(moved), text) << "what was moved from can be used";
+    moved = Value();
+    EXPECT_EQ(textOf(moved), textOf(Value()));
+}
+
+TEST(VantrelValues, CopiesAreIndependentAndMovesLeaveNothing) {
+    expectValueSemantics<VantrelStr>("abc", [](VantrelStr& str) { str += "d"; });
+    expectValueSemantics<VantrelStrList>(listOf({"a", "b"}),
+                                         [](VantrelStrList& list) { list.push_back("c"); });
+    expectValueSemantics<VantrelDictionary>(
+        VantrelDictionary("A 1 1B 1 2"),
+        [](VantrelDictionary& dictionary) { dictionary.setInteger("A", 3); });
 }
 
 TEST(VantrelMetaDataBlob, HasFourKeysInOrder) {
