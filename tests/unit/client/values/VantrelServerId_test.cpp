@@ -26,7 +26,7 @@ TEST(VantrelServerId, ReadsItsTextForm) {
                           {"", "", "SXAFS", 0, ":SXAFS"}};
     for (const Case& c : cases) {
         SCOPED_TRACE(c.text);
-        VantrelServerId id("other:1");
+        VantrelServerId id("old", "other", 1);
         id.setId(c.text);
         EXPECT_STREQ(id.getIPAddr(), c.address);
         EXPECT_STREQ(id.getDB(), c.storage);

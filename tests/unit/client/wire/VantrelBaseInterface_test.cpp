@@ -10,6 +10,8 @@ namespace {
 using Converter = VantrelBaseInterface::Converter;
 
 TEST(BaseInterface, ConvertsBothWays) {
+    std::string longText;
+    for (int i = 0; i < 1000; ++i) longText += "\xc3\xa9";
     const struct {
         const char* what;
         const char* from;
@@ -20,11 +22,7 @@ TEST(BaseInterface, ConvertsBothWays) {
         {"to Latin 1", "UTF-8", "ISO-8859-1", "caf\xc3\xa9 no\xc3\xabl", "caf\xe9 no\xebl"},
         {"from Latin 1", "ISO-8859-1", "UTF-8", "caf\xe9", "caf\xc3\xa9"},
         {"longer than the room reserved at first", "ISO-8859-1", "UTF-8", std::string(1000, '\xe9'),
-         [] {
-             std::string text;
-             for (int i = 0; i < 1000; ++i) text += "\xc3\xa9";
-             return text;
-         }()},
+         longText},
         {"ends with a shift back to ASCII", "UTF-8", "ISO-2022-JP", "\xe6\x97\xa5", "\x1b$BF|\x1b(B"},
         {"no such character there", "UTF-8", "ISO-8859-1", "\xe6\x97\xa5", "\xe6\x97\xa5"},
         {"no UTF-8", "UTF-8", "ISO-8859-1", "caf\xe9", "caf\xe9"},

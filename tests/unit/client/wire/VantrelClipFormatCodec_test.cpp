@@ -6,6 +6,7 @@
 #include <string>
 #include <tuple>
 #include <utility>
+#include <vector>
 
 #include "CoMsg.h"
 #include "rcAttrStream.h"
@@ -31,28 +32,37 @@ VantrelClipFormat hdFormat(const char* formatTag, const char* metaDataTag, const
 
 constexpr const char* HD_WORDS = "1920 1080 24 3 6220800 1 23.976 ";
 
-TEST(ClipFormatPlain, IsWrittenForEachDirection) {
+TEST(ClipFormatPlain, IsWrittenForEachDirectionAndReadByTheServer) {
     const std::string longTag(300, 't');
-    struct Case {
+    const std::string longData(5000, 'm');
+    const struct {
         const char* name;
         VantrelClipFormat format;
         std::string tail;
         std::string requestMetaData;
         std::string replyMetaData;
-    };
-    const Case cases[] = {
-        {"plain", hdFormat("rgb", "xml", "<a b=\"c\\d\"/>"), "rgb 4 xml ", R"("<a b=\"c\\d\"/>")",
-         R"(<a b="c\d"/>)"},
+    } cases[] = {
+        {"plain", hdFormat("rgb", "xml", " <a b=\"c\\d\"/> "), "rgb 4 xml ", R"(" <a b=\"c\\d\"/> ")",
+         R"( <a b="c\d"/> )"},
         {"nothing to say", hdFormat("", "", ""), "none 4 none ", "\"\"", ""},
         {"null metadata tag", hdFormat("uyvu_le", nullptr, "m"), "uyvu_le 4 none ", "\"m\"", "m"},
         {"over-long tags", hdFormat(longTag.c_str(), longTag.c_str(), ""),
          longTag.substr(0, 255) + " 4 " + longTag.substr(0, 255) + " ", "\"\"", ""},
+        {"long metadata", hdFormat("t", "g", longData.c_str()), "t 4 g ", '"' + longData + '"', longData},
     };
-    for (const Case& c : cases) {
+    std::string error;
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        EXPECT_EQ(Codec::toRequestText(c.format), HD_WORDS + c.tail + c.requestMetaData);
+        const std::string request = HD_WORDS + c.tail + c.requestMetaData;
+        EXPECT_EQ(Codec::toRequestText(c.format), request);
         EXPECT_EQ(Codec::toReplyText(c.format), HD_WORDS + c.tail + c.replyMetaData);
+        VantrelClipFormat read;
+        EXPECT_TRUE(Codec::fromRequestText(request, read, error)) << error;
+        EXPECT_EQ(Codec::toRequestText(read), request);
     }
+    VantrelClipFormat read;
+    EXPECT_TRUE(Codec::fromRequestText("1 2 3 4 5 6 7 t 1 g word", read, error)) << error;
+    EXPECT_STREQ(read.metaData(), "word") << "without quotes";
 }
 
 TEST(ClipFormatPlain, ReplyIsRead) {
@@ -91,29 +101,8 @@ TEST(ClipFormatPlain, ReplyIsRead) {
     }
 }
 
-TEST(ClipFormatPlain, RequestIsRead) {
-    const std::string longMetaData(5000, 'm');
-    const std::tuple<const char*, std::string, std::string> cases[] = {
-        {"quoted", R"(1 2 3 4 5 6 7 t 1 g " a \"b\" \\")", " a \"b\" \\"},
-        {"empty", "1 2 3 4 5 6 7 t 1 g \"\"", ""},
-        {"bare", "1 2 3 4 5 6 7 t 1 g word", "word"},
-        {"long", "1 2 3 4 5 6 7 t 1 g \"" + longMetaData + "\"", longMetaData},
-    };
-    for (const auto& [name, text, metaData] : cases) {
-        SCOPED_TRACE(name);
-        VantrelClipFormat format;
-        std::string error;
-        EXPECT_TRUE(Codec::fromRequestText(text, format, error)) << error;
-        EXPECT_EQ(show(format), "1x2 3/4 5 ratio 6.000000 rate 7.000000 [t] scan 1 [g] [" + metaData + "]");
-    }
-}
-
 TEST(ClipFormatPlain, RequestSaysWhatItLacks) {
-    struct Case {
-        const char* text;
-        const char* error;
-    };
-    const Case cases[] = {
+    const std::pair<const char*, const char*> cases[] = {
         {"", "Invalid clip format: cannot read the width."},
         {"1 x", "Invalid clip format: cannot read the height."},
         {"1 2 3 4 z", "Invalid clip format: cannot read the frame buffer size."},
@@ -122,11 +111,11 @@ TEST(ClipFormatPlain, RequestSaysWhatItLacks) {
         {"1 2 3 4 5 6 7 t 5 g", "Invalid clip format: unknown scan format 5."},
         {"1 2 3 4 5 6 7 t -1 g", "Invalid clip format: unknown scan format -1."},
     };
-    for (const Case& c : cases) {
+    for (const auto& [text, expected] : cases) {
         VantrelClipFormat format = hdFormat("old", "old", "old");
         std::string error;
-        EXPECT_FALSE(Codec::fromRequestText(c.text, format, error)) << c.text;
-        EXPECT_EQ(error, c.error);
+        EXPECT_FALSE(Codec::fromRequestText(text, format, error)) << text;
+        EXPECT_EQ(error, expected);
         EXPECT_STREQ(format.formatTag(), "old");
     }
 }
@@ -166,46 +155,37 @@ Vantrel::rcAttrStream streamWith(const char* left, const char* name = nullptr, c
 }
 
 TEST(ClipFormatStream, IsRead) {
-    struct Case {
-        const char* name;
-        Vantrel::rcAttrStream stream;
-        unsigned long size;
-    };
-    const Case cases[] = {
+    const std::tuple<const char*, Vantrel::rcAttrStream, unsigned long> cases[] = {
         {"short size", streamWith(nullptr), 5},
         {"long size wins", streamWith(nullptr, "szu", "0x1ffffffff"), 0x1ffffffffUL},
         {"long size of 0", streamWith(nullptr, "szu", "0x0"), 5},
         {"negative short size", streamWith(nullptr, "sz", "-1"), 0},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [name, stream, size] : cases) {
+        SCOPED_TRACE(name);
         VantrelClipFormat format;
         std::string error;
-        EXPECT_TRUE(Codec::fromStream(c.stream, "GetClipFormatEx", format, error)) << error;
-        format.setFrameBufferSize(format.frameBufferSize() - c.size);
+        EXPECT_TRUE(Codec::fromStream(stream, "GetClipFormatEx", format, error)) << error;
+        EXPECT_EQ(format.frameBufferSize(), size);
+        format.setFrameBufferSize(0);
         EXPECT_EQ(show(format), "1x2 3/4 0 ratio 6.500000 rate 7.000000 [t] scan 4 [] [m n]");
         EXPECT_STREQ(format.colourSpace(), "c");
     }
 }
 
-TEST(ClipFormatStream, EveryKeyIsMandatory) {
-    for (const Entry& entry : ENTRIES) {
-        SCOPED_TRACE(entry.name);
+TEST(ClipFormatStream, EveryKeyIsMandatoryAndAScanFormatKnown) {
+    std::vector<std::pair<Vantrel::rcAttrStream, std::string>> cases;
+    for (const Entry& entry : ENTRIES)
+        cases.emplace_back(streamWith(entry.name),
+                           std::string("Missing GetClipFormatEx parameter: ") + entry.name);
+    for (const char* scan : {"5", "-1", "99999999999"})
+        cases.emplace_back(streamWith(nullptr, "scan", scan), "GetClipFormatEx: Invalid scan format");
+    for (const auto& [stream, expected] : cases) {
         VantrelClipFormat format = hdFormat("old", "old", "old");
         std::string error;
-        EXPECT_FALSE(Codec::fromStream(streamWith(entry.name), "GetClipFormatEx", format, error));
-        EXPECT_EQ(error, std::string("Missing GetClipFormatEx parameter: ") + entry.name);
+        EXPECT_FALSE(Codec::fromStream(stream, "GetClipFormatEx", format, error)) << stream.text();
+        EXPECT_EQ(error, expected);
         EXPECT_STREQ(format.formatTag(), "old");
-    }
-}
-
-TEST(ClipFormatStream, UnknownScanFormatIsRefused) {
-    for (const char* scan : {"5", "-1", "99999999999"}) {
-        VantrelClipFormat format;
-        std::string error;
-        EXPECT_FALSE(Codec::fromStream(streamWith(nullptr, "scan", scan), "GetClipFormatEx", format, error))
-            << scan;
-        EXPECT_EQ(error, "GetClipFormatEx: Invalid scan format");
     }
 }
 

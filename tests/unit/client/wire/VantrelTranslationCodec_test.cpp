@@ -53,7 +53,6 @@ TEST(TranslationCodec, RequestsThatSayWhatIsWrong) {
         {"\"one\" 2 \"'two'\" 2 \"/a\"", "destination host"},
         {"\"one\" 2 \"two\" 2", "destination OS type"},
         {"\"one\" 2 \"two\" 2 /a", "paths"},
-        {"\"one\" 2 \"two\" 2 \"/a\",", "paths"},
         {"\"one\" 2 \"two\" 2 \"/a\",\"/b\",\"/c\"", "paths"}};
     for (const auto& [text, wrong] : cases) {
         VantrelTranslationRequest request{"old", VantrelOS::Irix, "older", VantrelOS::MacOSX, {"oldest"}};
