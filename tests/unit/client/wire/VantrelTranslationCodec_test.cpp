@@ -170,12 +170,22 @@ TEST(TranslationCodec, TablesThatAreOddOrMalformed) {
 
 TEST(TranslationCodec, TablesHaveALimit) {
     std::string entries;
-    for (std::size_t i = 0; i <= Codec::MAX_TABLE_ENTRIES; ++i)
+    std::string hosts;
+    for (std::size_t i = 0; i <= Codec::MAX_TABLE_ENTRIES; ++i) {
         entries += std::to_string(i) + " 25 name 0 osType 1 0hosts 0 ";
+        hosts += "0 ";
+    }
+    const auto groupOf = [&hosts](const std::string& count) {
+        const std::string list = count + " " + hosts;
+        const std::string group = "name 0 osType 1 0hosts " + std::to_string(list.size()) + " " + list;
+        return "numGroups 1 10 " + std::to_string(group.size()) + " " + group;
+    };
     std::vector<VantrelPathTranslationGroup> groups;
     EXPECT_TRUE(Codec::parseGroups("numGroups 6 100000" + entries, groups));
     EXPECT_EQ(groups.size(), Codec::MAX_TABLE_ENTRIES);
+    EXPECT_TRUE(Codec::parseGroups(groupOf("100000"), groups));
     EXPECT_FALSE(Codec::parseGroups("numGroups 6 100001" + entries, groups));
+    EXPECT_FALSE(Codec::parseGroups(groupOf("100001"), groups));
 }
 
 }  // namespace
