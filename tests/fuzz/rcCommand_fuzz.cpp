@@ -59,10 +59,6 @@ void split(const std::string& text) {
     std::size_t kept = 0;
     for (std::size_t i = 0; i < parameters.size(); ++i) kept += parameters[i].stringValue().size();
     require(kept <= text.size());
-    const rcParam::Array numbers(
-        {{&rcParamInt::TYPE}, {&rcParamFloat::TYPE}, {&rcParamBool::TYPE}, {&rcParamULong::TYPE}}, text);
-    for (std::size_t i = 0; i < numbers.size(); ++i) numbers[i].stringValue();
-
     const std::string quoted = rcParamStringToEscapedString(std::string_view(text));
     rcParam::Array three(rcParam::InfoList(3, rcParam::Info{&rcParamString::TYPE}),
                          "first " + quoted + " last");

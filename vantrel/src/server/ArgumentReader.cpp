@@ -15,22 +15,6 @@ namespace {
 
 constexpr char QUOTE = '"';
 
-/// Length of the piece that `text` begins with.
-std::size_t pieceLength(std::string_view text) {
-    bool quoted = false;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const char c = text[i];
-        if (c == '\\' && i + 1 < text.size() && (text[i + 1] == QUOTE || text[i + 1] == '\\')) {
-            ++i;
-        } else if (c == QUOTE) {
-            quoted = !quoted;
-        } else if (c == ' ' && !quoted) {
-            return i;
-        }
-    }
-    return text.size();
-}
-
 std::string decoded(std::string_view piece) {
     if (!piece.empty() && piece.front() == QUOTE) return Vantrel::rcParamEscapedStringToString(piece);
     return std::string(piece);
@@ -40,7 +24,7 @@ std::string decoded(std::string_view piece) {
 
 std::string ArgumentReader::next(const char* what) {
     if (ended_) throw CoException(coFormat("Missing %s parameter: %s", command_, what));
-    const std::size_t length = pieceLength(rest_);
+    const std::size_t length = Vantrel::rcParamPieceEnd(rest_);
     const std::string_view piece = rest_.substr(0, length);
     ended_ = length == rest_.size();
     rest_.remove_prefix(ended_ ? length : length + 1);

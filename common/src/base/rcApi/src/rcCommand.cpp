@@ -33,7 +33,7 @@ struct Escape {
 constexpr Escape ESCAPES[] = {{'\n', 'n'}, {'\t', 't'}, {'\\', '\\'}};
 constexpr std::size_t ESCAPE_COUNT = sizeof ESCAPES / sizeof ESCAPES[0];
 
-/// Escaping looks for each of them separately, in blocks that stay in the processor's first cache meanwhile.
+/// Escaping looks for each of them separately, in blocks that stay in the processor's first cache.
 constexpr std::size_t ESCAPE_BLOCK = 8192;
 
 char unescaped(char byte) {
@@ -110,11 +110,6 @@ void clearText(std::string& text) {
 
 }  // namespace
 
-void rcValue::setText(std::string text) {
-    text_ = std::move(text);
-    escapePending_ = false;
-}
-
 void rcValue::clear() {
     clearText(text_);
     escapePending_ = false;
@@ -163,6 +158,38 @@ void rcValue::appendEscaped(std::string_view text, std::string& line) {
     }
 }
 
+template <std::size_t WORDS>
+bool rcLine<WORDS>::append(const char* data, std::size_t size, std::size_t& used) {
+    const char* const lineEnd = findByte(data, data + size, LINE_END);
+    const bool lineComplete = lineEnd != data + size;
+    const char* from = data;
+    while (from != lineEnd && complete_ != WORDS) {
+        const char* const separator = findByte(from, lineEnd, SEPARATOR);
+        words_[complete_].append(from, separator);
+        from = separator;
+        if (from != lineEnd) {
+            ++complete_;
+            ++from;
+        }
+    }
+    value_.append(from, static_cast<std::size_t>(lineEnd - from));
+    const std::size_t taken = static_cast<std::size_t>(lineEnd - data);
+    receivedBytes_ += taken;
+    used = lineComplete ? taken + 1 : taken;
+    return lineComplete;
+}
+
+template <std::size_t WORDS>
+void rcLine<WORDS>::reset() {
+    for (std::string& word : words_) clearText(word);
+    complete_ = 0;
+    value_.clear();
+    receivedBytes_ = 0;
+}
+
+template class rcLine<1>;
+template class rcLine<3>;
+
 const char* rcCommand::typeName(Type type) {
     switch (type) {
         case Type::Sync:
@@ -189,52 +216,6 @@ void rcCommand::format(Type type, int objectId, std::string_view method, std::st
     line += LINE_END;
 }
 
-std::string& rcCommand::field() {
-    return state_ == 0 ? type_ : state_ == 1 ? objectId_ : method_;
-}
-
-bool rcCommand::appendChar(char byte) {
-    if (byte == LINE_END) return true;
-    ++receivedBytes_;
-    if (state_ == VALUE_STATE) {
-        value_.appendChar(byte);
-    } else if (byte == SEPARATOR) {
-        ++state_;
-    } else {
-        field() += byte;
-    }
-    return false;
-}
-
-bool rcCommand::append(const char* data, std::size_t size, std::size_t& used) {
-    const char* const lineEnd = findByte(data, data + size, LINE_END);
-    const bool complete = lineEnd != data + size;
-    const char* from = data;
-    while (from != lineEnd && state_ != VALUE_STATE) {
-        const char* const separator = findByte(from, lineEnd, SEPARATOR);
-        field().append(from, separator);
-        from = separator;
-        if (from != lineEnd) {
-            ++state_;
-            ++from;
-        }
-    }
-    value_.append(from, static_cast<std::size_t>(lineEnd - from));
-    const std::size_t taken = static_cast<std::size_t>(lineEnd - data);
-    receivedBytes_ += taken;
-    used = complete ? taken + 1 : taken;
-    return complete;
-}
-
-void rcCommand::reset() {
-    clearText(type_);
-    clearText(objectId_);
-    clearText(method_);
-    value_.clear();
-    state_ = 0;
-    receivedBytes_ = 0;
-}
-
 const char* rcResult::codeName(Code code) {
     switch (code) {
         case Code::Ok:
@@ -250,45 +231,6 @@ void rcResult::appendLine(Code code, std::string_view value, std::string& line) 
     line += SEPARATOR;
     rcValue::appendEscaped(value, line);
     line += LINE_END;
-}
-
-bool rcResult::appendChar(char byte) {
-    if (byte == LINE_END) return true;
-    ++receivedBytes_;
-    if (inValue_) {
-        value_.appendChar(byte);
-    } else if (byte == SEPARATOR) {
-        inValue_ = true;
-    } else {
-        code_ += byte;
-    }
-    return false;
-}
-
-bool rcResult::append(const char* data, std::size_t size, std::size_t& used) {
-    const char* const lineEnd = findByte(data, data + size, LINE_END);
-    const bool complete = lineEnd != data + size;
-    const char* from = data;
-    if (!inValue_) {
-        from = findByte(data, lineEnd, SEPARATOR);
-        code_.append(data, from);
-        if (from != lineEnd) {
-            inValue_ = true;
-            ++from;
-        }
-    }
-    value_.append(from, static_cast<std::size_t>(lineEnd - from));
-    const std::size_t taken = static_cast<std::size_t>(lineEnd - data);
-    receivedBytes_ += taken;
-    used = complete ? taken + 1 : taken;
-    return complete;
-}
-
-void rcResult::reset() {
-    clearText(code_);
-    value_.clear();
-    inValue_ = false;
-    receivedBytes_ = 0;
 }
 
 }  // namespace Vantrel
