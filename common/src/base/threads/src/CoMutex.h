@@ -59,6 +59,19 @@ class CO_SCOPED_CAPABILITY CoLock {
     bool held_ = true;
 };
 
+/// Lets go of a mutex that is held, until the end of its scope: for calls out of the code that it protects.
+template <typename Mutex>
+class CO_SCOPED_CAPABILITY CoUnlock {
+  public:
+    explicit CoUnlock(Mutex& mutex) CO_RELEASE(mutex) : mutex_(mutex) { mutex_.unlock(); }
+    CoUnlock(const CoUnlock&) = delete;
+    CoUnlock& operator=(const CoUnlock&) = delete;
+    ~CoUnlock() CO_RELEASE() { mutex_.lock(); }  // this is how the analysis knows such a scope
+
+  private:
+    Mutex& mutex_;
+};
+
 /// What a thread waits on while it holds a CoMutex, which is free during the wait. Wake-ups without a cause
 /// happen: every wait stands in a loop that looks at the cause.
 ///

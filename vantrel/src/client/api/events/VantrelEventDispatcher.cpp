@@ -7,7 +7,9 @@
 #include "CoMsg.h"
 #include "VantrelSettings.h"
 
+using Vantrel::CoLock;
 using Vantrel::coPrintable;
+using Vantrel::CoUnlock;
 
 namespace {
 
@@ -43,13 +45,17 @@ void notifyHandler(VantrelNodeEvent::Handler* handler, const VantrelNodeEvent& e
 /// Marks this thread as the one that delivers. Made and destroyed with the mutex held.
 class VantrelEventDispatcher::Delivery {
   public:
-    explicit Delivery(VantrelEventDispatcher& dispatcher) : dispatcher_(dispatcher) {
+    explicit Delivery(VantrelEventDispatcher& dispatcher) CO_REQUIRES(dispatcher.mutex_)
+        : dispatcher_(dispatcher) {
         dispatcher_.delivering_ = true;
         dispatcher_.deliverer_ = std::this_thread::get_id();
     }
     Delivery(const Delivery&) = delete;
     Delivery& operator=(const Delivery&) = delete;
-    ~Delivery() { dispatcher_.delivering_ = false; }
+    ~Delivery() {
+        dispatcher_.mutex_.assertHeld();
+        dispatcher_.delivering_ = false;
+    }
 
   private:
     VantrelEventDispatcher& dispatcher_;
@@ -61,7 +67,7 @@ VantrelEventDispatcher::VantrelEventDispatcher(std::size_t maxQueued) : maxQueue
 
 VantrelEventDispatcher::Addition VantrelEventDispatcher::add(const VantrelEventSubject& subject,
                                                              Handler* handler) {
-    const Lock lock(mutex_);
+    const CoLock lock(mutex_);
     const auto found = nodes_.find(subject.nodeId);
     if (found == nodes_.end()) {
         auto node = std::make_unique<Node>();
@@ -88,7 +94,7 @@ VantrelEventDispatcher::Addition VantrelEventDispatcher::add(const VantrelEventS
 void VantrelEventDispatcher::undo(const VantrelEventSubject& subject, Handler* handler,
                                   const Addition& addition) {
     if (addition.newHandler) remove(subject.nodeId, handler);
-    const Lock lock(mutex_);
+    const CoLock lock(mutex_);
     const auto found = nodes_.find(subject.nodeId);
     if (found == nodes_.end()) return;
     found->second->subject.format = addition.earlier.format;
@@ -97,7 +103,7 @@ void VantrelEventDispatcher::undo(const VantrelEventSubject& subject, Handler* h
 
 VantrelEventDispatcher::Removal VantrelEventDispatcher::remove(std::string_view nodeId,
                                                                const Handler* handler) {
-    const Lock lock(mutex_);
+    const CoLock lock(mutex_);
     const auto found = nodes_.find(nodeId);
     if (found == nodes_.end()) return Removal::Unknown;
     Node& node = *found->second;
@@ -113,7 +119,7 @@ VantrelEventDispatcher::Removal VantrelEventDispatcher::remove(std::string_view 
 std::vector<VantrelEventSubject> VantrelEventDispatcher::removeAll() {
     std::vector<VantrelEventSubject> removed;
     Events events;  // destroyed without the mutex
-    const Lock lock(mutex_);
+    const CoLock lock(mutex_);
     for (auto at = nodes_.begin(); at != nodes_.end();) {
         Node& node = *at->second;
         if (node.live > 0) removed.push_back(node.subject);
@@ -128,17 +134,17 @@ std::vector<VantrelEventSubject> VantrelEventDispatcher::removeAll() {
 }
 
 void VantrelEventDispatcher::awaitEnd(const Handler* handler) {
-    Lock lock(mutex_);
+    const CoLock lock(mutex_);
     if (!running_ || (handler && running_ != handler) || isDeliverer()) return;
     const std::uint64_t call = calls_;
     ++waiting_;
-    idle_.wait(lock, [this, call] { return !running_ || calls_ != call; });
+    while (running_ && calls_ == call) idle_.wait(mutex_);
     --waiting_;
 }
 
 std::vector<VantrelEventSubject> VantrelEventDispatcher::subjects() const {
     std::vector<VantrelEventSubject> found;
-    const Lock lock(mutex_);
+    const CoLock lock(mutex_);
     found.reserve(nodes_.size());
     for (const auto& [id, node] : nodes_) {
         if (node->live > 0) found.push_back(node->subject);
@@ -147,13 +153,13 @@ std::vector<VantrelEventSubject> VantrelEventDispatcher::subjects() const {
 }
 
 bool VantrelEventDispatcher::hasHandlers() const {
-    const Lock lock(mutex_);
+    const CoLock lock(mutex_);
     return std::any_of(nodes_.begin(), nodes_.end(),
                        [](const auto& entry) { return entry.second->live > 0; });
 }
 
 std::optional<VantrelEventSubject> VantrelEventDispatcher::subject(std::string_view nodeId) const {
-    const Lock lock(mutex_);
+    const CoLock lock(mutex_);
     const auto found = nodes_.find(nodeId);
     if (found == nodes_.end() || found->second->live == 0) return std::nullopt;
     return found->second->subject;
@@ -181,14 +187,14 @@ void VantrelEventDispatcher::notify(VantrelNodeEvent event) {
                     coPrintable(event.getType()).c_str(),
                     coPrintable(event.getDetails().getStream()).c_str());
     }
-    Lock lock(mutex_);
+    const CoLock lock(mutex_);
     enqueue(std::move(event));
-    flush(lock);
+    flush();
 }
 
 void VantrelEventDispatcher::flushQueuedEvents() {
-    Lock lock(mutex_);
-    flush(lock);
+    const CoLock lock(mutex_);
+    flush();
 }
 
 void VantrelEventDispatcher::enqueue(VantrelNodeEvent&& event) {
@@ -202,51 +208,50 @@ void VantrelEventDispatcher::enqueue(VantrelNodeEvent&& event) {
     oldest_ = (oldest_ + 1) % maxQueued_;
 }
 
-void VantrelEventDispatcher::flush(Lock& lock) {
+void VantrelEventDispatcher::flush() {
     // A thread that delivers looks at the queue again before it gives the mark up, both under the mutex: so
     // no event is left behind between the two.
     if (delivering_) return;
     const Delivery delivery(*this);
-    while (!queue_.empty() || dropped_ > 0) deliverBatch(lock);
+    while (!queue_.empty() || dropped_ > 0) deliverBatch();
 }
 
-void VantrelEventDispatcher::deliverBatch(Lock& lock) {
+void VantrelEventDispatcher::deliverBatch() {
     batch_.swap(queue_);
     const std::size_t first = std::exchange(oldest_, 0);
     const std::size_t dropped = std::exchange(dropped_, 0);
     if (dropped > 0) {
-        lock.unlock();
+        const CoUnlock unlock(mutex_);
         CO_MSG_WARNING("%zu undelivered events dropped: more than %zu waited (%s)", dropped, maxQueued_,
                        VantrelSettings::maxQueuedEvents.name());
-        lock.lock();
     }
-    for (std::size_t i = first; i < batch_.size(); ++i) deliver(batch_[i], lock);
-    for (std::size_t i = 0; i < first; ++i) deliver(batch_[i], lock);
-    lock.unlock();
+    for (std::size_t i = first; i < batch_.size(); ++i) deliver(batch_[i]);
+    for (std::size_t i = 0; i < first; ++i) deliver(batch_[i]);
+    const CoUnlock unlock(mutex_);
     batch_.clear();
     if (batch_.capacity() > KEPT_QUEUE_CAPACITY) Events().swap(batch_);
-    lock.lock();
 }
 
-void VantrelEventDispatcher::deliver(const VantrelNodeEvent& event, Lock& lock) {
+void VantrelEventDispatcher::deliver(const VantrelNodeEvent& event) {
     const auto found = nodes_.find(event.getNodeId().id());
     if (found == nodes_.end()) return;
     Node& node = *found->second;
     delivered_ = &node;
-    const std::size_t count = node.handlers.size();  // those added meanwhile wait for the next event
+    const std::size_t count = node.handlers.size();  // those that handlers add wait for the next
     for (std::size_t i = 0; i < count; ++i) {
-        if (Handler* const handler = node.handlers[i]) call(handler, event, lock);
+        if (Handler* const handler = node.handlers[i]) call(handler, event);
     }
     delivered_ = nullptr;
     tidyUp(node);
 }
 
-void VantrelEventDispatcher::call(Handler* handler, const VantrelNodeEvent& event, Lock& lock) {
+void VantrelEventDispatcher::call(Handler* handler, const VantrelNodeEvent& event) {
     running_ = handler;
     ++calls_;
-    lock.unlock();
-    notifyHandler(handler, event);
-    lock.lock();
+    {
+        const CoUnlock unlock(mutex_);
+        notifyHandler(handler, event);
+    }
     running_ = nullptr;
-    if (waiting_ > 0) idle_.notify_all();
+    if (waiting_ > 0) idle_.notifyAll();
 }
