@@ -24,9 +24,10 @@ class FuzzedContext : public rcServerContext {
     FuzzedContext() : rcServerContext(0, "127.0.0.1") {
         rcSysCalls::registerSysCallHandler(*this);
         add("Echo", {{&rcParamString::TYPE}}, false);
-        add("Pair", {{&rcParamInt::TYPE}, {&rcParamString::TYPE}}, false);
+        add("Pair", {{&rcParamString::TYPE}, {&rcParamString::TYPE}}, false);
         add("Later", {{&rcParamString::TYPE}}, true);
-        registerObject(7, this);
+        registerObject(7);
+        setClientGone([this](unsigned) { gone_ = true; });
     }
 
     /// Serves a client that sends `bytes`; its answers.
@@ -51,15 +52,11 @@ class FuzzedContext : public rcServerContext {
         return answers;
     }
 
-  protected:
-    void clientGone(unsigned) override { gone_ = true; }
-
   private:
     void add(const char* name, const rcParam::InfoList& parameters, bool delayed) {
         rcMethod method;
         method.name = name;
-        method.function = [this, delayed](void*, const rcMethod&, rcParam::Array& arguments,
-                                          rcParam& result) {
+        method.function = [this, delayed](int, const rcMethod&, rcParam::Array& arguments, rcParam& result) {
             if (delayed) waiting_ = getCurrentClientId();
             result.setStringValue(arguments[arguments.size() - 1].stringValue());
             return true;

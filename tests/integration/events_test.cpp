@@ -155,7 +155,9 @@ TEST_F(EventsTest, AStoppedClientDelaysNobody) {
 /// A server within this process, to make changes faster than a disk can keep them.
 class FastEventsTest : public EventsTest {
   protected:
-    FastEventsTest() : store_(folder.path("root")), server_(store_, options()) { loop_.emplace(server_); }
+    FastEventsTest() : store_(folder.path("root")), server_(store_, options()) {
+        loop_.emplace(server_.loop());
+    }
     static vantreld::ServerOptions options() {
         vantreld::ServerOptions options;
         options.nodePort = 0;

@@ -19,14 +19,15 @@ class ServerFixture : public testing::Test {
   protected:
     class Context : public rcServerContext {
       public:
-        Context() : rcServerContext(0, "127.0.0.1") {}
+        Context() : rcServerContext(0, "127.0.0.1") {
+            setClientGone([this](unsigned) { ++gone; });
+        }
         bool login(const rcConnectionInfo&) override { return acceptLogins; }
-        void clientGone(unsigned) override { ++gone; }
 
         std::atomic<bool> acceptLogins{true};
         std::atomic<unsigned> gone{0};
     };
-    using Body = std::function<bool(void* object, rcParam::Array& parameters, rcParam& result)>;
+    using Body = std::function<bool(int objectId, rcParam::Array& parameters, rcParam& result)>;
 
     ServerFixture() { rcSysCalls::registerSysCallHandler(context); }
     void TearDown() override { stop(); }
@@ -34,9 +35,9 @@ class ServerFixture : public testing::Test {
     rcMethod describe(const std::string& name, Body body) {
         rcMethod method;
         method.name = name;
-        method.function = [body = std::move(body)](void* object, const rcMethod&, rcParam::Array& parameters,
+        method.function = [body = std::move(body)](int objectId, const rcMethod&, rcParam::Array& parameters,
                                                    rcParam& result) {
-            return body(object, parameters, result);
+            return body(objectId, parameters, result);
         };
         method.resultType = &rcParamString::TYPE;
         method.parameters = {{&rcParamString::TYPE}};
@@ -47,7 +48,7 @@ class ServerFixture : public testing::Test {
     }
     /// "Echo" answers its argument.
     void addEcho() {
-        add("Echo", [](void*, rcParam::Array& parameters, rcParam& result) {
+        add("Echo", [](int, rcParam::Array& parameters, rcParam& result) {
             result.setStringValue(parameters[0].takeStringValue());
             return true;
         });

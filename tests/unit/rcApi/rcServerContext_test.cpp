@@ -36,10 +36,10 @@ TEST_F(rcServerContextTest, AnswersEachCommandInOrder) {
         {"sync 5 Nope x", "error Unknown method: Nope"},
         {"sync 5 Echo x", "error Invalid Object: 5"},
         {"sync 4294967296 Echo x", "error Invalid Object: 2147483647"},
-        {"sync 7 Name ", "ok seven"},
-        {"sync 0 Name ", "ok nobody"},
-        {"sync words Name ", "ok nobody"},
-        {"sync 0 Add 2 -5", "ok -3"},
+        {"sync 7 Id ", "ok 7"},
+        {"sync 0 Id ", "ok 0"},
+        {"sync words Id ", "ok 0"},
+        {"sync 0 Swap 2 -5", "ok -52"},
         {"sync 0 Refuse why\\tnot", "error why\\tnot"},
         {"sync 0 Throw went wrong", "error went wrong"},
         {"sync 0 Throw ", "error Unknown error"},
@@ -48,30 +48,28 @@ TEST_F(rcServerContextTest, AnswersEachCommandInOrder) {
         {"sync 0 Void x", "ok "},
     };
     addEcho();
-    add("Name", [](void* object, rcParam::Array&, rcParam& result) {
-        result.setStringValue(object ? static_cast<const char*>(object) : "nobody");
+    add("Id", [](int objectId, rcParam::Array&, rcParam& result) {
+        result.setStringValue(std::to_string(objectId));
         return true;
     });
-    add("Refuse", [](void*, rcParam::Array& parameters, rcParam& result) {
+    add("Refuse", [](int, rcParam::Array& parameters, rcParam& result) {
         result.setStringValue(parameters[0].stringValue());
         return false;
     });
-    add("Throw", [](void*, rcParam::Array& parameters, rcParam&) -> bool {
+    add("Throw", [](int, rcParam::Array& parameters, rcParam&) -> bool {
         throw std::runtime_error(parameters[0].stringValue());
     });
-    add("ThrowNumber", [](void*, rcParam::Array&, rcParam&) -> bool { throw 7; });
-    rcMethod sum = describe("Add", [](void*, rcParam::Array& parameters, rcParam& result) {
-        result.setIntValue(parameters[0].intValue() + parameters[1].intValue());
+    add("ThrowNumber", [](int, rcParam::Array&, rcParam&) -> bool { throw 7; });
+    rcMethod swap = describe("Swap", [](int, rcParam::Array& parameters, rcParam& result) {
+        result.setStringValue(parameters[1].stringValue() + parameters[0].stringValue());
         return true;
     });
-    sum.resultType = &rcParamInt::TYPE;
-    sum.parameters = {{&rcParamInt::TYPE}, {&rcParamInt::TYPE}};
-    ASSERT_TRUE(context.registerMethod(sum));
-    rcMethod nothing = describe("Void", [](void*, rcParam::Array&, rcParam&) { return true; });
+    swap.parameters = {{&rcParamString::TYPE}, {&rcParamString::TYPE}};
+    ASSERT_TRUE(context.registerMethod(swap));
+    rcMethod nothing = describe("Void", [](int, rcParam::Array&, rcParam&) { return true; });
     nothing.resultType = nullptr;
     ASSERT_TRUE(context.registerMethod(nothing));
-    char seven[] = "seven";
-    ASSERT_TRUE(context.registerObject(7, seven));
+    ASSERT_TRUE(context.registerObject(7));
     start();
 
     std::string lines;
@@ -91,14 +89,13 @@ TEST_F(rcServerContextTest, AnswersEachCommandInOrder) {
 TEST_F(rcServerContextTest, RefusesAmbiguousRegistrations) {
     addEcho();
     EXPECT_FALSE(
-        context.registerMethod(describe("Echo", [](void*, rcParam::Array&, rcParam&) { return true; })));
-    int object = 0;
-    EXPECT_FALSE(context.registerObject(0, &object));
-    EXPECT_TRUE(context.registerObject(3, &object));
-    EXPECT_FALSE(context.registerObject(3, &object));
+        context.registerMethod(describe("Echo", [](int, rcParam::Array&, rcParam&) { return true; })));
+    EXPECT_FALSE(context.registerObject(0));
+    EXPECT_TRUE(context.registerObject(3));
+    EXPECT_FALSE(context.registerObject(3));
     EXPECT_TRUE(context.unregisterObject(3));
     EXPECT_FALSE(context.unregisterObject(3));
-    EXPECT_TRUE(context.registerObject(3, &object));
+    EXPECT_TRUE(context.registerObject(3));
     EXPECT_THAT(log.texts(CoMsg::ERROR), ElementsAre("Method 'Echo' already registered", "Reserved object Id",
                                                      "Object '3' already registered"));
 }
@@ -136,7 +133,7 @@ TEST_F(rcServerContextTest, SaysOnWhichPortItCannotListen) {
 
 TEST_F(rcServerContextTest, KnowsItsClientsAndTellsWhenTheyLeave) {
     std::promise<unsigned> seen;
-    add("Who", [this, &seen](void*, rcParam::Array&, rcParam&) {
+    add("Who", [this, &seen](int, rcParam::Array&, rcParam&) {
         const unsigned id = context.getCurrentClientId();
         EXPECT_EQ(context.findClient(id), context.getCurrentClient());
         seen.set_value(id);
@@ -164,7 +161,7 @@ class rcServerDelayTest : public ServerFixture {
   protected:
     void SetUp() override {
         addEcho();
-        rcMethod later = describe("Later", [this](void*, rcParam::Array& parameters, rcParam& result) {
+        rcMethod later = describe("Later", [this](int, rcParam::Array& parameters, rcParam& result) {
             clients.push_back(context.getCurrentClientId());
             result.setStringValue("not sent");
             if (parameters[0].stringValue() == "throw") throw std::runtime_error("gave up");
@@ -235,7 +232,7 @@ TEST_F(rcServerContextTest, AClientThatDoesNotReadHoldsUpNobodyAndLosesNothing) 
     constexpr std::size_t SIZE = 1 << 18;
     std::atomic<int> processed{0};
     addEcho();
-    add("Much", [&](void*, rcParam::Array& parameters, rcParam& result) {
+    add("Much", [&](int, rcParam::Array& parameters, rcParam& result) {
         ++processed;
         result.setStringValue(parameters[0].stringValue() + std::string(SIZE, 'x'));
         return true;

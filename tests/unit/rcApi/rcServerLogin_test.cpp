@@ -34,7 +34,7 @@ class rcServerLoginTest : public ServerFixture {
     void SetUp() override {
         ::unsetenv(rcSysCalls::CONNECTION_INFO_VARIABLE);
         addEcho();
-        add("Me", [this](void*, rcParam::Array&, rcParam& result) {
+        add("Me", [this](int, rcParam::Array&, rcParam& result) {
             const rcConnectionInfo& info = context.getCurrentConnectionInfo();
             result.setStringValue(info.getUserName() + "@" + info.getIpAddr());
             return true;
@@ -98,17 +98,17 @@ TEST_F(rcServerLoginTest, IsNeededBeforeALongCommandWhenRequired) {
     for (const bool required : {false, true}) {
         context.requireLogin(required);
         start();
-        RawClient stranger(port());
-        EXPECT_EQ(ask(stranger, longest + "\n"),
+        RawClient client(port());
+        EXPECT_EQ(ask(client, longest + "\n"),
                   required ? "error Not logged in." : "ok " + longest.substr(12));
         RawClient friendly(port());
         EXPECT_EQ(ask(friendly, login(record("jane"))), "ok ");
         EXPECT_EQ(ask(friendly, longest + "x\n"), "ok " + longest.substr(12) + "x");
-        stranger.send(longest + "x");
+        client.send(longest + "x");
         if (required) {
-            EXPECT_TRUE(stranger.isClosedByPeer());
+            EXPECT_TRUE(client.isClosedByPeer());
         } else {
-            EXPECT_EQ(ask(stranger, "\n"), "ok " + longest.substr(12) + "x");
+            EXPECT_EQ(ask(client, "\n"), "ok " + longest.substr(12) + "x");
         }
         EXPECT_EQ(log.contains("exceeds 65536 bytes before a login, breaking connection"), required);
         stop();
@@ -137,24 +137,24 @@ TEST_F(rcServerLoginTest, IsNeededInTimeWhenRequired) {
 
 TEST_F(rcServerLoginTest, IsWaitedForFromFewAtATime) {
     context.requireLogin(true);
-    context.limitClients(rcServerContext::MAX_STRANGERS + 2);
+    context.limitClients(rcServerContext::MAX_UNAUTHENTICATED + 2);
     start();
     std::list<RawClient> guests;
-    std::list<RawClient> strangers;
+    std::list<RawClient> unauthenticated;
     const auto connectOne = [this](std::list<RawClient>& to, const std::string& line) {
         to.emplace_back(port());
         return ask(to.back(), line);
     };
     EXPECT_EQ(connectOne(guests, login(record("jane"))), "ok ");
-    for (unsigned i = 0; i < 2 * rcServerContext::MAX_STRANGERS; ++i) {
-        ASSERT_EQ(connectOne(strangers, "sync 0 _ping \n"), "ok ");
-        if (i < rcServerContext::MAX_STRANGERS) continue;
-        EXPECT_TRUE(strangers.front().isClosedByPeer());
-        strangers.pop_front();
+    for (unsigned i = 0; i < 2 * rcServerContext::MAX_UNAUTHENTICATED; ++i) {
+        ASSERT_EQ(connectOne(unauthenticated, "sync 0 _ping \n"), "ok ");
+        if (i < rcServerContext::MAX_UNAUTHENTICATED) continue;
+        EXPECT_TRUE(unauthenticated.front().isClosedByPeer());
+        unauthenticated.pop_front();
     }
-    EXPECT_EQ(ask(strangers.front(), login(record("joe"))), "ok ");
-    EXPECT_EQ(connectOne(strangers, "sync 0 _ping \n"), "ok ");  // in joe's place
-    EXPECT_EQ(connectOne(strangers, "sync 0 _ping \n"), "");     // too many in all
+    EXPECT_EQ(ask(unauthenticated.front(), login(record("joe"))), "ok ");
+    EXPECT_EQ(connectOne(unauthenticated, "sync 0 _ping \n"), "ok ");  // in joe's place
+    EXPECT_EQ(connectOne(unauthenticated, "sync 0 _ping \n"), "");     // too many in all
     EXPECT_EQ(ask(guests.front(), "sync 0 Echo x\n"), "ok x");
     EXPECT_EQ(log.texts(CoMsg::WARNING).size(), 2U);
 }
@@ -191,11 +191,11 @@ TEST_F(rcServerLoginTest, StartsFromAnInheritedRecordWhenItIsValid) {
     stop();
 
     ::setenv(rcSysCalls::CONNECTION_INFO_VARIABLE, record("jane", "1").c_str(), 1);
-    RawClient stranger(port());
-    stranger.send("sync 0 Me \n");
+    RawClient client(port());
+    client.send("sync 0 Me \n");
     while (!log.contains("Invalid client login information")) ASSERT_GT(context.callIOHandlers(10000U), 0);
     context.callIOHandlers(10000U);
-    EXPECT_EQ(stranger.readLine(), "ok undefined@0.0.0.0");
+    EXPECT_EQ(client.readLine(), "ok undefined@0.0.0.0");
 }
 
 }  // namespace

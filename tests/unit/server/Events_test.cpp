@@ -35,12 +35,12 @@ class EventClient {
     EventClient() : context_(0, "127.0.0.1") {
         Vantrel::rcSysCalls::registerSysCallHandler(context_);
         context_.requireLogin(true);
-        context_.registerObject(CONNECTION, this);
+        context_.registerObject(CONNECTION);
         Vantrel::rcMethod method;
         method.name = "NodeEvent";
         method.parameters = {{&Vantrel::rcParamString::TYPE}};
-        method.function = [this](void* object, const auto&, Vantrel::rcParam::Array& arguments, auto&) {
-            if (object != this) return false;
+        method.function = [this](int objectId, const auto&, Vantrel::rcParam::Array& arguments, auto&) {
+            if (objectId != CONNECTION) return false;
             note(arguments[0].takeStringValue());
             return true;
         };
@@ -209,7 +209,7 @@ TEST(EventPublisher, KeepsNoMoreThanItsLimits) {
 class EventServerTest : public testing::Test {
   protected:
     EventServerTest() : store_(directory_.path()), server_(store_, options()) {
-        loop_.emplace(server_);
+        loop_.emplace(server_.loop());
         EXPECT_TRUE(api_.connect("127.0.0.1", server_.getPort(), 10000)) << api_.lastError();
     }
     static ServerOptions options() {

@@ -47,7 +47,7 @@ class NodeServerTest : public testing::Test {
   protected:
     NodeServerTest() : store_(directory_.path()), server_(store_, options()) {
         server_.setFramePort(4711);
-        loop_.emplace(server_);
+        loop_.emplace(server_.loop());
     }
     static ServerOptions options() {
         ServerOptions options;

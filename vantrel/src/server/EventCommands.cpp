@@ -48,9 +48,9 @@ void NodeServer::registerEventCommands() {
     rcMethod method;
     method.parameters = {{&rcParamString::TYPE}};
     method.name = VantrelCommands::REGISTER_EVENTS.name;
-    method.function = [this](void*, const rcMethod& called, rcParam::Array& parameters, rcParam&) {
+    method.function = [this](int, const rcMethod& called, rcParam::Array& parameters, rcParam&) {
         const EventRequest request = readRequest(called.name.c_str(), parameters[0].takeStringValue(),
-                                                 getCurrentClient()->descriptor());
+                                                 context_.getCurrentClient()->descriptor());
         // "Fmt" and "Meta" are for servers whose events say more than these.
         const bool gone = store_.isGone(request.subject);
         const std::int64_t node = parseNodeId(request.subject);
@@ -59,16 +59,16 @@ void NodeServer::registerEventCommands() {
         if (gone) events_.nodesDestroyed({node});
         return true;
     };
-    registerMethod(method);
+    context_.registerMethod(method);
     method.name = VantrelCommands::UNREGISTER_EVENTS.name;
-    method.function = [this](void*, const rcMethod& called, rcParam::Array& parameters, rcParam&) {
+    method.function = [this](int, const rcMethod& called, rcParam::Array& parameters, rcParam&) {
         const EventRequest request = readRequest(called.name.c_str(), parameters[0].takeStringValue(),
-                                                 getCurrentClient()->descriptor());
+                                                 context_.getCurrentClient()->descriptor());
         // The node may have gone before.
         events_.unregisterEvents(request.client, request.connection, parseNodeId(request.subject));
         return true;
     };
-    registerMethod(method);
+    context_.registerMethod(method);
 }
 
 }  // namespace vantreld

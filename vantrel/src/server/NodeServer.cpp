@@ -71,24 +71,24 @@ void setVersions(VantrelDaemonInfo& info, const VantrelVersion& protocol) {
 }  // namespace
 
 NodeServer::NodeServer(NodeStore& store, const ServerOptions& options, PathTranslations translations)
-    : rcServerContext(options.nodePort, bindAddressOf(options)),
-      store_(store),
+    : store_(store),
       options_(options),
       boundTo_(numericAddress(options.bindAddress)),
+      context_(options.nodePort, bindAddressOf(options)),
       commands_(
           store, options.version, [this] { return daemonInfo(); }, std::move(translations)) {
-    requireLogin(true);
-    Vantrel::rcSysCalls::registerSysCallHandler(*this);
+    context_.requireLogin(true);
+    Vantrel::rcSysCalls::registerSysCallHandler(context_);
     for (const std::string& name : commands_.names()) {
         rcMethod method;
         method.name = name;
         method.resultType = &rcParamString::TYPE;
         method.parameters = {{&rcParamString::TYPE}};
-        method.function = [this](void*, const rcMethod& called, rcParam::Array& parameters, rcParam& result) {
+        method.function = [this](int, const rcMethod& called, rcParam::Array& parameters, rcParam& result) {
             result.setStringValue(commands_.call(called.name, parameters[0].takeStringValue()));
             return true;
         };
-        registerMethod(method);
+        context_.registerMethod(method);
     }
     registerShutdown();
     registerEventCommands();
@@ -102,18 +102,18 @@ NodeServer::~NodeServer() {
 void NodeServer::registerShutdown() {
     rcMethod method;
     method.name = VantrelCommands::SHUTDOWN.name;
-    method.function = [this](void*, const rcMethod&, rcParam::Array&, rcParam&) {
+    method.function = [this](int, const rcMethod&, rcParam::Array&, rcParam&) {
         if (!options_.allowShutdown)
             throw Vantrel::CoException("This server does not let clients shut it down.");
         shutdownRequested_ = true;
         return true;
     };
-    registerMethod(method);
+    context_.registerMethod(method);
 }
 
 VantrelDaemonInfo NodeServer::daemonInfo() const {
     std::string reachedAt;
-    if (const Client* client = getCurrentClient()) client->descriptor().getSocketIP(reachedAt);
+    if (const auto* client = context_.getCurrentClient()) client->descriptor().getSocketIP(reachedAt);
     return describe([&](const auto& ips) { return serverAddresses(reachedAt, boundTo_, ips); });
 }
 

@@ -15,11 +15,19 @@ namespace vantreld {
 
 /// The node port: answers node commands of logged-in clients, one at a time, on the thread that drives its
 /// loop. Belongs to that thread.
-class NodeServer : public Vantrel::rcServerContext {
+class NodeServer {
   public:
     /// Not valid when it cannot listen (logged). `store` must outlive it.
     NodeServer(NodeStore& store, const ServerOptions& options, PathTranslations translations = {});
-    ~NodeServer() override;
+    NodeServer(const NodeServer&) = delete;
+    NodeServer& operator=(const NodeServer&) = delete;
+    ~NodeServer();
+
+    /// Whether it listens, and on which port.
+    bool isValid() const { return context_.isValid(); }
+    int getPort() const { return context_.getPort(); }
+    /// What the server works in; others may be served by it, too.
+    Vantrel::rcAppContext& loop() { return context_; }
 
     /// The port that clients are told to fetch frames from.
     void setFramePort(int port) { framePort_ = port; }
@@ -48,6 +56,7 @@ class NodeServer : public Vantrel::rcServerContext {
     NodeStore& store_;
     const ServerOptions options_;
     const std::string boundTo_;  ///< numeric; empty: every address
+    Vantrel::rcServerContext context_;
     int framePort_ = 0;
     bool shutdownRequested_ = false;
     NodeCommands commands_;

@@ -73,18 +73,19 @@ void serve(const vantreld::ServerOptions& options) {
     vantreld::NodeServer nodes(store, options, std::move(translations));
     if (!nodes.isValid()) throw CoException(coFormat("Cannot listen on node port %d.", options.nodePort));
     nodes.setFramePort(frames.port());
-    nodes.registerIOHandler(&end);
+    nodes.loop().registerIOHandler(&end);
     std::optional<vantreld::Announcer> announcer;
     const VantrelDiscoveryGroup group = vantreld::discoveryGroupOf(options);
     if (group.ttl != 0) {
-        announcer.emplace(nodes, group, [&nodes] { return nodes.announcedInfo(); });
+        announcer.emplace(nodes.loop(), group, [&nodes] { return nodes.announcedInfo(); });
         nodes.setOtherServers([&announcer] { return announcer->others(); });
     }
 
     std::printf("vantreld ready: node port %d, frame port %d\n", nodes.getPort(), frames.port());
     std::fflush(stdout);
     while (!end.came() && !nodes.shutdownRequested()) {
-        const int ready = announcer ? nodes.callIOHandlers(announcer->work()) : nodes.callIOHandlers(nullptr);
+        Vantrel::rcAppContext& loop = nodes.loop();
+        const int ready = announcer ? loop.callIOHandlers(announcer->work()) : loop.callIOHandlers(nullptr);
         if (ready < 0) throw CoException("The node port's loop failed.");
     }
 }

@@ -203,7 +203,7 @@ bool rcAPI::isConnected(bool checkAlive) const {
 void rcAPI::stop(const char* reason) {
     if (!descriptor_.isValid() && !connecting_ && !operating_) return;
     {
-        const std::lock_guard<std::mutex> lock(errorMutex_);
+        const CoLock lock(errorMutex_);
         stopped_ = true;
         stopReason_ = reason ? std::string(reason) : coErrorText(EINTR);
         lastError_ = stopReason_;
@@ -226,7 +226,7 @@ void rcAPI::disconnect() {
 }
 
 std::string rcAPI::lastError() const {
-    const std::lock_guard<std::mutex> lock(errorMutex_);
+    const CoLock lock(errorMutex_);
     return lastError_;
 }
 
@@ -251,7 +251,7 @@ bool rcAPI::failTransfer(std::string& result) {
     std::string error = descriptor_.lastErrorText();
     if (stopped_ || descriptor_.wasStopped()) {
         stopped_ = true;
-        const std::lock_guard<std::mutex> lock(errorMutex_);
+        const CoLock lock(errorMutex_);
         error = stopReason_;
     }
     disconnect();
@@ -259,7 +259,7 @@ bool rcAPI::failTransfer(std::string& result) {
 }
 
 void rcAPI::setLastError(const std::string& error) {
-    const std::lock_guard<std::mutex> lock(errorMutex_);
+    const CoLock lock(errorMutex_);
     lastError_ = error;
 }
 

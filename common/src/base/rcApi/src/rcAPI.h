@@ -6,11 +6,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 
 #include "CoIoTcpDescriptor.h"
+#include "CoMutex.h"
 #include "CoTime.h"
 #include "rcCommand.h"
 
@@ -48,7 +48,7 @@ class rcAPI {
 
     /// Ends the connect or call in progress on another thread, which then fails with `reason` (null: the
     /// system's text for an interrupted call) as its error. Without one only the last error changes.
-    void stop(const char* reason);
+    void stop(const char* reason) CO_EXCLUDES(errorMutex_);
 
     /// While it lives, one operation of several calls and connects is in progress: a stop() between two of
     /// them ends the next one. Held by the thread that performs them; they do not nest.
@@ -69,7 +69,7 @@ class rcAPI {
 
     bool timedOut() const { return timedOut_; }   ///< the last call, or connect's login, got no reply in time
     bool wasStopped() const { return stopped_; }  ///< the last call or connect was ended by stop()
-    std::string lastError() const;
+    std::string lastError() const CO_EXCLUDES(errorMutex_);
 
     /// Text that replaces the socket's own address in the login record of later connects; empty: the
     /// socket's.
@@ -88,8 +88,8 @@ class rcAPI {
     bool takeReply(std::string& result);
     void clearFlags();
     bool fail(const std::string& error, std::string& result);
-    bool failTransfer(std::string& result);
-    void setLastError(const std::string& error);
+    bool failTransfer(std::string& result) CO_EXCLUDES(errorMutex_);
+    void setLastError(const std::string& error) CO_EXCLUDES(errorMutex_);
 
     const std::uint64_t version_;
     std::string reportedAddress_;
@@ -107,9 +107,9 @@ class rcAPI {
     std::atomic<bool> timedOut_{false};
     std::atomic<bool> stopped_{false};
 
-    mutable std::mutex errorMutex_;  ///< guards the texts below, which stop() sets from another thread
-    std::string lastError_;
-    std::string stopReason_;
+    mutable CoMutex errorMutex_;  ///< guards the texts, which stop() sets from another thread
+    std::string lastError_ CO_GUARDED_BY(errorMutex_);
+    std::string stopReason_ CO_GUARDED_BY(errorMutex_);
 };
 
 }  // namespace Vantrel

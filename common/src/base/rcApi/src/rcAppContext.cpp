@@ -26,14 +26,22 @@ int rcAppContext::callIOHandlers(unsigned timeoutMs) {
 }
 
 int rcAppContext::callIOHandlers(timeval* timeout) {
+    return callWithin(timeout ? toMicroseconds(*timeout) : CoEventLoop::NEVER);
+}
+
+int rcAppContext::callIOHandlersUntil(CoTime::Microseconds deadline) {
+    if (deadline == CoEventLoop::NEVER) return callWithin(deadline);
+    return callWithin(std::clamp<CoTime::Microseconds>(deadline - CoTime::getTime(), 0, LONGEST_WAIT));
+}
+
+int rcAppContext::callWithin(CoTime::Microseconds wait) {
     CoTime::Microseconds deadline = CoEventLoop::NEVER;
-    if (timeout) {
-        const CoTime::Microseconds wait = toMicroseconds(*timeout);
+    if (wait == CoEventLoop::NEVER) {
+        CO_MSG_DEBUG("Waiting for IO handlers (no-timeout)");
+    } else {
         CO_MSG_DEBUG("Waiting for IO handlers (%ld.%09ld sec)", static_cast<long>(wait / CoTime::PER_SECOND),
                      static_cast<long>(wait % CoTime::PER_SECOND) * 1000);
         deadline = CoTime::getTime() + wait;
-    } else {
-        CO_MSG_DEBUG("Waiting for IO handlers (no-timeout)");
     }
     const int ready = loop_.pass(deadline);
     if (ready == 0) CO_MSG_DEBUG("IO handlers timed out");

@@ -30,6 +30,8 @@ class rcAppContext {
     int callIOHandlers(unsigned timeoutMs);
     /// The same; null waits without limit, more than an hour is cut to an hour.
     int callIOHandlers(timeval* timeout);
+    /// The same, up to a point in time; CoEventLoop::NEVER waits without limit.
+    int callIOHandlersUntil(CoTime::Microseconds deadline);
 
   protected:
     /// Makes the wait in progress ask handlers for their interests again after `delayMs` at the latest.
@@ -38,6 +40,8 @@ class rcAppContext {
     }
 
   private:
+    int callWithin(CoTime::Microseconds wait);
+
     CoEventLoop loop_;
 };
 

@@ -17,7 +17,8 @@ namespace {
 /// A buffer that a long result has grown is not kept for the short ones that follow.
 constexpr std::size_t KEPT_OUTPUT_CAPACITY = 64 * 1024;
 
-/// Many times a login record. A stranger gets no more of the memory, however many connections he opens.
+/// Many times a login record. Unauthenticated clients get no more of the memory each, and their number is
+/// limited.
 constexpr std::size_t MAX_BYTES_BEFORE_LOGIN = 64 * 1024;
 
 }  // namespace
@@ -34,7 +35,7 @@ void rcServerContext::Client::setLoggedIn(bool loggedIn) {
 }
 
 int rcServerContext::Client::descriptorId() const {
-    return isStranger() && loginDeadline_.passed() ? CoIoDescriptor::INVALID_ID : descriptor_.getId();
+    return isUnauthenticated() && loginDeadline_.passed() ? CoIoDescriptor::INVALID_ID : descriptor_.getId();
 }
 
 void rcServerContext::Client::takeInheritedInfo() {
@@ -49,27 +50,27 @@ void rcServerContext::Client::takeInheritedInfo() {
 }
 
 bool rcServerContext::Client::wantsRead() const {
-    if (isStranger()) context_.reviewInterestsIn(loginDeadline_.leftMs());
-    const std::lock_guard<std::mutex> lock(mutex_);
+    if (isUnauthenticated()) context_.reviewInterestsIn(loginDeadline_.leftMs());
+    const CoLock lock(mutex_);
     // A client that awaits a delayed return is read from once, to learn when it has gone.
     return !leaving_ && !inputLeft() && !outputPending();
 }
 
 bool rcServerContext::Client::wantsWrite() const {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     // Commands that were received and had to wait are gone on with from handleWrite().
     return outputPending() || (inputLeft() && !awaitingReturn_ && !leaving_);
 }
 
 bool rcServerContext::Client::mayProcess() const {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     return !awaitingReturn_ && !leaving_ && output_.size() - outputStart_ <= BATCH_OUTPUT;
 }
 
 bool rcServerContext::Client::handleRead() {
     {
         const CoDeferral deferral;  // descriptors log: not under the lock
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const CoLock lock(mutex_);
         // Not asked for: the peer hung up in both directions, so nothing can be delivered any more.
         if (leaving_ || inputLeft() || outputPending()) return false;
         const int count = descriptor_.nonBlockingReadWithTimeout(input_.data(), READ_SIZE, 0);
@@ -81,38 +82,27 @@ bool rcServerContext::Client::handleRead() {
 }
 
 bool rcServerContext::Client::handleWrite() {
-    bool flushed = false;
-    {
-        const CoDeferral deferral;
-        const std::lock_guard<std::mutex> lock(mutex_);
-        flushed = flush();
-    }
-    if (!flushed) return handleError();
+    if (!sendPending()) return handleError();
     if (leaving_) return !finishLeaving();
     return processInput();
 }
 
 bool rcServerContext::Client::handleError() {
     const CoDeferral deferral;
-    if (isStranger() && loginDeadline_.passed()) {
+    if (isUnauthenticated() && loginDeadline_.passed()) {
         CO_MSG_WARNING("Client %u has not logged in within %u ms, breaking connection", id_, LOGIN_TIME_MS);
         return false;
     }
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     CO_MSG_ERROR("%s", descriptor_.getLastSocketErrorStr().c_str());
     return false;
 }
 
 bool rcServerContext::Client::processInput() {
     const bool goesOn = processCommands();
-    bool flushed = false;
-    {
-        const CoDeferral deferral;
-        const std::lock_guard<std::mutex> lock(mutex_);
-        flushed = flush();
-    }
+    const bool sent = sendPending();
     if (!goesOn) return false;
-    if (!flushed) return handleError();
+    if (!sent) return handleError();
     return !leaving_ || !finishLeaving();
 }
 
@@ -132,7 +122,7 @@ bool rcServerContext::Client::processCommands() {
 bool rcServerContext::Client::isCommandTooLong() const {
     const std::size_t size = command_.receivedBytes();
     const auto maxBytes = static_cast<std::size_t>(RcSettings::maxCommandBytes.get());
-    if (size <= (isStranger() ? std::min(maxBytes, MAX_BYTES_BEFORE_LOGIN) : maxBytes)) return false;
+    if (size <= (isUnauthenticated() ? std::min(maxBytes, MAX_BYTES_BEFORE_LOGIN) : maxBytes)) return false;
     if (size > maxBytes) {
         CO_MSG_ERROR("Command of client %u at '%s' exceeds %zu bytes (%s), breaking connection", id_,
                      info_.getIpAddr().c_str(), maxBytes, RcSettings::maxCommandBytes.name());
@@ -145,7 +135,7 @@ bool rcServerContext::Client::isCommandTooLong() const {
 
 void rcServerContext::Client::processLine() {
     if (context_.processCommand(*this, command_) == Outcome::Answer) {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const CoLock lock(mutex_);
         rcResult::appendLine(context_.resultCode_, context_.resultText_, output_);
     }
     command_.reset();
@@ -156,11 +146,17 @@ void rcServerContext::Client::processLine() {
 
 /// Whether everything that a leaving client is to get has gone.
 bool rcServerContext::Client::finishLeaving() {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     return !outputPending();
 }
 
-/// Sends what the socket takes at once. False when the connection is broken. Under mutex_.
+bool rcServerContext::Client::sendPending() {
+    const CoDeferral deferral;  // descriptors log: not under the lock
+    const CoLock lock(mutex_);
+    return flush();
+}
+
+/// Sends what the socket takes at once. False when the connection is broken.
 bool rcServerContext::Client::flush() {
     if (!outputPending()) return true;
     const std::size_t size = std::min<std::size_t>(output_.size() - outputStart_, INT_MAX);
@@ -176,12 +172,12 @@ bool rcServerContext::Client::flush() {
 }
 
 void rcServerContext::Client::awaitReturn() {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     awaitingReturn_ = true;
 }
 
 bool rcServerContext::Client::cancelReturn() {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     const bool was = awaitingReturn_;
     awaitingReturn_ = false;
     return was;
@@ -190,7 +186,7 @@ bool rcServerContext::Client::cancelReturn() {
 bool rcServerContext::Client::returnDelayed(rcResult::Code code, const char* text) {
     {
         const CoDeferral deferral;
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const CoLock lock(mutex_);
         if (!awaitingReturn_) return false;
         awaitingReturn_ = false;
         rcResult::appendLine(code, text ? text : "", output_);
@@ -205,7 +201,7 @@ bool rcServerContext::Client::returnDelayed(rcResult::Code code, const char* tex
 }
 
 void rcServerContext::Client::close() {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     awaitingReturn_ = false;
     descriptor_.close();
 }

@@ -2,10 +2,10 @@
 
 #include <array>
 #include <cstddef>
-#include <mutex>
 #include <string>
 
 #include "CoIoTcpDescriptor.h"
+#include "CoMutex.h"
 #include "rcServerContext.h"
 
 namespace Vantrel {
@@ -30,39 +30,40 @@ class rcServerContext::Client : public CoIoHandler {
 
     /// None, so that the loop drops it, when the time to log in is over.
     int descriptorId() const override;
-    bool wantsRead() const override;
-    bool wantsWrite() const override;
-    bool handleRead() override;
-    bool handleWrite() override;
-    bool handleError() override;
+    bool wantsRead() const override CO_EXCLUDES(mutex_);
+    bool wantsWrite() const override CO_EXCLUDES(mutex_);
+    bool handleRead() override CO_EXCLUDES(mutex_);
+    bool handleWrite() override CO_EXCLUDES(mutex_);
+    bool handleError() override CO_EXCLUDES(mutex_);
     void released() override { context_.drop(*this); }
 
-    /// From now on it waits for a delayed return; no command of it is processed meanwhile.
-    void awaitReturn();
+    /// From now on it waits for a delayed return; no command of it is processed until that has come.
+    void awaitReturn() CO_EXCLUDES(mutex_);
     /// Ends that without an answer; false when it was not waiting.
-    bool cancelReturn();
+    bool cancelReturn() CO_EXCLUDES(mutex_);
     /// Answers the delayed command; false when it is not waiting for that.
-    bool returnDelayed(rcResult::Code code, const char* text);
+    bool returnDelayed(rcResult::Code code, const char* text) CO_EXCLUDES(mutex_);
 
     /// Closes the connection at once.
-    void close();
+    void close() CO_EXCLUDES(mutex_);
 
   private:
     static constexpr std::size_t READ_SIZE = 8191;
     /// With more unsent results than this, no further command is processed.
     static constexpr std::size_t BATCH_OUTPUT = 8192;
 
-    bool isStranger() const { return context_.requireLogin_ && !loggedIn_; }
+    bool isUnauthenticated() const { return context_.requireLogin_ && !loggedIn_; }
     bool inputLeft() const { return inputStart_ != inputEnd_; }
-    bool outputPending() const { return outputStart_ != output_.size(); }
-    bool mayProcess() const;
-    bool processInput();
+    bool outputPending() const CO_REQUIRES(mutex_) { return outputStart_ != output_.size(); }
+    bool mayProcess() const CO_EXCLUDES(mutex_);
+    bool processInput() CO_EXCLUDES(mutex_);
+    bool sendPending() CO_EXCLUDES(mutex_);
     bool isCommandTooLong() const;
-    bool processCommands();
-    void processLine();
-    bool finishLeaving();
+    bool processCommands() CO_EXCLUDES(mutex_);
+    void processLine() CO_EXCLUDES(mutex_);
+    bool finishLeaving() CO_EXCLUDES(mutex_);
     void takeInheritedInfo();
-    bool flush();
+    bool flush() CO_REQUIRES(mutex_);
 
     rcServerContext& context_;
     const unsigned id_;
@@ -76,11 +77,12 @@ class rcServerContext::Client : public CoIoHandler {
     std::size_t inputStart_ = 0;  ///< what was received and not yet processed
     std::size_t inputEnd_ = 0;
 
-    mutable std::mutex mutex_;      ///< guards the rest, which a delayed return uses on another thread
-    CoIoTcpDescriptor descriptor_;  ///< its reads and writes; asking for its number needs no lock
-    bool awaitingReturn_ = false;
-    std::string output_;
-    std::size_t outputStart_ = 0;  ///< what was sent of output_
+    CoIoTcpDescriptor descriptor_;  ///< read, written and closed under mutex_
+
+    mutable CoMutex mutex_;  ///< guards what a delayed return uses on another thread
+    bool awaitingReturn_ CO_GUARDED_BY(mutex_) = false;
+    std::string output_ CO_GUARDED_BY(mutex_);
+    std::size_t outputStart_ CO_GUARDED_BY(mutex_) = 0;  ///< what was sent of output_
 };
 
 }  // namespace Vantrel

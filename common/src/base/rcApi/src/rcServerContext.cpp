@@ -11,6 +11,7 @@
 
 #include "CoAssert.h"
 #include "CoMsg.h"
+#include "CoNeverDestroyed.h"
 #include "rcServerClient.h"
 #include "rcSysCalls.h"
 
@@ -36,7 +37,7 @@ int parseObjectId(const std::string& text) {
 }  // namespace
 
 const rcParam::InfoList& rcMethod::getDudParamList() {
-    static const auto* const none = new rcParam::InfoList;  // outlives static destruction
+    static CoNeverDestroyed<rcParam::InfoList> none;
     return *none;
 }
 
@@ -100,29 +101,29 @@ bool rcServerContext::registerMethod(const rcMethod& method) {
     return true;
 }
 
-bool rcServerContext::registerObject(int id, void* object) {
+bool rcServerContext::registerObject(int id) {
     if (id == 0) {
         CO_MSG_ERROR("Reserved object Id");
         return false;
     }
     bool added = false;
     {
-        const std::lock_guard<std::mutex> lock(tablesMutex_);
-        added = objects_.emplace(id, object).second;
+        const CoLock lock(tablesMutex_);
+        added = objects_.insert(id).second;
     }
     if (!added) CO_MSG_ERROR("Object '%d' already registered", id);
     return added;
 }
 
 bool rcServerContext::unregisterObject(int id) {
-    const std::lock_guard<std::mutex> lock(tablesMutex_);
+    const CoLock lock(tablesMutex_);
     return objects_.erase(id) != 0;
 }
 
 bool rcServerContext::returnFromDelayedCommand(unsigned clientId, bool success, const char* text) {
     std::shared_ptr<Client> client;
     {
-        const std::lock_guard<std::mutex> lock(tablesMutex_);
+        const CoLock lock(tablesMutex_);
         const auto found = clients_.find(clientId);
         if (found != clients_.end()) client = found->second;
     }
@@ -142,7 +143,7 @@ unsigned rcServerContext::getCurrentClientId() const {
 
 const rcConnectionInfo& rcServerContext::getCurrentConnectionInfo() const {
     if (CO_ASSERT(current_)) return current_->getConnectionInfo();
-    static const auto* const nobody = new rcConnectionInfo("", nullptr);  // never destroyed
+    static CoNeverDestroyed<rcConnectionInfo> nobody("", nullptr);
     return *nobody;
 }
 
@@ -151,20 +152,14 @@ void rcServerContext::setCurrentConnectionInfo(const rcConnectionInfo& info) {
 }
 
 rcServerContext::Client* rcServerContext::findClient(unsigned id) const {
-    const std::lock_guard<std::mutex> lock(tablesMutex_);
+    const CoLock lock(tablesMutex_);
     const auto found = clients_.find(id);
     return found != clients_.end() ? found->second.get() : nullptr;
-}
-
-bool rcServerContext::isIdValid(unsigned id) const {
-    return findClient(id) != nullptr;
 }
 
 bool rcServerContext::login(const rcConnectionInfo&) {
     return true;
 }
-
-void rcServerContext::clientGone(unsigned) {}
 
 void rcServerContext::handleConnection(CoFd connection) {
     if (isFull()) return;
@@ -173,19 +168,23 @@ void rcServerContext::handleConnection(CoFd connection) {
     } while (lastClientId_ == 0 || isIdValid(lastClientId_));
     const auto client = std::make_shared<Client>(*this, lastClientId_, std::move(connection));
     {
-        const std::lock_guard<std::mutex> lock(tablesMutex_);
+        const CoLock lock(tablesMutex_);
         clients_.emplace(lastClientId_, client);
     }
     registerIOHandler(client.get());
     if (requireLogin_) {
-        strangers_.insert(lastClientId_);
-        makeRoomForStranger();
+        unauthenticated_.insert(lastClientId_);
+        limitUnauthenticated();
     }
 }
 
 /// Logs it, too.
 bool rcServerContext::isFull() {
-    const std::size_t count = clients_.size();  // other threads only read the table
+    std::size_t count = 0;
+    {
+        const CoLock lock(tablesMutex_);
+        count = clients_.size();
+    }
     if (count >= maxClients_ && !full_) {
         CO_MSG_WARNING("No more than %zu connections are served on port %d; further ones are closed", count,
                        getPort());
@@ -193,15 +192,16 @@ bool rcServerContext::isFull() {
     return full_ = count >= maxClients_;
 }
 
-/// Whoever has a login to give gives it at once; so the one that has waited longest is worth least.
-void rcServerContext::makeRoomForStranger() {
-    if (strangers_.size() <= MAX_STRANGERS) return;
+/// Beyond MAX_UNAUTHENTICATED the oldest is dropped: clients of this protocol log in as soon as they are
+/// connected, so the longer one waits the less likely it ever does.
+void rcServerContext::limitUnauthenticated() {
+    if (unauthenticated_.size() <= MAX_UNAUTHENTICATED) return;
     if (!flooded_) {
         CO_MSG_WARNING("More than %zu connections on port %d without a login; the oldest ones are closed",
-                       MAX_STRANGERS, getPort());
+                       MAX_UNAUTHENTICATED, getPort());
     }
     flooded_ = true;
-    Client* const oldest = findClient(*strangers_.begin());
+    Client* const oldest = findClient(*unauthenticated_.begin());
     unregisterIOHandler(oldest);
     drop(*oldest);
 }
@@ -209,31 +209,31 @@ void rcServerContext::makeRoomForStranger() {
 void rcServerContext::loggedInOrOut(Client& client, bool loggedIn) {
     client.setLoggedIn(loggedIn);
     if (loggedIn) {
-        strangers_.erase(client.getId());
+        unauthenticated_.erase(client.getId());
     } else if (requireLogin_) {
-        strangers_.insert(client.getId());
+        unauthenticated_.insert(client.getId());
     }
-    if (strangers_.size() < MAX_STRANGERS / 2) flooded_ = false;
+    if (unauthenticated_.size() < MAX_UNAUTHENTICATED / 2) flooded_ = false;
 }
 
 /// The loop does not know the client any more.
 void rcServerContext::drop(Client& client) {
     const unsigned id = client.getId();
     client.close();
-    strangers_.erase(id);
+    unauthenticated_.erase(id);
     {
         // A delayed return on another thread may still hold the client; it then finds it closed.
-        const std::lock_guard<std::mutex> lock(tablesMutex_);
+        const CoLock lock(tablesMutex_);
         clients_.erase(id);
     }
-    clientGone(id);
+    if (clientGone_) clientGone_(id);
 }
 
 rcServerContext::Outcome rcServerContext::processCommand(Client& client, rcCommand& command) {
     const bool sync = command.isSync();
-    void* object = nullptr;
+    int objectId = 0;
     const rcMethod* const method = findMethod(command, client);
-    if (!method || !findObject(command, object)) return sync ? Outcome::Answer : Outcome::NoAnswer;
+    if (!method || !findObject(command, objectId)) return sync ? Outcome::Answer : Outcome::NoAnswer;
 
     // Before the call: another thread may return from the command before the method does.
     if (method->delayed && sync) client.awaitReturn();
@@ -241,7 +241,7 @@ rcServerContext::Outcome rcServerContext::processCommand(Client& client, rcComma
     command.value().swapText(argument);
     current_ = &client;
     client.setCurrentMethod(method);
-    const bool success = callMethod(*method, object, std::move(argument));
+    const bool success = callMethod(*method, objectId, std::move(argument));
     client.setCurrentMethod(nullptr);
     current_ = nullptr;
     if (rcSysCalls::isLoginCommand(command)) loggedInOrOut(client, success);
@@ -264,29 +264,24 @@ const rcMethod* rcServerContext::findMethod(const rcCommand& command, const Clie
     return nullptr;
 }
 
-/// The object that a command addresses, null for id 0; false when there is none, and the result says so.
-bool rcServerContext::findObject(const rcCommand& command, void*& object) {
-    const int id = parseObjectId(command.objectId());
-    if (id == 0) {
-        object = nullptr;
-        return true;
+/// The id that a command addresses; false when no object has it, and the result says so.
+bool rcServerContext::findObject(const rcCommand& command, int& objectId) {
+    objectId = parseObjectId(command.objectId());
+    if (objectId == 0) return true;
+    {
+        const CoLock lock(tablesMutex_);
+        if (objects_.count(objectId) != 0) return true;
     }
-    const std::lock_guard<std::mutex> lock(tablesMutex_);
-    const auto found = objects_.find(id);
-    if (found == objects_.end()) {
-        setResult(rcResult::Code::Error, coFormat("Invalid Object: %d", id));
-        return false;
-    }
-    object = found->second;
-    return true;
+    setResult(rcResult::Code::Error, coFormat(INVALID_OBJECT, objectId));
+    return false;
 }
 
-bool rcServerContext::callMethod(const rcMethod& method, void* object, std::string argument) {
+bool rcServerContext::callMethod(const rcMethod& method, int objectId, std::string argument) {
     std::string failure;
     try {
         rcParam::Array parameters(method.parameters, std::move(argument));
         const auto result = (method.resultType ? *method.resultType : rcParamVoid::TYPE).alloc();
-        const bool success = method.function(object, method, parameters, *result);
+        const bool success = method.function(objectId, method, parameters, *result);
         setResult(success ? rcResult::Code::Ok : rcResult::Code::Error, result->takeStringValue());
         return success;
     } catch (const std::exception& exception) {

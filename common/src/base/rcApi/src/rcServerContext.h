@@ -5,12 +5,14 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <set>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
+#include <utility>
 
 #include "CoIoTcpServerHandler.h"
+#include "CoMutex.h"
 #include "rcAppContext.h"
 #include "rcCommand.h"
 #include "rcConnectionInfo.h"
@@ -23,9 +25,9 @@ class rcServerContext;
 /// One method that a server context answers.
 struct rcMethod {
     /// Returns success. Throwing fails the command with the exception's message, which otherwise is the
-    /// result's text. `object` is the addressed one, null for object id 0. References are valid during the
-    /// call only.
-    using Function = std::function<bool(void* object, const rcMethod& method, rcParam::Array& parameters,
+    /// result's text. `objectId` is that of the addressed object, which was registered when the command came,
+    /// or 0. References are valid during the call only.
+    using Function = std::function<bool(int objectId, const rcMethod& method, rcParam::Array& parameters,
                                         rcParam& result)>;
 
     rcServerContext* context = nullptr;  ///< set by registerMethod
@@ -64,10 +66,10 @@ class rcServerContext : public rcAppContext {
 
     /// From now on every method but "_login" and "_ping" answers "Not logged in." before a login, and a
     /// client that sends a long command before one is dropped. So is one that has not logged in within
-    /// LOGIN_TIME_MS, and, when more than MAX_STRANGERS have not, the one that has waited longest.
+    /// LOGIN_TIME_MS, and, when more than MAX_UNAUTHENTICATED have not, the one that has waited longest.
     void requireLogin(bool on);
     static constexpr unsigned LOGIN_TIME_MS = 10000;
-    static constexpr std::size_t MAX_STRANGERS = 64;
+    static constexpr std::size_t MAX_UNAUTHENTICATED = 64;
     /// Connections kept at a time; further ones are closed at once. At first there is no limit but the
     /// system's.
     void limitClients(std::size_t most);
@@ -78,14 +80,16 @@ class rcServerContext : public rcAppContext {
 
     /// Copies the description. False, with the reason logged, when the name is taken.
     bool registerMethod(const rcMethod& method);
-    /// `object` is what methods called on `id` get; it is not owned and must stay until it is unregistered
-    /// and no method runs on it. False, with the reason logged, when `id` is 0 or taken.
-    bool registerObject(int id, void* object);
-    bool unregisterObject(int id);
+    /// Takes commands for the object that the methods know as `id`; those for unknown objects fail with
+    /// INVALID_OBJECT. False, with the reason logged, when `id` is 0 or taken.
+    bool registerObject(int id) CO_EXCLUDES(tablesMutex_);
+    bool unregisterObject(int id) CO_EXCLUDES(tablesMutex_);
+    static constexpr const char* INVALID_OBJECT = "Invalid Object: %d";  ///< %d: the id
 
     /// Answers the delayed command that a client waits for. False, and logged, when that client is gone or
     /// does not wait. Until then no further command of that client is processed.
-    bool returnFromDelayedCommand(unsigned clientId, bool success, const char* text);
+    bool returnFromDelayedCommand(unsigned clientId, bool success, const char* text)
+        CO_EXCLUDES(tablesMutex_);
 
     /// The client whose command is being processed; null outside a method. Valid during the method only.
     Client* getCurrentClient() const;
@@ -95,18 +99,19 @@ class rcServerContext : public rcAppContext {
     const rcConnectionInfo& getCurrentConnectionInfo() const;
     void setCurrentConnectionInfo(const rcConnectionInfo& info);
     /// Null when there is none. Valid until the loop's next pass.
-    Client* findClient(unsigned id) const;
-    bool isIdValid(unsigned id) const;
+    Client* findClient(unsigned id) const CO_EXCLUDES(tablesMutex_);
+    bool isIdValid(unsigned id) const { return findClient(id) != nullptr; }
 
     /// Authentication hook: false refuses the login. The default accepts.
     virtual bool login(const rcConnectionInfo& info);
 
+    /// Called when a client has left, or was dropped; its id is not valid any more.
+    using ClientGone = std::function<void(unsigned clientId)>;
+    void setClientGone(ClientGone clientGone) { clientGone_ = std::move(clientGone); }
+
   protected:
     /// Serves a connection that was accepted, and owns its descriptor from then on.
-    void handleConnection(CoFd connection);
-
-    /// A client left, or was dropped; its id is not valid any more.
-    virtual void clientGone(unsigned clientId);
+    void handleConnection(CoFd connection) CO_EXCLUDES(tablesMutex_);
 
   private:
     friend class Client;
@@ -116,11 +121,11 @@ class rcServerContext : public rcAppContext {
 
     Outcome processCommand(Client& client, rcCommand& command);
     const rcMethod* findMethod(const rcCommand& command, const Client& client);
-    bool findObject(const rcCommand& command, void*& object);
-    bool callMethod(const rcMethod& method, void* object, std::string argument);
-    void drop(Client& client);
-    bool isFull();
-    void makeRoomForStranger();
+    bool findObject(const rcCommand& command, int& objectId) CO_EXCLUDES(tablesMutex_);
+    bool callMethod(const rcMethod& method, int objectId, std::string argument) CO_EXCLUDES(tablesMutex_);
+    void drop(Client& client) CO_EXCLUDES(tablesMutex_);
+    bool isFull() CO_EXCLUDES(tablesMutex_);
+    void limitUnauthenticated();
     void loggedInOrOut(Client& client, bool loggedIn);
     void setResult(rcResult::Code code, std::string text);
 
@@ -129,17 +134,18 @@ class rcServerContext : public rcAppContext {
     bool requireLogin_ = false;
     bool useLoginEnvironment_ = true;
     std::size_t maxClients_ = SIZE_MAX;
-    bool full_ = false;             ///< logged already
-    bool flooded_ = false;          ///< by strangers; logged already
-    std::set<unsigned> strangers_;  ///< clients that still have to log in, oldest first
+    bool full_ = false;                   ///< logged already
+    bool flooded_ = false;                ///< by unauthenticated clients; logged already
+    std::set<unsigned> unauthenticated_;  ///< clients that still have to log in, oldest first
+    ClientGone clientGone_;
     unsigned lastClientId_ = 0;
     Client* current_ = nullptr;
     rcResult::Code resultCode_ = rcResult::Code::Ok;  ///< of the current command, with its text
     std::string resultText_;
 
-    mutable std::mutex tablesMutex_;  ///< guards the tables below; taken before a client's own
-    std::map<unsigned, std::shared_ptr<Client>> clients_;
-    std::unordered_map<int, void*> objects_;
+    mutable CoMutex tablesMutex_;
+    std::map<unsigned, std::shared_ptr<Client>> clients_ CO_GUARDED_BY(tablesMutex_);
+    std::unordered_set<int> objects_ CO_GUARDED_BY(tablesMutex_);
 };
 
 }  // namespace Vantrel

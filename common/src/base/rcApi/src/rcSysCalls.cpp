@@ -2,9 +2,10 @@
 
 #include <cstdlib>
 #include <ctime>
-#include <mutex>
 
 #include "CoException.h"
+#include "CoMutex.h"
+#include "CoNeverDestroyed.h"
 #include "rcServerClient.h"
 #include "rcServerContext.h"
 
@@ -14,22 +15,22 @@ namespace {
 
 /// Serialises this layer's uses of the environment: contexts of several threads may accept and log in at
 /// once.
-std::mutex& environmentMutex() {
-    static std::mutex* const mutex = new std::mutex;  // outlives static destruction
+CoMutex& environmentMutex() {
+    static CoNeverDestroyed<CoMutex> mutex;
     return *mutex;
 }
 
 /// Leaves the record to the processes started from here on; the first one stays.
 bool propagate(const rcConnectionInfo& info) {
-    const std::lock_guard<std::mutex> lock(environmentMutex());
+    const CoLock lock(environmentMutex());
     return ::setenv(rcSysCalls::CONNECTION_INFO_VARIABLE, info.toAttrStream().c_str(), 0) == 0;
 }
 
-bool ping(void*, const rcMethod&, rcParam::Array&, rcParam&) {
+bool ping(int, const rcMethod&, rcParam::Array&, rcParam&) {
     return true;
 }
 
-bool login(void*, const rcMethod& method, rcParam::Array& parameters, rcParam&) {
+bool login(int, const rcMethod& method, rcParam::Array& parameters, rcParam&) {
     rcServerContext& context = *method.context;
     const CoIoTcpDescriptor& descriptor = context.getCurrentClient()->descriptor();
     const rcConnectionInfo record(parameters[0].stringValue().c_str(), &descriptor);
@@ -75,7 +76,7 @@ bool rcSysCalls::isSystemCommand(const rcCommand& command) {
 }
 
 bool rcSysCalls::getInheritedConnectionInfo(std::string& record) {
-    const std::lock_guard<std::mutex> lock(environmentMutex());
+    const CoLock lock(environmentMutex());
     const char* const text = std::getenv(CONNECTION_INFO_VARIABLE);
     if (text) record = text;
     return text != nullptr;

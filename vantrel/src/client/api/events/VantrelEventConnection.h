@@ -4,44 +4,45 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
-#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
-#include "VantrelBaseClientAPI.h"
 #include "VantrelEventDispatcher.h"
-#include "VantrelEventMonitor.h"
+#include "VantrelEventPort.h"
+#include "VantrelEventRegistrations.h"
 #include "VantrelSharedConnection.h"
 
-/// The events of one server handle: its handlers, and their registrations with the server, which are made
-/// again whenever the connection to it was lost and is up again. It holds its reference to that connection,
-/// so that the cache does not drop it while handlers wait for events.
+/// The events of one server handle: its handlers, and their registrations with the server.
 ///
 /// Thread safety: registering, unregistering and `lastError` one thread at a time (the server handle's lock);
 /// everything else from any. No lock of its own is held while the server is called or a handler runs.
-class VantrelEventMonitor::Connection : private VantrelClientConnection::ConnectCallback {
+class VantrelEventConnection : private VantrelClientConnection::ConnectCallback {
   public:
     using Handler = VantrelNodeEvent::Handler;
 
-    /// A connection that the monitor knows; throws CoException when the monitor is of no use. To be let go
-    /// with letGo().
-    static std::shared_ptr<Connection> open(const VantrelClientConnection::Shared& client);
-    /// Closes it, telling the server within FAREWELL_TIME_MS and waiting for a handler that runs; so not
-    /// under a lock that handlers may want. In a child forked since, leaves it and its parent's locks alone.
-    /// `connection` may be null.
-    static void letGo(std::shared_ptr<Connection> connection);
-    ~Connection() override;
+    /// One whose events come in at `port`; to be ended with `release`.
+    static std::shared_ptr<VantrelEventConnection> make(const std::shared_ptr<VantrelEventPort>& port,
+                                                        const VantrelClientConnection::Shared& client);
+    /// Closes it: deregisters from the server within DEREGISTRATION_TIME_MS and waits for a handler that
+    /// runs; so not under a lock that handlers may want. In a child forked since it was made, leaves it and
+    /// its parent's locks alone. `connection` may be null.
+    static void release(std::shared_ptr<VantrelEventConnection> connection);
+    VantrelEventConnection(const std::shared_ptr<VantrelEventPort>& port,
+                           const VantrelClientConnection::Shared& client);
+    ~VantrelEventConnection() override;
 
     /// The object id under which the server addresses it; of the process, never used twice.
     int getId() const { return id_; }
-    /// False once it was closed, by letGo or by the end of the monitor, and in a forked child.
-    bool isOpen() const;
+    /// False once it was closed, by `release` or by the end of the port, and in a forked child.
+    bool isOpen() const { return !closed_ && !isForeign(); }
 
-    /// The server is told of every registration. On failure the handler is not registered: see `lastError`.
+    /// Every registration is passed on to the server. On failure the handler is not registered: see
+    /// `lastError`.
     bool registerEventHandler(const VantrelNodeId& nodeId, Handler* handler, const char* format,
                               const char* meta);
-    /// The handler is removed in any case; false when it was not registered, or the server not told.
+    /// The handler is removed in any case; false when it was not registered, or the server did not take the
+    /// deregistration.
     bool unregisterEventHandler(const VantrelNodeId& nodeId, const Handler* handler);
     const char* lastError() const { return lastError_.c_str(); }
     /// Waits for a call of `handler` in progress on another thread. Not under a lock that handlers may want.
@@ -52,57 +53,27 @@ class VantrelEventMonitor::Connection : private VantrelClientConnection::Connect
     /// See VantrelEventDispatcher.
     void notify(VantrelNodeEvent event) { dispatcher_.notify(std::move(event)); }
     void flushQueuedEvents() { dispatcher_.flushQueuedEvents(); }
-
-    /// Registers everything with the server again, logging failures; they are left to `restore`.
-    void reconnect();
-
-    // --- For the monitor ---
-
     bool hasHandlers() const { return dispatcher_.hasHandlers(); }
-    VantrelClientConnection& client() const { return *client_.get(); }
-    /// Connects again when the connection was lost, registers again what failed before, or, after
-    /// `renewLater`, all; false when anything fails. May take a second and more.
-    bool restore();
+
     /// From now on no handler is called; returns what is registered with the server.
     std::vector<VantrelEventSubject> retire();
-    /// The server may have dropped what is registered with it.
-    void renewLater() { renewal_ = true; }
-    /// Tells the server, while the connection is up and `limit` has not passed.
-    void unregister(const std::vector<VantrelEventSubject>& subjects, const Vantrel::CoDeadline& limit);
+    VantrelEventRegistrations& registrations() { return registrations_; }
 
-    /// When `restore` is to be tried next: pauses grow while it fails. The monitor thread's.
-    struct Pause {
-        unsigned lengthMs = 0;
-        Vantrel::CoTime::Microseconds end = 0;
-    };
-    Pause pause;
+    /// How long deregistrations may take, all together, when events are not wanted any more.
+    static constexpr unsigned DEREGISTRATION_TIME_MS = 1000;
 
   private:
-    Connection(const std::shared_ptr<VantrelEventMonitor>& monitor,
-               const VantrelClientConnection::Shared& client);
-
     void connected() override {
-        if (isOpen()) reconnect();
+        if (isOpen()) registrations_.reconnected();
     }
     void close();
     bool isForeign() const;
-    enum class Again { AfterLoss, Renewal, AfterRefusal };
-    bool registerAgain(const std::vector<VantrelEventSubject>& subjects, Again occasion);
-    bool registerNow(VantrelBaseClientAPI& api, const VantrelEventSubject& subject, Again occasion) const;
-    unsigned answerLimitMs() const;
-    std::vector<VantrelEventSubject> refusedSubjects() const;
 
     const int id_;
     const unsigned forkGeneration_;
-    const unsigned port_;
-    const std::weak_ptr<VantrelEventMonitor> monitor_;
-    const VantrelClientConnection::Shared client_;
+    const std::weak_ptr<VantrelEventPort> port_;
     std::atomic<bool> closed_{false};
     VantrelEventDispatcher dispatcher_;
+    VantrelEventRegistrations registrations_;
     std::string lastError_;
-    std::atomic<unsigned> reconnections_{0};
-    bool renewal_ = false;  // the monitor thread's
-
-    mutable std::mutex refusedMutex_;  // guards refused_
-    std::set<std::string> refused_;    // nodes that could not be registered again
 };

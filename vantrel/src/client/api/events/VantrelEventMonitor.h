@@ -1,29 +1,29 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <memory>
-#include <mutex>
-#include <optional>
-#include <string>
 #include <thread>
 #include <unordered_map>
 #include <vector>
 
+#include "CoMutex.h"
 #include "CoThread.h"
 #include "CoTime.h"
-#include "VantrelEventSubject.h"
+#include "VantrelEventConnection.h"
+#include "VantrelEventHealthCheck.h"
+#include "VantrelEventPort.h"
+#include "VantrelEventServerCalls.h"
 #include "rcServerContext.h"
 
 /// Where servers deliver node events: a small remote-command server within the client, with a thread of its
-/// own, "VT Event Mtr". It passes "NodeEvent" commands on to the connections that asked for them, and looks
-/// after those: a process that only waits for events makes no call that would find a connection lost.
+/// own, "VT Event Mtr". It passes "NodeEvent" commands on to the connections that asked for them, and has
+/// those connections checked (VantrelEventHealthCheck).
 ///
 /// One for the process, started by the first connection and ended by the library's shut-down. A forked child
-/// starts its own. Thread-safe, but for what it inherits.
-class VantrelEventMonitor : public Vantrel::rcServerContext {
+/// starts its own. Thread-safe.
+class VantrelEventMonitor : public VantrelEventPort {
   public:
-    class Connection;
+    using Connection = VantrelEventConnection;
 
     /// The ports that the next monitor to start tries, in order; -1 and -1, as at first: any that is free.
     static void setPortRange(int low, int high);
@@ -33,76 +33,49 @@ class VantrelEventMonitor : public Vantrel::rcServerContext {
     /// connection is closed, and no handler runs any more, but for the one that this very call comes from.
     static std::shared_ptr<VantrelEventMonitor> getInstance(bool destroy);
     /// The first half of that, to be called while connections to servers are still up: no handler is called
-    /// any more, and servers are told so, as far as they answer within a second in all.
+    /// any more, and servers are asked to send no more events, as far as they answer within a second in all.
     static void unregisterAll();
 
-    VantrelEventMonitor(int lowPort, int highPort);
-    ~VantrelEventMonitor() override;
+    /// A connection whose events the monitor passes on, which is started where needed; to be ended with
+    /// VantrelEventConnection::release. Throws CoException when the monitor is of no use.
+    static std::shared_ptr<Connection> open(const VantrelClientConnection::Shared& client);
 
-    /// Whether it listens; where it does not, the log tells why.
+    VantrelEventMonitor(int lowPort, int highPort);
+
+    /// Whether it listens; where it does not, the log says why.
     bool isUsable() const { return thread_ != nullptr; }
+    int getPort() const { return context_.getPort(); }
     /// Ends the thread soon; any thread may call it.
     void stop();
 
-    /// Commands for the connection's id reach it from now on. False when the monitor is about to end.
-    bool addConnection(const std::shared_ptr<Connection>& connection);
-    void removeConnection(int id);
-    /// A connection has something to look after: look soon.
-    void wakeUp();
-
-    /// How long servers are told, all together, that their events are not wanted any more.
-    static constexpr unsigned FAREWELL_TIME_MS = 1000;
-    static constexpr const char* NOT_USABLE = "Vantrel client not correctly configured to receive events.";
+    unsigned number() const override { return static_cast<unsigned>(getPort()); }
+    bool isOwnThread() const override { return threadId_ == std::this_thread::get_id(); }
+    void watchSoon() override;
+    void removeConnection(int id) override CO_EXCLUDES(mutex_);
 
   private:
     struct Holder;
-    /// What a connection had registered when the monitor ended.
-    struct Farewell {
-        std::shared_ptr<Connection> connection;
-        std::vector<VantrelEventSubject> subjects;
-    };
-    class Calling;
-    using Microseconds = Vantrel::CoTime::Microseconds;
-
-    static Holder& holder();
+    using Connections = std::unordered_map<int, std::shared_ptr<Connection>>;  // by id
 
     void start(const std::shared_ptr<VantrelEventMonitor>& self);
-    bool receive(const void* object, Vantrel::rcParam::Array& parameters);
-    std::shared_ptr<Connection> find(int id) const;
-    std::vector<std::shared_ptr<Connection>> connections() const;
-    void clientGone(unsigned clientId) override;
+    void registerNodeEvent();
+    void run() CO_EXCLUDES(mutex_);
+    bool receive(int connectionId, Vantrel::rcParam::Array& parameters) CO_EXCLUDES(mutex_);
+    void end() CO_EXCLUDES(mutex_);
 
-    // --- The thread ---
+    bool addConnection(const std::shared_ptr<Connection>& connection) CO_EXCLUDES(mutex_);
+    std::shared_ptr<Connection> find(int id) const CO_EXCLUDES(mutex_);
+    std::vector<std::shared_ptr<Connection>> connections() const CO_EXCLUDES(mutex_);
 
-    void run();
-    void waitForEvents();
-    void lookAfterConnections(Microseconds now);
-    void renewAfterLoss(Microseconds now);
-    bool restoreOne(const std::shared_ptr<Connection>& connection);
-    void sayGoodbye();
-    bool isOwnThread() const { return threadId_ == std::this_thread::get_id(); }
-
-    // --- The end ---
-
-    void leave();
-    void awaitGoodbye(std::vector<Farewell> farewells);
-
+    Vantrel::rcServerContext context_;
+    VantrelEventHealthCheck healthCheck_;
+    VantrelEventServerCalls serverCalls_;
     std::atomic<bool> stopping_{false};
-    std::atomic<bool> lookSoon_{false};
-    std::atomic<bool> clientLost_{false};  // and registrations perhaps with it
     std::atomic<std::thread::id> threadId_{};
-    Microseconds nextLook_;         // the thread's
-    Microseconds lastLook_ = 0;     // the same
-    Microseconds nextRenewal_ = 0;  // the same: not before
 
-    mutable std::mutex mutex_;  // guards what follows; never held while a connection is called
-    std::unordered_map<int, std::shared_ptr<Connection>> connections_;  // by id
-    bool leaving_ = false;                                              // nothing is added any more
-    std::vector<Farewell> farewells_;
-    std::optional<Vantrel::CoDeadline> farewellLimit_;
-    std::shared_ptr<Connection> calling_;  // the thread calls its server now
-    bool restoring_ = false;               // in order to connect it again
-    std::condition_variable callEnded_;
+    mutable Vantrel::CoMutex mutex_;  // never held while a connection is called
+    Connections connections_ CO_GUARDED_BY(mutex_);
+    bool ending_ CO_GUARDED_BY(mutex_) = false;  // no connection is added any more
 
-    std::unique_ptr<Vantrel::CoThread> thread_;  // set before anybody knows the monitor; last: ends first
+    std::unique_ptr<Vantrel::CoThread> thread_;  // set before the monitor is published; last: ends first
 };

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "CoException.h"
+#include "VantrelEventMonitor.h"
 #include "VantrelInitCounter.h"
 
 namespace {
@@ -18,7 +19,7 @@ VantrelServerImp::VantrelServerImp(const VantrelServerId& serverId) : serverId_(
 
 // First what calls back, while all that a handler may use still stands.
 VantrelServerImp::~VantrelServerImp() {
-    VantrelEventMonitor::Connection::letGo(std::move(events_));
+    VantrelEventConnection::release(std::move(events_));
 }
 
 bool VantrelServerImp::init() {
@@ -79,12 +80,13 @@ bool VantrelServerImp::ping(unsigned retryTimeoutMs) {
 
 // --- Events ---
 
-// One is of no use any more when the library was shut down meanwhile, or the process is a forked child. It
-// becomes `old`, to be let go without the lock: that waits for a handler, which may want it.
-VantrelEventMonitor::Connection& VantrelServerImp::eventConnection(EventConnection& old) {
+// A connection is of no use any more when the library was shut down since it was opened, or when this is a
+// forked child. It becomes `old`, to be released without the lock: that waits for a handler, which may want
+// it.
+VantrelEventConnection& VantrelServerImp::eventConnection(EventConnection& old) {
     if (!events_ || !events_->isOpen()) {
         old = std::exchange(events_, nullptr);
-        events_ = VantrelEventMonitor::Connection::open(connection_);
+        events_ = VantrelEventMonitor::open(connection_);
     }
     return *events_;
 }
@@ -105,7 +107,7 @@ bool VantrelServerImp::registerEventHandler(const VantrelNodeId& nodeId, Vantrel
         }
         events = events_;
     }
-    VantrelEventMonitor::Connection::letGo(std::move(old));
+    VantrelEventConnection::release(std::move(old));
     // An event may have come between the attempt and its failure.
     if (!ok && events) events->awaitHandler(handler);
     return ok;

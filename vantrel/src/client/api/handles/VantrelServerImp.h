@@ -99,8 +99,8 @@ class VantrelServerImp : private VantrelDaemonInfoMgr {
     const char* lastError() const override { return lastError_.c_str(); }
 
     VantrelFrameClientAPI& frameApi();
-    using EventConnection = std::shared_ptr<VantrelEventMonitor::Connection>;
-    VantrelEventMonitor::Connection& eventConnection(EventConnection& old);
+    using EventConnection = std::shared_ptr<VantrelEventConnection>;
+    VantrelEventConnection& eventConnection(EventConnection& old);
     VantrelClientConnection* connectionNow() const;
 
     const VantrelServerId serverId_;

@@ -1,0 +1,92 @@
+#include "VantrelEventServerCalls.h"
+
+#include <chrono>
+#include <utility>
+
+using Vantrel::CoLock;
+using Vantrel::CoUnlock;
+
+namespace {
+
+/// A call that is to be broken is stopped again and again: it may not have begun to wait.
+constexpr std::chrono::milliseconds STOP_INTERVAL(10);
+
+}  // namespace
+
+/// While it lives, the thread calls a connection's server.
+class VantrelEventServerCalls::Scope {
+  public:
+    Scope(VantrelEventServerCalls& calls, const Connection& connection, bool restoring) : calls_(calls) {
+        const CoLock lock(calls_.mutex_);
+        allowed_ = !restoring || calls_.mayRestore_;
+        if (!allowed_) return;
+        calls_.called_ = connection;
+        calls_.restoring_ = restoring;
+    }
+    Scope(const Scope&) = delete;
+    Scope& operator=(const Scope&) = delete;
+    ~Scope() {
+        Connection called;  // destroyed without the mutex
+        const CoLock lock(calls_.mutex_);
+        called = std::exchange(calls_.called_, nullptr);
+        calls_.changed_.notifyAll();
+    }
+    bool allowed() const { return allowed_; }
+
+  private:
+    VantrelEventServerCalls& calls_;
+    bool allowed_ = false;
+};
+
+bool VantrelEventServerCalls::restore(const Connection& connection) {
+    const Scope scope(*this, connection, true);
+    return !scope.allowed() || connection->registrations().restore();
+}
+
+void VantrelEventServerCalls::deregister() {
+    Deregistration current;
+    unsigned limitMs = 0;
+    while (next(current, limitMs)) {
+        {
+            const Scope scope(*this, current.connection, false);
+            current.connection->registrations().remove(current.subjects, Vantrel::CoDeadline(limitMs));
+        }
+        const CoLock lock(mutex_);
+        if (!pending_.empty()) pending_.pop_back();
+        if (pending_.empty()) changed_.notifyAll();
+    }
+}
+
+/// The last one of those pending, where an empty one stays until the call has ended.
+bool VantrelEventServerCalls::next(Deregistration& deregistration, unsigned& limitMs) {
+    const CoLock lock(mutex_);
+    if (pending_.empty()) return false;
+    deregistration = std::move(pending_.back());
+    // One dead server must not use up the time of the others.
+    limitMs = limit_ ? limit_->leftMs() / static_cast<unsigned>(pending_.size()) : 0;
+    return true;
+}
+
+void VantrelEventServerCalls::forbidRestoring() {
+    const CoLock lock(mutex_);
+    mayRestore_ = false;
+}
+
+void VantrelEventServerCalls::submit(Deregistrations deregistrations) {
+    const CoLock lock(mutex_);
+    pending_ = std::move(deregistrations);
+    limit_.emplace(VantrelEventConnection::DEREGISTRATION_TIME_MS);
+}
+
+void VantrelEventServerCalls::await() {
+    const CoLock lock(mutex_);
+    while (called_ || (!pending_.empty() && !timeIsOver())) {
+        if (called_ && (restoring_ || timeIsOver())) {
+            const Connection called = called_;
+            const CoUnlock unlock(mutex_);
+            called->registrations().client().stop(nullptr);
+        }
+        changed_.waitFor(mutex_, STOP_INTERVAL);
+    }
+    pending_.clear();
+}
