@@ -6,8 +6,8 @@
 #include <cstring>
 #include <memory>
 
-#include "../unit/rcApi/RawClient.h"
 #include "ClientFixture.h"
+#include "RawClient.h"
 #include "Sanitizers.h"
 
 using std::chrono::seconds;

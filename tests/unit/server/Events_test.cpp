@@ -1,7 +1,6 @@
 // Events from the store to clients, which are server contexts here, as the protocol wants them.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <condition_variable>
 #include <functional>
@@ -9,14 +8,10 @@
 #include <thread>
 
 #include "CapturedLog.h"
-#include "CoException.h"
-#include "ContextLoop.h"
 #include "EventPublisher.h"
 #include "NodeIds.h"
-#include "NodeServer.h"
+#include "NodePortFixture.h"
 #include "ScriptedPeer.h"
-#include "TemporaryDirectory.h"
-#include "rcAPI.h"
 #include "rcAttrStream.h"
 #include "rcServerContext.h"
 #include "rcSysCalls.h"
@@ -186,13 +181,8 @@ TEST(EventPublisher, KeepsNoMoreThanItsLimits) {
     settings.maxClients = 2;
     settings.maxRegistrations = 3;
     EventPublisher publisher(settings);
-    const auto failure = [&](int port, std::int64_t node) -> std::string {
-        try {
-            publisher.registerEvents({"127.0.0.1", port}, 1, node);
-        } catch (const Vantrel::CoException& error) {
-            return error.what();
-        }
-        return "";
+    const auto failure = [&](int port, std::int64_t node) {
+        return failureOf([&] { publisher.registerEvents({"127.0.0.1", port}, 1, node); });
     };
     EXPECT_EQ(failure(1, 1), "");
     EXPECT_EQ(failure(2, 1), "");
@@ -205,25 +195,8 @@ TEST(EventPublisher, KeepsNoMoreThanItsLimits) {
     EXPECT_EQ(failure(3, 1), "") << "the second client has gone";
 }
 
-/// A store behind a node port, and a client of both ports.
-class EventServerTest : public testing::Test {
+class EventServerTest : public NodePortFixture {
   protected:
-    EventServerTest() : store_(directory_.path()), server_(store_, options()) {
-        loop_.emplace(server_.loop());
-        EXPECT_TRUE(api_.connect("127.0.0.1", server_.getPort(), 10000)) << api_.lastError();
-    }
-    static ServerOptions options() {
-        ServerOptions options;
-        options.nodePort = 0;
-        options.bindAddress = "127.0.0.1";
-        return options;
-    }
-    /// The answer, "error " before one that says so.
-    std::string ask(const char* method, const std::string& argument) {
-        std::string result;
-        const bool good = api_.call(0, method, argument.c_str(), true, result, 10000);
-        return good ? result : "error " + result;
-    }
     static std::string entry(const std::string& key, const std::string& value) {
         return key + " " + std::to_string(value.size()) + " " + value;
     }
@@ -231,39 +204,26 @@ class EventServerTest : public testing::Test {
         return entry("Port", std::to_string(client_.address().port)) + entry("Connection", "7") +
                entry("Subject", node);
     }
-    std::string create(const std::string& parent, const char* type, const std::string& name) {
-        NodeStore::NewNode node;
-        node.type = type;
-        node.displayName = name;
-        return store_.create(parent, node);
-    }
 
-    Vantrel::TemporaryDirectory directory_;
-    NodeStore store_;
     EventClient client_;
-    NodeServer server_;
-    Vantrel::rcAPI api_;
-    std::optional<ContextLoop> loop_;
 };
 
 TEST_F(EventServerTest, TellsEveryChange) {
-    const std::string volume = create(store_.rootId(), "VOLUME", "v");
-    const std::string library = create(create(volume, "PROJECT", "p"), "LIBRARY", "l");
+    const std::string library = createLibrary();
+    const std::string volume = store().parentId(store().parentId(library));
     EXPECT_EQ(ask("RegisterEvents", request(library)), "");
     const std::string clip = create(library, "CLIP", "c");
     EXPECT_EQ(ask("RegisterEvents", request(clip) + entry("Fmt", "f") + entry("Meta", "m")), "");
 
-    store_.rename(clip, "d d");
-    store_.setMetaData(clip, "XML", "<x/>");
-    store_.setNumFrames(clip, 2);
-    store_.setNumFrames(clip, 2);  // changes nothing
-    const auto content = store_.beginFrame(clip + "-1");
-    content->write("x", 1);
-    store_.commitFrame(clip + "-1", *content);
-    store_.setFramePaths(clip, {"/a", "/b"});
-    const std::string copy = store_.duplicate(library, clip, "");
-    EXPECT_THROW(store_.destroy(store_.rootId()), Vantrel::CoException);
-    store_.destroy(volume);  // with all that is under it
+    store().rename(clip, "d d");
+    store().setMetaData(clip, "XML", "<x/>");
+    store().setNumFrames(clip, 2);
+    store().setNumFrames(clip, 2);  // changes nothing
+    write(clip + "-1", "x");
+    store().setFramePaths(clip, {"/a", "/b"});
+    const std::string copy = store().duplicate(library, clip, "");
+    EXPECT_NE(failureOf([&] { store().destroy(store().rootId()); }), "");
+    store().destroy(volume);  // with all that is under it
 
     ASSERT_TRUE(client_.waitFor(11));
     EXPECT_THAT(client_.events(),
@@ -282,13 +242,10 @@ TEST_F(EventServerTest, TellsEveryChange) {
 }
 
 TEST_F(EventServerTest, RefusesWhatItCannotKeep) {
-    const std::string root = store_.rootId();
+    const std::string root = store().rootId();
     const std::string port = entry("Port", "4711");
     const std::string connection = entry("Connection", "7");
-    const struct {
-        std::string argument;
-        const char* error;
-    } cases[] = {
+    const std::pair<std::string, const char*> cases[] = {
         {connection + entry("Subject", root), "error Missing RegisterEvents parameter: Port"},
         {port + entry("Subject", root), "error Missing RegisterEvents parameter: Connection"},
         {port + connection, "error Missing RegisterEvents parameter: Subject"},
@@ -298,7 +255,7 @@ TEST_F(EventServerTest, RefusesWhatItCannotKeep) {
          "error Invalid RegisterEvents parameter: Connection is 0."},
         {port + connection + entry("Subject", "n99"), "error Node 'n99' does not exist."},
     };
-    for (const auto& each : cases) EXPECT_EQ(ask("RegisterEvents", each.argument), each.error);
+    for (const auto& [argument, error] : cases) EXPECT_EQ(ask("RegisterEvents", argument), error);
     EXPECT_EQ(server_.events().numRegistrations(), 0U);
     EXPECT_EQ(ask("RegisterEvents", request(root)), "");
     EXPECT_EQ(ask("UnregisterEvents", request(root)), "");

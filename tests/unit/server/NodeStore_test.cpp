@@ -1,16 +1,12 @@
 #include "NodeStore.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <algorithm>
 #include <filesystem>
-#include <optional>
 
-#include "CoException.h"
 #include "FileSizeLimit.h"
 #include "ServerLimits.h"
-#include "TemporaryDirectory.h"
+#include "StoreFixture.h"
 
 namespace vantreld {
 namespace {
@@ -18,62 +14,12 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-/// The text of the CoException that `action` throws; empty when it throws none.
-template <typename Action>
-std::string failureOf(Action action) {
-    try {
-        action();
-    } catch (const Vantrel::CoException& error) {
-        return error.what();
-    }
-    return {};
-}
-
-class NodeStoreTest : public testing::Test {
+class NodeStoreTest : public StoreFixture {
   protected:
-    NodeStoreTest() { reopen(); }
-
-    void reopen() {
-        store_.reset();
-        store_.emplace(directory_.path());
-    }
-    NodeStore& store() { return *store_; }
-
-    std::string create(const std::string& parent, const std::string& type, const std::string& name) {
-        NodeStore::NewNode node;
-        node.type = type;
-        node.displayName = name;
-        node.format = type == "CLIP" ? "w 1 7" : "";
-        return store().create(parent, node);
-    }
-    std::string createLibrary() {
-        const std::string project = create(create(store().rootId(), "VOLUME", "v"), "PROJECT", "p");
-        return create(project, "LIBRARY", "l");
-    }
-    std::string createClip(std::int64_t frames) {
-        const std::string clip = create(createLibrary(), "CLIP", "c");
-        store().setNumFrames(clip, frames);
-        return clip;
-    }
-    void write(const std::string& frame, const std::string& content) {
-        const auto file = store().beginFrame(frame);
-        file->write(content.data(), content.size());
-        store().commitFrame(frame, *file);
-    }
-    std::string read(const std::string& frame) {
-        const ReadableFile file = store().openFrame(frame);
-        std::string content(file.size, '\0');
-        EXPECT_EQ(::read(file.fd.get(), content.data(), content.size()),
-                  static_cast<ssize_t>(content.size()));
-        return content;
-    }
     std::size_t frameFiles() const {
         const std::filesystem::directory_iterator files(directory_.path("frames"));
         return static_cast<std::size_t>(std::distance(begin(files), end(files)));
     }
-
-    Vantrel::TemporaryDirectory directory_;
-    std::optional<NodeStore> store_;
 };
 
 TEST_F(NodeStoreTest, EverythingIsThereAgainAfterReopening) {
@@ -81,6 +27,7 @@ TEST_F(NodeStoreTest, EverythingIsThereAgainAfterReopening) {
     store().setMetaData(clip, "XML", "<a/>");
     write(store().frameIds(clip)[1], "pixels");
     const std::string storageId = store().storageId();
+    EXPECT_THAT(storageId, testing::StartsWith("vantreld-"));
     const std::string library = store().parentId(clip);
     reopen();
     EXPECT_EQ(store().storageId(), storageId);
@@ -98,33 +45,20 @@ TEST_F(NodeStoreTest, ASecondServerIsKeptOut) {
                 HasSubstr("is in use by another server."));
 }
 
-TEST_F(NodeStoreTest, DisplayNamesAreKeptByteForByte) {
-    const std::string parent = store().rootId();
-    const std::string names[] = {"a,b",
-                                 "say \"hi\"",
-                                 "two\nlines\tand\ttabs",
-                                 "back\\slash",
-                                 "\xff\xfe\x80",
-                                 "/",
-                                 " ",
-                                 "'; DROP TABLE nodes; --",
-                                 std::string(MAX_DISPLAY_NAME_BYTES, 'x')};
-    for (const std::string& name : names)
-        EXPECT_EQ(store().node(create(parent, "VOLUME", name)).displayName, name);
-    reopen();
-    const auto children = store().children(parent);
-    ASSERT_EQ(children.size(), std::size(names));
-    for (std::size_t i = 0; i < children.size(); ++i) EXPECT_EQ(children[i].displayName, names[i]);
-}
-
-TEST_F(NodeStoreTest, DisplayNamesThatCannotBeKeptAreRefusedEverywhere) {
+TEST_F(NodeStoreTest, DisplayNamesAreKeptByteForByteOrRefused) {
     const std::string volume = create(store().rootId(), "VOLUME", "v");
+    const std::string names[] = {"\xff\xfe\x80", "'; DROP TABLE nodes; --",
+                                 std::string(MAX_DISPLAY_NAME_BYTES, 'x')};
+    for (const std::string& name : names) create(volume, "PROJECT", name);
     for (const std::string& name :
          {std::string(), std::string("a\0b", 3), std::string(MAX_DISPLAY_NAME_BYTES + 1, 'x')}) {
         EXPECT_NE(failureOf([&] { create(volume, "PROJECT", name); }), "");
         EXPECT_NE(failureOf([&] { store().rename(volume, name); }), "");
     }
-    EXPECT_TRUE(store().children(volume).empty());
+    reopen();
+    std::vector<std::string> kept;
+    for (const auto& child : store().children(volume)) kept.push_back(child.displayName);
+    EXPECT_THAT(kept, testing::ElementsAreArray(names));
     EXPECT_EQ(store().node(volume).displayName, "v");
 }
 

@@ -1,18 +1,17 @@
 #include "PathTranslations.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "CoException.h"
+#include <tuple>
+#include <utility>
+
 #include "NodeCommands.h"
 #include "ServerLimits.h"
 #include "ServerOptions.h"
-#include "TemporaryDirectory.h"
+#include "StoreFixture.h"
 
 namespace vantreld {
 namespace {
-
-using testing::HasSubstr;
 
 constexpr const char* TABLES = R"({
   "groups": [
@@ -32,15 +31,6 @@ constexpr const char* TABLES = R"({
   ]
 })";
 
-/// What "TranslatePaths" answers, or "error: " and why not.
-std::string ask(NodeCommands& commands, const std::string& argument) {
-    try {
-        return commands.call("TranslatePaths", argument);
-    } catch (const Vantrel::CoException& error) {
-        return std::string("error: ") + error.what();
-    }
-}
-
 VantrelDaemonInfo testInfo() {
     VantrelDaemonInfo info;
     info.setDisplayName("Shown");
@@ -49,20 +39,21 @@ VantrelDaemonInfo testInfo() {
     return info;
 }
 
-class TranslationCommands : public testing::Test {
+class TranslationCommands : public StoreFixture {
   protected:
-    Vantrel::TemporaryDirectory directory_;
-    NodeStore store_{directory_.path()};
-    NodeCommands commands_{store_, DEFAULT_PROTOCOL_VERSION, testInfo,
+    /// What "TranslatePaths" answers, or "error: " and why not.
+    std::string ask(const std::string& argument) {
+        std::string reply;
+        const std::string failure = failureOf([&] { reply = commands_.call("TranslatePaths", argument); });
+        return failure.empty() ? reply : "error: " + failure;
+    }
+
+    NodeCommands commands_{store(), DEFAULT_PROTOCOL_VERSION, testInfo,
                            PathTranslations::parse(TABLES, "tables")};
 };
 
 TEST_F(TranslationCommands, PathsAreTranslatedByTheirLongestRule) {
-    const struct {
-        const char* what;
-        const char* argument;
-        const char* reply;
-    } cases[] = {
+    const std::tuple<const char*, const char*, const char*> cases[] = {
         {"by host", R"("flame1" 2 "flame2" 2 "/mnt/a")", R"("/hosts/flame1/mnt/a")"},
         {"the path itself", R"("flame1" 2 "flame2" 2 "/mnt")", R"("/hosts/flame1/mnt/")"},
         {"longest first, with its separator", R"("flame1" 2 "flame2" 2 "/mnt/fast/a","/mnt/fast")",
@@ -89,32 +80,15 @@ TEST_F(TranslationCommands, PathsAreTranslatedByTheirLongestRule) {
         {"malformed", R"("flame1" 2 "flame2" 2 /mnt)", "error: Invalid TranslatePaths parameter: paths"},
         {"empty", "", "error: Invalid TranslatePaths parameter: source host"},
     };
-    for (const auto& c : cases) EXPECT_EQ(ask(commands_, c.argument), c.reply) << c.what;
+    for (const auto& [what, argument, reply] : cases) EXPECT_EQ(ask(argument), reply) << what;
 }
 
 TEST_F(TranslationCommands, ARequestHasSoManyPathsAtMost) {
     std::string paths = "\"a\"";
     for (std::size_t i = 1; i < MAX_TRANSLATED_PATHS; ++i) paths += ",\"a\"";
     const std::string head = "\"x\" 2 \"y\" 2 ";
-    EXPECT_EQ(ask(commands_, head + paths), paths);
-    EXPECT_EQ(ask(commands_, head + paths + ",\"a\""), "error: Invalid TranslatePaths parameter: paths");
-}
-
-TEST_F(TranslationCommands, TheTablesAreToldAsTheyAreWritten) {
-    EXPECT_EQ(commands_.call("GetTranslationGroups", ""),
-              "numGroups 1 20 49 name 5 linuxosType 1 2hosts 18 2 6 flame16 flame21 35 name 3 pcsosType 1 "
-              "3hosts 7 1 3 pc1");
-    EXPECT_THAT(
-        commands_.call("GetHostTranslations", ""),
-        testing::AllOf(testing::StartsWith("numHostTranslations 1 5"),
-                       HasSubstr("1 68 srcHost 6 flame1srcPath 10 /mnt/fast/dstHost 6 flame2dstPath 5 "
-                                 "/fast2 ")));
-    EXPECT_THAT(commands_.call("GetOsTypeTranslations", ""),
-                HasSubstr("0 49 srcType 1 2srcPath 4 /mntdstType 1 3dstPath 3 Z:\\1 "));
-
-    NodeCommands without(store_, {2, 0, 0, 0}, testInfo);
-    EXPECT_EQ(without.call("GetHostTranslations", ""), "numHostTranslations 1 0");
-    EXPECT_EQ(ask(without, "\"a\" 2 \"b\" 3 \"/mnt/a\""), "\"/mnt/a\"");
+    EXPECT_EQ(ask(head + paths), paths);
+    EXPECT_EQ(ask(head + paths + ",\"a\""), "error: Invalid TranslatePaths parameter: paths");
 }
 
 TEST(PathTranslations, AFileThatIsWrongSaysWhere) {
@@ -122,10 +96,11 @@ TEST(PathTranslations, AFileThatIsWrongSaysWhere) {
     const std::string long4097(4097, 'x');
     std::string many = R"({"hostTranslations": [{})";
     for (int i = 0; i < 1000; ++i) many += ",{}";
-    const struct {
-        std::string content;
-        std::string error;
-    } cases[] = {
+    const auto group = [](const std::string& fields) { return R"({"groups": [{)" + fields + "}]}"; };
+    const auto hosts = [](const std::string& source) {
+        return R"({"hostTranslations": [{)" + source + R"(, "dstHost": "b", "dstPath": "/"}]})";
+    };
+    const std::pair<std::string, const char*> cases[] = {
         {"", "no JSON from line 1, column 1 on."},
         {"{\n  \"groups\": [,]\n}", "no JSON from line 2, column 14 on."},
         {"{} {}", "no JSON from line 1, column 4 on."},
@@ -135,37 +110,30 @@ TEST(PathTranslations, AFileThatIsWrongSaysWhere) {
         {R"({"group": []})", "the document has an unknown key 'group'."},
         {R"({"groups": {}})", "the document has a 'groups' that is not a list."},
         {R"({"groups": [7]})", "groups[0] is not an object"},
-        {R"({"groups": [{"name": "a", "osType": "BeOS", "hosts": []}]})",
+        {group(R"("name": "a", "osType": "BeOS", "hosts": [])"),
          "groups[0] has a 'osType' that is not Linux, MacOSX, WindowsNT or Irix."},
-        {R"({"groups": [{"name": "a", "osType": "Linux"}]})", "groups[0] has no 'hosts'."},
-        {R"({"groups": [{"name": "a", "osType": "Linux", "hosts": "b"}]})",
+        {group(R"("name": "a", "osType": "Linux")"), "groups[0] has no 'hosts'."},
+        {group(R"("name": "a", "osType": "Linux", "hosts": "b")"),
          "groups[0] has a 'hosts' that is not a list."},
-        {R"({"groups": [{"name": "a", "osType": "Linux", "hosts": ["b", "c d"]}]})",
+        {group(R"("name": "a", "osType": "Linux", "hosts": ["b", "c d"])"),
          "groups[0] has a 'hosts' that holds a text that cannot be the name of a host."},
-        {R"({"groups": [{"name": "a b", "osType": "Linux", "hosts": []}]})",
+        {group(R"("name": "a b", "osType": "Linux", "hosts": [])"),
          "groups[0] has a 'name' that cannot be the name of a host."},
-        {R"({"hostTranslations": [{"srcHost": "a", "srcPath": 1, "dstHost": "b", "dstPath": "/"}]})",
-         "hostTranslations[0] has a 'srcPath' that is not a text."},
-        {R"({"hostTranslations": [{"srcHost": "a", "srcPath": "", "dstHost": "b", "dstPath": "/"}]})",
-         "hostTranslations[0] has a 'srcPath' that is empty."},
-        {R"({"hostTranslations": [{"srcHost": "a", "srcPath": "/\u0000", "dstHost": "b", "dstPath": "/"}]})",
+        {hosts(R"("srcHost": "a", "srcPath": 1)"), "hostTranslations[0] has a 'srcPath' that is not a text."},
+        {hosts(R"("srcHost": "a", "srcPath": "")"), "hostTranslations[0] has a 'srcPath' that is empty."},
+        {hosts(R"("srcHost": "a", "srcPath": "/\u0000")"),
          "hostTranslations[0] has a 'srcPath' that holds a NUL."},
-        {R"({"hostTranslations": [{"srcHost": ")" + long4097 + R"(", "srcPath": "/", "dstHost": "b"}]})",
+        {hosts(R"("srcHost": ")" + long4097 + R"(", "srcPath": "/")"),
          "hostTranslations[0] has a 'srcHost' that is too long."},
         {many + "]}", "the document has 1001 'hostTranslations', but no more than 1000 can be."},
         {R"({"osTypeTranslations": [{"srcType": "Linux", "srcpath": "/"}]})",
          "osTypeTranslations[0] has an unknown key 'srcpath'."},
         {std::string(MAX_TRANSLATION_FILE_BYTES + 1, ' '), "1048577 bytes, but no more than 1048576 can be."},
     };
-    for (const auto& c : cases) {
-        const std::string file = directory.write("translations.json", c.content);
-        try {
-            PathTranslations::load(file);
-            ADD_FAILURE() << "accepted: " << c.content.substr(0, 200);
-        } catch (const Vantrel::CoException& error) {
-            const std::string head = "Invalid path translations '" + file + "': ";
-            EXPECT_EQ(error.what(), head + c.error);
-        }
+    for (const auto& [content, error] : cases) {
+        const std::string file = directory.write("translations.json", content);
+        EXPECT_EQ(failureOf([&] { PathTranslations::load(file); }),
+                  "Invalid path translations '" + file + "': " + error);
     }
 }
 

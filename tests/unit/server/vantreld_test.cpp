@@ -1,9 +1,7 @@
 // The program itself: its arguments, its ready line, its end.
 
-#include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 
 #include "ChildProcess.h"
 #include "NodeStore.h"
@@ -13,37 +11,9 @@
 namespace vantreld {
 namespace {
 
-using std::string_literals::operator""s;
 using testing::HasSubstr;
-using Vantrel::CoFd;
 
 constexpr std::chrono::seconds LIMIT(30);
-
-/// Sends a frame request to a server and returns the first byte of its answer.
-char ask(const ServerProcess& server, const std::string& request) {
-    const CoFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(server.framePort()));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    char answer = '?';
-    EXPECT_EQ(::connect(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    EXPECT_EQ(::send(fd.get(), request.data(), request.size(), MSG_NOSIGNAL),
-              static_cast<ssize_t>(request.size()));
-    EXPECT_EQ(::recv(fd.get(), &answer, 1, 0), 1);
-    return answer;
-}
-
-TEST(vantreld, EndsWithStatusZeroOnTheSignalsThatEndIt) {
-    for (const int signal : {SIGTERM, SIGINT}) {
-        const Vantrel::TemporaryDirectory root;
-        ServerProcess server(VANTRELD, root.path());
-        EXPECT_GT(server.nodePort(), 0);
-        EXPECT_GT(server.framePort(), 0);
-        server.process().signal(signal);
-        EXPECT_EQ(server.process().wait(LIMIT).status, 0);
-    }
-}
 
 TEST(vantreld, TellsWhyItCannotRun) {
     const Vantrel::TemporaryDirectory root;
@@ -70,35 +40,11 @@ TEST(vantreld, TellsWhyItCannotRun) {
     }
 }
 
-TEST(vantreld, WhatWasAcknowledgedIsThereAfterAKill) {
+TEST(vantreld, TheDemoIsMadeOnceInAnEmptyRootAndASignalEndsItWithStatusZero) {
     const Vantrel::TemporaryDirectory root;
-    std::string frame;
-    {
-        NodeStore store(root.path());
-        std::string parent = store.rootId();
-        for (const char* type : {"VOLUME", "PROJECT", "LIBRARY", "CLIP"}) {
-            NodeStore::NewNode node;
-            node.type = node.displayName = type;
-            parent = store.create(parent, node);
-        }
-        store.setNumFrames(parent, 1);
-        frame = store.frameIds(parent)[0];
-    }
-    for (const char* content : {"first", "other"}) {
-        ServerProcess server(VANTRELD, root.path());
-        EXPECT_EQ(ask(server, "WriteFrame\0"s + frame + "\0005\0"s + content), '\0');
-        server.process().signal(SIGKILL);
-        server.process().wait(LIMIT);
-        ServerProcess again(VANTRELD, root.path());
-        EXPECT_EQ(ask(again, "ReadFrameNoAck\0"s + frame + "\0005\0"s), content[0]);
-    }
-}
-
-TEST(vantreld, TheDemoIsMadeOnceInAnEmptyRoot) {
-    const Vantrel::TemporaryDirectory root;
-    for (int start = 0; start < 2; ++start) {
+    for (const int signal : {SIGTERM, SIGINT}) {
         ServerProcess server(VANTRELD, root.path(), {"--demo"});
-        server.process().signal(SIGTERM);
+        server.process().signal(signal);
         EXPECT_EQ(server.process().wait(LIMIT).status, 0);
     }
     NodeStore store(root.path());

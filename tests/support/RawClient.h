@@ -18,7 +18,7 @@
 
 namespace Vantrel {
 
-/// A plain socket that a test types lines into. Waits are limited; a wait in vain throws.
+/// A plain socket to a port of this host, for a test to type into. Waits are limited; a wait in vain throws.
 class RawClient {
   public:
     explicit RawClient(int port, int receiveBufferSize = 0)
@@ -49,6 +49,7 @@ class RawClient {
         while (!text.empty()) {
             const std::size_t size = pieceSize == 0 ? text.size() : std::min(pieceSize, text.size());
             const ssize_t sent = ::send(socket_, text.data(), size, MSG_NOSIGNAL);
+            if (sent < 0 && (errno == EPIPE || errno == ECONNRESET)) return;  // the peer has heard enough
             if (sent < 0) throw std::system_error(errno, std::generic_category(), "send");
             text.remove_prefix(static_cast<std::size_t>(sent));
         }
@@ -65,6 +66,15 @@ class RawClient {
             }
             if (!receive()) return std::exchange(received_, std::string());
         }
+    }
+
+    /// The next `size` bytes; fewer when the connection ended before.
+    std::string readBytes(std::size_t size) {
+        while (received_.size() < size && receive()) {
+        }
+        std::string bytes = received_.substr(0, size);
+        received_.erase(0, bytes.size());
+        return bytes;
     }
 
     /// Whether the connection ends without a further byte.
