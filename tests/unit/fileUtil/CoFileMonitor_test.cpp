@@ -23,45 +23,42 @@ std::size_t countDescriptors() {
 
 class CoFileMonitorTest : public ::testing::Test {
   protected:
-    CoFileMonitorTest() { CoFileMonitor::start(); }
+    CoFileMonitorTest() {
+        fs::create_directory(directory.path("cfg"));
+        CoFileMonitor::start();
+    }
     ~CoFileMonitorTest() override { CoFileMonitor::stop(); }
+
+    void write(const std::string& content = "a") const { directory.write("cfg/network.cfg", content); }
 
     const TemporaryDirectory directory;
     const std::string file = directory.path("cfg/network.cfg");
 };
 
 TEST_F(CoFileMonitorTest, TellsEveryKindOfChangeOnce) {
+    const auto written = [&] { write(); };
+    const std::string other = directory.path("other");
+    const auto otherWritten = [&] { directory.write("other", "b"); };
     struct {
         const char* what;
         std::function<void()> prepare;
         std::function<void()> change;
         bool changed;
     } const cases[] = {
-        {"nothing", [&] { directory.write("cfg/network.cfg", "a"); }, [] {}, false},
-        {"written with the same size", [&] { directory.write("cfg/network.cfg", "a"); },
-         [&] { directory.write("cfg/network.cfg", "b"); }, true},
-        {"removed", [&] { directory.write("cfg/network.cfg", "a"); }, [&] { fs::remove(file); }, true},
-        {"moved in", [&] { directory.write("other", "a"); },
-         [&] { fs::rename(directory.path("other"), file); }, true},
-        {"the target of a link written",
-         [&] {
-             directory.write("other", "a");
-             fs::create_symlink(directory.path("other"), file);
-         },
-         [&] { directory.write("other", "b"); }, true},
-        {"a neighbour written", [&] { directory.write("cfg/network.cfg", "a"); },
-         [&] { directory.write("cfg/network.cfg.bak", "b"); }, false},
+        {"nothing", written, [] {}, false},
+        {"written with the same size", written, [&] { write("b"); }, true},
+        {"removed", written, [&] { fs::remove(file); }, true},
+        {"moved in", otherWritten, [&] { fs::rename(other, file); }, true},
+        {"the target of a link written", [&] { otherWritten(), fs::create_symlink(other, file); },
+         otherWritten, true},
+        {"a neighbour written", written, [&] { directory.write("cfg/network.cfg.bak", "b"); }, false},
         {"directory created with the file", [&] { fs::remove_all(directory.path("cfg")); },
-         [&] {
-             fs::create_directory(directory.path("cfg"));
-             directory.write("cfg/network.cfg", "a");
-         },
-         true},
-        {"directory exchanged", [&] { directory.write("cfg/network.cfg", "a"); },
+         [&] { fs::create_directory(directory.path("cfg")), write(); }, true},
+        {"directory exchanged", written,
          [&] {
              fs::rename(directory.path("cfg"), directory.path("old"));
              fs::create_directory(directory.path("cfg"));
-             directory.write("cfg/network.cfg", "a");
+             write();
          },
          true},
     };
@@ -77,14 +74,13 @@ TEST_F(CoFileMonitorTest, TellsEveryKindOfChangeOnce) {
         EXPECT_EQ(each.changed, watch.changed());
         EXPECT_FALSE(watch.changed()) << "told once";
         fs::create_directory(directory.path("cfg"));
-        directory.write("cfg/network.cfg", "something else");
+        write("something else");
         EXPECT_TRUE(watch.changed()) << "and the next change is seen, whatever came before";
     }
 }
 
 TEST_F(CoFileMonitorTest, AFileBeingWrittenCountsOnceItIsClosed) {
-    fs::create_directory(directory.path("cfg"));
-    directory.write("cfg/network.cfg", "a");
+    write();
     CoFileMonitor::Watch watch(file);
     watch.accept();
     {
@@ -96,12 +92,11 @@ TEST_F(CoFileMonitorTest, AFileBeingWrittenCountsOnceItIsClosed) {
 }
 
 TEST_F(CoFileMonitorTest, WhileStoppedNothingChangesAndNoDescriptorIsOpen) {
-    fs::create_directory(directory.path("cfg"));
     CoFileMonitor::stop();
     const std::size_t before = countDescriptors();
     CoFileMonitor::Watch watch(file);
     watch.accept();
-    directory.write("cfg/network.cfg", "a");
+    write();
     EXPECT_FALSE(watch.changed());
     CoFileMonitor::start();
     EXPECT_TRUE(watch.changed()) << "what happened meanwhile is noticed";
@@ -111,10 +106,9 @@ TEST_F(CoFileMonitorTest, WhileStoppedNothingChangesAndNoDescriptorIsOpen) {
 }
 
 TEST_F(CoFileMonitorTest, AForkedChildLeavesTheEventsToItsParent) {
-    fs::create_directory(directory.path("cfg"));
     CoFileMonitor::Watch watch(file);
     watch.accept();
-    directory.write("cfg/network.cfg", "a");
+    write();
     EXPECT_EQ(inForkedChild([&watch] { return watch.changed() ? 0 : 1; }), 0);
     EXPECT_TRUE(watch.changed());
 }

@@ -63,17 +63,15 @@ TEST(CoCache, KeepsEntriesInUseAboveTheCapacityAndBeyondTheIdleTime) {
     EXPECT_EQ(1, Item::alive);
 }
 
-struct ExpiryCase {
-    const char* what;
-    CoCacheExpiry expiry;
-    CoTime::Microseconds untilUse;
-    CoTime::Microseconds untilFind;
-    bool held;
-    bool found;
-};
-
 TEST(CoCache, ForgetsEntriesWhenTheirTimeIsOver) {
-    const ExpiryCase cases[] = {
+    const struct {
+        const char* what;
+        CoCacheExpiry expiry;
+        CoTime::Microseconds untilUse;
+        CoTime::Microseconds untilFind;
+        bool held;
+        bool found;
+    } cases[] = {
         {"idle just below the limit", CoCacheExpiry::Idle, 0, LIMIT - CoTime::PER_SECOND, false, true},
         {"idle for the limit", CoCacheExpiry::Idle, 0, LIMIT, false, false},
         {"in use is not idle", CoCacheExpiry::Idle, 0, LIMIT * 2, true, true},
@@ -82,7 +80,7 @@ TEST(CoCache, ForgetsEntriesWhenTheirTimeIsOver) {
          false},
         {"nor does a reference", CoCacheExpiry::Lifetime, 0, LIMIT, true, false},
     };
-    for (const ExpiryCase& each : cases) {
+    for (const auto& each : cases) {
         SCOPED_TRACE(each.what);
         Cache cache(16, LIMIT, each.expiry);
         Cache::Ref held = cache.get("a", make);
@@ -126,28 +124,21 @@ TEST(CoCache, ForgottenEntriesStayWithTheirHolders) {
     EXPECT_EQ(0, Item::alive);
 }
 
-TEST(CoCache, ReferencesOutliveTheCache) {
-    auto cache = std::make_unique<Cache>(16, LIMIT);
-    Cache::Ref held = cache->get("a", make);
-    Cache::Ref copy = held;
-    cache.reset();
-    held.reset();
-    EXPECT_GT(copy->number, 0);
-    copy = Cache::Ref();
-    EXPECT_EQ(0, Item::alive);
-}
-
-TEST(CoCache, CopiesAndMovesPinTheEntryExactlyOnceEach) {
-    Cache cache(0, 0);
-    Cache::Ref a = cache.get("a", make);
+TEST(CoCache, CopiesAndMovesPinTheEntryExactlyOnceEachAndOutliveTheCache) {
+    auto cache = std::make_unique<Cache>(0, 0);
+    Cache::Ref a = cache->get("a", make);
     Cache::Ref copy = a;
     Cache::Ref moved = std::move(a);
     copy = *&copy;
     copy.reset();
     EXPECT_EQ(1, Item::alive);
-    moved = cache.get("b", make);
+    moved = cache->get("b", make);
     EXPECT_EQ(1, Item::alive);
-    EXPECT_FALSE(cache.find("a"));
+    EXPECT_FALSE(cache->find("a"));
+    cache.reset();
+    EXPECT_GT(moved->number, 0);
+    moved = Cache::Ref();
+    EXPECT_EQ(0, Item::alive);
 }
 
 TEST(CoCache, AFailedFactoryLeavesNothing) {
