@@ -5,26 +5,25 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <memory>
 #include <random>
 
 #include "CoException.h"
+#include "CoFilePath.h"
 #include "CoMsg.h"
 
 namespace vantreld {
 
 using Vantrel::coErrorText;
 using Vantrel::CoException;
-using Vantrel::CoFd;
+using Vantrel::CoFilePath;
 using Vantrel::coFormat;
 
 namespace {
 
 constexpr mode_t FILE_MODE = 0666;
-constexpr mode_t DIRECTORY_MODE = 0777;
 
 constexpr std::size_t NAME_LENGTH = 16;
 
@@ -36,45 +35,38 @@ std::string randomName() {
 
 }  // namespace
 
-void failWithErrno(const char* attempted, const std::string& path) {
-    const int error = errno;
+void failWithErrno(const char* attempted, const std::string& path, int error) {
     throw CoException(coFormat("Cannot %s '%s': %s", attempted, path.c_str(), coErrorText(error).c_str()));
 }
 
-NewFile::NewFile(const std::string& directory) : directory_(directory) {
-    do {
+NewFile::NewFile(const std::string& directory) {
+    int error = EEXIST;
+    while (error == EEXIST) {
         name_ = randomName();
-        fd_.reset(::open(path().c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, FILE_MODE));
-    } while (!fd_.isOpen() && errno == EEXIST);
-    if (!fd_.isOpen()) failWithErrno("create", path());
+        error = file_.create(directory + "/" + name_, FILE_MODE);
+    }
+    check("create", error);
 }
 
 bool NewFile::isName(std::string_view name) {
     return name.size() == NAME_LENGTH && name.find_first_not_of("0123456789abcdef") == std::string_view::npos;
 }
 
-NewFile::~NewFile() {
-    if (!kept_) ::unlink(path().c_str());
-}
-
 void NewFile::write(const char* data, std::size_t length) {
-    while (length > 0) {
-        const ssize_t written = ::write(fd_.get(), data, length);
-        if (written < 0 && errno == EINTR) continue;
-        if (written < 0) failWithErrno("write", path());
-        data += written;
-        length -= static_cast<std::size_t>(written);
-        size_ += static_cast<std::size_t>(written);
-    }
+    check("write", file_.append({data, length}));
+    size_ += length;
 }
 
 void NewFile::sync() {
-    if (::fdatasync(fd_.get()) != 0) failWithErrno("sync", path());
+    check("sync", file_.sync());
 }
 
 void NewFile::moveTo(const std::string& target) {
-    if (::rename(path().c_str(), target.c_str()) != 0) failWithErrno("create", target);
-    kept_ = true;
+    if (const int error = file_.moveTo(target)) failWithErrno("create", target, error);
+}
+
+void NewFile::check(const char* attempted, int error) const {
+    if (error != 0) failWithErrno(attempted, file_.name(), error);
 }
 
 ReadableFile openForReading(const std::string& path) {
@@ -91,28 +83,11 @@ ReadableFile openForReading(const std::string& path) {
 }
 
 void syncDirectory(const std::string& path) {
-    const CoFd fd(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!fd.isOpen()) failWithErrno("open directory", path);
-    if (::fsync(fd.get()) != 0) failWithErrno("sync directory", path);
+    if (const int error = CoFilePath::syncDirectory(path)) failWithErrno("sync directory", path, error);
 }
 
 void makeDirectories(const std::string& path) {
-    if (::mkdir(path.c_str(), DIRECTORY_MODE) == 0) {
-        const std::size_t slash = path.find_last_of('/');
-        syncDirectory(slash == std::string::npos ? "." : path.substr(0, std::max<std::size_t>(slash, 1)));
-        return;
-    }
-    if (errno == EEXIST) {
-        struct stat status {};
-        if (::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) return;
-        errno = ENOTDIR;
-    }
-    const std::size_t slash = path.find_last_of('/');
-    if (errno != ENOENT || slash == std::string::npos || slash == 0) failWithErrno("create directory", path);
-    makeDirectories(path.substr(0, slash));
-    if (::mkdir(path.c_str(), DIRECTORY_MODE) != 0 && errno != EEXIST)
-        failWithErrno("create directory", path);
-    syncDirectory(path.substr(0, slash));
+    if (const int error = CoFilePath::makeDirectories(path)) failWithErrno("create directory", path, error);
 }
 
 void sweepDirectory(const std::string& path, const std::function<bool(const std::string& name)>& unwanted) {

@@ -1,10 +1,12 @@
 #pragma once
 
+#include <cerrno>
 #include <cstddef>
 #include <functional>
 #include <string>
 #include <string_view>
 
+#include "CoAtomicFile.h"
 #include "CoFd.h"
 
 namespace vantreld {
@@ -22,12 +24,9 @@ class NewFile {
     explicit NewFile(const std::string& directory);
     /// Whether files made here have names of that form: others in a directory are somebody else's.
     static bool isName(std::string_view name);
-    NewFile(const NewFile&) = delete;
-    NewFile& operator=(const NewFile&) = delete;
-    ~NewFile();
 
     const std::string& name() const { return name_; }
-    std::string path() const { return directory_ + "/" + name_; }
+    const std::string& path() const { return file_.name(); }
     std::size_t size() const { return size_; }
 
     void write(const char* data, std::size_t length);
@@ -36,15 +35,15 @@ class NewFile {
     /// Gives it the path of its final place on the same file system, replacing what is there.
     void moveTo(const std::string& path);
     /// It stays where it is; after discard() it goes away again.
-    void keep() { kept_ = true; }
-    void discard() { kept_ = false; }
+    void keep() { file_.keep(); }
+    void discard() { file_.discard(); }
 
   private:
-    std::string directory_;
+    void check(const char* attempted, int error) const;
+
     std::string name_;
-    Vantrel::CoFd fd_;
+    Vantrel::CoAtomicFile file_;
     std::size_t size_ = 0;
-    bool kept_ = false;
 };
 
 /// Opens a regular file; throws CoException when it is missing, unreadable or something else.
@@ -59,6 +58,6 @@ void makeDirectories(const std::string& path);
 /// Removes the directory's entries, folders excepted, for which `unwanted` is true.
 void sweepDirectory(const std::string& path, const std::function<bool(const std::string& name)>& unwanted);
 
-[[noreturn]] void failWithErrno(const char* attempted, const std::string& path);
+[[noreturn]] void failWithErrno(const char* attempted, const std::string& path, int error = errno);
 
 }  // namespace vantreld

@@ -1,15 +1,25 @@
 #include "CoFilePath.h"
 
+#include <fcntl.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
-#include <filesystem>
-#include <system_error>
+#include <cerrno>
+#include <memory>
 #include <vector>
+
+#include "CoFd.h"
 
 namespace Vantrel {
 
 namespace {
+
 constexpr char SEPARATOR = '/';
-}
+constexpr mode_t DIRECTORY_MODE = 0777;
+
+}  // namespace
 
 std::string CoFilePath::clean(std::string_view path) {
     const bool absolute = !path.empty() && path.front() == SEPARATOR;
@@ -43,10 +53,29 @@ std::string CoFilePath::directoryOf(const std::string& path) {
     return slash == 0 ? std::string(1, SEPARATOR) : path.substr(0, slash);
 }
 
+std::string CoFilePath::followLinks(const std::string& path) {
+    const std::unique_ptr<char, decltype(&::free)> followed(::realpath(path.c_str(), nullptr), &::free);
+    return followed ? std::string(followed.get()) : path;
+}
+
 int CoFilePath::makeDirectories(const std::string& path) {
-    std::error_code error;
-    std::filesystem::create_directories(path, error);
-    return error.value();
+    if (::mkdir(path.c_str(), DIRECTORY_MODE) == 0) return syncDirectory(directoryOf(path));
+    if (errno == EEXIST) {
+        struct stat status {};
+        return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) ? 0 : ENOTDIR;
+    }
+    const std::string above = directoryOf(path);
+    if (errno != ENOENT || above == path || path.empty()) return errno;
+    if (const int error = makeDirectories(above)) return error;
+    if (::mkdir(path.c_str(), DIRECTORY_MODE) != 0 && errno != EEXIST) return errno;
+    return syncDirectory(above);
+}
+
+int CoFilePath::syncDirectory(const std::string& path) {
+    const CoFd directory(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!directory.isOpen()) return errno;
+    // EINVAL: the file system writes names by itself or not at all.
+    return ::fsync(directory.get()) == 0 || errno == EINVAL ? 0 : errno;
 }
 
 }  // namespace Vantrel

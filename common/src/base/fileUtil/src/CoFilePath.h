@@ -5,8 +5,7 @@
 
 namespace Vantrel {
 
-/// Operations on the text of a path, "/" being the separator. None looks at the file system but
-/// `makeDirectories`. Thread-safe.
+/// Paths, "/" being the separator, and directories. Thread-safe.
 class CoFilePath {
   public:
     /// `path` cleaned: separators in a row become one, "." components vanish, ".." removes the component
@@ -17,8 +16,15 @@ class CoFilePath {
     /// What precedes the last component: "/a" of "/a/b", "/" of "/b", "." of "b".
     static std::string directoryOf(const std::string& path);
 
-    /// Makes a directory and those above it that are missing. 0, or the system's error number.
-    static int makeDirectories(const std::string& path);
+    /// `path` with its symbolic links followed, when there is something there.
+    static std::string followLinks(const std::string& path);
+
+    /// Makes a directory and those above it that are missing, durably. 0, or the system's error number.
+    [[nodiscard]] static int makeDirectories(const std::string& path);
+
+    /// The names in a directory are on disk when this returns, where the file system can do that. 0, or the
+    /// system's error number.
+    [[nodiscard]] static int syncDirectory(const std::string& path);
 };
 
 }  // namespace Vantrel

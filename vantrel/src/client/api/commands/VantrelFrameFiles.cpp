@@ -4,12 +4,13 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <memory>
 #include <string>
 
+#include "CoAtomicFile.h"
 #include "CoException.h"
-#include "CoIoDescriptor.h"
+#include "CoFd.h"
+#include "CoFilePath.h"
 #include "CoMsg.h"
 #include "CoProcess.h"
 #include "VantrelFrameClientAPI.h"
@@ -17,8 +18,9 @@
 
 using Vantrel::coErrorText;
 using Vantrel::CoException;
+using Vantrel::CoFd;
+using Vantrel::CoFilePath;
 using Vantrel::coFormat;
-using Vantrel::CoIoDescriptor;
 
 namespace {
 
@@ -26,60 +28,42 @@ namespace {
     throw CoException(coFormat("Cannot %s '%s': %s", what, path.c_str(), coErrorText(error).c_str()));
 }
 
-/// A new file beside `path` that takes its place when complete, and vanishes when it is not.
+/// A new file that takes the place of `path` when complete, and vanishes when it is not.
 class IncomingFile {
   public:
-    explicit IncomingFile(const char* path) : path_(resolved(path)), temporary_(path_ + ".XXXXXX") {
+    explicit IncomingFile(const char* path) : path_(CoFilePath::followLinks(path)) {
         struct stat earlier {};
         if (::stat(path_.c_str(), &earlier) == 0) {
             if (!S_ISREG(earlier.st_mode)) fail("replace", path_, EINVAL);  // a device is not ours to replace
             mode_ = earlier.st_mode & 07777;
         }
-        file_.setId(::mkostemp(temporary_.data(), O_CLOEXEC));
-        if (!file_.isValid()) fail("create", path_, errno);
-    }
-    IncomingFile(const IncomingFile&) = delete;
-    IncomingFile& operator=(const IncomingFile&) = delete;
-    ~IncomingFile() {
-        if (file_.isValid()) ::unlink(temporary_.c_str());
+        check("create", file_.createBeside(path_));
     }
 
-    void append(const char* data, std::size_t size) {
-        while (size > 0) {
-            const ssize_t written = ::write(file_.getId(), data, size);
-            if (written < 0 && errno == EINTR) continue;
-            if (written < 0) fail("write", path_, errno);
-            data += written;
-            size -= static_cast<std::size_t>(written);
-        }
-    }
+    void append(const char* data, std::size_t size) { check("write", file_.append({data, size})); }
 
     void complete() {
-        // A network file system may tell only at a close, of any copy, that it could not store the bytes.
-        const int copy = ::fcntl(file_.getId(), F_DUPFD_CLOEXEC, 0);
-        if (copy >= 0 && ::close(copy) != 0) fail("write", path_, errno);
-        if (::fchmod(file_.getId(), mode_) != 0) fail("set the mode of", path_, errno);
-        if (::rename(temporary_.c_str(), path_.c_str()) != 0) fail("create", path_, errno);
-        file_.close();
+        check("set the mode of", file_.setMode(mode_));
+        check("write", file_.sync());
+        check("create", file_.moveTo(path_));
+        // As far as the system does it: the file itself is whole either way.
+        static_cast<void>(CoFilePath::syncDirectory(CoFilePath::directoryOf(path_)));
     }
 
   private:
-    // A link stays one: the file that it leads to is replaced.
-    static std::string resolved(const char* path) {
-        const std::unique_ptr<char, decltype(&std::free)> real(::realpath(path, nullptr), &std::free);
-        return real ? real.get() : path;
+    void check(const char* what, int error) const {
+        if (error != 0) fail(what, path_, error);
     }
 
     const std::string path_;
-    std::string temporary_;
-    // mkostemp keeps the file to its owner; it gets the mode that a plain open would leave it with.
+    // The file is its owner's alone until it gets the mode that a plain open would leave it with.
     mode_t mode_ = 0666 & ~Vantrel::CoProcess::getUmask();
-    CoIoDescriptor file_;
+    Vantrel::CoAtomicFile file_;
 };
 
-void readExactly(const CoIoDescriptor& file, const char* path, char* buffer, std::size_t size) {
+void readExactly(const CoFd& file, const char* path, char* buffer, std::size_t size) {
     while (size > 0) {
-        const ssize_t got = ::read(file.getId(), buffer, size);
+        const ssize_t got = ::read(file.get(), buffer, size);
         if (got < 0 && errno == EINTR) continue;
         if (got < 0) fail("read", path, errno);
         if (got == 0) throw CoException(coFormat("'%s' became shorter while it was sent", path));
@@ -91,10 +75,10 @@ void readExactly(const CoIoDescriptor& file, const char* path, char* buffer, std
 }  // namespace
 
 void VantrelFrameClientAPI::pushFile(const char* remoteName, const char* localPath) {
-    const CoIoDescriptor file(::open(localPath, O_RDONLY | O_CLOEXEC));
-    if (!file.isValid()) fail("open", localPath, errno);
+    const CoFd file(::open(localPath, O_RDONLY | O_CLOEXEC));
+    if (!file.isOpen()) fail("open", localPath, errno);
     struct stat status {};
-    if (::fstat(file.getId(), &status) != 0) fail("open", localPath, errno);
+    if (::fstat(file.get(), &status) != 0) fail("open", localPath, errno);
     if (!S_ISREG(status.st_mode)) fail("send", localPath, EINVAL);
     std::size_t left = static_cast<std::size_t>(status.st_size);
     char* const buffer = getDataBuffer();
