@@ -185,64 +185,6 @@ TEST(CoNetworkDispatcher, TellsWhatChangesForARoleAndNoMore) {
     }
 }
 
-/// Stays in the call that it gets while it is being removed.
-class Holder : public CoNetworkDispatcher::Observer {
-  public:
-    void interfacesChanged(Role role) override {
-        CoNetworkDispatcher::removeObserver(role, this);  // must not wait for itself
-        entered.set_value();
-        removing.get_future().wait();
-        // Long enough for a removal that does not wait to be over.
-        for (int i = 0; i < 10000; ++i) std::this_thread::yield();
-        left = true;
-    }
-    std::promise<void> entered;
-    std::promise<void> removing;
-    std::atomic<bool> left{false};
-};
-
-struct Thrower : CoNetworkDispatcher::Observer {
-    void interfacesChanged(Role) override { throw CoException("too much"); }
-};
-
-TEST(CoNetworkDispatcher, AnObserverThatThrowsKeepsNobodyFromHearingOrLeaving) {
-    const CapturedLog log;
-    const TemporaryDirectory directory;
-    configure(directory, "lo");
-    Thrower thrower;
-    Counter counter;
-    CoNetworkDispatcher::addObserver(Role::Multicast, &thrower);
-    CoNetworkDispatcher::addObserver(Role::Multicast, &counter);
-    configure(directory, "none");
-    auto checking = std::async(std::launch::async, [] { CoNetworkDispatcher::checkForChanges(); });
-    checking.get();
-    EXPECT_EQ(counter.told[Role::Multicast], 1);
-    EXPECT_THAT(log.texts(CoMsg::ERROR),
-                testing::Contains("An observer of the multicast network interfaces failed: too much"));
-    CoNetworkDispatcher::removeObserver(Role::Multicast, &thrower);  // for a call of another thread
-    CoNetworkDispatcher::removeObserver(Role::Multicast, &counter);
-}
-
-TEST(CoNetworkDispatcher, RemovingAnObserverWaitsForItsCall) {
-    const TemporaryDirectory directory;
-    configure(directory, "lo");
-    Holder holder;
-    CoNetworkDispatcher::addObserver(Role::Multicast, &holder);
-    configure(directory, "none");
-    auto checking = std::async(std::launch::async, [] { CoNetworkDispatcher::checkForChanges(); });
-    ASSERT_EQ(holder.entered.get_future().wait_for(LIMIT), std::future_status::ready);
-    auto removing = std::async(std::launch::async, [&] {
-        holder.removing.set_value();
-        CoNetworkDispatcher::removeObserver(Role::Multicast, &holder);
-        return holder.left.load();
-    });
-    ASSERT_EQ(removing.wait_for(LIMIT), std::future_status::ready);
-    EXPECT_TRUE(removing.get());
-    checking.get();
-    configure(directory, "lo");
-    CoNetworkDispatcher::checkForChanges();  // would call it again, and throw
-}
-
 TEST(CoNetworkDispatcher, AChildHasAWatchOfItsOwn) {
     const int parents = CoNetworkDispatcher::changeDescriptor();
     ASSERT_GE(parents, 0);

@@ -7,21 +7,19 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <condition_variable>
 #include <cstring>
-#include <exception>
 #include <fstream>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
-#include <thread>
 
 #include "CoAssert.h"
 #include "CoDeferral.h"
 #include "CoInterfaceReports.h"
 #include "CoMsg.h"
+#include "CoMutex.h"
 #include "CoNetworkConfig.h"
+#include "CoObserverList.h"
 #include "CoPerProcess.h"
 
 namespace Vantrel {
@@ -29,6 +27,7 @@ namespace Vantrel {
 namespace {
 
 constexpr const char* ANY_INTERFACE = "*";
+constexpr std::size_t ROLES = 3;
 
 using Interfaces = std::vector<CoNetworkInterface>;
 using Role = CoNetworkDispatcher::Role;
@@ -146,54 +145,34 @@ const char* nameOf(Role role) {
 
 // --- Changes ---
 
-/// What a role's observers were last told of.
+/// What a role's observers were last notified of.
 struct Look {
     std::vector<std::string> names;
     Interfaces interfaces;
 };
 
-struct Observation {
-    Role role;
-    CoNetworkDispatcher::Observer* observer;
-
-    bool operator==(const Observation& other) const {
-        return role == other.role && observer == other.observer;
-    }
-};
-
-struct Call {
-    Observation observation;
-    std::thread::id thread;
-};
-
 struct Watch {
-    std::condition_variable callEnded;
+    /// Removing one waits for its call, which may want the mutex: so never under it.
+    CoObserverList<CoNetworkDispatcher::Observer> observers[ROLES];
 
-    std::mutex mutex;
-    // Guarded by mutex.
-    unsigned users = 0;
-    CoInterfaceReports reports;
-    bool listFailed = false;     ///< what was reported is still to be looked at
-    std::map<Role, Look> looks;  ///< of the roles that have observers
-    std::vector<Observation> observations;
-    std::vector<Call> calls;  ///< in progress
+    CoMutex mutex;
+    unsigned users CO_GUARDED_BY(mutex) = 0;
+    CoInterfaceReports reports CO_GUARDED_BY(mutex);
+    bool listFailed CO_GUARDED_BY(mutex) = false;     ///< what was reported is still to be looked at
+    std::map<Role, Look> looks CO_GUARDED_BY(mutex);  ///< of the roles that have observers
 
-    bool isObserved(Role role) const {
-        return std::any_of(observations.begin(), observations.end(),
-                           [role](const auto& each) { return each.role == role; });
-    }
-    std::vector<Observation> takeChanges();
-    void call(const Observation& observation);
+    auto& observersOf(Role role) { return observers[static_cast<std::size_t>(role)]; }
+    std::vector<Role> takeChanges() CO_REQUIRES(mutex);
 };
 
 Watch& watch() {
     return CoPerProcess<Watch>::get();
 }
 
-/// Looks at what was reported. Gives the observers to tell; the mutex is held.
-std::vector<Observation> Watch::takeChanges() {
-    std::vector<Observation> told;
-    if (observations.empty()) return told;
+/// Looks at what was reported. Gives the roles whose observers are to be notified.
+std::vector<Role> Watch::takeChanges() {
+    std::vector<Role> changed;
+    if (looks.empty()) return changed;
     const bool reported = reports.take() || listFailed;
     std::optional<Interfaces> all;
     for (auto& [role, look] : looks) {
@@ -203,35 +182,10 @@ std::vector<Observation> Watch::takeChanges() {
         listFailed = !all;
         if (listFailed) break;
         Interfaces interfaces = CoNetworkDispatcher::select(role, names, *all);
-        const bool changed = interfaces != look.interfaces;
+        if (interfaces != look.interfaces) changed.push_back(role);
         look = {std::move(names), std::move(interfaces)};
-        if (!changed) continue;
-        std::copy_if(observations.begin(), observations.end(), std::back_inserter(told),
-                     [changedRole = role](const auto& each) { return each.role == changedRole; });
     }
-    return told;
-}
-
-/// Calls an observer unless it was removed meanwhile; the mutex is not held.
-void Watch::call(const Observation& observation) {
-    {
-        const std::lock_guard<std::mutex> lock(mutex);
-        const bool stillThere =
-            std::find(observations.begin(), observations.end(), observation) != observations.end();
-        if (!stillThere) return;
-        calls.push_back({observation, std::this_thread::get_id()});
-    }
-    try {
-        observation.observer->interfacesChanged(observation.role);
-    } catch (const std::exception& error) {
-        CO_MSG_ERROR("An observer of the %s network interfaces failed: %s", nameOf(observation.role),
-                     error.what());
-    }
-    const std::lock_guard<std::mutex> lock(mutex);
-    calls.erase(std::find_if(calls.begin(), calls.end(), [&](const Call& each) {
-        return each.observation == observation && each.thread == std::this_thread::get_id();
-    }));
-    callEnded.notify_all();
+    return changed;
 }
 
 }  // namespace
@@ -252,14 +206,14 @@ bool CoNetworkInterface::operator==(const CoNetworkInterface& other) const {
 
 bool CoNetworkDispatcher::init() {
     Watch& state = watch();
-    const std::lock_guard<std::mutex> lock(state.mutex);
+    const CoLock lock(state.mutex);
     ++state.users;
     return true;
 }
 
 void CoNetworkDispatcher::uninit() {
     Watch& state = watch();
-    const std::lock_guard<std::mutex> lock(state.mutex);
+    const CoLock lock(state.mutex);
     if (state.users > 0 && --state.users == 0) state.reports.close();
 }
 
@@ -267,46 +221,44 @@ void CoNetworkDispatcher::addObserver(Role role, Observer* observer) {
     if (!CO_ASSERT(observer != nullptr)) return;
     Watch& state = watch();
     const CoDeferral deferral;
-    const std::lock_guard<std::mutex> lock(state.mutex);
+    const CoLock lock(state.mutex);
     state.reports.open();
-    if (!state.isObserved(role)) {
+    auto& observers = state.observersOf(role);
+    if (observers.isEmpty()) {
         std::vector<std::string> names = configuredNames(role);
         Interfaces interfaces = select(role, names, list().value_or(Interfaces()));
         state.looks[role] = {std::move(names), std::move(interfaces)};
     }
-    state.observations.push_back({role, observer});
+    observers.add(observer);
 }
 
 void CoNetworkDispatcher::removeObserver(Role role, Observer* observer) {
-    const Observation removed{role, observer};
     Watch& state = watch();
-    std::unique_lock<std::mutex> lock(state.mutex);
-    auto& all = state.observations;
-    all.erase(std::remove(all.begin(), all.end(), removed), all.end());
-    if (!state.isObserved(role)) state.looks.erase(role);
-    state.callEnded.wait(lock, [&] {
-        return std::none_of(state.calls.begin(), state.calls.end(), [&](const Call& each) {
-            return each.observation == removed && each.thread != std::this_thread::get_id();
-        });
-    });
+    auto& observers = state.observersOf(role);
+    observers.remove(observer);
+    const CoLock lock(state.mutex);
+    if (observers.isEmpty()) state.looks.erase(role);
 }
 
 int CoNetworkDispatcher::changeDescriptor() {
     Watch& state = watch();
     const CoDeferral deferral;
-    const std::lock_guard<std::mutex> lock(state.mutex);
+    const CoLock lock(state.mutex);
     return state.reports.open();
 }
 
 void CoNetworkDispatcher::checkForChanges() {
     Watch& state = watch();
-    std::vector<Observation> told;
+    std::vector<Role> changed;
     {
         const CoDeferral deferral;
-        const std::lock_guard<std::mutex> lock(state.mutex);
-        told = state.takeChanges();
+        const CoLock lock(state.mutex);
+        changed = state.takeChanges();
     }
-    for (const Observation& each : told) state.call(each);
+    for (const Role role : changed) {
+        state.observersOf(role).notify(coFormat("An observer of the %s network interfaces", nameOf(role)),
+                                       [role](Observer& observer) { observer.interfacesChanged(role); });
+    }
 }
 
 // --- Listing and choosing ---
