@@ -8,11 +8,13 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include "CapturedLog.h"
 #include "CoThread.h"
 #include "CoThreadMgr.h"
+#include "ForkedChild.h"
 
 namespace Vantrel {
 namespace {
@@ -98,6 +100,28 @@ TEST(Threads, TheManagerAsksEveryThreadThatExists) {
         worker->thread.join();  // a second time returns at once
     }
     CoThreadMgr::getInstance().stopAll();
+}
+
+TEST(Threads, AForkWhileTheManagerAsksDoesNotHoldTheChildUp) {
+    std::promise<void> asking;
+    std::promise<void> forked;
+    std::atomic<bool> first{true};
+    CoThread thread(
+        "worker", [] {},
+        [&] {
+            if (!first.exchange(false)) return;
+            asking.set_value();
+            forked.get_future().wait();
+        });
+    std::thread stopper([] { CoThreadMgr::getInstance().stopAll(); });
+    asking.get_future().wait();
+    EXPECT_EQ(inForkedChild([] {
+                  CoThreadMgr::getInstance().stopAll();
+                  return 0;
+              }),
+              0);
+    forked.set_value();
+    stopper.join();
 }
 
 }  // namespace

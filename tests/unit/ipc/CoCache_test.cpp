@@ -9,6 +9,8 @@
 #include <thread>
 #include <utility>
 
+#include "ForkedChild.h"
+
 namespace Vantrel {
 namespace {
 
@@ -205,6 +207,29 @@ TEST(CoCache, ManyThreadsShareIt) {
     for (std::thread& thread : threads) thread.join();
     EXPECT_LE(cache.size(), 3U);
     EXPECT_EQ(static_cast<int>(cache.size()), Item::alive);
+}
+
+TEST(CoCache, AForkWhileItIsInUseDoesNotHoldAReferenceOfTheChildUp) {
+    Cache cache(16, LIMIT);
+    Cache::Ref held = cache.get("a", make);
+    std::promise<void> locked;
+    std::promise<void> forked;
+    std::thread user([&] {
+        cache.removeIf([&](const std::string&) {
+            locked.set_value();
+            forked.get_future().wait();
+            return false;
+        });
+    });
+    locked.get_future().wait();
+    EXPECT_EQ(inForkedChild([&held] {
+                  const Cache::Ref copy = held;
+                  held.reset();
+                  return copy->number > 0 ? 0 : 1;
+              }),
+              0);
+    forked.set_value();
+    user.join();
 }
 
 }  // namespace

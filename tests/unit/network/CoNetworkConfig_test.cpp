@@ -16,6 +16,7 @@
 #include "CapturedLog.h"
 #include "CoAtomicFile.h"
 #include "FileSizeLimit.h"
+#include "ForkedChild.h"
 #include "TemporaryDirectory.h"
 
 namespace Vantrel {
@@ -347,6 +348,15 @@ TEST_F(CoNetworkConfigTest, ManyThreadsAskWhileTheFileChanges) {
     done = true;
     CoFileMonitor::stop();
     for (std::thread& thread : threads) thread.join();
+}
+
+TEST(CoNetworkConfig, AForkedChildHasOneOfItsOwn) {
+    const CoNetworkConfig& parents = CoNetworkConfig::getInstance();
+    EXPECT_EQ(inForkedChild([&parents] {
+                  CoFileMonitor::stop();
+                  return &CoNetworkConfig::getInstance() != &parents ? 0 : 1;
+              }),
+              0);
 }
 
 TEST(CoNetworkConfig, HasADefaultFile) {

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "CoFilePath.h"
+#include "CoPerProcess.h"
 
 namespace Vantrel {
 
@@ -26,15 +27,14 @@ constexpr std::size_t EVENT_BUFFER_SIZE = 16 * (sizeof(inotify_event) + NAME_MAX
 
 std::atomic<bool> running{false};
 
-/// Every watch there is, so that `stop` leaves no descriptor open.
+/// Every watch of this process, so that `stop` leaves no descriptor open.
 struct Registry {
-    std::mutex mutex;
-    std::vector<CoFileMonitor::Watch*> watches;  // guarded by mutex, which is taken before a watch's own
+    CoMutex mutex;  ///< taken before a watch's own
+    std::vector<CoFileMonitor::Watch*> watches CO_GUARDED_BY(mutex);
 };
 
 Registry& registry() {
-    static auto* const instance = new Registry;  // never destroyed: watches may outlive static objects
-    return *instance;
+    return CoPerProcess<Registry>::get();
 }
 
 std::int64_t nanoseconds(const timespec& time) {
@@ -73,7 +73,7 @@ void CoFileMonitor::start() {
 void CoFileMonitor::stop() {
     running = false;
     Registry& all = registry();
-    const std::lock_guard<std::mutex> lock(all.mutex);
+    const CoLock lock(all.mutex);
     for (Watch* watch : all.watches) watch->close();
 }
 
@@ -84,25 +84,26 @@ bool CoFileMonitor::isRunning() {
 CoFileMonitor::Watch::Watch(std::string path)
     : path_(std::move(path)), directory_(CoFilePath::directoryOf(path_)), name_(nameOf(path_)) {
     Registry& all = registry();
-    const std::lock_guard<std::mutex> lock(all.mutex);
+    const CoLock lock(all.mutex);
     all.watches.push_back(this);
 }
 
 CoFileMonitor::Watch::~Watch() {
     Registry& all = registry();
-    const std::lock_guard<std::mutex> lock(all.mutex);
-    all.watches.erase(std::find(all.watches.begin(), all.watches.end(), this));
+    const CoLock lock(all.mutex);
+    const auto found = std::find(all.watches.begin(), all.watches.end(), this);
+    if (found != all.watches.end()) all.watches.erase(found);  // a forked child's registry lacks its parent's
 }
 
 void CoFileMonitor::Watch::accept() {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     if (isRunning() && openNow()) readEvents();
     if (inotify_.isOpen()) watchFile();
     known_ = CoFileSignature::of(path_);
 }
 
 bool CoFileMonitor::Watch::changed() {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     if (!isRunning()) return false;
     const bool wasOpen = inotify_.isOpen() && owner_ == ::getpid();
     if (openNow() && wasOpen) {
@@ -119,7 +120,7 @@ bool CoFileMonitor::Watch::changed() {
 }
 
 void CoFileMonitor::Watch::close() {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     closeNow();
 }
 

@@ -3,10 +3,10 @@
 #include <sys/types.h>
 
 #include <cstdint>
-#include <mutex>
 #include <string>
 
 #include "CoFd.h"
+#include "CoMutex.h"
 
 namespace Vantrel {
 
@@ -56,25 +56,25 @@ class CoFileMonitor::Watch {
 
     void close();
 
-    // Called with the mutex held.
-    bool openNow();
-    void closeNow();
-    void watchFile();
-    bool readEvents();
-    bool concernsFile(int watch, unsigned mask, const char* name);
+    bool openNow() CO_REQUIRES(mutex_);
+    void closeNow() CO_REQUIRES(mutex_);
+    void watchFile() CO_REQUIRES(mutex_);
+    bool readEvents() CO_REQUIRES(mutex_);
+    bool concernsFile(int watch, unsigned mask, const char* name) CO_REQUIRES(mutex_);
 
     const std::string path_;
     const std::string directory_;
     const std::string name_;
 
-    std::mutex mutex_;
-    // Guarded by mutex_.
-    CoFileSignature known_;
-    CoFd inotify_;
-    int directoryWatch_ = -1;
-    int fileWatch_ = -1;  // follows a symbolic link, which the directory's does not
-    bool directoryGone_ = false;
-    pid_t owner_ = 0;  // a forked child must not take its parent's events
+    CoMutex mutex_;
+    CoFileSignature known_ CO_GUARDED_BY(mutex_);
+    CoFd inotify_ CO_GUARDED_BY(mutex_);
+    int directoryWatch_ CO_GUARDED_BY(mutex_) = -1;
+    /// Follows a symbolic link, which the directory's does not.
+    int fileWatch_ CO_GUARDED_BY(mutex_) = -1;
+    bool directoryGone_ CO_GUARDED_BY(mutex_) = false;
+    /// A forked child must not take its parent's events.
+    pid_t owner_ CO_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace Vantrel

@@ -5,10 +5,11 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <utility>
 #include <vector>
 
+#include "CoMutex.h"
+#include "CoProcess.h"
 #include "CoTime.h"
 
 namespace Vantrel {
@@ -23,7 +24,8 @@ enum class CoCacheExpiry { Idle, Lifetime };
 ///
 /// Thread-safe. Entries are created and destroyed without the cache's lock, so their constructors,
 /// destructors and factories may use the cache (a factory not for its own key). References may outlive the
-/// cache. Keys are compared one by one: meant for at most a few hundred entries.
+/// cache, and a forked child may copy and drop those it inherits, but not use the cache itself. Keys are
+/// compared one by one: meant for at most a few hundred entries.
 template <typename Key, typename Entry, typename Equal = std::equal_to<Key>>
 class CoCache {
     struct Slot;
@@ -53,13 +55,7 @@ class CoCache {
         Entry* operator->() const { return slot_->entry.get(); }
         Entry& operator*() const { return *slot_->entry; }
 
-        /// The entry's own lock, held until the result is destroyed, which must be before this reference is.
-        /// The cache takes it only to create the entry. Not for an empty reference.
-        [[nodiscard]] std::unique_lock<std::mutex> lock() const {
-            return std::unique_lock<std::mutex>(slot_->mutex);
-        }
-
-        /// Lets the entry go. It may be destroyed here, when the cache has no room or no more use for it.
+        /// Releases the entry. It may be destroyed here, when the cache has no room or no more use for it.
         void reset() noexcept {
             if (slot_) table_->unpin(std::move(slot_));
             slot_.reset();
@@ -115,7 +111,7 @@ class CoCache {
 
     /// Entries held, those still to be made and those past their time included.
     std::size_t size() const {
-        const std::lock_guard<std::mutex> lock(table_->mutex);
+        const CoLock lock(table_->mutex);
         return table_->slots.size();
     }
 
@@ -126,7 +122,7 @@ class CoCache {
         Slot(const Key& slotKey, CoTime::Microseconds time) : key(slotKey), since(time) {}
 
         const Key key;
-        std::mutex mutex;
+        CoMutex mutex;
         std::unique_ptr<Entry> entry;  // written once, under `mutex`, before `made` is set
         std::atomic<bool> made{false};
 
@@ -144,25 +140,30 @@ class CoCache {
         const std::size_t capacity;
         const CoTime::Microseconds timeLimit;
         const CoCacheExpiry expiry;
-        mutable std::mutex mutex;
-        Slots slots;  // guarded by mutex; least recently used first
+        const unsigned generation = CoProcess::forkGeneration();
+        mutable CoMutex mutex;
+        Slots slots CO_GUARDED_BY(mutex);  ///< least recently used first
+
+        /// In a forked child the lock may be held by a thread that only the parent has: what a reference
+        /// names then stays, and nobody counts.
+        bool isOurs() const { return generation == CoProcess::forkGeneration(); }
 
         void pin(Slot& slot) {
-            const std::lock_guard<std::mutex> lock(mutex);
+            if (!isOurs()) return;
+            const CoLock lock(mutex);
             ++slot.pins;
         }
         void unpin(std::shared_ptr<Slot> slot) noexcept;
 
-        // The rest is called with the mutex held. What is taken out lands in `dropped`, which the caller
-        // destroys after unlocking.
-        std::shared_ptr<Slot> use(const Key& key);
-        void touch(const std::shared_ptr<Slot>& slot);
+        // What is taken out lands in `dropped`, which the caller destroys after unlocking.
+        std::shared_ptr<Slot> use(const Key& key) CO_REQUIRES(mutex);
+        void touch(const std::shared_ptr<Slot>& slot) CO_REQUIRES(mutex);
         bool isOver(const Slot& slot, CoTime::Microseconds now) const {
             return now - slot.since >= timeLimit && (slot.pins == 0 || expiry == CoCacheExpiry::Lifetime);
         }
-        void dropDue(Slots& dropped);
+        void dropDue(Slots& dropped) CO_REQUIRES(mutex);
         template <typename Predicate>
-        void take(Predicate predicate, Slots& dropped);
+        void take(Predicate predicate, Slots& dropped) CO_REQUIRES(mutex);
     };
 
     std::shared_ptr<Table> table_;
@@ -172,7 +173,7 @@ template <typename Key, typename Entry, typename Equal>
 typename CoCache<Key, Entry, Equal>::Ref CoCache<Key, Entry, Equal>::get(const Key& key,
                                                                          const Factory& factory) {
     Slots dropped;  // destroyed last: after the locks
-    std::unique_lock<std::mutex> tableLock(table_->mutex);
+    CoLock tableLock(table_->mutex);
     table_->dropDue(dropped);
     std::shared_ptr<Slot> slot = table_->use(key);
     if (!slot) {
@@ -185,7 +186,7 @@ typename CoCache<Key, Entry, Equal>::Ref CoCache<Key, Entry, Equal>::get(const K
     Ref ref(table_, slot);
     if (slot->made.load(std::memory_order_acquire)) return ref;
 
-    std::unique_lock<std::mutex> entryLock(slot->mutex);
+    CoLock entryLock(slot->mutex);
     if (!slot->entry) slot->entry = factory(slot->key);
     const bool made = slot->entry != nullptr;
     slot->made.store(made, std::memory_order_release);
@@ -196,7 +197,7 @@ typename CoCache<Key, Entry, Equal>::Ref CoCache<Key, Entry, Equal>::get(const K
 template <typename Key, typename Entry, typename Equal>
 typename CoCache<Key, Entry, Equal>::Ref CoCache<Key, Entry, Equal>::find(const Key& key) {
     Slots dropped;
-    const std::lock_guard<std::mutex> lock(table_->mutex);
+    const CoLock lock(table_->mutex);
     table_->dropDue(dropped);
     std::shared_ptr<Slot> slot = table_->use(key);
     if (!slot) return Ref();
@@ -209,7 +210,7 @@ template <typename Key, typename Entry, typename Equal>
 template <typename Predicate>
 std::size_t CoCache<Key, Entry, Equal>::removeIf(Predicate predicate) {
     Slots dropped;
-    const std::lock_guard<std::mutex> lock(table_->mutex);
+    const CoLock lock(table_->mutex);
     table_->take([&predicate](const Slot& slot) { return predicate(slot.key); }, dropped);
     return dropped.size();
 }
@@ -219,7 +220,7 @@ template <typename Visit>
 void CoCache<Key, Entry, Equal>::forEach(Visit visit) {
     std::vector<Ref> held;
     {
-        const std::lock_guard<std::mutex> lock(table_->mutex);
+        const CoLock lock(table_->mutex);
         for (const std::shared_ptr<Slot>& slot : table_->slots) {
             if (!slot->made.load(std::memory_order_acquire)) continue;
             ++slot->pins;
@@ -232,14 +233,15 @@ void CoCache<Key, Entry, Equal>::forEach(Visit visit) {
 template <typename Key, typename Entry, typename Equal>
 void CoCache<Key, Entry, Equal>::dropUnused() {
     Slots dropped;
-    const std::lock_guard<std::mutex> lock(table_->mutex);
+    const CoLock lock(table_->mutex);
     table_->take([](const Slot& slot) { return slot.pins == 0; }, dropped);
 }
 
 template <typename Key, typename Entry, typename Equal>
 void CoCache<Key, Entry, Equal>::Table::unpin(std::shared_ptr<Slot> slot) noexcept {
+    if (!isOurs()) return;
     Slots dropped;
-    const std::lock_guard<std::mutex> lock(mutex);
+    const CoLock lock(mutex);
     --slot->pins;
     if (slot->listed) touch(slot);
     // An entry that could not be made leaves nothing behind.

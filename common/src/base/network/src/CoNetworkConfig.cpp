@@ -13,6 +13,7 @@
 #include "CoDeferral.h"
 #include "CoFilePath.h"
 #include "CoMsg.h"
+#include "CoPerProcess.h"
 #include "NetworkSettings.h"
 
 namespace Vantrel {
@@ -97,28 +98,30 @@ std::string listText(const CoNetworkConfig::IPRangeFilters& ranges, const char* 
 }  // namespace
 
 CoNetworkConfig& CoNetworkConfig::getInstance() {
-    static auto* const instance = new CoNetworkConfig(NetworkSettings::configFile.get());
-    return *instance;
+    struct OfTheProcess : CoNetworkConfig {
+        OfTheProcess() : CoNetworkConfig(NetworkSettings::configFile.get()) {}
+    };
+    return CoPerProcess<OfTheProcess>::get();
 }
 
 CoNetworkConfig::CoNetworkConfig(std::string fileName) : fileName_(std::move(fileName)), watch_(fileName_) {}
 
 bool CoNetworkConfig::parse(bool& changed, bool force) {
     const CoDeferral deferral;
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     return load(Creation::Refused, force, changed);
 }
 
 bool CoNetworkConfig::createIfMissing() {
     const CoDeferral deferral;
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     bool changed = false;
     return load(Creation::Allowed, true, changed);
 }
 
 void CoNetworkConfig::reset(bool parseNow) {
     const CoDeferral deferral;
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     reader_.reset();
     accept_.clear();
     reject_.clear();
@@ -128,7 +131,7 @@ void CoNetworkConfig::reset(bool parseNow) {
 }
 
 std::string CoNetworkConfig::lastError() const {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     return lastError_;
 }
 
@@ -241,7 +244,7 @@ std::string CoNetworkConfig::value(const char* section, const char* key) {
 
 bool CoNetworkConfig::getUUID(std::string& uuid) {
     const CoDeferral deferral;
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     uuid.clear();
     const std::string text = value(LOCAL, UUID_KEY);
     if (text.empty()) {
@@ -286,7 +289,7 @@ void CoNetworkConfig::getSelfDiscoveryTTL(unsigned& ttl) {
 
 void CoNetworkConfig::selfDiscoveryNumber(const char* key, unsigned lowest, unsigned highest, unsigned& out) {
     const CoDeferral deferral;
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     const std::string text = value(SELF_DISCOVERY, key);
     if (text.empty()) return;
     unsigned number = 0;
@@ -300,7 +303,7 @@ void CoNetworkConfig::selfDiscoveryNumber(const char* key, unsigned lowest, unsi
 
 void CoNetworkConfig::getIPRangeFilters(IPRangeFilters& accept, IPRangeFilters& reject) {
     const CoDeferral deferral;
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     bool changed = false;
     load(Creation::Refused, false, changed);
     accept = accept_;
@@ -310,7 +313,7 @@ void CoNetworkConfig::getIPRangeFilters(IPRangeFilters& accept, IPRangeFilters& 
 bool CoNetworkConfig::isIPInValidRange(const char* ip) {
     if (!ip) return false;
     const CoDeferral deferral;
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     bool changed = false;
     load(Creation::Refused, false, changed);
     return (accept_.empty() || isInAny(accept_, ip)) && !isInAny(reject_, ip);
@@ -326,7 +329,7 @@ std::string CoNetworkConfig::getIPRangeFiltersInfo() {
 
 void CoNetworkConfig::getDynamicPortRange(unsigned& lower, unsigned& upper) {
     const CoDeferral deferral;
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     const int low = dynamicPort("LowerBound", MIN_DYNAMIC_PORT);
     const int high = dynamicPort("UpperBound", MAX_DYNAMIC_PORT);
     lower = MIN_DYNAMIC_PORT;
@@ -353,7 +356,7 @@ int CoNetworkConfig::dynamicPort(const char* key, unsigned defaultPort) {
 bool CoNetworkConfig::getToken(const char* section, const char* key, std::string& out,
                                const char* defaultValue) {
     const CoDeferral deferral;
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     const std::string text = value(section, key);
     out = text.empty() ? defaultValue : text;
     return !text.empty();

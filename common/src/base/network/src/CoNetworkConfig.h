@@ -1,7 +1,6 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -9,6 +8,7 @@
 #include "CoConfigFileReader.h"
 #include "CoFileMonitor.h"
 #include "CoIPRangeFilter.h"
+#include "CoMutex.h"
 
 namespace Vantrel {
 
@@ -27,7 +27,7 @@ class CoNetworkConfig {
     static constexpr unsigned MAX_DYNAMIC_PORT = 65535;
 
     /// The configuration of the process, of the file named by QD_NETWORK_CFG_FILE or the default one. Never
-    /// destroyed.
+    /// destroyed; a forked child reads it for itself.
     static CoNetworkConfig& getInstance();
     /// A configuration of its own for another file.
     explicit CoNetworkConfig(std::string fileName);
@@ -94,28 +94,27 @@ class CoNetworkConfig {
   private:
     enum class Creation { Refused, Allowed };
 
-    // Called with the mutex held.
-    bool load(Creation creation, bool force, bool& changed);
-    bool readFile(Creation creation, CoConfigFileReader& reader, bool& isNew);
-    bool ensureUUID(Creation creation, bool isNew, const CoFileSignature& read, CoConfigFileReader& reader);
-    bool create(CoConfigFileReader& reader);
-    void adopt(std::unique_ptr<CoConfigFileReader> reader);
-    bool fail(int level, std::string text);
+    bool load(Creation creation, bool force, bool& changed) CO_REQUIRES(mutex_);
+    bool readFile(Creation creation, CoConfigFileReader& reader, bool& isNew) CO_REQUIRES(mutex_);
+    bool ensureUUID(Creation creation, bool isNew, const CoFileSignature& read, CoConfigFileReader& reader)
+        CO_REQUIRES(mutex_);
+    bool create(CoConfigFileReader& reader) CO_REQUIRES(mutex_);
+    void adopt(std::unique_ptr<CoConfigFileReader> reader) CO_REQUIRES(mutex_);
+    bool fail(int level, std::string text) CO_REQUIRES(mutex_);
     /// The value, or empty; reads the file when that is due.
-    std::string value(const char* section, const char* key);
+    std::string value(const char* section, const char* key) CO_REQUIRES(mutex_);
     void selfDiscoveryNumber(const char* key, unsigned lowest, unsigned highest, unsigned& out);
-    int dynamicPort(const char* key, unsigned defaultPort);
+    int dynamicPort(const char* key, unsigned defaultPort) CO_REQUIRES(mutex_);
 
     const std::string fileName_;
 
-    mutable std::mutex mutex_;
-    // Guarded by mutex_.
-    CoFileMonitor::Watch watch_;
-    std::unique_ptr<CoConfigFileReader> reader_;  // null until first use
-    bool fileMissing_ = false;
-    IPRangeFilters accept_;
-    IPRangeFilters reject_;
-    std::string lastError_;
+    mutable CoMutex mutex_;
+    CoFileMonitor::Watch watch_ CO_GUARDED_BY(mutex_);
+    std::unique_ptr<CoConfigFileReader> reader_ CO_GUARDED_BY(mutex_);  ///< null until first use
+    bool fileMissing_ CO_GUARDED_BY(mutex_) = false;
+    IPRangeFilters accept_ CO_GUARDED_BY(mutex_);
+    IPRangeFilters reject_ CO_GUARDED_BY(mutex_);
+    std::string lastError_ CO_GUARDED_BY(mutex_);
 };
 
 }  // namespace Vantrel

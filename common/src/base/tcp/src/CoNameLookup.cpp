@@ -7,10 +7,10 @@
 
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
 #include <cstring>
-#include <mutex>
 
+#include "CoMutex.h"
+#include "CoPerProcess.h"
 #include "CoTime.h"
 #include "QdDsoMgr.h"
 #include "TcpSettings.h"
@@ -21,9 +21,16 @@ namespace {
 
 constexpr unsigned STOP_CHECK_MS = 10;
 
-std::atomic<int> running{0};
+/// The look-ups of this process: a forked child has none of its parent's threads.
+struct Running {
+    std::atomic<int> count{0};
+};
 
-// One look-up, shared by the caller and the thread that does it; whoever lets go last frees it.
+std::atomic<int>& running() {
+    return CoPerProcess<Running>::get().count;
+}
+
+// One look-up, shared by the caller and the thread that does it; the last of the two frees it.
 class Lookup {
   public:
     Lookup() = default;
@@ -34,16 +41,16 @@ class Lookup {
     virtual int run() = 0;
 
     void finish(int error) {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const CoLock lock(mutex_);
         error_ = error;
         done_ = true;
-        ended_.notify_all();
+        ended_.notifyAll();
     }
 
     // The look-up's result, or EAI_AGAIN when it is given up.
     int wait(unsigned timeoutMs, const std::function<bool()>& stopped) {
         const CoDeadline deadline(timeoutMs);
-        std::unique_lock<std::mutex> lock(mutex_);
+        CoLock lock(mutex_);
         while (!done_) {
             const unsigned leftMs = deadline.leftMs();
             if (leftMs == 0) return EAI_AGAIN;
@@ -52,17 +59,16 @@ class Lookup {
             lock.lock();
             if (giveUp) return EAI_AGAIN;
             const unsigned sliceMs = stopped ? std::min(leftMs, STOP_CHECK_MS) : leftMs;
-            ended_.wait_for(lock, std::chrono::milliseconds(sliceMs), [this] { return done_; });
+            if (!done_) ended_.waitFor(mutex_, std::chrono::milliseconds(sliceMs));
         }
         return error_;
     }
 
   private:
-    std::mutex mutex_;
-    std::condition_variable ended_;
-    // Guarded by mutex_:
-    bool done_ = false;
-    int error_ = 0;
+    CoMutex mutex_;
+    CoCondition ended_;
+    bool done_ CO_GUARDED_BY(mutex_) = false;
+    int error_ CO_GUARDED_BY(mutex_) = 0;
 };
 
 class AddressLookup : public Lookup {
@@ -115,14 +121,14 @@ void* runLookup(void* argument) {
             static_cast<std::shared_ptr<Lookup>*>(argument));
         (*lookup)->finish((*lookup)->run());
     }
-    --running;
+    --running();
     return nullptr;
 }
 
 // Starts a look-up on a thread that nobody joins and that takes no signals.
 bool start(const std::shared_ptr<Lookup>& lookup) {
-    if (++running > CoNameLookup::MAX_RUNNING) {
-        --running;
+    if (++running() > CoNameLookup::MAX_RUNNING) {
+        --running();
         return false;
     }
     QdDsoMgr::keepLoaded();  // a look-up may outlive its caller and even the host's last use of the library
@@ -137,7 +143,7 @@ bool start(const std::shared_ptr<Lookup>& lookup) {
     const int error = ::pthread_create(&thread, &attributes, &runLookup, shared.get());
     ::pthread_attr_destroy(&attributes);
     if (error != 0) {
-        --running;
+        --running();
         return false;
     }
     static_cast<void>(shared.release());  // the thread's now

@@ -2,28 +2,27 @@
 
 #include <algorithm>
 
+#include "CoPerProcess.h"
 #include "CoThread.h"
 
 namespace Vantrel {
 
 CoThreadMgr& CoThreadMgr::getInstance() {
-    // Never destroyed: threads may end after the static objects of the process are gone.
-    static auto* const manager = new CoThreadMgr;
-    return *manager;
+    return CoPerProcess<CoThreadMgr>::get();
 }
 
 void CoThreadMgr::stopAll() {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     for (const CoThread* thread : threads_) thread->requestStop();
 }
 
 void CoThreadMgr::add(CoThread* thread) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     threads_.push_back(thread);
 }
 
 void CoThreadMgr::remove(CoThread* thread) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     threads_.erase(std::remove(threads_.begin(), threads_.end(), thread), threads_.end());
 }
 

@@ -1,13 +1,14 @@
 #pragma once
 
-#include <mutex>
 #include <vector>
+
+#include "CoMutex.h"
 
 namespace Vantrel {
 
 class CoThread;
 
-/// Knows every CoThread of the process that exists. Thread-safe.
+/// Knows every CoThread of the process that exists; a forked child knows its own only. Thread-safe.
 class CoThreadMgr {
   public:
     static CoThreadMgr& getInstance();
@@ -20,8 +21,8 @@ class CoThreadMgr {
     void add(CoThread* thread);
     void remove(CoThread* thread);
 
-    std::mutex mutex_;  // guards threads_, and keeps a thread from going away while it is asked to stop
-    std::vector<CoThread*> threads_;
+    CoMutex mutex_;  // keeps a thread from going away while it is asked to stop
+    std::vector<CoThread*> threads_ CO_GUARDED_BY(mutex_);
 };
 
 }  // namespace Vantrel

@@ -30,6 +30,9 @@ class VantrelClientConnection::Shared {
     struct Holder;
 
     static Holder& holder();
+    static std::shared_ptr<Cache> makeCache();
+    static std::shared_ptr<Cache> currentCache();
+    static std::shared_ptr<Cache> exchangeCache(std::shared_ptr<Cache> cache);
 
     Cache::Ref reference_;
 };
