@@ -42,17 +42,17 @@ void readList(const std::string& text) {
 
 /// Each server that is known is found, and goes when it is taken out.
 void check(VantrelKnownServers& servers) {
-    std::vector<VantrelDaemonInfo> all;
-    servers.copyTo(all, nullptr);
-    if (all.size() != servers.size() || !std::is_sorted(all.begin(), all.end())) std::abort();
-    for (const VantrelDaemonInfo& each : all) {
-        const bool hasId = *each.getStorageId() || *each.getMetadataIP(0);
-        if (hasId && !servers.find(each.getServerId())) std::abort();
+    const VantrelKnownServers::Servers all = servers.list();
+    const auto isBefore = [](const auto& left, const auto& right) { return *left.info < *right.info; };
+    if (all.size() != servers.size() || !std::is_sorted(all.begin(), all.end(), isBefore)) std::abort();
+    for (const VantrelKnownServer& each : all) {
+        const bool hasId = *each.info->getStorageId() || *each.info->getMetadataIP(0);
+        if (hasId && !servers.find(each.info->getServerId())) std::abort();
     }
-    std::vector<VantrelDaemonInfo> removed;
-    for (const VantrelDaemonInfo& each : all) servers.remove(each.getServerId(), removed);
-    servers.removeOlder(std::numeric_limits<Vantrel::CoTime::Microseconds>::max(), removed);
-    if (servers.size() != 0 || removed.size() != all.size()) std::abort();
+    std::size_t removed = 0;
+    for (const VantrelKnownServer& each : all) removed += servers.remove(each.info->getServerId()).size();
+    removed += servers.removeOlder(std::numeric_limits<Vantrel::CoTime::Microseconds>::max()).size();
+    if (servers.size() != 0 || removed != all.size()) std::abort();
 }
 
 /// Lines are the datagrams that a client hears one after the other.
@@ -64,8 +64,7 @@ void hear(const std::string& text) {
         if (!request) continue;
         const VantrelDaemonInfo info(request->payload);
         if (request->type == Protocol::REMOVE_SERVER) {
-            std::vector<VantrelDaemonInfo> removed;
-            servers.remove(info.getServerId(), removed);
+            servers.remove(info.getServerId());
         } else if (servers.add(info) != VantrelKnownServers::Change::Refused &&
                    servers.add(info) != VantrelKnownServers::Change::None) {
             std::abort();

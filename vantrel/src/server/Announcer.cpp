@@ -123,8 +123,7 @@ unsigned Announcer::work() {
     if (now >= announceAt_) tell(now);
     const CoTime::Microseconds resync = VantrelSettings::multicastResyncSec.get() * CoTime::PER_SECOND;
     if (now >= expireAt_) {
-        std::vector<VantrelDaemonInfo> silent;
-        known_.removeOlder(now - 2 * resync, silent);
+        known_.removeOlder(now - 2 * resync);
         expireAt_ = now + resync;
     }
     const auto untilDue = std::min(announceAt_, expireAt_) - now;
@@ -135,7 +134,8 @@ unsigned Announcer::work() {
 
 std::vector<VantrelDaemonInfo> Announcer::others() const {
     std::vector<VantrelDaemonInfo> servers;
-    known_.copyTo(servers, nullptr);
+    servers.reserve(known_.size());
+    for (const VantrelKnownServer& each : known_.list()) servers.push_back(each.record());
     return servers;
 }
 
@@ -245,8 +245,7 @@ void Announcer::handle(const VantrelDiscoverySockets::Datagram& datagram) {
     if (type == Protocol::DISCOVER_SERVERS || type == Protocol::DISCOVER_SERVERS_REPLY) {
         known_.add(info);
     } else if (type == Protocol::REMOVE_SERVER) {
-        std::vector<VantrelDaemonInfo> removed;
-        known_.remove(info.getServerId(), removed);
+        known_.remove(info.getServerId());
     }
 }
 

@@ -36,16 +36,16 @@ VantrelDaemonInfo makeInfo(const Server& server) {
     return info;
 }
 
-Strings names(const std::vector<VantrelDaemonInfo>& servers) {
+Strings names(const VantrelKnownServers::Servers& servers) {
     Strings all;
-    for (const VantrelDaemonInfo& each : servers) all.push_back(each.getDisplayName());
+    for (const VantrelKnownServer& each : servers) all.push_back(each.info->getDisplayName());
     return all;
 }
 
-Strings names(const VantrelKnownServers& servers, const char* database = nullptr) {
-    std::vector<VantrelDaemonInfo> all;
-    servers.copyTo(all, database);
-    return names(all);
+VantrelServerId storage(const char* storageId) {
+    VantrelServerId id;
+    id.setStorageId(storageId);
+    return id;
 }
 
 TEST(VantrelKnownServers, TellsServersApart) {
@@ -84,11 +84,11 @@ TEST(VantrelKnownServers, FollowsAServerToItsNewAddressesAndName) {
     servers.add(makeInfo({"", "", "d", "1", "2", "b"}));
     servers.add(makeInfo({"", "", "d", "4", "", "c"}));
     EXPECT_EQ(servers.add(makeInfo({"", "", "d", "2", "3", "d"})), Change::Changed);
-    EXPECT_EQ(names(servers), (Strings{"c", "d"}));
-    EXPECT_STREQ(servers.find(VantrelServerId("d", "3", 7549))->getDisplayName(), "d");
+    EXPECT_EQ(names(servers.list()), (Strings{"c", "d"}));
+    EXPECT_STREQ(servers.find(VantrelServerId("d", "3", 7549))->info->getDisplayName(), "d");
     EXPECT_EQ(servers.find(VantrelServerId("d", "1", 7549)), nullptr);
     EXPECT_EQ(servers.add(makeInfo({"", "", "d", "1", "", "a"})), Change::Added) << "the address is free";
-    EXPECT_EQ(names(servers), (Strings{"a", "c", "d"}));
+    EXPECT_EQ(names(servers.list()), (Strings{"a", "c", "d"}));
 }
 
 TEST(VantrelKnownServers, TakesOutWhatAServerIdDenotes) {
@@ -120,10 +120,10 @@ TEST(VantrelKnownServers, TakesOutWhatAServerIdDenotes) {
         for (const Server& each : known) servers.add(makeInfo(each));
         VantrelServerId id(c.database, c.address, c.port);
         id.setStorageId(c.storageId);
-        const VantrelDaemonInfo* const found = servers.find(id);
-        EXPECT_EQ(found ? found->getDisplayName() : std::string(), c.removed.empty() ? "" : c.removed[0]);
-        std::vector<VantrelDaemonInfo> removed;
-        servers.remove(id, removed);
+        const VantrelKnownServer* const found = servers.find(id);
+        EXPECT_EQ(found ? found->info->getDisplayName() : std::string(),
+                  c.removed.empty() ? "" : c.removed[0]);
+        const VantrelKnownServers::Servers removed = servers.remove(id);
         EXPECT_EQ(names(removed), c.removed) << c.storageId << c.database << c.address << c.port;
         EXPECT_EQ(servers.size(), known.size() - removed.size());
         EXPECT_EQ(servers.find(id), nullptr);
@@ -138,12 +138,9 @@ TEST(VantrelKnownServers, ForgetsTheSilentOnes) {
     EXPECT_EQ(servers.add(makeInfo({"a", "", "", "", "", "a"})), Change::None);
     EXPECT_TRUE(servers.stamp(makeInfo({"b"})));
     EXPECT_FALSE(servers.stamp(makeInfo({"d"})));
-    std::vector<VantrelDaemonInfo> removed;
-    servers.removeOlder(threshold, removed);
-    EXPECT_EQ(names(removed), Strings{"c"});
-    EXPECT_EQ(servers.findStorage("c"), nullptr);
-    EXPECT_NE(servers.findStorage("a"), nullptr);
-    EXPECT_EQ(servers.findStorage(nullptr), nullptr);
+    EXPECT_EQ(names(servers.removeOlder(threshold)), Strings{"c"});
+    EXPECT_EQ(names(servers.list()), (Strings{"a", "b"}));
+    EXPECT_GE(servers.find(storage("a"))->record().getLastUpdate(), threshold);
 }
 
 TEST(VantrelKnownServers, RefusesWhatItHasNoRoomFor) {
@@ -153,10 +150,7 @@ TEST(VantrelKnownServers, RefusesWhatItHasNoRoomFor) {
     EXPECT_EQ(servers.size(), 2u);
     EXPECT_EQ(servers.add(makeInfo({"a", "", "", "1"})), Change::Changed);
     EXPECT_EQ(log.texts(Vantrel::CoMsg::WARNING).size(), 1u);
-    std::vector<VantrelDaemonInfo> removed;
-    VantrelServerId id;
-    id.setStorageId("a");
-    servers.remove(id, removed);
+    EXPECT_EQ(servers.remove(storage("a")).size(), 1u);
     EXPECT_EQ(servers.add(makeInfo({"c"})), Change::Added);
     EXPECT_EQ(servers.add(makeInfo({"d"})), Change::Refused);
     EXPECT_EQ(log.texts(Vantrel::CoMsg::WARNING).size(), 2u);
@@ -167,20 +161,12 @@ TEST(VantrelKnownServers, IsReplacedAndCopiedAsAWhole) {
     servers.add(makeInfo({"old"}));
     servers.assign({makeInfo({"s", "", "d", "", "", "b"}), makeInfo({"t", "", "e", "", "", "a"}),
                     makeInfo({"s", "", "d", "", "", "c"}), makeInfo({"", "", "", "", "", "nobody"})});
-    EXPECT_EQ(names(servers), (Strings{"a", "c"}));
-    EXPECT_EQ(names(servers, ""), (Strings{"a", "c"}));
-    EXPECT_EQ(names(servers, "d"), Strings{"c"});
-    EXPECT_EQ(names(servers, "D"), Strings{});
-    EXPECT_EQ(servers.findStorage("s")->getLastUpdate(), 0);
-    EXPECT_EQ(servers.findStorage("old"), nullptr);
-}
-
-TEST(VantrelKeyedHash, IsTheOneThatIsKnownToBeSafe) {
-    const VantrelKeyedHash hash(0x0706050403020100, 0x0f0e0d0c0b0a0908);
-    std::string text;
-    for (char each = 0; each < 15; ++each) text += each;
-    EXPECT_EQ(hash(""), 0x726fdb47dd0e0e31u);
-    EXPECT_EQ(hash(text), 0xa129ca6149be45e5u);
+    EXPECT_EQ(names(servers.list()), (Strings{"a", "c"}));
+    EXPECT_EQ(names(servers.list("")), (Strings{"a", "c"}));
+    EXPECT_EQ(names(servers.list("d")), Strings{"c"});
+    EXPECT_EQ(names(servers.list("D")), Strings{});
+    EXPECT_EQ(servers.find(storage("s"))->lastUpdate, 0);
+    EXPECT_EQ(servers.find(storage("old")), nullptr);
 }
 
 }  // namespace

@@ -33,10 +33,10 @@ class MulticastClient : public DiscoveryTest {
         return info;
     }
     Strings storageIds(const char* selector = nullptr, const char* gateway = nullptr) const {
-        std::vector<VantrelDaemonInfo> servers;
+        VantrelKnownServers::Servers servers;
         client->getServers(servers, selector, gateway, 0);
         Strings ids;
-        for (const VantrelDaemonInfo& each : servers) ids.push_back(each.getStorageId());
+        for (const VantrelKnownServer& each : servers) ids.push_back(each.info->getStorageId());
         return ids;
     }
 

@@ -1,10 +1,8 @@
 #include <vantrel/VantrelServerList.h>
 
-#include <algorithm>
 #include <exception>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "VantrelDaemonInfo.h"
 #include "VantrelIndexError.h"
@@ -32,7 +30,7 @@ class VantrelServerList::Imp {
     std::string selector;
     std::string gatewayIpAddr;
     int gatewayPort = 0;
-    std::vector<VantrelDaemonInfo> servers;
+    VantrelKnownServers::Servers servers;
     mutable std::string lastError;
 
     bool fail(std::string text) const {
@@ -85,22 +83,19 @@ bool VantrelServerList::getNumNodes(int& count) {
     count = 0;
     imp_->servers.clear();
     return imp_->withDiscovery([&](VantrelMulticastClient& discovery) {
-        std::vector<VantrelDaemonInfo> servers;
-        discovery.getServers(servers, nullWhenEmpty(imp_->selector), nullWhenEmpty(imp_->gatewayIpAddr),
+        discovery.getServers(imp_->servers, nullWhenEmpty(imp_->selector), nullWhenEmpty(imp_->gatewayIpAddr),
                              imp_->gatewayPort);
-        std::stable_sort(servers.begin(), servers.end());
-        count = static_cast<int>(servers.size());
-        imp_->servers = std::move(servers);
+        count = static_cast<int>(imp_->servers.size());
         return true;
     });
 }
 
 bool VantrelServerList::getNode(int index, VantrelServerInfo& info) const {
-    const std::vector<VantrelDaemonInfo>& servers = imp_->servers;
+    const VantrelKnownServers::Servers& servers = imp_->servers;
     if (index < 0 || static_cast<std::size_t>(index) >= servers.size()) {
         return imp_->fail(vantrelIndexError(index, servers.size()));
     }
-    info = servers[static_cast<std::size_t>(index)];
+    info = servers[static_cast<std::size_t>(index)].record();
     return true;
 }
 

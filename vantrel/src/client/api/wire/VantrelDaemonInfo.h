@@ -109,7 +109,8 @@ class VantrelDaemonInfo {
 
     /// When this client last refreshed the record, on the library's clock.
     Vantrel::CoTime::Microseconds getLastUpdate() const { return lastUpdate_; }
-    void stampWithCurrentTime() { lastUpdate_ = Vantrel::CoTime::getTime(); }
+    void setLastUpdate(Vantrel::CoTime::Microseconds time) { lastUpdate_ = time; }
+    void stampWithCurrentTime() { setLastUpdate(Vantrel::CoTime::getTime()); }
 
     unsigned getFlags() const { return flags_; }
     /// Adds `bits`; no bit is ever cleared.

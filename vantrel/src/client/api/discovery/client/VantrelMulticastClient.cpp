@@ -221,16 +221,16 @@ void VantrelMulticastClient::resync(Microseconds now) {
     if (logs(DEBUG_WAITS)) {
         CO_MSG_DEBUG("Vantrel Multicast: discarding servers inactive since %s.", thresholdText.c_str());
     }
-    std::vector<VantrelDaemonInfo> removed;
+    VantrelKnownServers::Servers removed;
     {
         const std::lock_guard<std::mutex> lock(mutex_);
-        known_.removeOlder(threshold, removed);
+        removed = known_.removeOlder(threshold);
     }
-    for (const VantrelDaemonInfo& info : removed) {
+    for (const VantrelKnownServer& each : removed) {
         CO_MSG_NOTICE("Vantrel Multicast: discarding '%s' (%s < %s).",
-                      coPrintable(info.getStorageId()).c_str(), vantrelTimeText(info.getLastUpdate()).c_str(),
-                      thresholdText.c_str());
-        notifyObservers(Event::Removed, info);
+                      coPrintable(each.info->getStorageId()).c_str(),
+                      vantrelTimeText(each.lastUpdate).c_str(), thresholdText.c_str());
+        notifyObservers(Event::Removed, *each.info);
     }
     nextResyncAt_ = threshold + 3 * resyncPeriod();
 }
@@ -370,18 +370,18 @@ void VantrelMulticastClient::noteLocalDaemon(const VantrelDaemonInfo& info, Chan
 }
 
 void VantrelMulticastClient::remove(const VantrelServerId& serverId) {
-    std::vector<VantrelDaemonInfo> removed;
+    VantrelKnownServers::Servers removed;
     {
         const std::lock_guard<std::mutex> lock(mutex_);
-        known_.remove(serverId, removed);
-        for (const VantrelDaemonInfo& info : removed) {
+        removed = known_.remove(serverId);
+        for (const VantrelKnownServer& each : removed) {
             // A daemon that took its leave is not missed.
-            if (localUUID_ == info.getHostUUID()) localUUID_.clear();
+            if (localUUID_ == each.info->getHostUUID()) localUUID_.clear();
         }
     }
-    for (const VantrelDaemonInfo& info : removed) {
-        CO_MSG_DEBUG("Vantrel Multicast: Removing '%s'.", coPrintable(info.getStorageId()).c_str());
-        notifyObservers(Event::Removed, info);
+    for (const VantrelKnownServer& each : removed) {
+        CO_MSG_DEBUG("Vantrel Multicast: Removing '%s'.", coPrintable(each.info->getStorageId()).c_str());
+        notifyObservers(Event::Removed, *each.info);
     }
 }
 
@@ -398,16 +398,17 @@ void VantrelMulticastClient::connectedTo(const VantrelDaemonInfo& info) {
 }
 
 void VantrelMulticastClient::dump() const {
-    std::vector<VantrelDaemonInfo> servers;
+    VantrelKnownServers::Servers servers;
     {
         const std::lock_guard<std::mutex> lock(mutex_);
-        known_.copyTo(servers, nullptr);
+        servers = known_.list();
     }
     CO_MSG_NOTICE("Vantrel Multicast: %zu servers are known.", servers.size());
-    for (const VantrelDaemonInfo& info : servers) {
+    for (const VantrelKnownServer& each : servers) {
+        const VantrelDaemonInfo& info = *each.info;
         CO_MSG_NOTICE("  '%s' '%s' '%s' %s:%d, last heard of %s.", coPrintable(info.getDisplayName()).c_str(),
                       coPrintable(info.getDatabase()).c_str(), coPrintable(info.getStorageId()).c_str(),
                       coPrintable(info.getMetadataIP(0)).c_str(), info.getNodePort(),
-                      vantrelTimeText(info.getLastUpdate()).c_str());
+                      vantrelTimeText(each.lastUpdate).c_str());
     }
 }

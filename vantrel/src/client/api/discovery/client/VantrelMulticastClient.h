@@ -64,7 +64,7 @@ class VantrelMulticastClient : public std::enable_shared_from_this<VantrelMultic
     /// when the last search is less than SEARCH_VALID_MS ago. `selector`: null or empty for all, otherwise
     /// the database that the servers must have. With `gatewayIP`, neither null nor empty, that server's list
     /// is fetched too (port 0: 7549).
-    void getServers(std::vector<VantrelDaemonInfo>& servers, const char* selector, const char* gatewayIP,
+    void getServers(VantrelKnownServers::Servers& servers, const char* selector, const char* gatewayIP,
                     int gatewayPort);
     /// The record of a server, searched for when it is not known; returns as soon as it is found. False when
     /// nobody answers in time, at once when there is no multicast interface. `cancelled`, looked at whenever

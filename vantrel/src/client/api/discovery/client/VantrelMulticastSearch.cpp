@@ -181,7 +181,7 @@ void VantrelMulticastClient::reportMissingLocalDaemon(Microseconds searchedAt) c
 
 // --- All servers ---
 
-void VantrelMulticastClient::getServers(std::vector<VantrelDaemonInfo>& servers, const char* selector,
+void VantrelMulticastClient::getServers(VantrelKnownServers::Servers& servers, const char* selector,
                                         const char* gatewayIP, int gatewayPort) {
     CoNetworkDispatcher::checkForChanges();
     if (haveAtLeastOneMulticastInterface()) {
@@ -195,9 +195,8 @@ void VantrelMulticastClient::getServers(std::vector<VantrelDaemonInfo>& servers,
         const int port = gatewayPort != 0 ? gatewayPort : VantrelDaemonInfo::DEFAULT_NODE_PORT;
         fetchListFromServer(VantrelServerId(port, gatewayIP), selector);
     }
-    servers.clear();
     const std::lock_guard<std::mutex> lock(mutex_);
-    known_.copyTo(servers, selector);
+    servers = known_.list(selector);
 }
 
 void VantrelMulticastClient::fetchListFromServer(const VantrelServerId& serverId, const char* database) {
@@ -256,9 +255,9 @@ bool VantrelMulticastClient::resolve(const VantrelServerId& serverId, VantrelDae
 
 bool VantrelMulticastClient::known(const VantrelServerId& serverId, VantrelDaemonInfo& info) const {
     const std::lock_guard<std::mutex> lock(mutex_);
-    const VantrelDaemonInfo* record = known_.find(serverId);
-    if (record) info = *record;
-    return record != nullptr;
+    const VantrelKnownServer* found = known_.find(serverId);
+    if (found) info = found->record();
+    return found != nullptr;
 }
 
 // The numeric ids that an id stands for; none when it denotes no server at all. An address of this host
@@ -282,9 +281,9 @@ VantrelMulticastClient::Meanings VantrelMulticastClient::meaningsOf(
 
 bool VantrelMulticastClient::findKnown(const Meanings& meanings, VantrelDaemonInfo& info) const {
     for (const Meaning& meaning : meanings) {
-        const VantrelDaemonInfo* record = known_.find(meaning.id);
-        if (!record || (meaning.onlyLocal && !VantrelDaemonHost::isLocal(*record))) continue;
-        info = *record;
+        const VantrelKnownServer* found = known_.find(meaning.id);
+        if (!found || (meaning.onlyLocal && !VantrelDaemonHost::isLocal(*found->info))) continue;
+        info = found->record();
         return true;
     }
     return false;

@@ -1,9 +1,12 @@
 #include "VantrelKnownServers.h"
 
+#include <utility>
+
 #include "CoIoTcpDescriptor.h"
 #include "CoMsg.h"
 
 using Vantrel::CoIoTcpDescriptor;
+using Vantrel::CoTime;
 
 namespace {
 
@@ -22,56 +25,49 @@ bool anyAddress(const VantrelDaemonInfo& info, Visit visit) {
 
 // --- Keys ---
 
-bool VantrelKnownServers::Identity::operator==(const Identity& other) const {
-    return kind == other.kind && text == other.text && database == other.database;
-}
-
-std::size_t VantrelKnownServers::IdentityHash::operator()(const Identity& identity) const {
-    const std::uint64_t database = identity.database.empty() ? 0 : hash(identity.database);
-    return static_cast<std::size_t>(hash(identity.text) + 3 * database +
-                                    static_cast<std::uint64_t>(identity.kind));
-}
-
 /// Visits what identifies the server until `visit` returns true; whether it did.
 template <typename Visit>
 bool VantrelKnownServers::anyIdentity(const VantrelDaemonInfo& info, Visit visit) {
-    if (*info.getStorageId()) return visit(Identity{Identity::Kind::Storage, {}, info.getStorageId()});
+    if (*info.getStorageId()) return visit(Identity{Kind::Storage, info.getStorageId(), {}});
     const std::string_view database = info.getDatabase();
-    if (*info.getHostUUID()) return visit(Identity{Identity::Kind::Host, database, info.getHostUUID()});
+    if (*info.getHostUUID()) return visit(Identity{Kind::Host, info.getHostUUID(), database});
     return anyAddress(info, [&](std::string_view address) {
-        return visit(Identity{Identity::Kind::Address, database, address});
+        return visit(Identity{Kind::Address, address, database});
     });
 }
 
 void VantrelKnownServers::index(Position position) {
-    const VantrelDaemonInfo& info = position->info;
+    const VantrelDaemonInfo& info = *position->server.info;
     anyIdentity(info, [&](const Identity& identity) {
         identities_.emplace(identity, position);
         return false;
     });
     anyAddress(info, [&](std::string_view address) {
-        addresses_[std::string(address)].insert(position);
+        addresses_.emplace(AddressKey{address, position->number}, position);
         return false;
     });
 }
 
 void VantrelKnownServers::unindex(Position position) {
-    const VantrelDaemonInfo& info = position->info;
+    const VantrelDaemonInfo& info = *position->server.info;
     anyIdentity(info, [&](const Identity& identity) {
         const auto found = identities_.find(identity);
         if (found != identities_.end() && found->second == position) identities_.erase(found);
         return false;
     });
     anyAddress(info, [&](std::string_view address) {
-        const auto entry = addresses_.find(std::string(address));
-        if (entry == addresses_.end()) return false;
-        entry->second.erase(position);
-        if (entry->second.empty()) addresses_.erase(entry);
+        addresses_.erase(AddressKey{address, position->number});
         return false;
     });
 }
 
 // --- Changing ---
+
+VantrelDaemonInfo VantrelKnownServer::record() const {
+    VantrelDaemonInfo copy = *info;
+    copy.setLastUpdate(lastUpdate);
+    return copy;
+}
 
 VantrelKnownServers::VantrelKnownServers(std::size_t capacity) : capacity_(capacity) {}
 
@@ -86,85 +82,94 @@ VantrelKnownServers::Position VantrelKnownServers::findSame(const VantrelDaemonI
     return position;
 }
 
+bool VantrelKnownServers::identifiesServer(const VantrelDaemonInfo& info) {
+    return anyIdentity(info, [](const Identity&) { return true; });
+}
+
 VantrelKnownServers::Change VantrelKnownServers::add(const VantrelDaemonInfo& info) {
+    const Microseconds now = CoTime::getTime();
     const Position known = findSame(info);
     if (known == records_.end()) {
-        const bool identified = anyIdentity(info, [](const Identity&) { return true; });
-        if (!identified || !hasRoom()) return Change::Refused;
-        insert(info)->info.stampWithCurrentTime();
+        if (!identifiesServer(info) || !hasRoom()) return Change::Refused;
+        insert(info, now);
         return Change::Added;
     }
-    const bool changed = !known->info.hasSameContents(info);
-    const Position position = changed ? replace(known, info) : known;
-    position->info.stampWithCurrentTime();
-    return changed ? Change::Changed : Change::None;
+    if (known->server.info->hasSameContents(info)) {
+        known->server.lastUpdate = now;
+        return Change::None;
+    }
+    replace(known, info, now);
+    return Change::Changed;
 }
 
 bool VantrelKnownServers::hasRoom() {
     if (records_.size() < capacity_) return true;
-    if (!toldFull_) {
-        toldFull_ = true;
+    if (!loggedFull_) {
+        loggedFull_ = true;
         CO_MSG_WARNING("Vantrel Multicast: %zu servers are known, ignoring further ones.", records_.size());
     }
     return false;
 }
 
-VantrelKnownServers::Position VantrelKnownServers::insert(const VantrelDaemonInfo& info) {
-    const Position position = records_.insert(Record{info, ++lastNumber_});
-    index(position);
-    return position;
+void VantrelKnownServers::insert(const VantrelDaemonInfo& info, Microseconds lastUpdate) {
+    index(records_.insert(
+        Record{{std::make_shared<const VantrelDaemonInfo>(info), lastUpdate}, ++lastNumber_}));
 }
 
-VantrelKnownServers::Position VantrelKnownServers::replace(Position position, const VantrelDaemonInfo& info) {
-    const bool moves = position->info < info || info < position->info;
+void VantrelKnownServers::replace(Position position, const VantrelDaemonInfo& info, Microseconds lastUpdate) {
+    const VantrelDaemonInfo& before = *position->server.info;
+    const bool moves = before < info || info < before;
+    VantrelKnownServer changed{std::make_shared<const VantrelDaemonInfo>(info), lastUpdate};
     unindex(position);
     if (moves) {
         Records::node_type node = records_.extract(position);
-        node.value().info = info;
+        node.value().server = std::move(changed);
         position = records_.insert(std::move(node));
     } else {
-        position->info = info;
+        position->server = std::move(changed);
     }
     index(position);
-    return position;
 }
 
 bool VantrelKnownServers::stamp(const VantrelDaemonInfo& info) {
     const Position position = findSame(info);
     if (position == records_.end()) return false;
-    position->info.stampWithCurrentTime();
+    position->server.lastUpdate = CoTime::getTime();
     return true;
 }
 
-void VantrelKnownServers::takeOut(Position position, std::vector<VantrelDaemonInfo>& removed) {
+VantrelKnownServer VantrelKnownServers::takeOut(Position position) {
     unindex(position);
-    removed.push_back(std::move(records_.extract(position).value().info));
-    toldFull_ = false;
+    loggedFull_ = false;
+    return std::move(records_.extract(position).value().server);
 }
 
-void VantrelKnownServers::remove(const VantrelServerId& serverId, std::vector<VantrelDaemonInfo>& removed) {
-    for (const Position position : findAll(serverId, records_.size())) takeOut(position, removed);
+VantrelKnownServers::Servers VantrelKnownServers::remove(const VantrelServerId& serverId) {
+    Servers removed;
+    for (const Position position : findAll(serverId, records_.size())) removed.push_back(takeOut(position));
+    return removed;
 }
 
-void VantrelKnownServers::removeOlder(Vantrel::CoTime::Microseconds threshold,
-                                      std::vector<VantrelDaemonInfo>& removed) {
+VantrelKnownServers::Servers VantrelKnownServers::removeOlder(Microseconds threshold) {
+    Servers removed;
     for (Position next = records_.begin(); next != records_.end();) {
         const Position position = next++;
-        if (position->info.getLastUpdate() < threshold) takeOut(position, removed);
+        if (position->server.lastUpdate < threshold) removed.push_back(takeOut(position));
     }
+    return removed;
 }
 
 void VantrelKnownServers::assign(const std::vector<VantrelDaemonInfo>& servers) {
     identities_.clear();
     addresses_.clear();
     records_.clear();
-    toldFull_ = false;
+    loggedFull_ = false;
     for (const VantrelDaemonInfo& info : servers) {
         const Position known = findSame(info);
         if (known != records_.end()) {
-            replace(known, info);
-        } else if (anyIdentity(info, [](const Identity&) { return true; }) && hasRoom()) {
-            insert(info);
+            replace(known, info, info.getLastUpdate());
+        } else if (identifiesServer(info) && hasRoom()) {
+            insert(info, info.getLastUpdate());
         }
     }
 }
@@ -176,38 +181,34 @@ std::vector<VantrelKnownServers::Position> VantrelKnownServers::findAll(const Va
                                                                         std::size_t limit) const {
     std::vector<Position> all;
     if (*serverId.getStorageId()) {
-        const auto found = identities_.find(Identity{Identity::Kind::Storage, {}, serverId.getStorageId()});
+        const auto found = identities_.find(Identity{Kind::Storage, serverId.getStorageId(), {}});
         if (found != identities_.end()) all.push_back(found->second);
         return all;
     }
-    const char* const address = CoIoTcpDescriptor::skipIPv4InIPv6Prefix(serverId.getIPAddr());
-    if (!*address) return all;
-    const auto entry = addresses_.find(address);
-    if (entry == addresses_.end()) return all;
+    const std::string_view address = CoIoTcpDescriptor::skipIPv4InIPv6Prefix(serverId.getIPAddr());
+    if (address.empty()) return all;
     const std::string_view database = serverId.getDB();
     const int port = serverId.getPort();
-    for (const Position position : entry->second) {
-        if (all.size() == limit) break;
-        const bool isPort = port == 0 || port == position->info.getNodePort();
-        if (isPort && (database.empty() || database == position->info.getDatabase())) all.push_back(position);
+    for (auto entry = addresses_.lower_bound({address, 0});
+         entry != addresses_.end() && entry->first.first == address && all.size() < limit; ++entry) {
+        const VantrelDaemonInfo& info = *entry->second->server.info;
+        const bool isPort = port == 0 || port == info.getNodePort();
+        if (isPort && (database.empty() || database == info.getDatabase())) all.push_back(entry->second);
     }
     return all;
 }
 
-const VantrelDaemonInfo* VantrelKnownServers::find(const VantrelServerId& serverId) const {
+const VantrelKnownServer* VantrelKnownServers::find(const VantrelServerId& serverId) const {
     const std::vector<Position> found = findAll(serverId, 1);
-    return found.empty() ? nullptr : &found.front()->info;
+    return found.empty() ? nullptr : &found.front()->server;
 }
 
-const VantrelDaemonInfo* VantrelKnownServers::findStorage(const char* storageId) const {
-    VantrelServerId id;
-    id.setStorageId(storageId);
-    return find(id);
-}
-
-void VantrelKnownServers::copyTo(std::vector<VantrelDaemonInfo>& servers, const char* database) const {
+VantrelKnownServers::Servers VantrelKnownServers::list(const char* database) const {
     const std::string_view wanted = database ? database : "";
+    Servers servers;
+    if (wanted.empty()) servers.reserve(records_.size());
     for (const Record& record : records_) {
-        if (wanted.empty() || wanted == record.info.getDatabase()) servers.push_back(record.info);
+        if (wanted.empty() || wanted == record.server.info->getDatabase()) servers.push_back(record.server);
     }
+    return servers;
 }
