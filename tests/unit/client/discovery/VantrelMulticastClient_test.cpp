@@ -14,7 +14,7 @@ using Client = VantrelMulticastClient;
 using Vantrel::CoTime;
 
 /// Well below the time that a search lasts while somebody babbles.
-constexpr long SOON_MS = Client::MAX_WAIT_MS / 2;
+constexpr long SOON_MS = VantrelSearches::MAX_WAIT_MS / 2;
 
 class MulticastClient : public DiscoveryTest {
   protected:
@@ -94,7 +94,7 @@ TEST_F(MulticastClient, MakesRecordsFitForThisHost) {
     storageIds();
     EXPECT_EQ(misses(), 1);
     client->remove(storage("local"));  // it took its leave
-    CoTime::advance(Client::SEARCH_VALID_MS * CoTime::PER_MILLISECOND);
+    CoTime::advance(VantrelSearches::SEARCH_VALID_MS * CoTime::PER_MILLISECOND);
     storageIds();
     EXPECT_EQ(misses(), 1);
 }
@@ -149,15 +149,15 @@ TEST_F(MulticastClient, WaitsForAnswersOnceAndThenTrustsTheList) {
     FakeServers network(group(), {server("a", "10.0.0.1", "B"), second});
     start();
     Strings ids;
-    EXPECT_GE(took([&] { ids = storageIds(); }), long{Client::MIN_WAIT_MS});
+    EXPECT_GE(took([&] { ids = storageIds(); }), long{VantrelSearches::MIN_WAIT_MS});
     EXPECT_THAT(ids, ElementsAre("b", "a"));
     network.babble();  // a wait would last long
     EXPECT_LT(took([&] { ids = storageIds("other"); }), SOON_MS);
     network.babble(false);
     EXPECT_THAT(ids, ElementsAre("b"));
     EXPECT_THAT(network.searches.wait(2), ElementsAre("", ""));
-    CoTime::advance(Client::SEARCH_VALID_MS * CoTime::PER_MILLISECOND);
-    EXPECT_GE(took([&] { ids = storageIds(); }), long{Client::MIN_WAIT_MS});
+    CoTime::advance(VantrelSearches::SEARCH_VALID_MS * CoTime::PER_MILLISECOND);
+    EXPECT_GE(took([&] { ids = storageIds(); }), long{VantrelSearches::MIN_WAIT_MS});
 }
 
 TEST_F(MulticastClient, CallersShareASearchThatEndsHoweverManyAnswer) {
@@ -171,8 +171,8 @@ TEST_F(MulticastClient, CallersShareASearchThatEndsHoweverManyAnswer) {
         for (std::thread& each : callers) each.join();
     });
     EXPECT_THAT(network.searches.wait(0), ElementsAre(""));
-    EXPECT_GE(milliseconds, long{Client::MAX_WAIT_MS});
-    EXPECT_LT(milliseconds, 2 * long{Client::MAX_WAIT_MS});
+    EXPECT_GE(milliseconds, long{VantrelSearches::MAX_WAIT_MS});
+    EXPECT_LT(milliseconds, 2 * long{VantrelSearches::MAX_WAIT_MS});
 }
 
 TEST_F(MulticastClient, SearchesThatBeginLaterDoNotProlongAnEarlierOne) {

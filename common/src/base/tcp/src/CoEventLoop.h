@@ -42,7 +42,9 @@ class CoEventLoop {
     void run();
 
     /// Makes the pass in progress, or else the next one, return at once.
-    void wakeUp() { wakeUp_.signal(); }
+    /// False, with errno set, when it cannot.
+    bool wakeUp() { return wakeUp_.signal(); }
+    bool canBeWoken() const { return wakeUp_.isOpen(); }
     /// Ends `run` for good.
     void stop();
     bool stopRequested() const { return stopped_; }

@@ -1,53 +1,45 @@
-// The discovery agent's thread: what arrives, what is known by it, what is forgotten.
-
 #include "VantrelMulticastClient.h"
-
-#include <fcntl.h>
-#include <poll.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
-#include <climits>
-#include <limits>
+#include <optional>
 #include <utility>
 
 #include "CoDeferral.h"
+#include "CoException.h"
 #include "CoMsg.h"
 #include "CoProcess.h"
 #include "QdDsoMgr.h"
+#include "VantrelCandidateIds.h"
 #include "VantrelDaemonHost.h"
 #include "VantrelMulticastTime.h"
 #include "VantrelSettings.h"
 
-using Vantrel::CoDeferral;
-using Vantrel::coErrorText;
+using Vantrel::CoEventLoop;
 using Vantrel::CoNetworkDispatcher;
 using Vantrel::coPrintable;
 using Vantrel::CoTime;
 using Vantrel::rcAttrStream;
-using Change = VantrelKnownServers::Change;
 using Protocol = VantrelMulticastProtocol;
 
 namespace {
 
 constexpr const char* THREAD_NAME = "VT Multicast";
-constexpr char WAKE_BYTE = '\n';
+constexpr const char* ALL_SERVERS = "";
 constexpr const char* DEFAULT_DATABASE = "SXAFS";
 /// Datagrams taken from one socket before the others, the clock and a stop are looked at again.
 constexpr unsigned MAX_DATAGRAMS_PER_WAKE = 64;
 /// An interface that came up may not send at once: the system still looks whether its address is in use.
 constexpr unsigned MAX_SEARCHES_AFTER_CHANGE = 6;
 constexpr CoTime::Microseconds SEARCH_AGAIN_AFTER = CoTime::PER_SECOND;
-constexpr std::chrono::seconds POLL_FAILURE_PAUSE{1};
-constexpr CoTime::Microseconds NEVER = std::numeric_limits<CoTime::Microseconds>::max();
+/// So that looking a name up and waiting for answers together stay within MAX_WAIT_MS.
+constexpr unsigned LOOKUP_TIMEOUT_MS = VantrelSearches::MAX_WAIT_MS - VantrelSearches::MIN_WAIT_MS;
 
 // From these values of VANTREL_MULTICAST_DEBUG on.
 constexpr long DEBUG_REQUESTS = 1;
 constexpr long DEBUG_WAITS = 2;
 
-enum Polled : std::size_t { CONTROL, CHANGES, SOCKETS };
+std::atomic<VantrelMulticastClient::ListFetcher> listFetcher{nullptr};
 
 bool logs(long level) {
     return VantrelSettings::multicastDebug.get() >= level;
@@ -57,9 +49,29 @@ CoTime::Microseconds resyncPeriod() {
     return VantrelSettings::multicastResyncSec.get() * CoTime::PER_SECOND;
 }
 
-int pollTimeoutMs(CoTime::Microseconds timeout) {
-    const CoTime::Microseconds roundedUp = (timeout + CoTime::PER_MILLISECOND - 1) / CoTime::PER_MILLISECOND;
-    return static_cast<int>(std::clamp<CoTime::Microseconds>(roundedUp, 0, INT_MAX));
+CoTime::Microseconds latestAnswer() {
+    return CoTime::getTime() + VantrelSearches::MAX_WAIT_MS * CoTime::PER_MILLISECOND;
+}
+
+std::string joined(const VantrelIPList& ips) {
+    std::string text;
+    for (const VantrelStr& ip : ips) {
+        if (!text.empty()) text += ' ';
+        text += ip.c_str();
+    }
+    return coPrintable(text);
+}
+
+void logResolved(const VantrelServerId& id, const VantrelDaemonInfo& info) {
+    const std::string storageId = coPrintable(info.getStorageId());
+    CO_MSG_DEBUG("Candidate on %s: '%s'.", coPrintable(info.getHostName()).c_str(), storageId.c_str());
+    CO_MSG_DEBUG(
+        "Resolved VantrelServerId( '%s' [%s:%d/%s] ):\n Display Name: %s\n Storage Id  : %s\n"
+        " Ports       : %u / %u\n Metadata IPs: %s\n Data IPs    : %s",
+        id.getId(), id.getIPAddr(), id.getPort(), id.getDB(), coPrintable(info.getDisplayName()).c_str(),
+        storageId.c_str(), static_cast<unsigned>(info.getNodePort()),
+        static_cast<unsigned>(info.getFramePort()), joined(info.metadataIPs()).c_str(),
+        joined(info.dataIPs()).c_str());
 }
 
 }  // namespace
@@ -68,21 +80,19 @@ int pollTimeoutMs(CoTime::Microseconds timeout) {
 
 VantrelMulticastClient::VantrelMulticastClient(VantrelDiscoveryGroup group)
     : generation_(Vantrel::CoProcess::forkGeneration()),
-      port_(group.port),
+      groupPort_(group.port),
       nextResyncAt_(CoTime::getTime() + resyncPeriod()),
-      nextSearchAt_(NEVER),
-      sockets_(std::move(group)),
-      known_(static_cast<std::size_t>(VantrelSettings::maxServers.get())),
-      lastSearchAt_(CoTime::getTime() - SEARCH_VALID_MS * CoTime::PER_MILLISECOND) {}
-
-VantrelMulticastClient::~VantrelMulticastClient() {
-    closeControlPipe();
-}
+      registry_(static_cast<std::size_t>(VantrelSettings::maxServers.get()),
+                [this](Event event, const VantrelDaemonInfo& info) {
+                    if (event != Event::Removed) searches_.recheck();
+                    notifyObservers(event, info);
+                }),
+      port_(loop_, std::move(group)) {}
 
 void VantrelMulticastClient::start() {
     Vantrel::QdDsoMgr::keepLoaded();  // a host may unload the library while the thread runs
     try {
-        if (openControlPipe()) {
+        if (loop_.canBeWoken()) {
             thread_ = std::make_unique<Vantrel::CoThread>(
                 THREAD_NAME, [self = shared_from_this()] { self->threadCB(); }, [this] { requestStop(); });
             return;
@@ -90,8 +100,7 @@ void VantrelMulticastClient::start() {
     } catch (const std::exception& error) {
         CO_MSG_ERROR("Vantrel Multicast: could not start the thread: %s", error.what());
     }
-    sockets_.close();  // nobody would ever read them
-    closeControlPipe();
+    port_.close();  // its sockets would never be read
 }
 
 void VantrelMulticastClient::stopThread() {
@@ -106,56 +115,30 @@ bool VantrelMulticastClient::isOurProcess() const {
 
 void VantrelMulticastClient::requestStop() {
     if (!isOurProcess()) return;
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        stopping_ = true;
-        changed_.notify_all();
-    }
+    stopping_ = true;
+    searches_.stop();
     wakeUp();
 }
 
-// --- Control pipe ---
-
-bool VantrelMulticastClient::openControlPipe() {
-    int ends[2] = {-1, -1};
-    if (::pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) {
-        CO_MSG_ERROR("Could not create the control pipe: %s", coErrorText(errno).c_str());
-        return false;
-    }
-    const std::lock_guard<std::mutex> lock(pipeMutex_);
-    controlOut_ = ends[0];
-    controlIn_ = ends[1];
-    return true;
-}
-
 void VantrelMulticastClient::wakeUp() {
-    int error = 0;
-    {
-        const std::lock_guard<std::mutex> lock(pipeMutex_);
-        if (controlIn_ < 0) return;
-        while (::write(controlIn_, &WAKE_BYTE, 1) < 0) {
-            error = errno;
-            if (error != EINTR) break;
-        }
-    }
-    // A full pipe wakes the thread as well as one more byte would.
-    if (error != 0 && error != EINTR && error != EAGAIN) {
-        CO_MSG_ERROR("Could not write on control pipe: %s", coErrorText(error).c_str());
+    if (loop_.canBeWoken() && !loop_.wakeUp()) {
+        CO_MSG_ERROR("Could not write on control pipe: %s", Vantrel::coErrorText(errno).c_str());
     }
 }
 
-void VantrelMulticastClient::drainControlPipe() const {
-    char bytes[64];
-    const std::lock_guard<std::mutex> lock(pipeMutex_);
-    while (::read(controlOut_, bytes, sizeof bytes) > 0) {
-    }
+VantrelMulticastClient::NetworkObserver::NetworkObserver(VantrelMulticastClient& client) : client_(client) {
+    CoNetworkDispatcher::addObserver(CoNetworkDispatcher::Role::Multicast, this);
 }
 
-void VantrelMulticastClient::closeControlPipe() {
-    const std::lock_guard<std::mutex> lock(pipeMutex_);
-    for (int* end : {&controlOut_, &controlIn_}) {
-        if (*end >= 0) ::close(std::exchange(*end, -1));
-    }
+VantrelMulticastClient::NetworkObserver::~NetworkObserver() {
+    if (!client_.isOurProcess()) return;
+    CoNetworkDispatcher::removeObserver(CoNetworkDispatcher::Role::Multicast, this);
+}
+
+void VantrelMulticastClient::NetworkObserver::interfacesChanged(CoNetworkDispatcher::Role role) {
+    if (role != CoNetworkDispatcher::Role::Multicast || !client_.isOurProcess()) return;
+    client_.reopen_ = true;
+    client_.wakeUp();
 }
 
 // --- The thread ---
@@ -177,39 +160,17 @@ void VantrelMulticastClient::threadCB() {
             CO_MSG_ERROR("Vantrel Multicast: %s", error.what());
         }
     }
-    const CoDeferral deferral;
-    const std::lock_guard<std::mutex> lock(socketsMutex_);
-    sockets_.close();
-    closeControlPipe();
-}
-
-VantrelMulticastClient::NetworkObserver::NetworkObserver(VantrelMulticastClient& client) : client_(client) {
-    CoNetworkDispatcher::addObserver(CoNetworkDispatcher::Role::Multicast, this);
-}
-
-VantrelMulticastClient::NetworkObserver::~NetworkObserver() {
-    if (!client_.isOurProcess()) return;
-    CoNetworkDispatcher::removeObserver(CoNetworkDispatcher::Role::Multicast, this);
-}
-
-void VantrelMulticastClient::NetworkObserver::interfacesChanged(CoNetworkDispatcher::Role role) {
-    if (role != CoNetworkDispatcher::Role::Multicast || !client_.isOurProcess()) return;
-    client_.reopen_ = true;
-    client_.wakeUp();
+    port_.close();
 }
 
 void VantrelMulticastClient::reopenSockets() {
-    {
-        const CoDeferral deferral;
-        const std::lock_guard<std::mutex> lock(socketsMutex_);
-        sockets_.reopen();
-    }
-    searchesLeft_ = haveAtLeastOneMulticastInterface() ? MAX_SEARCHES_AFTER_CHANGE : 0;
+    port_.reopen();
+    searchesLeft_ = port_.haveInterface() ? MAX_SEARCHES_AFTER_CHANGE : 0;
     searchAgain(CoTime::getTime());
 }
 
 void VantrelMulticastClient::searchAgain(Microseconds now) {
-    nextSearchAt_ = NEVER;
+    nextSearchAt_ = CoEventLoop::NEVER;
     if (searchesLeft_ == 0) return;
     --searchesLeft_;
     if (!find(nullptr) && searchesLeft_ > 0) nextSearchAt_ = now + SEARCH_AGAIN_AFTER;
@@ -217,61 +178,32 @@ void VantrelMulticastClient::searchAgain(Microseconds now) {
 
 void VantrelMulticastClient::resync(Microseconds now) {
     const Microseconds threshold = now - 2 * resyncPeriod();
-    const std::string thresholdText = vantrelTimeText(threshold);
     if (logs(DEBUG_WAITS)) {
-        CO_MSG_DEBUG("Vantrel Multicast: discarding servers inactive since %s.", thresholdText.c_str());
+        CO_MSG_DEBUG("Vantrel Multicast: discarding servers inactive since %s.",
+                     vantrelTimeText(threshold).c_str());
     }
-    VantrelKnownServers::Servers removed;
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        removed = known_.removeOlder(threshold);
-    }
-    for (const VantrelKnownServer& each : removed) {
-        CO_MSG_NOTICE("Vantrel Multicast: discarding '%s' (%s < %s).",
-                      coPrintable(each.info->getStorageId()).c_str(),
-                      vantrelTimeText(each.lastUpdate).c_str(), thresholdText.c_str());
-        notifyObservers(Event::Removed, *each.info);
-    }
+    registry_.removeOlder(threshold);
     nextResyncAt_ = threshold + 3 * resyncPeriod();
 }
 
 void VantrelMulticastClient::receive(Microseconds timeout) {
+    const Microseconds deadline = CoTime::getTime() + timeout;
     if (logs(DEBUG_WAITS)) {
         CO_MSG_DEBUG("Vantrel Multicast: waiting for sockets activity until %s.",
-                     vantrelTimeText(CoTime::getTime() + timeout).c_str());
+                     vantrelTimeText(deadline).c_str());
     }
-    // Both descriptors may be missing: a negative one is not looked at.
-    std::vector<pollfd> polled{{controlOut_, POLLIN, 0},
-                               {CoNetworkDispatcher::changeDescriptor(), POLLIN, 0}};
-    sockets_.addTo(polled);
-    const int ready = ::poll(polled.data(), polled.size(), pollTimeoutMs(timeout));
-    if (ready < 0 && errno != EINTR) return pauseAfterPollFailure(errno);
-    if (ready <= 0) return;
-    pollFailed_ = false;
-
-    const CoDeferral deferral;
-    if (polled[CONTROL].revents != 0) drainControlPipe();
-    if (polled[CHANGES].revents != 0) CoNetworkDispatcher::checkForChanges();
-    // All of them, since what came before a farewell may have come after poll had looked at its socket.
-    for (std::size_t i = SOCKETS; i < polled.size(); ++i) {
-        for (unsigned n = 0; n < MAX_DATAGRAMS_PER_WAKE && readFrom(polled[i].fd); ++n) {
+    if (!port_.wait(deadline)) return;
+    const Vantrel::CoDeferral deferral;
+    // All of them, since what came before a deregistration may have come after its socket was looked at.
+    for (const int descriptor : port_.descriptors()) {
+        for (unsigned n = 0; n < MAX_DATAGRAMS_PER_WAKE && readFrom(descriptor); ++n) {
         }
     }
 }
 
-// So that a failure that stays does not keep the processor busy.
-void VantrelMulticastClient::pauseAfterPollFailure(int error) {
-    if (!std::exchange(pollFailed_, true)) {
-        CO_MSG_ERROR("Vantrel Multicast: could not wait for sockets activity: %s",
-                     coErrorText(error).c_str());
-    }
-    std::unique_lock<std::mutex> lock(mutex_);
-    changed_.wait_for(lock, POLL_FAILURE_PAUSE, [this] { return stopping_.load(); });
-}
-
 bool VantrelMulticastClient::readFrom(int descriptor) {
     VantrelDiscoverySockets::Datagram datagram;
-    if (!sockets_.receive(descriptor, datagram)) return false;
+    if (!port_.receive(descriptor, datagram)) return false;
     if (const auto request = Protocol::parse(datagram.text)) {
         handle(request->type, request->payload, datagram.ip.c_str(), datagram.port);
     } else {
@@ -302,8 +234,8 @@ void VantrelMulticastClient::handle(Protocol::RequestType type, const rcAttrStre
                      fromAddress, fromPort);
     }
     VantrelDaemonInfo info(payload);
-    // The same as below for strangers, at less cost: one look at this host's addresses, not one for each of
-    // theirs.
+    // The same as below for other hosts' daemons, at less cost: one look at this host's addresses, not one
+    // for each of theirs.
     const bool mayBeLocal = *info.getHostUUID() || !info.hasLoopbackIP() || VantrelOS::isLocalIP(fromAddress);
     if (!mayBeLocal) info.removeLoopbackIPs();
     if (type == Protocol::REMOVE_SERVER) {
@@ -313,24 +245,12 @@ void VantrelMulticastClient::handle(Protocol::RequestType type, const rcAttrStre
         return;
     }
     fixVantrelDaemonInfo(info);
-    if (type == Protocol::DISCOVER_SERVERS_REPLY) {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        lastReplyAt_ = CoTime::getTime();
-    }
-    if (add(info) == Change::None) notifyHeard(info);
+    if (type == Protocol::DISCOVER_SERVERS_REPLY) searches_.noteReply();
+    if (add(info) == VantrelKnownServers::Change::None) notifyHeard(info);
 }
-
-bool VantrelMulticastClient::send(Protocol::RequestType type, const rcAttrStream& payload,
-                                  const char* address, unsigned port) {
-    const CoDeferral deferral;
-    const std::lock_guard<std::mutex> lock(socketsMutex_);
-    return address ? sockets_.send(type, payload, address, port) : sockets_.send(type, payload);
-}
-
-// --- The known servers ---
 
 void VantrelMulticastClient::removeForeignLoopbackIPs(VantrelDaemonInfo& info) {
-    // Telling whether a daemon is local costs more than looking for such an address.
+    // Finding out whether a daemon is local costs more than looking for such an address.
     if (!info.hasLoopbackIP()) return;
     if (VantrelSettings::noLoopback.get() || !VantrelDaemonHost::isLocal(info)) info.removeLoopbackIPs();
 }
@@ -341,68 +261,121 @@ void VantrelMulticastClient::fixVantrelDaemonInfo(VantrelDaemonInfo& info) {
     if (!*info.getDatabase()) info.setDatabase(DEFAULT_DATABASE);
 }
 
-Change VantrelMulticastClient::add(const VantrelDaemonInfo& info) {
-    Change change;
-    {
-        const CoDeferral deferral;
-        const std::lock_guard<std::mutex> lock(mutex_);
-        change = known_.add(info);
-        if (change == Change::Added || change == Change::Changed) changed_.notify_all();
-    }
-    if (change == Change::Refused) return change;
-    if (logs(DEBUG_REQUESTS)) {
-        CO_MSG_DEBUG("Vantrel Multicast: %s '%s'.", change == Change::Added ? "adding" : "updating",
-                     coPrintable(info.getStorageId()).c_str());
-    }
-    noteLocalDaemon(info, change);
-    if (change == Change::Added) notifyObservers(Event::Added, info);
-    if (change == Change::Changed) notifyObservers(Event::Changed, info);
-    return change;
+// --- Searching ---
+
+bool VantrelMulticastClient::sendSearch(const std::string& storageId) {
+    VantrelDaemonInfo criteria;
+    criteria.setStorageId(storageId.c_str());
+    return send(Protocol::FIND_SERVERS, criteria.toAttrStream(), nullptr, 0);
 }
 
-// A search that this host's own daemon does not answer is worth a message, once there was one.
-void VantrelMulticastClient::noteLocalDaemon(const VantrelDaemonInfo& info, Change change) {
-    const char* const uuid = info.getHostUUID();
-    const bool local = *uuid && change != Change::None && VantrelDaemonHost::isLocal(info);
-    const std::lock_guard<std::mutex> lock(mutex_);
-    if (local) localUUID_ = uuid;
-    if (*uuid && localUUID_ == uuid) localHeardAt_ = CoTime::getTime();
+bool VantrelMulticastClient::find(const char* storageId) {
+    if (!storageId || !*storageId) searches_.beginForAll();
+    return sendSearch(storageId ? storageId : ALL_SERVERS);
 }
 
-void VantrelMulticastClient::remove(const VantrelServerId& serverId) {
-    VantrelKnownServers::Servers removed;
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        removed = known_.remove(serverId);
-        for (const VantrelKnownServer& each : removed) {
-            // A daemon that took its leave is not missed.
-            if (localUUID_ == each.info->getHostUUID()) localUUID_.clear();
+void VantrelMulticastClient::searchForAll() {
+    const auto send = [this] { sendSearch(ALL_SERVERS); };
+    if (searches_.renewForAll()) return send();
+    reportMissingLocalDaemon(searches_.wait(ALL_SERVERS, latestAnswer(), send, [] { return false; }));
+}
+
+void VantrelMulticastClient::reportMissingLocalDaemon(Microseconds searchedAt) const {
+    if (stopping_ || !registry_.missesLocalDaemon(searchedAt)) return;
+    CO_MSG_WARNING("Unable to find a local Vantrel daemon on %s (time-out).",
+                   VantrelOS::getHostName().c_str());
+}
+
+void VantrelMulticastClient::getServers(VantrelKnownServers::Servers& servers, const char* selector,
+                                        const char* gatewayIP, int gatewayPort) {
+    CoNetworkDispatcher::checkForChanges();
+    if (haveAtLeastOneMulticastInterface()) {
+        CO_MSG_DEBUG("Vantrel Multicast: finding servers on %d.", static_cast<int>(groupPort_));
+        searchForAll();
+    }
+    if (gatewayIP && *gatewayIP && !stopping_) {
+        const int port = gatewayPort != 0 ? gatewayPort : VantrelDaemonInfo::DEFAULT_NODE_PORT;
+        fetchListFromServer(VantrelServerId(port, gatewayIP), selector);
+    }
+    servers = registry_.list(selector);
+}
+
+void VantrelMulticastClient::setListFetcher(ListFetcher fetcher) {
+    listFetcher = fetcher;
+}
+
+void VantrelMulticastClient::fetchListFromServer(const VantrelServerId& serverId, const char* database) {
+    const VantrelServerId server(serverId);  // its text is built here, while others may read the caller's
+    CO_MSG_DEBUG("Vantrel Multicast: fetching servers list from '%s'.", server.getId());
+    std::vector<VantrelDaemonInfo> list;
+    try {
+        const ListFetcher fetch = listFetcher;
+        if (!fetch) throw Vantrel::CoException("No connection to servers");
+        const auto timeoutMs = static_cast<unsigned>(VantrelSettings::daemonListTimeoutMs.get());
+        Protocol::decode(fetch(server, timeoutMs), list, database);
+    } catch (const std::exception& error) {
+        CO_MSG_ERROR("Vantrel Multicast: GetDaemonList to '%s' failed: %s", server.getId(), error.what());
+        return;
+    }
+    CO_MSG_DEBUG("Vantrel Multicast: fetched %ld servers from '%s'.", static_cast<long>(list.size()),
+                 server.getId());
+    for (VantrelDaemonInfo& info : list) {
+        fixVantrelDaemonInfo(info);
+        add(info);
+    }
+}
+
+bool VantrelMulticastClient::resolve(const VantrelServerId& serverId, VantrelDaemonInfo& info,
+                                     const std::function<bool()>& cancelled) {
+    VantrelServerId id;
+    id = serverId;  // its text is built here, while others may read the caller's
+    CO_MSG_DEBUG("Resolving VantrelServerId( '%s' [%s:%d/%s] ).", id.getId(), id.getIPAddr(), id.getPort(),
+                 id.getDB());
+    const auto isCancelled = [&] { return cancelled && cancelled(); };
+    const Microseconds latest = latestAnswer();
+    const auto candidates =
+        vantrelCandidateIds(id, LOOKUP_TIMEOUT_MS, [&] { return stopping_ || isCancelled(); });
+    std::optional<VantrelKnownServer> found;
+    const auto look = [&] {
+        for (const VantrelCandidateId& each : candidates) {
+            found = registry_.find(each.id);
+            if (found && each.admits(*found->info)) return true;
+        }
+        found.reset();
+        return false;
+    };
+    if (!look() && !candidates.empty()) {
+        CoNetworkDispatcher::checkForChanges();
+        if (haveAtLeastOneMulticastInterface()) {
+            const auto send = [&] { sendSearch(id.getStorageId()); };
+            searches_.wait(id.getStorageId(), latest, send, [&] { return look() || isCancelled(); });
         }
     }
-    for (const VantrelKnownServer& each : removed) {
-        CO_MSG_DEBUG("Vantrel Multicast: Removing '%s'.", coPrintable(each.info->getStorageId()).c_str());
-        notifyObservers(Event::Removed, *each.info);
+    if (!found) {
+        CO_MSG_DEBUG("Unable to resolve VantrelServerId( '%s' [%s:%d/%s] ).", id.getId(), id.getIPAddr(),
+                     id.getPort(), id.getDB());
+        return false;
     }
+    info = found->record();
+    logResolved(id, info);
+    return true;
+}
+
+// --- The known servers ---
+
+bool VantrelMulticastClient::known(const VantrelServerId& serverId, VantrelDaemonInfo& info) const {
+    const auto found = registry_.find(serverId);
+    if (found) info = found->record();
+    return found.has_value();
 }
 
 void VantrelMulticastClient::setServers(const std::vector<VantrelDaemonInfo>& servers) {
-    const CoDeferral deferral;
-    const std::lock_guard<std::mutex> lock(mutex_);
-    known_.assign(servers);
-    changed_.notify_all();
-}
-
-void VantrelMulticastClient::connectedTo(const VantrelDaemonInfo& info) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    known_.stamp(info);
+    registry_.assign(servers);
+    searches_.recheck();
 }
 
 void VantrelMulticastClient::dump() const {
-    VantrelKnownServers::Servers servers;
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        servers = known_.list();
-    }
+    const VantrelKnownServers::Servers servers = registry_.list();
     CO_MSG_NOTICE("Vantrel Multicast: %zu servers are known.", servers.size());
     for (const VantrelKnownServer& each : servers) {
         const VantrelDaemonInfo& info = *each.info;

@@ -1,4 +1,4 @@
-// The one discovery agent of the process, and who is told of what it finds.
+// The one discovery agent of the process, and its observers.
 
 #include <algorithm>
 #include <thread>
@@ -6,8 +6,11 @@
 
 #include "CoDeferral.h"
 #include "CoMsg.h"
+#include "CoMutex.h"
 #include "CoPerProcess.h"
 #include "VantrelMulticastClient.h"
+
+using Vantrel::CoLock;
 
 namespace {
 
@@ -17,36 +20,32 @@ using Observer = VantrelMulticastClient::Observer;
 class Observers {
   public:
     void add(Observer* observer) {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const CoLock lock(mutex_);
         observers_.push_back(observer);
     }
 
     void remove(Observer* observer) {
-        std::unique_lock<std::mutex> lock(mutex_);
+        const CoLock lock(mutex_);
         observers_.erase(std::remove(observers_.begin(), observers_.end(), observer), observers_.end());
-        callEnded_.wait(lock, [&] {
-            return std::none_of(calls_.begin(), calls_.end(), [&](const Call& call) {
-                return call.observer == observer && call.thread != std::this_thread::get_id();
-            });
-        });
+        while (isCalledElsewhere(observer)) callEnded_.wait(mutex_);
     }
 
-    template <typename Tell>
-    void callEach(Tell tell) {
-        std::unique_lock<std::mutex> lock(mutex_);
+    template <typename Notify>
+    void callEach(Notify notify) {
+        CoLock lock(mutex_);
         for (Observer* observer : std::vector<Observer*>(observers_)) {
             // One of those before it, or another thread, may have removed it.
             if (std::find(observers_.begin(), observers_.end(), observer) == observers_.end()) continue;
             calls_.push_back({observer, std::this_thread::get_id()});
             lock.unlock();
             try {
-                tell(*observer);
+                notify(*observer);
             } catch (const std::exception& error) {
                 CO_MSG_ERROR("Vantrel Multicast: an observer failed: %s", error.what());
             }
             lock.lock();
             calls_.erase(std::find(calls_.begin(), calls_.end(), Call{observer, std::this_thread::get_id()}));
-            callEnded_.notify_all();
+            callEnded_.notifyAll();
         }
     }
 
@@ -59,15 +58,21 @@ class Observers {
         }
     };
 
-    std::mutex mutex_;  // guards what follows
-    std::condition_variable callEnded_;
-    std::vector<Observer*> observers_;
-    std::vector<Call> calls_;  // in progress
+    bool isCalledElsewhere(const Observer* observer) const CO_REQUIRES(mutex_) {
+        return std::any_of(calls_.begin(), calls_.end(), [observer](const Call& call) {
+            return call.observer == observer && call.thread != std::this_thread::get_id();
+        });
+    }
+
+    Vantrel::CoMutex mutex_;
+    Vantrel::CoCondition callEnded_;
+    std::vector<Observer*> observers_ CO_GUARDED_BY(mutex_);
+    std::vector<Call> calls_ CO_GUARDED_BY(mutex_);  // in progress
 };
 
 struct Instance {
-    std::mutex mutex;  // guards client
-    std::shared_ptr<VantrelMulticastClient> client;
+    Vantrel::CoMutex mutex;
+    std::shared_ptr<VantrelMulticastClient> client CO_GUARDED_BY(mutex);
     Observers observers;
 };
 
@@ -81,7 +86,7 @@ std::shared_ptr<VantrelMulticastClient> VantrelMulticastClient::_getInstance(boo
     const Vantrel::CoDeferral deferral;
     Instance& ours = instance();
     std::shared_ptr<VantrelMulticastClient> ended;  // goes when the lock is gone
-    const std::lock_guard<std::mutex> lock(ours.mutex);
+    const CoLock lock(ours.mutex);
     // A shut-down that ran beside may have stopped the thread of one that was made too late for it.
     if (create && ours.client && ours.client->stopping_) ended = std::move(ours.client);
     if (!ours.client && create) {
@@ -96,7 +101,7 @@ void VantrelMulticastClient::stop() {
     std::shared_ptr<VantrelMulticastClient> client;
     {
         Instance& ours = instance();
-        const std::lock_guard<std::mutex> lock(ours.mutex);
+        const CoLock lock(ours.mutex);
         client = std::move(ours.client);
     }
     if (client) client->stopThread();
@@ -104,9 +109,7 @@ void VantrelMulticastClient::stop() {
 
 void VantrelMulticastClient::recheckWaits() {
     const auto client = _getInstance(false);
-    if (!client) return;
-    const std::lock_guard<std::mutex> lock(client->mutex_);
-    client->changed_.notify_all();
+    if (client) client->searches_.recheck();
 }
 
 void VantrelMulticastClient::addObserver(Observer* observer) {
