@@ -177,7 +177,8 @@ void oneCall(benchmark::State& state) {
     const int plain = connectPlainly(peer.port());
     std::thread server = peer.serveNext();
     rcAPI api;
-    const bool connected = api.connect("127.0.0.1", peer.port(), 5000);
+    std::string result;
+    const bool connected = api.connect("127.0.0.1", peer.port(), 5000, result) == rcOutcome::Answered;
     std::string line;
     rcCommand::format(rcCommand::Type::Sync, 0, METHOD, ARGUMENT, line);
     const std::string_view value = REPLY.substr(3, REPLY.size() - 4);
@@ -185,12 +186,12 @@ void oneCall(benchmark::State& state) {
     double measured = 0;
     double yardstick = 0;
     bool right = connected;
-    std::string result;
     for (auto _ : state) {
         const double start = cpuSeconds(CLOCK_PROCESS_CPUTIME_ID);
         for (int i = 0; i < BATCH; ++i) {
-            right =
-                right && api.call(0, METHOD.data(), ARGUMENT.data(), true, result, 5000) && result == value;
+            right = right &&
+                    api.call(0, METHOD.data(), ARGUMENT.data(), true, result, 5000) == rcOutcome::Answered &&
+                    result == value;
         }
         const double middle = cpuSeconds(CLOCK_PROCESS_CPUTIME_ID);
         for (int i = 0; i < BATCH; ++i) right = right && callPlainly(plain, line);

@@ -75,8 +75,10 @@ TEST_F(BadPeerTest, AReplyAboveTheLimitIsRefusedAndTheNextCallWorks) {
     EXPECT_TRUE(server.getVendor(vendor)) << server.lastError();
     EXPECT_EQ(vendor.length(), 900000U);
     for (const char* endless : {"ok ", "error ", "x"}) {
+        const std::size_t before = methods().size();
         peer.answer("QueryNodePlugInVendor", endless + std::string(3000000, 'v'));
         EXPECT_FALSE(server.getVendor(vendor));
+        EXPECT_EQ(methods().size() - before, 1U) << "an answer of that length would come again";
         EXPECT_THAT(server.lastError(), HasSubstr("VANTREL_MAX_REPLY_BYTES"));
         peer.answer("QueryNodePlugInVendor", ScriptedPeer::ok("v"));
         EXPECT_TRUE(server.getVendor(vendor)) << server.lastError();

@@ -168,6 +168,20 @@ TEST_F(ConnectionTest, ACallReconnectsAtMostTwice) {
     EXPECT_EQ(Received::lostServers().size(), 3U);
 }
 
+TEST_F(ConnectionTest, ARefusedCallIsNotSentAgainThoughThePeerCloses) {
+    const VantrelServerHandle server(id());
+    VantrelStr vendor;
+    peer.answer("QueryNodePlugInVendor", ScriptedPeer::error("No."));
+    for (std::size_t calls = 1; calls <= 10; ++calls) {
+        ASSERT_TRUE(server.ping(0)) << server.lastError();
+        peer.closeAfter(100000);  // answers whole, and closes
+        EXPECT_FALSE(server.getVendor(vendor));
+        EXPECT_STREQ(server.lastError(), "No.");
+        ASSERT_EQ(peer.arguments("QueryNodePlugInVendor").size(), calls);
+        peer.closeAfter(std::nullopt);
+    }
+}
+
 TEST_F(ConnectionTest, ConnectingIsTriedAgainForTheRetryTime) {
     peer.closeOnAccept(true);
     const struct {

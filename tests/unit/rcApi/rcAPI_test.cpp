@@ -24,8 +24,10 @@ constexpr const char* HOST = "127.0.0.1";
 
 class rcAPITest : public testing::Test {
   protected:
-    void connect() { ASSERT_TRUE(api.connect(HOST, peer.port(), TIMEOUT_MS)) << api.lastError(); }
-    bool call(const char* method, const char* argument = "", unsigned timeoutMs = TIMEOUT_MS) {
+    void connect() {
+        ASSERT_EQ(api.connect(HOST, peer.port(), TIMEOUT_MS, result), rcOutcome::Answered) << result;
+    }
+    rcOutcome call(const char* method, const char* argument = "", unsigned timeoutMs = TIMEOUT_MS) {
         return api.call(0, method, argument, true, result, timeoutMs);
     }
 
@@ -38,36 +40,35 @@ TEST_F(rcAPITest, SendsOneLineForACall) {
     connect();
     peer.answer("Ping", "ok ");
     peer.answer("Set", "ok ");
-    EXPECT_TRUE(call("Ping"));
-    EXPECT_TRUE(api.call(12, "Set", "a\nb\tc\\d", true, result, TIMEOUT_MS));
+    EXPECT_EQ(call("Ping"), rcOutcome::Answered);
+    EXPECT_EQ(api.call(12, "Set", "a\nb\tc\\d", true, result, TIMEOUT_MS), rcOutcome::Answered);
     result = "earlier";
-    EXPECT_TRUE(api.call(-1, "Tell", "x", false, result, TIMEOUT_MS));
+    EXPECT_EQ(api.call(-1, "Tell", "x", false, result, TIMEOUT_MS), rcOutcome::Answered);
     EXPECT_EQ(result, "");
-    EXPECT_TRUE(call("Ping", nullptr));
+    EXPECT_EQ(call("Ping", nullptr), rcOutcome::Answered);
     EXPECT_THAT(peer.commands(),
                 ElementsAre("sync 0 Ping ", "sync 12 Set a\\nb\\tc\\\\d", "async -1 Tell x", "sync 0 Ping "));
 }
 
 TEST_F(rcAPITest, TakesRepliesInPiecesOfAnySize) {
-    const std::tuple<const char*, bool, const char*> cases[] = {{"ok", true, ""},
-                                                                {"ok a\\nb\\tc\\\\d\\e", true, "a\nb\tc\\de"},
-                                                                {"error No such node", false, "No such node"},
-                                                                {"", false, ""},
-                                                                {"rubbish", false, ""},
-                                                                {"ok first\nok stray", true, "first"}};
+    const std::tuple<const char*, rcOutcome, const char*> cases[] = {
+        {"ok", rcOutcome::Answered, ""},
+        {"ok a\\nb\\tc\\\\d\\e", rcOutcome::Answered, "a\nb\tc\\de"},
+        {"error No such node", rcOutcome::Refused, "No such node"},
+        {"", rcOutcome::Refused, ""},
+        {"rubbish", rcOutcome::Refused, ""},
+        {"ok first\nok stray", rcOutcome::Answered, "first"}};
     connect();
     for (const std::size_t pieces : {0U, 1U, 2U, 3U}) {
         peer.replyInPieces(pieces);
-        for (const auto& [line, success, text] : cases) {
+        for (const auto& [line, outcome, text] : cases) {
             // A stray line that comes by itself would be the next call's; one in the same read is dropped.
             if (pieces != 0 && std::string(line).find('\n') != std::string::npos) continue;
             SCOPED_TRACE(std::string(line) + " in pieces of " + std::to_string(pieces));
             peer.answer("Get", line);
-            EXPECT_EQ(call("Get"), success);
+            EXPECT_EQ(call("Get"), outcome);
             EXPECT_EQ(result, text);
-            EXPECT_TRUE(success || api.lastError() == text);
             EXPECT_TRUE(api.isConnected(true));
-            EXPECT_FALSE(api.timedOut());
         }
     }
 }
@@ -81,7 +82,7 @@ TEST_F(rcAPITest, AnnouncesItsVersionAndAddressAtLogin) {
     for (const auto& [numbers, announced] : cases) {
         rcAPI versioned(numbers.data(), static_cast<unsigned>(numbers.size()));
         versioned.setReportedAddress("10.1.2.3");
-        ASSERT_TRUE(versioned.connect(HOST, peer.port(), TIMEOUT_MS));
+        ASSERT_EQ(versioned.connect(HOST, peer.port(), TIMEOUT_MS, result), rcOutcome::Answered);
         EXPECT_THAT(peer.arguments("_login").back(), HasSubstr(announced));
         EXPECT_THAT(peer.arguments("_login").back(), HasSubstr("StrIpAddr 8 10.1.2.3"));
     }
@@ -90,14 +91,13 @@ TEST_F(rcAPITest, AnnouncesItsVersionAndAddressAtLogin) {
 TEST_F(rcAPITest, IsDisconnectedWhenLoginFails) {
     for (const char* text : {"Authentication failed", "Unknown method: _logins", ""}) {
         peer.answer("_login", ScriptedPeer::error(text));
-        EXPECT_FALSE(api.connect(HOST, peer.port(), TIMEOUT_MS));
-        EXPECT_EQ(api.lastError(), text);
+        EXPECT_EQ(api.connect(HOST, peer.port(), TIMEOUT_MS, result), rcOutcome::Refused);
+        EXPECT_EQ(result, text);
         EXPECT_FALSE(api.isConnected(false));
     }
     peer.neverAnswer("_login");
-    EXPECT_FALSE(api.connect(HOST, peer.port(), 1000));
-    EXPECT_TRUE(api.timedOut());
-    EXPECT_EQ(api.lastError(), coErrorText(ETIMEDOUT));
+    EXPECT_EQ(api.connect(HOST, peer.port(), 1000, result), rcOutcome::TimedOut);
+    EXPECT_EQ(result, coErrorText(ETIMEDOUT));
     EXPECT_FALSE(api.isConnected(false));
     EXPECT_TRUE(peer.waitForNoClients());
 }
@@ -106,15 +106,12 @@ TEST_F(rcAPITest, ACallOutOfTimeLeavesTheConnectionOpen) {
     connect();
     peer.neverAnswer("Wait");
     for (const unsigned timeoutMs : {0U, 20U}) {
-        EXPECT_FALSE(call("Wait", "", timeoutMs));
-        EXPECT_TRUE(api.timedOut());
+        EXPECT_EQ(call("Wait", "", timeoutMs), rcOutcome::TimedOut);
         EXPECT_EQ(result, coErrorText(ETIMEDOUT));
-        EXPECT_EQ(api.lastError(), result);
         EXPECT_TRUE(api.isConnected(true));
     }
     peer.answer("Ping", "ok ");
-    EXPECT_TRUE(call("Ping"));
-    EXPECT_FALSE(api.timedOut());
+    EXPECT_EQ(call("Ping"), rcOutcome::Answered);
 }
 
 TEST_F(rcAPITest, APeerThatClosesEndsTheConnectionButNotTheEndpoint) {
@@ -123,19 +120,17 @@ TEST_F(rcAPITest, APeerThatClosesEndsTheConnectionButNotTheEndpoint) {
         SCOPED_TRACE(bytes);
         connect();
         peer.closeAfter(bytes);
-        EXPECT_FALSE(call("Get"));
+        EXPECT_EQ(call("Get"), rcOutcome::Lost);
         EXPECT_EQ(result, coErrorText(ECONNRESET));
-        EXPECT_EQ(api.lastError(), result);
-        EXPECT_FALSE(api.timedOut());
         EXPECT_FALSE(api.isConnected(false));
         peer.closeAfter(std::nullopt);
     }
     connect();
-    EXPECT_TRUE(call("Get"));
+    EXPECT_EQ(call("Get"), rcOutcome::Answered);
     peer.dropConnections();
     EXPECT_TRUE(api.isConnected(false));
     EXPECT_FALSE(api.isConnected(true));
-    EXPECT_FALSE(call("Get"));
+    EXPECT_EQ(call("Get"), rcOutcome::Lost);
     EXPECT_EQ(result, "Connection not established.");
 }
 
@@ -147,11 +142,10 @@ TEST_F(rcAPITest, ACommandThatThePeerDoesNotTakeInTimeClosesTheConnection) {
         released.get_future().wait();
         return std::optional<std::string>();
     });
-    EXPECT_TRUE(api.call(0, "Block", "", false, result, TIMEOUT_MS));
+    EXPECT_EQ(api.call(0, "Block", "", false, result, TIMEOUT_MS), rcOutcome::Answered);
     const std::string much(64U << 20, 'x');
-    EXPECT_FALSE(call("Set", much.c_str(), 50));
+    EXPECT_EQ(call("Set", much.c_str(), 50), rcOutcome::Lost);
     EXPECT_EQ(result, coErrorText(ETIMEDOUT));
-    EXPECT_EQ(api.lastError(), result);
     EXPECT_FALSE(api.isConnected(false));
     peer.answerWith(nullptr);
     released.set_value();
@@ -161,7 +155,7 @@ TEST_F(rcAPITest, AMethodNameThatWouldBreakTheLineIsNotSent) {
     const CapturedLog log;
     connect();
     for (const char* name : {"two words", "two\nlines", "", static_cast<const char*>(nullptr)}) {
-        EXPECT_FALSE(call(name));
+        EXPECT_EQ(call(name), rcOutcome::Refused);
         EXPECT_EQ(result, "Invalid method name.");
     }
     EXPECT_TRUE(log.contains("Assertion"));
@@ -174,12 +168,11 @@ TEST_F(rcAPITest, AChangeOfIdentityEndsTheConnection) {
     constexpr uid_t OTHER = 65534;
     connect();
     ASSERT_EQ(::seteuid(OTHER), 0);
-    const bool called = call("Ping");
+    const rcOutcome outcome = call("Ping");
     ASSERT_EQ(::seteuid(0), 0);
-    EXPECT_FALSE(called);
+    EXPECT_EQ(outcome, rcOutcome::Lost);
     EXPECT_EQ(result, "Credentials 65534:" + std::to_string(::getegid()) +
                           " do not match connection's 0:" + std::to_string(::getegid()));
-    EXPECT_EQ(api.lastError(), result);
     EXPECT_FALSE(api.isConnected(false));
     EXPECT_THAT(peer.commands(), ElementsAre());
 }

@@ -16,7 +16,9 @@ class NodePortFixture : public StoreFixture {
     NodePortFixture() : server_(store(), options()) {
         server_.setFramePort(4711);
         loop_.emplace(server_.loop());
-        EXPECT_TRUE(api_.connect("127.0.0.1", server_.getPort(), LIMIT_MS)) << api_.lastError();
+        std::string error;
+        EXPECT_EQ(api_.connect("127.0.0.1", server_.getPort(), LIMIT_MS, error), Vantrel::rcOutcome::Answered)
+            << error;
     }
     static ServerOptions options() {
         ServerOptions options;
@@ -30,8 +32,8 @@ class NodePortFixture : public StoreFixture {
     /// The answer, "error " before one that says so.
     std::string ask(const char* method, const std::string& argument) {
         std::string result;
-        const bool good = api_.call(0, method, argument.c_str(), true, result, LIMIT_MS);
-        return good ? result : "error " + result;
+        const auto outcome = api_.call(0, method, argument.c_str(), true, result, LIMIT_MS);
+        return outcome == Vantrel::rcOutcome::Answered ? result : "error " + result;
     }
 
     static constexpr unsigned LIMIT_MS = 10000;

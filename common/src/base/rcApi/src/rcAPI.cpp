@@ -68,17 +68,16 @@ rcAPI::rcAPI(const unsigned short* version, unsigned count) : version_(packVersi
 
 rcAPI::~rcAPI() = default;
 
-bool rcAPI::connect(const char* host, int port, unsigned timeoutMs) {
+rcOutcome rcAPI::connect(const char* host, int port, unsigned timeoutMs, std::string& error) {
     disconnect();
-    clearFlags();
+    clearStop();
     if (!allocateBuffer()) {
-        setLastError(NO_BUFFER);
-        return false;
+        error = NO_BUFFER;
+        return rcOutcome::Lost;
     }
     const CoIoDescriptor::StopScope stopScope(descriptor_);
     const FlagScope connecting(connecting_);
     if (!descriptor_.connect(host, port, 0, 0, static_cast<int>(timeoutMs / 1000))) {
-        std::string error;
         return failTransfer(error);
     }
     descriptor_.enableWaitInRead();          // without it the connection works as well
@@ -86,13 +85,14 @@ bool rcAPI::connect(const char* host, int port, unsigned timeoutMs) {
     userId_ = ::geteuid();
     groupId_ = ::getegid();
     forkGeneration_ = CoProcess::forkGeneration();
-    if (!login(timeoutMs)) {
+    const rcOutcome outcome = login(timeoutMs, error);
+    if (outcome != rcOutcome::Answered) {
         disconnect();
-        return false;
+        return outcome;
     }
     CO_MSG_NOTICE("Connected fd:%d to %s:%u as %d:%d", descriptor_.getId(), host, static_cast<unsigned>(port),
                   static_cast<int>(userId_), static_cast<int>(groupId_));
-    return true;
+    return outcome;
 }
 
 bool rcAPI::allocateBuffer() {
@@ -100,72 +100,77 @@ bool rcAPI::allocateBuffer() {
     return buffer_ != nullptr;
 }
 
-bool rcAPI::login(unsigned timeoutMs) {
+rcOutcome rcAPI::login(unsigned timeoutMs, std::string& error) {
     rcConnectionInfo info(version_);
     info.fillInfo(&descriptor_);
     if (!reportedAddress_.empty()) info.setIpAddr(reportedAddress_);
-    std::string reply;
-    return performCall(0, rcSysCalls::LOGIN, info.toAttrStream(), true, reply, timeoutMs) ||
-           isUnknownLogin(reply);
+    const rcOutcome outcome = performCall(0, rcSysCalls::LOGIN, info.toAttrStream(), true, error, timeoutMs);
+    return outcome == rcOutcome::Refused && isUnknownLogin(error) ? rcOutcome::Answered : outcome;
 }
 
-bool rcAPI::call(int objectId, const char* method, const char* argument, bool waitForResult,
-                 std::string& result, unsigned timeoutMs) {
-    // The scope first: a stop that comes before the flags are cleared still ends this call.
+rcOutcome rcAPI::call(int objectId, const char* method, const char* argument, bool waitForResult,
+                      std::string& result, unsigned timeoutMs) {
+    // The scope first: a stop that comes before the flag is cleared still ends this call.
     const CoIoDescriptor::StopScope stopScope(descriptor_);
-    clearFlags();
+    clearStop();
     const std::string_view name = method ? method : "";
     if (!CO_ASSERT(isMethodName(name))) {
-        return fail(INVALID_METHOD, result);
+        result = INVALID_METHOD;
+        return rcOutcome::Refused;
     }
-    return isCallPossible(result) &&
-           performCall(objectId, name, argument ? argument : "", waitForResult, result, timeoutMs);
+    if (!isCallPossible(result)) return rcOutcome::Lost;
+    return performCall(objectId, name, argument ? argument : "", waitForResult, result, timeoutMs);
 }
 
-bool rcAPI::isCallPossible(std::string& result) {
+bool rcAPI::isCallPossible(std::string& reason) {
     const uid_t userId = ::geteuid();
     const gid_t groupId = ::getegid();
     if (descriptor_.isValid() && (userId != userId_ || groupId != groupId_)) {
         disconnect();
-        return fail(
-            coFormat("Credentials %d:%d do not match connection's %d:%d", static_cast<int>(userId),
-                     static_cast<int>(groupId), static_cast<int>(userId_), static_cast<int>(groupId_)),
-            result);
+        reason = coFormat("Credentials %d:%d do not match connection's %d:%d", static_cast<int>(userId),
+                          static_cast<int>(groupId), static_cast<int>(userId_), static_cast<int>(groupId_));
+        return false;
     }
     if (descriptor_.isValid() && forkGeneration_ != CoProcess::forkGeneration()) {
         disconnect();  // this process's copy of the descriptor only: the connection stays the parent's
-        return fail(OTHER_PROCESS, result);
+        reason = OTHER_PROCESS;
+        return false;
     }
-    return isConnected(true) || fail(NOT_CONNECTED, result);
+    if (isConnected(true)) return true;
+    reason = NOT_CONNECTED;
+    return false;
 }
 
-bool rcAPI::performCall(int objectId, std::string_view method, std::string_view argument, bool waitForResult,
-                        std::string& result, unsigned timeoutMs) {
+rcOutcome rcAPI::performCall(int objectId, std::string_view method, std::string_view argument,
+                             bool waitForResult, std::string& result, unsigned timeoutMs) {
     const CoDeadline deadline(timeoutMs);
     const auto type = waitForResult ? rcCommand::Type::Sync : rcCommand::Type::Async;
     rcCommand::format(type, objectId, method, argument, line_);
-    if (!writeLine(deadline, result)) return false;
+    const rcOutcome written = writeLine(deadline, result);
+    if (written != rcOutcome::Answered) return written;
     if (waitForResult) return readReply(deadline, result);
     result.clear();
-    return true;
+    return rcOutcome::Answered;
 }
 
-bool rcAPI::writeLine(const CoDeadline& deadline, std::string& result) {
+/// Answered when all of it was written.
+rcOutcome rcAPI::writeLine(const CoDeadline& deadline, std::string& result) {
     std::string_view rest = line_;
     for (;;) {
         const auto size = static_cast<unsigned>(std::min<std::size_t>(rest.size(), INT_MAX));
         const int count = descriptor_.nonBlockingWriteWithTimeout(rest.data(), size, deadline.leftMs());
         if (count < 0) return failTransfer(result);
         rest.remove_prefix(static_cast<std::size_t>(count));
-        if (rest.empty()) return true;
+        if (rest.empty()) return rcOutcome::Answered;
         if (deadline.passed()) {
             disconnect();
-            return fail(coErrorText(ETIMEDOUT), result);
+            result = coErrorText(ETIMEDOUT);
+            return rcOutcome::Lost;
         }
     }
 }
 
-bool rcAPI::readReply(const CoDeadline& deadline, std::string& result) {
+rcOutcome rcAPI::readReply(const CoDeadline& deadline, std::string& result) {
     const auto maxBytes = static_cast<std::size_t>(RcSettings::maxReplyBytes.get());
     result_.reset();
     for (;;) {
@@ -176,23 +181,21 @@ bool rcAPI::readReply(const CoDeadline& deadline, std::string& result) {
         const bool complete = result_.append(buffer_.get(), static_cast<std::size_t>(count), used);
         if (result_.receivedBytes() > maxBytes) {
             disconnect();
-            return fail(coFormat("Reply exceeds %zu bytes (%s).", maxBytes, RcSettings::maxReplyBytes.name()),
-                        result);
+            result = coFormat("Reply exceeds %zu bytes (%s).", maxBytes, RcSettings::maxReplyBytes.name());
+            return rcOutcome::TooLong;
         }
         if (complete) return takeReply(result);
         if (deadline.passed()) {
-            timedOut_ = true;
-            return fail(coErrorText(ETIMEDOUT), result);
+            result = coErrorText(ETIMEDOUT);
+            return rcOutcome::TimedOut;
         }
     }
 }
 
-bool rcAPI::takeReply(std::string& result) {
+rcOutcome rcAPI::takeReply(std::string& result) {
     result_.value().swapText(result);
     result_.value().clear();  // the caller's buffer serves the next reply
-    if (result_.isOk()) return true;
-    setLastError(result);
-    return false;
+    return result_.isOk() ? rcOutcome::Answered : rcOutcome::Refused;
 }
 
 bool rcAPI::isConnected(bool checkAlive) const {
@@ -203,10 +206,9 @@ bool rcAPI::isConnected(bool checkAlive) const {
 void rcAPI::stop(const char* reason) {
     if (!descriptor_.isValid() && !connecting_ && !operating_) return;
     {
-        const CoLock lock(errorMutex_);
+        const CoLock lock(stopMutex_);
         stopped_ = true;
         stopReason_ = reason ? std::string(reason) : coErrorText(EINTR);
-        lastError_ = stopReason_;
     }
     descriptor_.stop();
 }
@@ -225,42 +227,26 @@ void rcAPI::disconnect() {
     result_.reset();
 }
 
-std::string rcAPI::lastError() const {
-    const CoLock lock(errorMutex_);
-    return lastError_;
-}
-
 void rcAPI::setReportedAddress(const std::string& ip) {
     reportedAddress_ = ip;
 }
 
-void rcAPI::clearFlags() {
+void rcAPI::clearStop() {
     // Looked at first: clearing a flag that other threads may read costs much more than finding it clear.
-    if (timedOut_) timedOut_ = false;
     if (stopped_) stopped_ = false;
 }
 
-bool rcAPI::fail(const std::string& error, std::string& result) {
-    setLastError(error);
-    result = error;
-    return false;
-}
-
 /// Ends a broken connection. A stop on purpose is no I/O error: its own reason is what the caller gets.
-bool rcAPI::failTransfer(std::string& result) {
-    std::string error = descriptor_.lastErrorText();
-    if (stopped_ || descriptor_.wasStopped()) {
-        stopped_ = true;
-        const CoLock lock(errorMutex_);
-        error = stopReason_;
+rcOutcome rcAPI::failTransfer(std::string& result) {
+    const bool stopped = stopped_ || descriptor_.wasStopped();
+    if (stopped) {
+        const CoLock lock(stopMutex_);
+        result = stopReason_;
+    } else {
+        result = descriptor_.lastErrorText();
     }
     disconnect();
-    return fail(error, result);
-}
-
-void rcAPI::setLastError(const std::string& error) {
-    const CoLock lock(errorMutex_);
-    lastError_ = error;
+    return stopped ? rcOutcome::Stopped : rcOutcome::Lost;
 }
 
 }  // namespace Vantrel

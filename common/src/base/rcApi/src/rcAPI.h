@@ -13,13 +13,13 @@
 #include "CoMutex.h"
 #include "CoTime.h"
 #include "rcCommand.h"
+#include "rcOutcome.h"
 
 namespace Vantrel {
 
 /// Client endpoint of the remote-command protocol: opens a connection, logs in and performs one call at a
-/// time. Not thread-safe, except `stop`, `isConnected(false)`, `timedOut`, `wasStopped` and `lastError`,
-/// which any thread may call. After a fork the child's copy counts as not connected; the parent's is not
-/// disturbed.
+/// time. Not thread-safe, except `stop` and `isConnected(false)`, which any thread may call. After a fork the
+/// child's copy counts as not connected; the parent's is not disturbed.
 class rcAPI {
   public:
     rcAPI();
@@ -30,25 +30,25 @@ class rcAPI {
     ~rcAPI();
 
     /// Connects and logs in, closing an earlier connection first. The TCP part ends within `timeoutMs` cut to
-    /// whole seconds, the login within `timeoutMs` more. A server that has no login is accepted. False with
-    /// the last error set: the endpoint is then disconnected.
-    bool connect(const char* host, int port, unsigned timeoutMs);
+    /// whole seconds, the login within `timeoutMs` more. A server that has no login is accepted. Answered, or
+    /// the endpoint is disconnected and `error` says why; TimedOut means that the login got no answer, where
+    /// a TCP connection that cannot be made in time is a Lost one.
+    rcOutcome connect(const char* host, int port, unsigned timeoutMs, std::string& error);
 
-    /// Sends a command and, when `waitForResult`, takes its reply: `result` becomes the reply's text, and
-    /// whether the server called it a success is what is returned. On any other failure `result` and the last
-    /// error say why. Handing in the same string again saves allocations.
-    /// The connection stays open when the server answered or when the reply did not come in time
-    /// (`timedOut`), and is closed otherwise. After a time-out the late reply may still come, and the next
-    /// call would take it for its own: disconnect first.
-    bool call(int objectId, const char* method, const char* argument, bool waitForResult, std::string& result,
-              unsigned timeoutMs);
+    /// Sends a command and, when `waitForResult`, takes its reply: `result` becomes the reply's text when it
+    /// was Answered or Refused, otherwise the reason. Handing in the same string again saves allocations.
+    /// The connection stays open when the server answered or when the reply did not come in time, and is
+    /// closed otherwise. After a time-out the late reply may still come, and the next call would take it for
+    /// its own: disconnect first. A command that could not be sent in time is Lost: it was not performed.
+    rcOutcome call(int objectId, const char* method, const char* argument, bool waitForResult,
+                   std::string& result, unsigned timeoutMs);
 
     /// `checkAlive` also asks the system whether the peer has closed.
     bool isConnected(bool checkAlive) const;
 
-    /// Ends the connect or call in progress on another thread, which then fails with `reason` (null: the
-    /// system's text for an interrupted call) as its error. Without one only the last error changes.
-    void stop(const char* reason) CO_EXCLUDES(errorMutex_);
+    /// Ends the connect or call in progress on another thread, which is then Stopped, with `reason` (null:
+    /// the system's text for an interrupted call) as its error. Without one it has no effect.
+    void stop(const char* reason) CO_EXCLUDES(stopMutex_);
 
     /// While it lives, one operation of several calls and connects is in progress: a stop() between two of
     /// them ends the next one. Held by the thread that performs them; they do not nest.
@@ -67,10 +67,6 @@ class rcAPI {
     /// Closes the connection. Safe when there is none.
     void disconnect();
 
-    bool timedOut() const { return timedOut_; }   ///< the last call, or connect's login, got no reply in time
-    bool wasStopped() const { return stopped_; }  ///< the last call or connect was ended by stop()
-    std::string lastError() const CO_EXCLUDES(errorMutex_);
-
     /// Text that replaces the socket's own address in the login record of later connects; empty: the
     /// socket's.
     void setReportedAddress(const std::string& ip);
@@ -79,17 +75,15 @@ class rcAPI {
     static constexpr std::size_t RECEIVE_BUFFER_SIZE = 32768;
 
     bool allocateBuffer();
-    bool login(unsigned timeoutMs);
-    bool isCallPossible(std::string& result);
-    bool performCall(int objectId, std::string_view method, std::string_view argument, bool waitForResult,
-                     std::string& result, unsigned timeoutMs);
-    bool writeLine(const CoDeadline& deadline, std::string& result);
-    bool readReply(const CoDeadline& deadline, std::string& result);
-    bool takeReply(std::string& result);
-    void clearFlags();
-    bool fail(const std::string& error, std::string& result);
-    bool failTransfer(std::string& result) CO_EXCLUDES(errorMutex_);
-    void setLastError(const std::string& error) CO_EXCLUDES(errorMutex_);
+    rcOutcome login(unsigned timeoutMs, std::string& error);
+    bool isCallPossible(std::string& reason);
+    rcOutcome performCall(int objectId, std::string_view method, std::string_view argument,
+                          bool waitForResult, std::string& result, unsigned timeoutMs);
+    rcOutcome writeLine(const CoDeadline& deadline, std::string& result);
+    rcOutcome readReply(const CoDeadline& deadline, std::string& result);
+    rcOutcome takeReply(std::string& result);
+    void clearStop();
+    rcOutcome failTransfer(std::string& result) CO_EXCLUDES(stopMutex_);
 
     const std::uint64_t version_;
     std::string reportedAddress_;
@@ -104,12 +98,10 @@ class rcAPI {
 
     std::atomic<bool> connecting_{false};
     std::atomic<bool> operating_{false};
-    std::atomic<bool> timedOut_{false};
     std::atomic<bool> stopped_{false};
 
-    mutable CoMutex errorMutex_;  ///< guards the texts, which stop() sets from another thread
-    std::string lastError_ CO_GUARDED_BY(errorMutex_);
-    std::string stopReason_ CO_GUARDED_BY(errorMutex_);
+    CoMutex stopMutex_;
+    std::string stopReason_ CO_GUARDED_BY(stopMutex_);
 };
 
 }  // namespace Vantrel

@@ -1,7 +1,6 @@
 #include "VantrelBaseClientAPI.h"
 
 #include <algorithm>
-#include <exception>
 #include <utility>
 
 #include "CoException.h"
@@ -11,6 +10,8 @@
 
 using Vantrel::CoException;
 using Vantrel::coFormat;
+
+namespace Commands = VantrelCommands;
 
 namespace {
 
@@ -29,70 +30,44 @@ Vantrel::rcAttrStream eventRoute(unsigned port, int connectionId, const char* no
 
 }  // namespace
 
-template <typename Operation>
-bool VantrelBaseClientAPI::attempt(Operation operation) {
-    try {
-        operation();
-        return true;
-    } catch (const std::exception& error) {
-        lastError_ = error.what();
-        return false;
-    }
-}
-
-std::string VantrelBaseClientAPI::request(const char* method, const std::string& argument,
-                                          unsigned callTimeoutMs, unsigned retryTimeoutMs) {
-    std::string reply;
-    connection_.callMethod(method, argument.c_str(), true, reply, callTimeoutMs,
-                           VantrelClientConnection::getDefaultConnectionTimeoutMs(), retryTimeoutMs);
-    return reply;
-}
-
-std::string VantrelBaseClientAPI::request(const char* method, const std::string& argument,
-                                          unsigned retryTimeoutMs) {
-    return request(method, argument, VantrelClientConnection::getDefaultCallTimeoutMs(), retryTimeoutMs);
-}
-
-std::string VantrelBaseClientAPI::request(const char* method, const std::string& argument) {
-    return request(method, argument, VantrelClientConnection::getDefaultConnectionRetryTimeoutMs());
-}
-
 bool VantrelBaseClientAPI::ping(unsigned retryTimeoutMs) {
-    return attempt([&] { request("Ping", "", retryTimeoutMs); });
+    auto limits = VantrelClientConnection::Limits::byDefault();
+    limits.retryMs = retryTimeoutMs;
+    return ask(
+        Commands::PING, "", [](const std::string&) {}, limits);
 }
 
 bool VantrelBaseClientAPI::queryVersion(int& major, int& minor) {
-    return attempt([&] {
-        const std::string reply = request("QueryVersion", "");
+    return ask(Commands::QUERY_VERSION, "", [&](const std::string& reply) {
         if (!VantrelNodeCodec::parseNumberPair(reply, major, minor))
             throw CoException(coFormat("Invalid version '%.64s'", reply.c_str()));
     });
 }
 
 bool VantrelBaseClientAPI::shutdown() {
-    return attempt([&] { request("Shutdown", ""); });
+    return ask(Commands::SHUTDOWN, "");
 }
 
 bool VantrelBaseClientAPI::getDaemonInfo(std::shared_ptr<const VantrelDaemonInfo>& info, bool refresh) {
-    return attempt([&] { info = connection_.getDaemonInfo(refresh); });
+    std::string error;
+    return succeeded(connection().getDaemonInfo(refresh, info, error), error);
 }
 
 bool VantrelBaseClientAPI::translatePaths(const VantrelStrList& paths, VantrelStrList& result,
                                           const char* srcHost, const char* dstHost, VantrelOS::OsType srcType,
                                           VantrelOS::OsType dstType) {
-    return attempt([&] {
-        if (!srcHost || !VantrelTranslationCodec::isValidHost(srcHost))
-            throw CoException("Invalid source host name given");
-        if (!dstHost || !VantrelTranslationCodec::isValidHost(dstHost))
-            throw CoException("Invalid destination host name given");
-        VantrelTranslationRequest asked{srcHost, srcType, dstHost, dstType, {}};
-        asked.paths.reserve(paths.size());
-        for (unsigned i = 0; i < paths.size(); ++i) asked.paths.emplace_back(paths.getStr(i));
+    if (!srcHost || !VantrelTranslationCodec::isValidHost(srcHost))
+        return fail("Invalid source host name given");
+    if (!dstHost || !VantrelTranslationCodec::isValidHost(dstHost))
+        return fail("Invalid destination host name given");
+    VantrelTranslationRequest asked{srcHost, srcType, dstHost, dstType, {}};
+    asked.paths.reserve(paths.size());
+    for (unsigned i = 0; i < paths.size(); ++i) asked.paths.emplace_back(paths.getStr(i));
+    const std::string argument = VantrelTranslationCodec::formatRequest(asked);
+    return ask(Commands::TRANSLATE_PATHS, argument, [&](const std::string& reply) {
         std::vector<std::string> translated;
         // Paths that do not match those asked for one by one would be taken for others.
-        if (!VantrelTranslationCodec::parsePaths(
-                request("TranslatePaths", VantrelTranslationCodec::formatRequest(asked)), asked.paths.size(),
-                translated) ||
+        if (!VantrelTranslationCodec::parsePaths(reply, asked.paths.size(), translated) ||
             translated.size() != asked.paths.size())
             throw CoException("Invalid path list");
         VantrelStrList list;
@@ -103,52 +78,52 @@ bool VantrelBaseClientAPI::translatePaths(const VantrelStrList& paths, VantrelSt
 }
 
 bool VantrelBaseClientAPI::getTranslationGroups(std::vector<VantrelPathTranslationGroup>& groups) {
-    return attempt([&] {
-        if (!VantrelTranslationCodec::parseGroups(request("GetTranslationGroups", ""), groups))
+    return ask(Commands::GET_TRANSLATION_GROUPS, "", [&](const std::string& reply) {
+        if (!VantrelTranslationCodec::parseGroups(reply, groups))
             throw CoException("Invalid translation group list");
     });
 }
 
 bool VantrelBaseClientAPI::getHostTranslations(std::vector<VantrelHostTranslation>& translations) {
-    return attempt([&] {
-        if (!VantrelTranslationCodec::parseHostTranslations(request("GetHostTranslations", ""), translations))
+    return ask(Commands::GET_HOST_TRANSLATIONS, "", [&](const std::string& reply) {
+        if (!VantrelTranslationCodec::parseHostTranslations(reply, translations))
             throw CoException("Invalid host translation list");
     });
 }
 
 bool VantrelBaseClientAPI::getOsTypeTranslations(std::vector<VantrelOsTypeTranslation>& translations) {
-    return attempt([&] {
-        if (!VantrelTranslationCodec::parseOsTypeTranslations(request("GetOsTypeTranslations", ""),
-                                                              translations))
+    return ask(Commands::GET_OS_TYPE_TRANSLATIONS, "", [&](const std::string& reply) {
+        if (!VantrelTranslationCodec::parseOsTypeTranslations(reply, translations))
             throw CoException("Invalid OS type translation list");
     });
 }
 
-void VantrelBaseClientAPI::requestEvents(const char* method, const std::string& argument,
-                                         std::optional<unsigned> limitMs) {
+bool VantrelBaseClientAPI::askEvents(const VantrelCommand& command, const std::string& argument,
+                                     std::optional<unsigned> limitMs) {
+    const unsigned callMs = eventsCallTimeoutMs();
     if (limitMs) {
         std::string reply;
-        connection_.callConnected(method, argument.c_str(), reply, std::min(*limitMs, eventsCallTimeoutMs()));
-    } else {
-        request(method, argument, eventsCallTimeoutMs(),
-                VantrelClientConnection::getDefaultConnectionRetryTimeoutMs());
+        return succeeded(
+            connection().callConnected(command.name, argument.c_str(), reply, std::min(*limitMs, callMs)),
+            reply);
     }
+    auto limits = VantrelClientConnection::Limits::byDefault();
+    limits.callMs = callMs;
+    return ask(
+        command, argument, [](const std::string&) {}, limits);
 }
 
 bool VantrelBaseClientAPI::registerEventsOn(unsigned port, int connectionId,
                                             const VantrelEventSubject& subject,
                                             std::optional<unsigned> limitMs) {
-    return attempt([&] {
-        Vantrel::rcAttrStream argument = eventRoute(port, connectionId, subject.nodeId.c_str());
-        if (!subject.format.empty()) argument.addStringValue("Fmt", subject.format);
-        if (!subject.metaTag.empty()) argument.addStringValue("Meta", subject.metaTag);
-        requestEvents("RegisterEvents", argument.text(), limitMs);
-    });
+    Vantrel::rcAttrStream argument = eventRoute(port, connectionId, subject.nodeId.c_str());
+    if (!subject.format.empty()) argument.addStringValue("Fmt", subject.format);
+    if (!subject.metaTag.empty()) argument.addStringValue("Meta", subject.metaTag);
+    return askEvents(Commands::REGISTER_EVENTS, argument.text(), limitMs);
 }
 
 bool VantrelBaseClientAPI::unregisterEventsOn(unsigned port, int connectionId, const VantrelNodeId& nodeId,
                                               std::optional<unsigned> limitMs) {
-    return attempt([&] {
-        requestEvents("UnregisterEvents", eventRoute(port, connectionId, nodeId.id()).text(), limitMs);
-    });
+    return askEvents(Commands::UNREGISTER_EVENTS, eventRoute(port, connectionId, nodeId.id()).text(),
+                     limitMs);
 }

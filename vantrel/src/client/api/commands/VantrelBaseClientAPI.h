@@ -5,34 +5,31 @@
 #include <string>
 #include <vector>
 
-#include "VantrelClientConnection.h"
+#include "VantrelCommandClient.h"
 #include "VantrelEventSubject.h"
 #include "VantrelTranslationCodec.h"
 
-/// The server-wide commands. Every operation returns true on success; on failure `lastError` tells why.
-/// Thread safety: one thread at a time.
-class VantrelBaseClientAPI {
+/// The server-wide commands.
+class VantrelBaseClientAPI : public VantrelCommandClient {
   public:
-    /// `connection` must outlive this object.
-    explicit VantrelBaseClientAPI(VantrelClientConnection& connection) : connection_(connection) {}
+    using VantrelCommandClient::VantrelCommandClient;
 
-    const char* lastError() const { return lastError_.c_str(); }
-
-    bool ping(unsigned retryTimeoutMs);
-    bool queryVersion(int& major, int& minor);
-    bool shutdown();
-    /// The connection's record of the server; with `refresh` asked for anew.
-    bool getDaemonInfo(std::shared_ptr<const VantrelDaemonInfo>& info, bool refresh);
+    [[nodiscard]] bool ping(unsigned retryTimeoutMs);
+    [[nodiscard]] bool queryVersion(int& major, int& minor);
+    [[nodiscard]] bool shutdown();
+    /// The connection's record of the server; with `refresh` the server is asked for it again.
+    [[nodiscard]] bool getDaemonInfo(std::shared_ptr<const VantrelDaemonInfo>& info, bool refresh);
 
     // --- Path translation: outputs are replaced on success only ---
 
     /// The paths of one host as another writes them, in the same order and number. Nothing is sent when a
     /// host is null, or no name of a host (VantrelTranslationCodec::isValidHost).
-    bool translatePaths(const VantrelStrList& paths, VantrelStrList& result, const char* srcHost,
-                        const char* dstHost, VantrelOS::OsType srcType, VantrelOS::OsType dstType);
-    bool getTranslationGroups(std::vector<VantrelPathTranslationGroup>& groups);
-    bool getHostTranslations(std::vector<VantrelHostTranslation>& translations);
-    bool getOsTypeTranslations(std::vector<VantrelOsTypeTranslation>& translations);
+    [[nodiscard]] bool translatePaths(const VantrelStrList& paths, VantrelStrList& result,
+                                      const char* srcHost, const char* dstHost, VantrelOS::OsType srcType,
+                                      VantrelOS::OsType dstType);
+    [[nodiscard]] bool getTranslationGroups(std::vector<VantrelPathTranslationGroup>& groups);
+    [[nodiscard]] bool getHostTranslations(std::vector<VantrelHostTranslation>& translations);
+    [[nodiscard]] bool getOsTypeTranslations(std::vector<VantrelOsTypeTranslation>& translations);
 
     // --- Events ---
 
@@ -44,26 +41,7 @@ class VantrelBaseClientAPI {
     bool unregisterEventsOn(unsigned port, int connectionId, const VantrelNodeId& nodeId,
                             std::optional<unsigned> limitMs = std::nullopt);
 
-    /// Callbacks after a reconnection, see VantrelClientConnection.
-    void addConnectCallback(VantrelClientConnection::ConnectCallback* callback) {
-        connection_.addConnectCallback(callback);
-    }
-    void removeConnectCallback(VantrelClientConnection::ConnectCallback* callback) {
-        connection_.removeConnectCallback(callback);
-    }
-
   private:
-    /// Runs an operation; what it throws becomes the last error.
-    template <typename Operation>
-    bool attempt(Operation operation);
-    /// Throws on failure.
-    std::string request(const char* method, const std::string& argument, unsigned retryTimeoutMs);
-    std::string request(const char* method, const std::string& argument);
-    std::string request(const char* method, const std::string& argument, unsigned callTimeoutMs,
-                        unsigned retryTimeoutMs);
-
-    void requestEvents(const char* method, const std::string& argument, std::optional<unsigned> limitMs);
-
-    VantrelClientConnection& connection_;
-    std::string lastError_;
+    bool askEvents(const VantrelCommand& command, const std::string& argument,
+                   std::optional<unsigned> limitMs);
 };

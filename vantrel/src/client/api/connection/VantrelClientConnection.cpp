@@ -2,19 +2,21 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cerrno>
-#include <chrono>
 #include <iterator>
 #include <utility>
-#include <vector>
 
 #include "CoAssert.h"
 #include "CoDeferral.h"
 #include "CoException.h"
 #include "CoMsg.h"
-#include "VantrelClientOperation.h"
-#include "VantrelMulticastClient.h"
+#include "VantrelCallTrace.h"
+#include "VantrelCommands.h"
 #include "VantrelSettings.h"
+
+using Vantrel::CoDeferral;
+using Vantrel::CoLock;
+using Vantrel::rcOutcome;
+using Operation = VantrelStopControl::Operation;
 
 namespace {
 
@@ -24,112 +26,128 @@ constexpr unsigned MAX_RECONNECTS_PER_CALL = 2;
 
 std::atomic<VantrelDisconnectCallBack> disconnectCallback{nullptr};
 
-/// A flag that is set as long as this lives.
-class TemporaryFlag {
-  public:
-    explicit TemporaryFlag(bool& flag) : flag_(flag), earlier_(std::exchange(flag, true)) {}
-    TemporaryFlag(const TemporaryFlag&) = delete;
-    TemporaryFlag& operator=(const TemporaryFlag&) = delete;
-    ~TemporaryFlag() { flag_ = earlier_; }
-
-  private:
-    bool& flag_;
-    const bool earlier_;
-};
-
 }  // namespace
 
+VantrelClientConnection::Limits VantrelClientConnection::Limits::byDefault() {
+    return {static_cast<unsigned>(VantrelSettings::callTimeoutMs.get()),
+            static_cast<unsigned>(VantrelSettings::connectionTimeoutMs.get()),
+            static_cast<unsigned>(VantrelSettings::connectionRetryTimeoutMs.get())};
+}
+
 VantrelClientConnection::VantrelClientConnection(const VantrelServerId& serverId)
-    : serverId_(serverId), endpoint_(LIBRARY_VERSION, std::size(LIBRARY_VERSION)) {
+    : serverId_(serverId),
+      endpoint_(LIBRARY_VERSION, std::size(LIBRARY_VERSION)),
+      control_(endpoint_),
+      finder_(serverId_, endpoint_, control_) {
     serverId_.getId();  // builds its text now, so that threads may read it at the same time later
 }
 
 VantrelClientConnection::~VantrelClientConnection() = default;
 
-// --- Stopping ---
-
-void VantrelClientConnection::pauseForRetry(unsigned milliseconds) {
-    {
-        std::unique_lock<std::mutex> lock(stopMutex_);
-        stopSignal_.wait_for(lock, std::chrono::milliseconds(milliseconds),
-                             [this] { return stopRequested_.load(); });
-    }
-    throwIfStopped();
-}
-
-void VantrelClientConnection::throwIfStopped() {
-    const std::lock_guard<std::mutex> lock(stopMutex_);
-    if (stopRequested_) throw Vantrel::CoException(stopReason_);
-}
-
-// After a failed connect or call of the endpoint, whose flags tell of that one.
-void VantrelClientConnection::throwIfStoppedOrTimedOut() {
-    throwIfStopped();
-    if (endpoint_.timedOut()) throw Vantrel::CoException(lastError_);
-}
-
 // --- Calling ---
 
-void VantrelClientConnection::callMethod(const char* method, const char* argument, bool waitForResult,
-                                         std::string& result, unsigned callTimeoutMs,
-                                         unsigned connectTimeoutMs, unsigned retryTimeoutMs) {
-    const Vantrel::CoDeferral deferral;
-    const std::lock_guard<std::recursive_mutex> lock(mutex_);
-    const Operation operation(*this);
-    for (unsigned reconnects = neverConnects_ ? MAX_RECONNECTS_PER_CALL : 0;; ++reconnects) {
+rcOutcome VantrelClientConnection::callMethod(const char* method, const char* argument, std::string& result,
+                                              const Limits& limits) {
+    const CoDeferral deferral;
+    const CoLock lock(mutex_);
+    const Operation operation(control_);
+    for (unsigned reconnects = 0;; ++reconnects) {
         if (endpoint_.isConnected(false)) {
-            if (endpointCall(method, argument, waitForResult, result, callTimeoutMs)) return;
-            if (endpoint_.timedOut()) {
-                CO_MSG_ERROR("%s timed-out", method);
-                endpoint_.disconnect();
-                callDisconnectCallback();
-                throw Vantrel::CoException(result);
-            }
-            if (endpoint_.isConnected(true)) throw Vantrel::CoException(result);  // the server's own answer
-            lastError_ = result;
+            const rcOutcome outcome = callOnce(method, argument, result, limits.callMs);
+            if (outcome != rcOutcome::Lost) return outcome;
+        } else {
+            callDisconnectCallback();
         }
-        callDisconnectCallback();
-        throwIfStopped();
-        if (reconnects == MAX_RECONNECTS_PER_CALL) throw Vantrel::CoException(lastError_);
-        connectLocked(connectTimeoutMs, retryTimeoutMs);
+        if (control_.isRequested()) {
+            result = control_.reason();
+            return rcOutcome::Stopped;
+        }
+        if (reconnects == MAX_RECONNECTS_PER_CALL) return rcOutcome::Lost;
+        const rcOutcome connected = connect({limits.connectMs, limits.retryMs}, result);
+        if (connected != rcOutcome::Answered) return connected;
     }
 }
 
-void VantrelClientConnection::callConnected(const char* method, const char* argument, std::string& result,
-                                            unsigned callTimeoutMs) {
-    const Vantrel::CoDeferral deferral;
-    const std::lock_guard<std::recursive_mutex> lock(mutex_);
-    if (!endpoint_.isConnected(true)) throw Vantrel::CoException("Not connected");
-    const TemporaryFlag neverConnects(neverConnects_);
-    callMethod(method, argument, true, result, callTimeoutMs, 0, 0);
+rcOutcome VantrelClientConnection::callConnected(const char* method, const char* argument,
+                                                 std::string& result, unsigned callTimeoutMs) {
+    const CoDeferral deferral;
+    const CoLock lock(mutex_);
+    if (!endpoint_.isConnected(true)) {
+        result = "Not connected";
+        return rcOutcome::Lost;
+    }
+    const Operation operation(control_);
+    return callOnce(method, argument, result, callTimeoutMs);
 }
 
-bool VantrelClientConnection::endpointCall(const char* method, const char* argument, bool waitForResult,
-                                           std::string& result, unsigned timeoutMs) {
-    const bool tracing = VantrelSettings::trace.get();
-    if (tracing) CO_MSG_DEBUG("Calling %s(%s)", method, argument);
-    const bool ok = endpoint_.call(0, method, argument, waitForResult, result, timeoutMs);
-    simulateLatency(VantrelSettings::callExtraLatencyMs);
-    if (tracing) CO_MSG_DEBUG("Finished %s() -> '%s'", method, result.c_str());
-    return ok;
+// On a connection that may turn out to be lost. Unless the server answered, it is closed afterwards.
+rcOutcome VantrelClientConnection::callOnce(const char* method, const char* argument, std::string& result,
+                                            unsigned timeoutMs) {
+    auto outcome = rcOutcome::Lost;
+    {
+        const VantrelCallTrace trace(method, argument, result);
+        outcome = endpoint_.call(0, method, argument, true, result, timeoutMs);
+    }
+    if (outcome == rcOutcome::Answered || outcome == rcOutcome::Refused) return outcome;
+    if (outcome == rcOutcome::TimedOut) CO_MSG_ERROR("%s timed-out", method);
+    endpoint_.disconnect();  // a late reply would be taken for that of the next call
+    callDisconnectCallback();
+    return outcome;
 }
 
-std::shared_ptr<const VantrelDaemonInfo> VantrelClientConnection::getDaemonInfo(bool refresh) {
-    const Vantrel::CoDeferral deferral;
-    const std::lock_guard<std::recursive_mutex> lock(mutex_);
-    if (daemonInfo_ && !refresh) return daemonInfo_;
-    const Operation operation(*this);
+rcOutcome VantrelClientConnection::connect(const Terms& terms, std::string& error) {
+    const rcOutcome outcome = finder_.connect(terms, error);
+    if (outcome == rcOutcome::Answered && std::exchange(wasConnected_, true)) runConnectCallbacks();
+    return outcome;
+}
+
+// --- What the server is ---
+
+rcOutcome VantrelClientConnection::getDaemonInfo(bool refresh, std::shared_ptr<const VantrelDaemonInfo>& info,
+                                                 std::string& error) {
+    const CoDeferral deferral;
+    const CoLock lock(mutex_);
+    const rcOutcome outcome = updateDaemonInfo(refresh, error);
+    if (outcome == rcOutcome::Answered) info = finder_.daemonInfo();
+    return outcome;
+}
+
+rcOutcome VantrelClientConnection::getProtocolVersion(VantrelVersion& version, std::string& error) {
+    const CoDeferral deferral;
+    const CoLock lock(mutex_);
+    const rcOutcome outcome = updateDaemonInfo(false, error);
+    if (outcome == rcOutcome::Answered) version = VantrelVersion::ofProtocol(*finder_.daemonInfo());
+    return outcome;
+}
+
+rcOutcome VantrelClientConnection::updateDaemonInfo(bool refresh, std::string& error) {
+    if (finder_.daemonInfo() && !refresh) return rcOutcome::Answered;
+    const Operation operation(control_);
+    Limits limits = Limits::byDefault();
     if (!endpoint_.isConnected(true)) {
         noteLoss();
-        connectLocked(getDefaultConnectionTimeoutMs(), getDefaultConnectionRetryTimeoutMs());
-        if (!refresh || askedServer_) return daemonInfo_;
+        const rcOutcome outcome = connect({limits.connectMs, limits.retryMs}, error);
+        if (outcome != rcOutcome::Answered || !refresh || finder_.askedServer()) return outcome;
     }
-    std::string reply;
-    callMethod(GET_DAEMON_INFO, GET_DAEMON_INFO_ARGUMENT, true, reply, daemonInfoTimeoutMs(),
-               getDefaultConnectionTimeoutMs(), getDefaultConnectionRetryTimeoutMs());
-    daemonInfo_ = readDaemonInfo(std::move(reply));
-    return daemonInfo_;
+    limits.callMs = VantrelServerFinder::daemonInfoTimeoutMs();
+    const rcOutcome outcome = callMethod(VantrelCommands::GET_DAEMON_INFO.name,
+                                         VantrelServerFinder::DAEMON_INFO_ARGUMENT, error, limits);
+    if (outcome == rcOutcome::Answered) finder_.takeDaemonInfo(std::move(error));
+    return outcome;
 }
+
+std::string VantrelClientConnection::fetchDaemonList(const VantrelServerId& serverId,
+                                                     unsigned callTimeoutMs) {
+    VantrelClientConnection connection(serverId);
+    Limits limits = Limits::byDefault();
+    limits.callMs = callTimeoutMs;
+    std::string reply;
+    const rcOutcome outcome = connection.callMethod(VantrelCommands::GET_DAEMON_LIST.name, "", reply, limits);
+    if (outcome != rcOutcome::Answered) throw Vantrel::CoException(reply);
+    return reply;
+}
+
+// --- Losing it, and connecting again ---
 
 // The connection has been found lost outside a call.
 void VantrelClientConnection::noteLoss() {
@@ -139,67 +157,40 @@ void VantrelClientConnection::noteLoss() {
 }
 
 bool VantrelClientConnection::restore(unsigned connectTimeoutMs) {
-    const Vantrel::CoDeferral deferral;
-    const std::unique_lock<std::recursive_mutex> lock(mutex_, std::try_to_lock);
-    if (!lock || endpoint_.isConnected(true)) return true;
-    const Operation operation(*this);
+    const CoDeferral deferral;
+    if (!mutex_.try_lock()) return true;
+    const CoLock lock(mutex_, std::adopt_lock);
+    if (endpoint_.isConnected(true)) return true;
+    const Operation operation(control_);
     noteLoss();
-    // Not to be held against the server when the application calls it.
-    const TemporaryFlag unasked(unasked_);
-    try {
-        connectLocked(connectTimeoutMs, 0);
-        return endpoint_.isConnected(false);  // a connect callback may have lost it again
-    } catch (const std::exception&) {
-        return false;  // logged
-    }
+    std::string logged;
+    return connect({connectTimeoutMs, 0, false}, logged) == rcOutcome::Answered &&
+           endpoint_.isConnected(false);  // a connect callback may have lost it again
 }
 
 void VantrelClientConnection::disconnect() {
-    stop(nullptr);  // whoever is in a call leaves it, and the mutex
-    const Vantrel::CoDeferral deferral;
-    const std::lock_guard<std::recursive_mutex> lock(mutex_);
+    stop(nullptr);  // a thread that is in a call leaves it, and releases the mutex
+    const CoDeferral deferral;
+    const CoLock lock(mutex_);
     endpoint_.disconnect();
-}
-
-void VantrelClientConnection::stop(const char* reason) {
-    const Vantrel::CoDeferral deferral;
-    const std::lock_guard<std::mutex> lock(stopMutex_);
-    if (operations_ == 0) return;
-    stopRequested_ = true;
-    stopReason_ = reason ? reason : Vantrel::coErrorText(EINTR);
-    stopSignal_.notify_all();
-    VantrelMulticastClient::recheckWaits();
-    endpoint_.stop(stopReason_.c_str());
-}
-
-std::string VantrelClientConnection::fetchDaemonList(const VantrelServerId& serverId,
-                                                     unsigned callTimeoutMs) {
-    VantrelClientConnection connection(serverId);
-    std::string reply;
-    connection.callMethod("GetDaemonList", "", true, reply, callTimeoutMs, getDefaultConnectionTimeoutMs(),
-                          getDefaultConnectionRetryTimeoutMs());
-    return reply;
 }
 
 // --- Callbacks ---
 
 void VantrelClientConnection::addConnectCallback(ConnectCallback* callback) {
     if (!CO_ASSERT(callback)) return;
-    const std::lock_guard<std::recursive_mutex> lock(callbacksMutex_);
+    const CoLock lock(callbacksMutex_);
     connectCallbacks_.push_back(callback);
 }
 
 void VantrelClientConnection::removeConnectCallback(ConnectCallback* callback) {
-    const std::lock_guard<std::recursive_mutex> lock(callbacksMutex_);
+    const CoLock lock(callbacksMutex_);
     connectCallbacks_.erase(std::remove(connectCallbacks_.begin(), connectCallbacks_.end(), callback),
                             connectCallbacks_.end());
 }
 
-void VantrelClientConnection::connectCallbacks() {
-    const Vantrel::CoDeferral deferral;
-    const std::lock_guard<std::recursive_mutex> lock(mutex_);
-    const std::lock_guard<std::recursive_mutex> callbacksLock(callbacksMutex_);
-    const TemporaryFlag neverConnects(neverConnects_);
+void VantrelClientConnection::runConnectCallbacks() {
+    const CoLock lock(callbacksMutex_);
     const std::vector<ConnectCallback*> callbacks = connectCallbacks_;
     for (ConnectCallback* callback : callbacks) {
         // One of those before it may have removed it.
@@ -213,24 +204,6 @@ void VantrelClientConnection::connectCallbacks() {
     }
 }
 
-// --- Settings ---
-
-unsigned VantrelClientConnection::daemonInfoTimeoutMs() {
-    return static_cast<unsigned>(VantrelSettings::daemonInfoTimeoutMs.get());
-}
-
-unsigned VantrelClientConnection::getDefaultCallTimeoutMs() {
-    return static_cast<unsigned>(VantrelSettings::callTimeoutMs.get());
-}
-
-unsigned VantrelClientConnection::getDefaultConnectionTimeoutMs() {
-    return static_cast<unsigned>(VantrelSettings::connectionTimeoutMs.get());
-}
-
-unsigned VantrelClientConnection::getDefaultConnectionRetryTimeoutMs() {
-    return static_cast<unsigned>(VantrelSettings::connectionRetryTimeoutMs.get());
-}
-
 void VantrelClientConnection::setDisconnectCB(VantrelDisconnectCallBack callback) {
     disconnectCallback = callback;
 }
@@ -242,6 +215,6 @@ VantrelDisconnectCallBack VantrelClientConnection::getDisconnectCB() {
 void VantrelClientConnection::callDisconnectCallback() const {
     const VantrelDisconnectCallBack callback = getDisconnectCB();
     if (!callback) return;
-    Vantrel::CoDeferral::callOut(
-        [callback, id = daemonInfo_ ? daemonInfo_->getServerId() : serverId_] { callback(id); });
+    const auto& info = finder_.daemonInfo();
+    CoDeferral::callOut([callback, id = info ? info->getServerId() : serverId_] { callback(id); });
 }

@@ -3,22 +3,20 @@
 #include <vantrel/VantrelCallbacks.h>
 #include <vantrel/VantrelTypes.h>
 
-#include <atomic>
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
-#include "CoEnv.h"
-#include "VantrelDaemonInfo.h"
+#include "CoMutex.h"
+#include "VantrelServerFinder.h"
+#include "VantrelStopControl.h"
+#include "VantrelVersion.h"
 #include "rcAPI.h"
 
-/// The metadata connection to one server: finds it, by its address or through discovery, connects with
-/// retries, checks that it is the server asked for, performs calls with time-outs and connects again after a
-/// loss. Failures are thrown as Vantrel::CoException. Thread safety: any thread may call; calls wait for each
-/// other, except `stop` and `isConnected`. No lock is held while callbacks of the application run (see
-/// CoDeferral).
+/// The metadata connection to one server: performs calls with time-outs, connecting first where needed, and
+/// again after a loss. What became of a call is its outcome; the text beside it is the reply or the reason.
+/// Thread safety: any thread may call; calls wait for each other, except `stop` and `isConnected`. No lock is
+/// held while callbacks of the application run (see CoDeferral).
 class VantrelClientConnection {
   public:
     class Shared;
@@ -28,112 +26,83 @@ class VantrelClientConnection {
       public:
         virtual ~ConnectCallback() = default;
         /// Runs on the thread that found the connection lost, before its call is sent, under the connection's
-        /// lock. It may use the connection; such a call does not connect again.
+        /// lock. It may use the connection by `callConnected`, which does not connect again.
         virtual void connected() = 0;
     };
 
-    /// Connects nobody yet.
+    /// How long a call may take.
+    struct Limits {
+        unsigned callMs;     ///< for the answer
+        unsigned connectMs;  ///< for each attempt to connect, where the call has to
+        unsigned retryMs;    ///< for trying again to connect
+
+        /// As the environment sets them.
+        static Limits byDefault();
+    };
+
+    /// Connects to no server yet.
     explicit VantrelClientConnection(const VantrelServerId& serverId);
     VantrelClientConnection(const VantrelClientConnection&) = delete;
     VantrelClientConnection& operator=(const VantrelClientConnection&) = delete;
     ~VantrelClientConnection();
 
-    /// Connects, trying again for `retryTimeoutMs`; afterwards the daemon info is known. Throws with the
-    /// reason.
-    void connect(unsigned connectTimeoutMs, unsigned retryTimeoutMs);
+    /// Performs one call, connecting first where needed, and at most twice: only a call that was Lost is sent
+    /// again. `result` is the server's reply, or the reason of a failure. A call that times out closes the
+    /// connection.
+    Vantrel::rcOutcome callMethod(const char* method, const char* argument, std::string& result,
+                                  const Limits& limits);
 
-    /// Performs one call, connecting first where needed, and at most twice. Throws with the server's message
-    /// or the transport's error. A call that times out closes the connection.
-    void callMethod(const char* method, const char* argument, bool waitForResult, std::string& result,
-                    unsigned callTimeoutMs, unsigned connectTimeoutMs, unsigned retryTimeoutMs);
-
-    /// The same with a connection that is up: never connects. For farewells, which nobody waits for long.
-    void callConnected(const char* method, const char* argument, std::string& result, unsigned callTimeoutMs);
+    /// The same with a connection that is up: never connects.
+    Vantrel::rcOutcome callConnected(const char* method, const char* argument, std::string& result,
+                                     unsigned callTimeoutMs);
 
     /// What the server said of itself when connecting, connecting now if need be; with `refresh` it is asked
-    /// again. Never null. Throws with the reason.
-    std::shared_ptr<const VantrelDaemonInfo> getDaemonInfo(bool refresh);
+    /// again. `info` is not null when it was Answered, else `error` says why.
+    Vantrel::rcOutcome getDaemonInfo(bool refresh, std::shared_ptr<const VantrelDaemonInfo>& info,
+                                     std::string& error);
+    /// The server's version, from the same record.
+    Vantrel::rcOutcome getProtocolVersion(VantrelVersion& version, std::string& error);
 
     void disconnect();
-    bool isConnected() const { return endpoint_.isConnected(false); }
-    void stop(const char* reason);
+    bool isConnected() const { return control_.isConnected(); }
+    void stop(const char* reason) { control_.stop(reason); }
 
-    /// For whoever waits for the server without calling it. True when the connection is up, or when a call is
-    /// in progress on another thread, which is not waited for. One that was lost is connected again, without
-    /// retries; false when that fails.
-    bool restore(unsigned connectTimeoutMs);
+    /// The health check of those who wait for the server without calling it. True when the connection is up,
+    /// or when a call is in progress on another thread, which is not waited for. One that was lost is
+    /// connected again, without retries; false when that fails.
+    [[nodiscard]] bool restore(unsigned connectTimeoutMs);
 
     /// Callbacks are not owned; each is called after every reconnection. Removing waits for a callback in
     /// progress on another thread.
     void addConnectCallback(ConnectCallback* callback);
     void removeConnectCallback(ConnectCallback* callback);
-    void connectCallbacks();
-
-    const VantrelServerId& serverId() const { return serverId_; }
-
-    static unsigned getDefaultCallTimeoutMs();
-    static unsigned getDefaultConnectionTimeoutMs();
-    static unsigned getDefaultConnectionRetryTimeoutMs();
 
     static void setDisconnectCB(VantrelDisconnectCallBack callback);
     static VantrelDisconnectCallBack getDisconnectCB();
 
-    /// What a server answers to "GetDaemonList", on a connection made for that. For discovery.
+    /// What a server answers to "GetDaemonList", on a connection made for that; throws Vantrel::CoException
+    /// with the reason of a failure. For discovery.
     static std::string fetchDaemonList(const VantrelServerId& serverId, unsigned callTimeoutMs);
 
   private:
-    class Operation;
-    enum class Attempt { Connected, Failed };
+    using Terms = VantrelServerFinder::Terms;
 
-    static constexpr const char* GET_DAEMON_INFO = "GetDaemonInfo";
-    static constexpr const char* GET_DAEMON_INFO_ARGUMENT = "\"\"";
-
-    // --- Connecting (VantrelClientConnect.cpp) ---
-
-    void connectLocked(unsigned connectTimeoutMs, unsigned retryTimeoutMs);
-    void reportAddress();
-    Attempt tryGivenAddress(unsigned connectTimeoutMs);
-    bool findAllowedAddress(unsigned timeoutMs, std::string& address);
-    Attempt tryResolvedAddresses(unsigned connectTimeoutMs);
-    bool tryResolvedAddress(const VantrelDaemonInfo& info, const std::string& address,
-                            unsigned connectTimeoutMs);
-    [[noreturn]] void failToConnect();
-    std::shared_ptr<const VantrelDaemonInfo> announcedInfo() const;
-    bool askServer(std::shared_ptr<const VantrelDaemonInfo>& info);
-    std::shared_ptr<const VantrelDaemonInfo> readDaemonInfo(std::string reply) const;
-    void complete(VantrelDaemonInfo& info) const;
-    std::string mismatch(const VantrelDaemonInfo& info) const;
-    void reached(std::shared_ptr<const VantrelDaemonInfo> info);
-
-    bool endpointCall(const char* method, const char* argument, bool waitForResult, std::string& result,
-                      unsigned timeoutMs);
-    void pauseForRetry(unsigned milliseconds);
-    void throwIfStopped();
-    void throwIfStoppedOrTimedOut();
-    void callDisconnectCallback() const;
-    void noteLoss();
-    static unsigned daemonInfoTimeoutMs();
-    static void simulateLatency(const Vantrel::CoEnvInt& setting);
+    Vantrel::rcOutcome callOnce(const char* method, const char* argument, std::string& result,
+                                unsigned timeoutMs) CO_REQUIRES(mutex_);
+    Vantrel::rcOutcome connect(const Terms& terms, std::string& error) CO_REQUIRES(mutex_);
+    Vantrel::rcOutcome updateDaemonInfo(bool refresh, std::string& error) CO_REQUIRES(mutex_);
+    void runConnectCallbacks() CO_REQUIRES(mutex_);
+    void noteLoss() CO_REQUIRES(mutex_);
+    void callDisconnectCallback() const CO_REQUIRES(mutex_);
 
     const VantrelServerId serverId_;
 
-    std::recursive_mutex mutex_;  // serialises calls and connection changes; guards what follows
-    std::shared_ptr<const VantrelDaemonInfo> daemonInfo_;
-    std::string reachedAddress_;
-    std::string lastError_;
-    bool wasConnected_ = false;   // at any time before
-    bool askedServer_ = false;    // since the last connect: daemonInfo_ is the server's own answer
-    bool neverConnects_ = false;  // a call now leaves a lost connection lost
-    bool unasked_ = false;        // connecting for restore(): nobody is told of its failure
+    Vantrel::CoRecursiveMutex mutex_;  // serialises calls and connection changes
+    Vantrel::CoRecursiveMutex callbacksMutex_ CO_ACQUIRED_AFTER(mutex_);  // held while they run
 
-    std::recursive_mutex callbacksMutex_;  // held while they run; taken after mutex_
-    std::vector<ConnectCallback*> connectCallbacks_;
-
-    Vantrel::rcAPI endpoint_;  // used under mutex_, but for stop() and isConnected(false)
-
-    std::mutex stopMutex_;  // guards what a stop() from another thread tells the operation in progress
-    std::condition_variable stopSignal_;
-    unsigned operations_ = 0;                 // in progress: the outermost and those nested in it
-    std::atomic<bool> stopRequested_{false};  // atomic: discovery looks without the mutex
-    std::string stopReason_;
+    Vantrel::rcAPI endpoint_ CO_GUARDED_BY(mutex_);
+    VantrelStopControl control_;  // reaches the endpoint from any thread
+    VantrelServerFinder finder_ CO_GUARDED_BY(mutex_);
+    bool wasConnected_ CO_GUARDED_BY(mutex_) = false;  // at any time before
+    std::vector<ConnectCallback*> connectCallbacks_ CO_GUARDED_BY(callbacksMutex_);
 };

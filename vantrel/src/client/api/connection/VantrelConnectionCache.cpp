@@ -13,7 +13,7 @@ VantrelRawDataClientConnection* VantrelConnectionCache::get(VantrelDaemonInfoMgr
     if (!holder.getDaemonInfo(info)) return nullptr;
     const int port = info->getFramePort();
     const CoDeferral deferral;
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const Vantrel::CoLock lock(mutex_);
     auto found = slots_.find(port);
     if (found == slots_.end()) {
         if (slots_.size() >= MAX_CONNECTIONS) forgetOldest();
@@ -21,7 +21,7 @@ VantrelRawDataClientConnection* VantrelConnectionCache::get(VantrelDaemonInfoMgr
     }
     Slot& slot = found->second;
     slot.lastUse = ++uses_;
-    // The holder that it was made for may have come to stand for another server meanwhile.
+    // The holder that it was made for may have come to stand for another server.
     if (!slot.connection.isConnected()) slot.connection.setServer(holder);
     return &slot.connection;
 }
@@ -33,10 +33,12 @@ void VantrelConnectionCache::forgetOldest() {
 
 void VantrelConnectionCache::stop() {
     const CoDeferral deferral;
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const Vantrel::CoLock lock(mutex_);
     for (auto& [port, slot] : slots_) slot.connection.stop();
 }
 
 void VantrelConnectionCache::disconnect() {
+    const CoDeferral deferral;
+    const Vantrel::CoLock lock(mutex_);
     for (auto& [port, slot] : slots_) slot.connection.disconnect();
 }

@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
-#include <mutex>
 
+#include "CoMutex.h"
 #include "VantrelRawDataClientConnection.h"
 
 /// Raw-data connections by frame port. Servers with the same frame port share one: the port alone is the key.
@@ -38,9 +38,9 @@ class VantrelConnectionCache {
         std::uint64_t lastUse = 0;
     };
 
-    void forgetOldest();
+    void forgetOldest() CO_REQUIRES(mutex_);
 
     std::uint64_t uses_ = 0;
-    std::mutex mutex_;           // guards what slots there are; what is in them belongs to the one thread
-    std::map<int, Slot> slots_;  // by frame port
+    Vantrel::CoMutex mutex_;  // of the slots, so that stop() finds them; their contents are the one thread's
+    std::map<int, Slot> slots_ CO_GUARDED_BY(mutex_);  // by frame port
 };

@@ -2,7 +2,7 @@
 
 #include "CoAssert.h"
 
-// Both accessors stand here, where their assertions have always been reported from.
+// A failed assertion is logged with its source file: that of an empty handle is documented as this one.
 
 VantrelServerImp* VantrelServerHandle::imp() const {
     CO_ASSERT_NAMED(imp_ != nullptr, "imp_ != 0");

@@ -4,12 +4,10 @@
 #include <utility>
 
 #include "CoMsg.h"
-#include "VantrelCommands.h"
 #include "VantrelIndexError.h"
-#include "VantrelNodeTypes.h"
+#include "VantrelServerImp.h"
 
-namespace Commands = VantrelCommands;
-using Client = VantrelNodeClientAPI;
+using Session = VantrelServerImp::Session;
 
 VantrelNodeImp::VantrelNodeImp(const VantrelServerHandle* server, const VantrelNodeId& id)
     : id_(id), server_(server) {}
@@ -47,6 +45,10 @@ void VantrelNodeImp::pointAtChild(std::size_t index, VantrelNodeImp& child) cons
     child.displayName_ = std::move(displayName);
 }
 
+VantrelServerImp* VantrelNodeImp::serverImp() const {
+    return server().imp();
+}
+
 void VantrelNodeImp::setLastError(const std::string& text) const {
     if (VantrelServerImp* server = serverImp()) server->setLastError(text);
 }
@@ -78,10 +80,8 @@ void VantrelNodeImp::forgetAll() {
 const VantrelNodeInterface::NodeInfoList* VantrelNodeImp::children() {
     if (!childrenFresh_) {
         children_.clear();
-        childrenFresh_ = versionedRequest([this](Client& client, const VantrelVersion& version) {
-            return version >= Commands::GET_CHILDREN_EX.since ? client.getChildrenEx(id_, children_)
-                                                              : client.getChildren(id_, children_);
-        });
+        const Session session(serverImp());
+        childrenFresh_ = session && session.nodes().getChildren(id_, children_);
     }
     return childrenFresh_ ? &children_ : nullptr;
 }
@@ -89,11 +89,8 @@ const VantrelNodeInterface::NodeInfoList* VantrelNodeImp::children() {
 const std::vector<VantrelFrameId>* VantrelNodeImp::frames() {
     if (!frames_) {
         std::vector<VantrelFrameId> fetched;
-        const bool ok = versionedRequest([&](Client& client, const VantrelVersion& version) {
-            return version >= Commands::GET_FRAMES_EX.since ? client.getFramesEx(id_, fetched)
-                                                            : client.getFrames(id_, fetched);
-        });
-        if (ok) frames_ = std::move(fetched);
+        const Session session(serverImp());
+        if (session && session.nodes().getFrames(id_, fetched)) frames_ = std::move(fetched);
     }
     return frames_ ? &*frames_ : nullptr;
 }
@@ -101,11 +98,8 @@ const std::vector<VantrelFrameId>* VantrelNodeImp::frames() {
 const std::vector<std::string>* VantrelNodeImp::framePaths() {
     if (!framePaths_) {
         std::vector<std::string> fetched;
-        const bool ok = versionedRequest([&](Client& client, const VantrelVersion& version) {
-            return version >= Commands::GET_FRAME_PATHS_EX.since ? client.getFramePathsEx(id_, fetched)
-                                                                 : client.getFramePaths(id_, fetched);
-        });
-        if (ok) framePaths_ = std::move(fetched);
+        const Session session(serverImp());
+        if (session && session.nodes().getFramePaths(id_, fetched)) framePaths_ = std::move(fetched);
     }
     return framePaths_ ? &*framePaths_ : nullptr;
 }
@@ -113,7 +107,8 @@ const std::vector<std::string>* VantrelNodeImp::framePaths() {
 const std::vector<std::string>* VantrelNodeImp::metaDataStreams() {
     if (!metaDataStreams_) {
         std::vector<std::string> fetched;
-        if (request([&](Client& client) { return client.queryMetaDataSupport(id_, fetched); })) {
+        const Session session(serverImp());
+        if (session && session.nodes().queryMetaDataSupport(id_, fetched)) {
             metaDataStreams_ = std::move(fetched);
         }
     }
@@ -122,12 +117,10 @@ const std::vector<std::string>* VantrelNodeImp::metaDataStreams() {
 
 bool VantrelNodeImp::fetchClipFormat() {
     VantrelClipFormat fetched;
-    const bool ok = versionedRequest([&](Client& client, const VantrelVersion& version) {
-        return version >= Commands::GET_CLIP_FORMAT_EX.since ? client.getClipFormatEx(id_, fetched)
-                                                             : client.getClipFormat(id_, fetched);
-    });
-    if (ok) clipFormat_ = fetched;
-    return ok;
+    const Session session(serverImp());
+    if (!session || !session.nodes().getClipFormat(id_, fetched)) return false;
+    clipFormat_ = fetched;
+    return true;
 }
 
 const VantrelClipFormat* VantrelNodeImp::clipFormat() {
@@ -137,11 +130,8 @@ const VantrelClipFormat* VantrelNodeImp::clipFormat() {
 const char* VantrelNodeImp::displayName() {
     if (!displayName_) {
         std::string fetched;
-        const bool ok = versionedRequest([&](Client& client, const VantrelVersion& version) {
-            return version >= Commands::GET_CHILDREN_EX.since ? client.getDisplayNameEx(id_, fetched)
-                                                              : client.getDisplayName(id_, fetched);
-        });
-        if (ok) displayName_ = std::move(fetched);
+        const Session session(serverImp());
+        if (session && session.nodes().getDisplayName(id_, fetched)) displayName_ = std::move(fetched);
     }
     return displayName_ ? displayName_->c_str() : nullptr;
 }
@@ -149,75 +139,55 @@ const char* VantrelNodeImp::displayName() {
 const VantrelNodeImp::Type* VantrelNodeImp::type() {
     if (!type_) {
         Type fetched;
-        const bool ok = request([&](Client& client) {
-            return client.getNodeType(id_, fetched.kind, fetched.extended) &&
-                   client.getNodeTypeStr(id_, fetched.text);
-        });
-        if (ok) type_ = std::move(fetched);
+        const Session session(serverImp());
+        if (session && session.nodes().getType(id_, fetched)) type_ = std::move(fetched);
     }
     return type_ ? &*type_ : nullptr;
 }
 
 bool VantrelNodeImp::parent(VantrelNodeId& parent) {
-    return request([&](Client& client) { return client.getParentNode(id_, parent); });
+    const Session session(serverImp());
+    return session && session.nodes().getParentNode(id_, parent);
 }
 
 // --- Editing the tree ---
 
 bool VantrelNodeImp::canCreate(const char* extendedType, bool& can) {
-    VantrelServerImp* server = serverImp();
-    VantrelVersion version{};
-    if (!server || !server->protocolVersion(version)) return false;
-    if (version >= Commands::CAN_CREATE_NODE.since) {
-        return request([&](Client& client) { return client.canCreateNode(id_, extendedType, can); });
-    }
-    const Type* own = type();
-    if (!own) return false;
-    if (!vantrelIsKnownNodeType(own->text)) {
-        setLastError(Vantrel::coFormat("Unhandled parent node type '%s'", own->text.c_str()));
-        return false;
-    }
-    can = vantrelNodeTypeAccepts(own->text, extendedType);
-    return true;
+    const Session session(serverImp());
+    return session && session.nodes().canCreateNode(id_, type_, extendedType, can);
 }
 
 bool VantrelNodeImp::create(const char* name, VantrelNodeInterface::NodeType kind, const char* extendedType,
                             const char* stream, const char* metaData, const VantrelClipFormat& format,
                             VantrelNodeId& created) {
-    VantrelServerImp* server = serverImp();
-    if (!server) return false;
-    if (kind == VantrelNodeInterface::CONTAINER &&
-        !server->requireVersion(Commands::SET_META_DATA.since, VantrelServerImp::NOT_SUPPORTED)) {
+    const Session session(serverImp());
+    if (!session ||
+        !session.nodes().createNode(id_, name, kind, extendedType, stream, metaData, format, created)) {
         return false;
     }
-    const bool ok = versionedRequest([&](Client& client, const VantrelVersion& version) {
-        return version >= Commands::CREATE_NODE_EX.since
-                   ? client.createNodeEx(id_, name, kind, extendedType, stream, metaData, format, created)
-                   : client.createNode(id_, name, kind, extendedType, format, created);
-    });
-    if (ok) childrenFresh_ = false;
-    return ok;
+    childrenFresh_ = false;
+    return true;
 }
 
 bool VantrelNodeImp::duplicate(const VantrelNodeId& source, const char* name, VantrelNodeId& copy) {
-    VantrelServerImp* server = serverImp();
-    const bool ok = server &&
-                    server->requireVersion(Commands::DUPLICATE_NODE.since, VantrelServerImp::NOT_SUPPORTED) &&
-                    request([&](Client& client) { return client.duplicateNode(id_, source, name, copy); });
-    if (ok) childrenFresh_ = false;
-    return ok;
+    const Session session(serverImp());
+    if (!session || !session.nodes().duplicateNode(id_, source, name, copy)) return false;
+    childrenFresh_ = false;
+    return true;
 }
 
 bool VantrelNodeImp::rename(const char* name) {
+    const Session session(serverImp());
     VantrelNodeId renamed = id_;
-    if (!request([&](Client& client) { return client.renameNode(renamed, name); })) return false;
+    if (!session || !session.nodes().renameNode(renamed, name)) return false;
     setId(renamed);
     displayName_.reset();
     return true;
 }
 
 bool VantrelNodeImp::destroy() {
-    if (!request([this](Client& client) { return client.destroyNode(id_); })) return false;
+    const Session session(serverImp());
+    if (!session || !session.nodes().destroyNode(id_)) return false;
     setId(VantrelNodeId());
     return true;
 }
@@ -225,13 +195,13 @@ bool VantrelNodeImp::destroy() {
 // --- Metadata ---
 
 bool VantrelNodeImp::getMetaData(const char* stream, const char* filter, int depth, std::string& metaData) {
-    return request([&](Client& client) { return client.getMetaData(id_, stream, filter, depth, metaData); });
+    const Session session(serverImp());
+    return session && session.nodes().getMetaData(id_, stream, filter, depth, metaData);
 }
 
 bool VantrelNodeImp::setMetaData(const char* stream, const char* metaData) {
-    VantrelServerImp* server = serverImp();
-    return server && server->requireVersion(Commands::SET_META_DATA.since, VantrelServerImp::NOT_SUPPORTED) &&
-           request([&](Client& client) { return client.setMetaData(id_, stream, metaData); });
+    const Session session(serverImp());
+    return session && session.nodes().setMetaData(id_, stream, metaData);
 }
 
 // --- Frames ---
@@ -242,47 +212,33 @@ bool VantrelNodeImp::setNumFrames(unsigned count) {
         return false;
     }
     if (!fetchClipFormat()) return false;
+    const Session session(serverImp());
     std::vector<VantrelFrameId> allocated;
-    const bool ok = versionedRequest([&](Client& client, const VantrelVersion& version) {
-        const int frames = static_cast<int>(count);
-        return version >= Commands::GET_FRAMES_EX.since
-                   ? client.allocateFramesEx(id_, frames, *clipFormat_, allocated)
-                   : client.allocateFrames(id_, frames, *clipFormat_, allocated);
-    });
-    if (ok) forgetFrames();
-    return ok;
+    if (!session || !session.nodes().allocateFrames(id_, static_cast<int>(count), *clipFormat_, allocated)) {
+        return false;
+    }
+    forgetFrames();
+    return true;
 }
 
 bool VantrelNodeImp::linkToFrames(const std::vector<std::string>& paths) {
-    VantrelServerImp* server = serverImp();
-    if (!server ||
-        !server->requireVersion(Commands::SET_FRAME_PATHS.since,
-                                "Server does not support linking to existing media files.") ||
-        !fetchClipFormat()) {
+    const Session session(serverImp());
+    if (!session || !session.nodes().requireFrameLinks() || !fetchClipFormat() ||
+        !session.nodes().setFramePaths(id_, paths, *clipFormat_)) {
         return false;
     }
-    const bool ok = versionedRequest([&](Client& client, const VantrelVersion& version) {
-        return version >= Commands::GET_FRAME_PATHS_EX.since
-                   ? client.setFramePathsEx(id_, paths, *clipFormat_)
-                   : client.setFramePaths(id_, paths, *clipFormat_);
-    });
-    if (ok) forgetFrames();
-    return ok;
+    forgetFrames();
+    return true;
 }
 
 bool VantrelNodeImp::streamId(VantrelStr& streamId) {
-    return versionedRequest([&](Client& client, const VantrelVersion& version) {
-        if (version >= Commands::GET_STREAM_ID.since) return client.getStreamId(id_, streamId);
-        streamId.clear();
-        return true;
-    });
+    const Session session(serverImp());
+    return session && session.nodes().getStreamId(id_, streamId);
 }
 
 bool VantrelNodeImp::getNbReadAheads(int& count) {
-    VantrelServerImp* server = serverImp();
-    return server &&
-           server->requireVersion(Commands::GET_NB_READ_AHEADS.since, VantrelServerImp::NOT_SUPPORTED) &&
-           request([&](Client& client) { return client.getNbReadAheads(id_, count); });
+    const Session session(serverImp());
+    return session && session.nodes().getNbReadAheads(id_, count);
 }
 
 bool VantrelNodeImp::readFrame(int index, const void* request, unsigned long requestSize, void* buffer,

@@ -7,10 +7,11 @@
 #include <vector>
 
 #include "VantrelNodeInterface.h"
-#include "VantrelServerImp.h"
 
-/// What stands behind a node handle: the node's id, the server handle through which requests go, and what the
-/// server has said about the node. Not locked: requests take the server's lock.
+class VantrelServerImp;
+
+/// What stands behind a node handle: the node's id, the server handle through which requests go, and the
+/// memory of what the server has said about the node. Not locked: requests take the server's lock.
 /// Every operation returns true on success and leaves the reason of a failure with the server handle.
 class VantrelNodeImp {
   public:
@@ -25,12 +26,11 @@ class VantrelNodeImp {
     void setLastError(const std::string& text) const;
 
     void pointAt(const VantrelServerHandle& server, const VantrelNodeId& id);
-    /// Points `child` at a child that `children` told; it then knows its display name. It may be this very
-    /// node.
+    /// Points `child` at one of `children`, whose display name it then knows. It may be this very node.
     void pointAtChild(std::size_t index, VantrelNodeImp& child) const;
 
     /// False, with the last error set, when `index` is not below `size`.
-    bool checkIndex(int index, std::size_t size) const;
+    [[nodiscard]] bool checkIndex(int index, std::size_t size) const;
 
     // Each answers from what is known, else asks the server. The pointer is null on failure; it is valid
     // until the node changes or is asked again.
@@ -41,52 +41,37 @@ class VantrelNodeImp {
     const VantrelClipFormat* clipFormat();
     const char* displayName();
 
-    struct Type {
-        VantrelNodeInterface::NodeType kind = VantrelNodeInterface::CONTAINER;
-        int extended = 0;
-        std::string text;
-    };
+    using Type = VantrelNodeInterface::Type;
     const Type* type();
 
-    bool parent(VantrelNodeId& parent);
-    bool canCreate(const char* extendedType, bool& can);
-    bool create(const char* name, VantrelNodeInterface::NodeType kind, const char* extendedType,
-                const char* stream, const char* metaData, const VantrelClipFormat& format,
-                VantrelNodeId& created);
-    bool duplicate(const VantrelNodeId& source, const char* name, VantrelNodeId& copy);
-    bool rename(const char* name);
-    bool destroy();
+    [[nodiscard]] bool parent(VantrelNodeId& parent);
+    [[nodiscard]] bool canCreate(const char* extendedType, bool& can);
+    [[nodiscard]] bool create(const char* name, VantrelNodeInterface::NodeType kind, const char* extendedType,
+                              const char* stream, const char* metaData, const VantrelClipFormat& format,
+                              VantrelNodeId& created);
+    [[nodiscard]] bool duplicate(const VantrelNodeId& source, const char* name, VantrelNodeId& copy);
+    [[nodiscard]] bool rename(const char* name);
+    [[nodiscard]] bool destroy();
 
-    bool getMetaData(const char* stream, const char* filter, int depth, std::string& metaData);
-    bool setMetaData(const char* stream, const char* metaData);
+    [[nodiscard]] bool getMetaData(const char* stream, const char* filter, int depth, std::string& metaData);
+    [[nodiscard]] bool setMetaData(const char* stream, const char* metaData);
 
-    bool setNumFrames(unsigned count);
-    bool linkToFrames(const std::vector<std::string>& paths);
-    bool streamId(VantrelStr& streamId);
-    bool getNbReadAheads(int& count);
-    bool activateReadAhead() { return getNbReadAheads(readAheads_); }
+    [[nodiscard]] bool setNumFrames(unsigned count);
+    [[nodiscard]] bool linkToFrames(const std::vector<std::string>& paths);
+    [[nodiscard]] bool streamId(VantrelStr& streamId);
+    [[nodiscard]] bool getNbReadAheads(int& count);
+    [[nodiscard]] bool activateReadAhead() { return getNbReadAheads(readAheads_); }
     void setClipFormat(const VantrelClipFormat& format) { clipFormat_ = format; }
 
-    bool readFrame(int index, const void* request, unsigned long requestSize, void* buffer,
-                   unsigned long size, bool hintReadAhead);
-    bool writeFrame(int index, const void* data, unsigned long size);
+    [[nodiscard]] bool readFrame(int index, const void* request, unsigned long requestSize, void* buffer,
+                                 unsigned long size, bool hintReadAhead);
+    [[nodiscard]] bool writeFrame(int index, const void* data, unsigned long size);
 
   private:
-    VantrelServerImp* serverImp() const { return server().imp(); }
-    bool fetchClipFormat();
+    VantrelServerImp* serverImp() const;
+    [[nodiscard]] bool fetchClipFormat();
     void forgetFrames();
     void forgetAll();
-
-    template <typename Call>
-    bool request(Call call) const {
-        VantrelServerImp* server = serverImp();
-        return server && server->nodeRequest(call);
-    }
-    template <typename Call>
-    bool versionedRequest(Call call) const {
-        VantrelServerImp* server = serverImp();
-        return server && server->versionedNodeRequest(call);
-    }
 
     VantrelNodeId id_;
     const VantrelServerHandle* server_;

@@ -47,8 +47,8 @@ void VantrelServerHandle::stop(const char* reason) const {
 }
 
 bool VantrelServerHandle::ping(unsigned int retryTimeoutMs) const {
-    VantrelServerImp* server = imp();
-    return server && server->ping(retryTimeoutMs);
+    const VantrelServerImp::Session session(imp());
+    return session && session.base().ping(retryTimeoutMs);
 }
 
 // --- Identity ---
@@ -76,9 +76,9 @@ bool readInfo(VantrelServerImp* server, Read read) {
 }
 
 bool queryText(VantrelServerImp* server, bool (VantrelNodeClientAPI::*query)(std::string&), VantrelStr& out) {
+    const VantrelServerImp::Session session(server);
     std::string text;
-    if (!server || !server->nodeRequest([&](VantrelNodeClientAPI& client) { return (client.*query)(text); }))
-        return false;
+    if (!session || !(session.nodes().*query)(text)) return false;
     out = text.c_str();
     return true;
 }
@@ -142,10 +142,8 @@ bool VantrelServerHandle::getProduct(VantrelStr& product) const {
 }
 
 bool VantrelServerHandle::getVersion(int& major, int& minor) const {
-    VantrelServerImp* server = imp();
-    return server && server->nodeRequest([&](VantrelNodeClientAPI& client) {
-        return client.queryNodePlugInVersion(major, minor);
-    });
+    const VantrelServerImp::Session session(imp());
+    return session && session.nodes().queryNodePlugInVersion(major, minor);
 }
 
 bool VantrelServerHandle::getProtocolVersion(int& major, int& minor) const {
@@ -171,11 +169,10 @@ bool VantrelServerHandle::compareProductVersion(bool& atLeast, int major, int mi
 // --- Nodes ---
 
 bool VantrelServerHandle::getRootNode(VantrelNodeHandle& node) const {
-    VantrelServerImp* server = imp();
     VantrelNodeId root;
-    if (!server || !node.imp() ||
-        !server->nodeRequest([&](VantrelNodeClientAPI& client) { return client.getRootNode(root); })) {
-        return false;
+    {
+        const VantrelServerImp::Session session(imp());
+        if (!session || !node.imp() || !session.nodes().getRootNode(root)) return false;
     }
     node.setServer(*this);
     node.setNodeId(root);

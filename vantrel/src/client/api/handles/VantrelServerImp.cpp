@@ -13,11 +13,12 @@ constexpr const char* NO_HANDLERS = "No event handler is registered";
 
 }  // namespace
 
-VantrelServerImp::VantrelServerImp(const VantrelServerId& serverId) : serverId_(serverId), rawData_(*this) {
+VantrelServerImp::VantrelServerImp(const VantrelServerId& serverId)
+    : serverId_(serverId), frameTarget_(*this), rawData_(frameTarget_) {
     serverId_.getId();  // builds its text now, so that threads may read it at the same time later
 }
 
-// First what calls back, while all that a handler may use still stands.
+// The events go first: handlers that run until then may use everything else.
 VantrelServerImp::~VantrelServerImp() {
     VantrelEventConnection::release(std::move(events_));
 }
@@ -27,39 +28,44 @@ bool VantrelServerImp::init() {
         setLastError(VantrelInitCounter::NOT_INITIALIZED);
         return false;
     }
-    if (initialized_) return true;
+    if (connectionNow_) return true;
     const Lock lock(*this);
-    if (initialized_) return true;
+    if (connectionNow_) return true;
     try {
         connection_.reset(&serverId_);
     } catch (const std::exception& error) {
         lastError_ = error.what();
         return false;
     }
-    baseClient_ = std::make_unique<VantrelBaseClientAPI>(*connection_.get());
-    nodeClient_ = std::make_unique<VantrelNodeClientAPI>(*connection_.get());
-    initialized_ = true;
+    baseClient_.emplace(*connection_.get(), lastError_);
+    nodeClient_.emplace(*connection_.get(), lastError_);
+    connectionNow_ = connection_.get();
     return true;
 }
 
-VantrelClientConnection* VantrelServerImp::connectionNow() const {
-    return initialized_ ? connection_.get() : nullptr;
+VantrelServerImp::Session::Session(VantrelServerImp* server) {
+    if (!server) return;
+    lock_.emplace(*server);
+    server->mutex_.assertHeld();
+    if (!server->init()) return;
+    nodes_ = &*server->nodeClient_;
+    base_ = &*server->baseClient_;
 }
 
 bool VantrelServerImp::isConnected() const {
-    const VantrelClientConnection* connection = connectionNow();
+    const VantrelClientConnection* connection = connectionNow_;
     return connection && connection->isConnected();
 }
 
 void VantrelServerImp::disconnect() {
-    stop(nullptr);  // whoever is in a call leaves it, and the lock
+    stop(nullptr);  // a thread that is in a call leaves it, and releases the lock
     const Lock lock(*this);
     if (frameClient_) frameClient_->disconnect();
-    if (VantrelClientConnection* connection = connectionNow()) connection->disconnect();
+    if (VantrelClientConnection* connection = connectionNow_) connection->disconnect();
 }
 
 void VantrelServerImp::stop(const char* reason) {
-    if (VantrelClientConnection* connection = connectionNow()) connection->stop(reason);
+    if (VantrelClientConnection* connection = connectionNow_) connection->stop(reason);
     if (VantrelFrameClientAPI* frames = frameClientNow_) frames->stop();
 }
 
@@ -71,11 +77,6 @@ std::string VantrelServerImp::lastErrorText() const {
 void VantrelServerImp::setLastError(std::string text) {
     const Lock lock(*this);
     lastError_ = std::move(text);
-}
-
-bool VantrelServerImp::ping(unsigned retryTimeoutMs) {
-    return request(&VantrelServerImp::baseClient_,
-                   [retryTimeoutMs](VantrelBaseClientAPI& client) { return client.ping(retryTimeoutMs); });
 }
 
 // --- Events ---
@@ -135,10 +136,8 @@ bool VantrelServerImp::unregisterEventHandler(const VantrelNodeId& nodeId,
 
 std::shared_ptr<const VantrelDaemonInfo> VantrelServerImp::daemonInfo() {
     const Lock lock(*this);
-    const bool ok = request(&VantrelServerImp::baseClient_, [this](VantrelBaseClientAPI& client) {
-        // The first answer may be the connection's; one that went stale is not asked of it again.
-        return client.getDaemonInfo(daemonInfo_, daemonInfo_ && daemonInfoStale_);
-    });
+    // The first answer may be the connection's; one that went stale is not asked of it again.
+    const bool ok = init() && baseClient_->getDaemonInfo(daemonInfo_, daemonInfo_ && daemonInfoStale_);
     daemonInfoStale_ = !ok;
     return ok ? daemonInfo_ : nullptr;
 }
@@ -157,11 +156,7 @@ bool VantrelServerImp::requireVersion(const VantrelVersion& needed, const std::s
     return false;
 }
 
-bool VantrelServerImp::getDaemonInfo(const VantrelDaemonInfo*& info) {
-    if (!daemonInfo()) return false;
-    info = daemonInfo_.get();
-    return true;
-}
+// --- Frames ---
 
 VantrelFrameClientAPI& VantrelServerImp::frameApi() {
     if (!init()) throw Vantrel::CoException(lastError_);
@@ -172,4 +167,23 @@ VantrelFrameClientAPI& VantrelServerImp::frameApi() {
         frameClientNow_ = frameClient_.get();
     }
     return *frameClient_;
+}
+
+// A frame connection asks on behalf of a request, which holds the lock.
+
+bool VantrelServerImp::FrameTarget::getDaemonInfo(const VantrelDaemonInfo*& info) {
+    server_.mutex_.assertHeld();
+    if (!server_.daemonInfo()) return false;
+    info = server_.daemonInfo_.get();
+    return true;
+}
+
+void VantrelServerImp::FrameTarget::clearDaemonInfo() {
+    server_.mutex_.assertHeld();
+    server_.daemonInfoStale_ = true;
+}
+
+const char* VantrelServerImp::FrameTarget::lastError() const {
+    server_.mutex_.assertHeld();
+    return server_.lastError_.c_str();
 }

@@ -3,13 +3,14 @@
 #include <vantrel/VantrelServerHandle.h>
 
 #include <atomic>
+#include <exception>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "CoDeferral.h"
+#include "CoMutex.h"
 #include "VantrelBaseClientAPI.h"
 #include "VantrelDaemonInfoMgr.h"
 #include "VantrelEventConnection.h"
@@ -21,20 +22,25 @@
 
 /// What stands behind a server handle: the shared metadata connection and the command clients on it, the
 /// frame connection, the last error. One recursive lock serialises everything but `isConnected` and `stop`.
-class VantrelServerImp : private VantrelDaemonInfoMgr {
+class VantrelServerImp {
   public:
     /// The lock. While it is held, callbacks of the application wait (CoDeferral).
-    class Lock {
+    class CO_SCOPED_CAPABILITY Lock {
       public:
-        explicit Lock(const VantrelServerImp& server) : lock_(server.mutex_) {}
+        explicit Lock(const VantrelServerImp& server) CO_ACQUIRE(server.mutex_) : lock_(server.mutex_) {}
+        ~Lock() CO_RELEASE() {}
 
       private:
         Vantrel::CoDeferral deferral_;  // outlives lock_
-        std::lock_guard<std::recursive_mutex> lock_;
+        Vantrel::CoLock<Vantrel::CoRecursiveMutex> lock_;
     };
 
+    class Session;
+
     explicit VantrelServerImp(const VantrelServerId& serverId);
-    ~VantrelServerImp() override;
+    VantrelServerImp(const VantrelServerImp&) = delete;
+    VantrelServerImp& operator=(const VantrelServerImp&) = delete;
+    ~VantrelServerImp();
 
     /// Takes the connection and builds the command clients on it, once. False: see `lastErrorText`.
     bool init();
@@ -48,26 +54,9 @@ class VantrelServerImp : private VantrelDaemonInfoMgr {
     std::string lastErrorText() const;
     void setLastError(std::string text);
 
-    /// Under the lock: initialises, then runs `call`, which returns false after setting `client`'s last
-    /// error.
-    template <typename Client, typename Call>
-    bool request(std::unique_ptr<Client> VantrelServerImp::*client, Call call);
-    template <typename Call>
-    bool nodeRequest(Call call) {
-        return request(&VantrelServerImp::nodeClient_, call);
-    }
-    template <typename Call>
-    bool baseRequest(Call call) {
-        return request(&VantrelServerImp::baseClient_, call);
-    }
-    /// The same for calls that depend on the server's age: `call(client, version)`.
-    template <typename Call>
-    bool versionedNodeRequest(Call call);
     /// Under the lock: builds the frame client, then runs `call(client)`, which throws on failure.
     template <typename Call>
-    bool frameRequest(Call call);
-
-    bool ping(unsigned retryTimeoutMs);
+    [[nodiscard]] bool frameRequest(Call call);
 
     // The handler is not null. Both wait for a call of it where need be, without the lock, which that call
     // may want.
@@ -75,68 +64,75 @@ class VantrelServerImp : private VantrelDaemonInfoMgr {
                               const char* format, const char* meta);
     bool unregisterEventHandler(const VantrelNodeId& nodeId, const VantrelNodeEvent::Handler* handler);
 
-    /// The path translation tables that were asked for, as the server told them last.
+    /// The path translation tables that were asked for, as the server gave them last.
     struct TranslationTables {
         std::optional<std::vector<VantrelPathTranslationGroup>> groups;
         std::optional<std::vector<VantrelHostTranslation>> hosts;
         std::optional<std::vector<VantrelOsTypeTranslation>> osTypes;
     };
-    /// To be used under the lock.
-    TranslationTables& translationTables() { return translationTables_; }
+    TranslationTables& translationTables() CO_REQUIRES(mutex_) { return translationTables_; }
 
     /// The server's daemon info, null on failure. The record stays valid as long as the pointer is held.
     std::shared_ptr<const VantrelDaemonInfo> daemonInfo();
     /// The server's protocol version; false when it cannot be had.
-    bool protocolVersion(VantrelVersion& version);
+    [[nodiscard]] bool protocolVersion(VantrelVersion& version);
     /// False, with `refusal` as the last error, when the server is older than `needed`.
-    bool requireVersion(const VantrelVersion& needed, const std::string& refusal);
+    [[nodiscard]] bool requireVersion(const VantrelVersion& needed, const std::string& refusal);
 
-    static constexpr const char* NOT_SUPPORTED = "Functionality not supported on remote Vantrel server.";
+    /// For functions elsewhere that want the lock held.
+    Vantrel::CoRecursiveMutex& mutex() const CO_RETURN_MUTEX(mutex_) { return mutex_; }
 
   private:
-    bool getDaemonInfo(const VantrelDaemonInfo*& info) override;
-    void clearDaemonInfo() override { daemonInfoStale_ = true; }
-    const char* lastError() const override { return lastError_.c_str(); }
+    /// Where the frame connection leads: asked for under the lock.
+    class FrameTarget : public VantrelDaemonInfoMgr {
+      public:
+        explicit FrameTarget(VantrelServerImp& server) : server_(server) {}
+        bool getDaemonInfo(const VantrelDaemonInfo*& info) override;
+        void clearDaemonInfo() override;
+        const char* lastError() const override;
 
-    VantrelFrameClientAPI& frameApi();
+      private:
+        VantrelServerImp& server_;
+    };
+
+    VantrelFrameClientAPI& frameApi() CO_REQUIRES(mutex_);
     using EventConnection = std::shared_ptr<VantrelEventConnection>;
-    VantrelEventConnection& eventConnection(EventConnection& old);
-    VantrelClientConnection* connectionNow() const;
+    VantrelEventConnection& eventConnection(EventConnection& old) CO_REQUIRES(mutex_);
 
     const VantrelServerId serverId_;
-    std::atomic<bool> initialized_{false};
-    std::atomic<bool> daemonInfoStale_{true};
-    std::atomic<VantrelFrameClientAPI*> frameClientNow_{nullptr};  // frameClient_'s, once it is made
+    // What stop() and isConnected() reach without the lock: set once, never replaced.
+    std::atomic<VantrelClientConnection*> connectionNow_{nullptr};
+    std::atomic<VantrelFrameClientAPI*> frameClientNow_{nullptr};
 
-    mutable std::recursive_mutex mutex_;  // guards what follows
-    std::string lastError_;
-    VantrelClientConnection::Shared
-        connection_;  // set once, before initialized_; read without the lock after
-    std::unique_ptr<VantrelBaseClientAPI> baseClient_;
-    std::unique_ptr<VantrelNodeClientAPI> nodeClient_;
-    std::shared_ptr<const VantrelDaemonInfo> daemonInfo_;
-    TranslationTables translationTables_;
-    EventConnection events_;  // made by the first registration
+    mutable Vantrel::CoRecursiveMutex mutex_;
+    std::string lastError_ CO_GUARDED_BY(mutex_);
+    VantrelClientConnection::Shared connection_ CO_GUARDED_BY(mutex_);
+    std::optional<VantrelBaseClientAPI> baseClient_ CO_GUARDED_BY(mutex_);
+    std::optional<VantrelNodeClientAPI> nodeClient_ CO_GUARDED_BY(mutex_);
+    std::shared_ptr<const VantrelDaemonInfo> daemonInfo_ CO_GUARDED_BY(mutex_);
+    bool daemonInfoStale_ CO_GUARDED_BY(mutex_) = true;
+    TranslationTables translationTables_ CO_GUARDED_BY(mutex_);
+    EventConnection events_ CO_GUARDED_BY(mutex_);  // made by the first registration
+    FrameTarget frameTarget_;
     VantrelRawDataClientConnection rawData_;
-    std::unique_ptr<VantrelFrameClientAPI> frameClient_;  // set once; stop() reaches it without the lock
+    std::unique_ptr<VantrelFrameClientAPI> frameClient_ CO_GUARDED_BY(mutex_);
 };
 
-template <typename Client, typename Call>
-bool VantrelServerImp::request(std::unique_ptr<Client> VantrelServerImp::*client, Call call) {
-    const Lock lock(*this);
-    if (!init()) return false;
-    if (call(*(this->*client))) return true;
-    lastError_ = (this->*client)->lastError();
-    return false;
-}
+/// The lock and, under it, the command clients, whose failures become the server's last error. Without the
+/// clients, and false, when there is no server or the library is not initialised.
+class VantrelServerImp::Session {
+  public:
+    explicit Session(VantrelServerImp* server);
 
-template <typename Call>
-bool VantrelServerImp::versionedNodeRequest(Call call) {
-    const Lock lock(*this);
-    VantrelVersion version{};
-    return protocolVersion(version) &&
-           nodeRequest([&](VantrelNodeClientAPI& client) { return call(client, version); });
-}
+    explicit operator bool() const { return nodes_ != nullptr; }
+    VantrelNodeClientAPI& nodes() const { return *nodes_; }
+    VantrelBaseClientAPI& base() const { return *base_; }
+
+  private:
+    std::optional<Lock> lock_;
+    VantrelNodeClientAPI* nodes_ = nullptr;
+    VantrelBaseClientAPI* base_ = nullptr;
+};
 
 template <typename Call>
 bool VantrelServerImp::frameRequest(Call call) {

@@ -43,15 +43,13 @@ bool VantrelServerHandle::translatePaths(const VantrelStrList& paths, VantrelStr
                                          const char* srcHost, const char* dstHost, VantrelOS::OsType srcType,
                                          VantrelOS::OsType dstType) const {
     VantrelServerImp* server = imp();
-    if (!server) return false;
-    const VantrelServerImp::Lock lock(*server);
+    const VantrelServerImp::Session session(server);
+    if (!session) return false;
     const auto info = srcHost && dstHost ? nullptr : server->daemonInfo();
     if (!info && !(srcHost && dstHost)) return false;
     const char* const source = srcHost ? srcHost : info->getDisplayName();
     const char* const destination = dstHost ? dstHost : info->getHostName();
-    return server->baseRequest([&](VantrelBaseClientAPI& client) {
-        return client.translatePaths(paths, result, source, destination, srcType, dstType);
-    });
+    return session.base().translatePaths(paths, result, source, destination, srcType, dstType);
 }
 
 // --- Tables ---
@@ -73,10 +71,10 @@ constexpr Table<VantrelOsTypeTranslation> OS_TYPES{&VantrelBaseClientAPI::getOsT
                                                    &VantrelServerImp::TranslationTables::osTypes};
 
 template <typename Entry>
-bool ask(VantrelServerImp& server, const Table<Entry>& table) {
+bool ask(VantrelServerImp& server, const Table<Entry>& table) CO_REQUIRES(server.mutex()) {
+    const VantrelServerImp::Session session(&server);
     std::vector<Entry> entries;
-    if (!server.baseRequest([&](VantrelBaseClientAPI& client) { return (client.*table.ask)(entries); }))
-        return false;
+    if (!session || !(session.base().*table.ask)(entries)) return false;
     server.translationTables().*table.kept = std::move(entries);
     return true;
 }

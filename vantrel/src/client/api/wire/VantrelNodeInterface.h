@@ -7,27 +7,20 @@
 #include <utility>
 #include <vector>
 
-/// What clients and implementations of the node commands share: node types, lists of children, the last
-/// error. Thread safety: one object is used by one thread at a time.
-class VantrelNodeInterface {
-  public:
+/// What clients and implementations of the node commands share: node types and lists of children.
+struct VantrelNodeInterface {
     /// Kind of a node; its number travels on the wire.
     enum NodeType : int { CONTAINER = 0, CLIP = 1 };
 
+    /// All that a server says of a node's type.
+    struct Type {
+        NodeType kind = CONTAINER;
+        int extended = 0;  ///< the server's own number of `text`
+        std::string text;
+    };
+
     class NodeInfo;
     class NodeInfoList;
-
-    VantrelNodeInterface() = default;
-    VantrelNodeInterface(const VantrelNodeInterface&) = delete;
-    VantrelNodeInterface& operator=(const VantrelNodeInterface&) = delete;
-    virtual ~VantrelNodeInterface() = default;
-
-    /// Why the last failing operation failed; empty at first. A success does not clear it.
-    const std::string& lastError() const { return lastError_; }
-    void setLastError(std::string text) { lastError_ = std::move(text); }
-
-  private:
-    std::string lastError_;
 };
 
 /// One child: views into the list that it comes from, valid until that list changes, moves or goes away.
@@ -44,7 +37,7 @@ class VantrelNodeInterface::NodeInfo {
     std::string_view id_;
 };
 
-/// The children of a node in the server's order. It owns the reply that told them and 16 bytes a child, so
+/// The children of a node in the server's order. It owns the reply that they came in and 16 bytes a child, so
 /// that a list of 100,000 children costs little more than its reply. Copies and moves are independent lists.
 class VantrelNodeInterface::NodeInfoList {
   public:

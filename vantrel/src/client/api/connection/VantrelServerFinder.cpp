@@ -1,23 +1,19 @@
-// How a connection finds its server: the address that it was given, then those that discovery knows.
-
-#include "VantrelClientConnection.h"
+#include "VantrelServerFinder.h"
 
 #include <arpa/inet.h>
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstring>
-#include <thread>
 #include <utility>
 #include <vector>
 
-#include "CoDeferral.h"
 #include "CoException.h"
 #include "CoMsg.h"
 #include "CoNetworkConfig.h"
 #include "CoNetworkDispatcher.h"
-#include "VantrelClientOperation.h"
+#include "VantrelCallTrace.h"
+#include "VantrelCommands.h"
 #include "VantrelInitCounter.h"
 #include "VantrelMulticastClient.h"
 #include "VantrelResolver.h"
@@ -25,11 +21,22 @@
 
 using Vantrel::coFormat;
 using Vantrel::coPrintable;
+using Vantrel::rcOutcome;
 
 namespace {
 
 constexpr unsigned RETRY_PAUSE_MS = 1000;
 constexpr int HIGHEST_PORT = 65535;
+
+/// Ends the search: no other address, and no other attempt, would do better.
+class SearchEnded : public Vantrel::CoException {
+  public:
+    SearchEnded(rcOutcome outcome, const std::string& text) : CoException(text), outcome_(outcome) {}
+    rcOutcome outcome() const { return outcome_; }
+
+  private:
+    const rcOutcome outcome_;
+};
 
 bool isNumericAddress(const std::string& text) {
     in6_addr ignored;
@@ -71,39 +78,49 @@ void logNetwork() {
 
 }  // namespace
 
-void VantrelClientConnection::simulateLatency(const Vantrel::CoEnvInt& setting) {
-    const long milliseconds = setting.get();
-    if (milliseconds <= 0) return;
-    if (VantrelSettings::trace.get()) {
-        CO_MSG_DEBUG("Simulating extra latency of %d ms", static_cast<int>(milliseconds));
+unsigned VantrelServerFinder::daemonInfoTimeoutMs() {
+    return static_cast<unsigned>(VantrelSettings::daemonInfoTimeoutMs.get());
+}
+
+rcOutcome VantrelServerFinder::connect(const Terms& terms, std::string& error) {
+    try {
+        search(terms);
+        return rcOutcome::Answered;
+    } catch (const SearchEnded& end) {
+        error = end.what();
+        return end.outcome();
+    } catch (const std::exception& failure) {
+        error = failure.what();
+        return rcOutcome::Lost;
     }
-    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
 }
 
-void VantrelClientConnection::connect(unsigned connectTimeoutMs, unsigned retryTimeoutMs) {
-    const Vantrel::CoDeferral deferral;
-    const std::lock_guard<std::recursive_mutex> lock(mutex_);
-    const Operation operation(*this);
-    connectLocked(connectTimeoutMs, retryTimeoutMs);
-}
-
-void VantrelClientConnection::connectLocked(unsigned connectTimeoutMs, unsigned retryTimeoutMs) {
+void VantrelServerFinder::search(const Terms& terms) {
     logNetwork();
     reportAddress();
-    lastError_.clear();
-    for (unsigned retryLeftMs = retryTimeoutMs;;) {
-        if (tryGivenAddress(connectTimeoutMs) == Attempt::Connected ||
-            tryResolvedAddresses(connectTimeoutMs) == Attempt::Connected)
-            break;
-        if (retryLeftMs == 0 || VantrelResolver::isUnreachableServer(serverId_)) failToConnect();
+    error_.clear();
+    for (unsigned retryLeftMs = terms.retryTimeoutMs;;) {
+        if (tryGivenAddress(terms.connectTimeoutMs) || tryResolvedAddresses(terms)) return;
+        if (retryLeftMs == 0 || VantrelResolver::isUnreachableServer(serverId_)) {
+            failToConnect(terms.flagsFailure);
+        }
         const unsigned pauseMs = std::min(RETRY_PAUSE_MS, retryLeftMs);
         retryLeftMs -= pauseMs;
-        pauseForRetry(pauseMs);
+        if (!control_.pause(pauseMs)) throwIfStopped();
     }
-    if (std::exchange(wasConnected_, true)) connectCallbacks();
 }
 
-void VantrelClientConnection::reportAddress() {
+void VantrelServerFinder::throwIfStopped() const {
+    if (control_.isRequested()) throw SearchEnded(rcOutcome::Stopped, control_.reason());
+}
+
+/// After a failed connect or call: a server that is there but does not answer is not looked for elsewhere.
+void VantrelServerFinder::throwIfFinal(rcOutcome outcome) const {
+    throwIfStopped();
+    if (outcome == rcOutcome::TimedOut || outcome == rcOutcome::Stopped) throw SearchEnded(outcome, error_);
+}
+
+void VantrelServerFinder::reportAddress() {
     if (!VantrelSettings::useClientIp.get()) return;
     VantrelStrList addresses;
     if (VantrelOS::getLocalMetadataIPs(addresses) && addresses.size() > 0) {
@@ -111,52 +128,52 @@ void VantrelClientConnection::reportAddress() {
     }
 }
 
-void VantrelClientConnection::failToConnect() {
+void VantrelServerFinder::failToConnect(bool flagsFailure) const {
     const std::string text = coFormat("Server not found [%s:%u] [%s] [%s]: %s.", serverId_.getIPAddr(),
                                       static_cast<unsigned>(serverId_.getPort()), serverId_.getDB(),
-                                      serverId_.getStorageId(), lastError_.c_str());
-    if (unasked_) {
-        CO_MSG_DEBUG("%s", text.c_str());
-    } else {
+                                      serverId_.getStorageId(), error_.c_str());
+    if (flagsFailure) {
         CO_MSG_ERROR("%s", text.c_str());
         VantrelResolver::flagUnreachableServer(serverId_);
+    } else {
+        CO_MSG_DEBUG("%s", text.c_str());
     }
-    throw Vantrel::CoException(text);
+    throw SearchEnded(rcOutcome::Lost, text);
 }
 
 // --- The address given ---
 
-VantrelClientConnection::Attempt VantrelClientConnection::tryGivenAddress(unsigned connectTimeoutMs) {
+bool VantrelServerFinder::tryGivenAddress(unsigned connectTimeoutMs) {
     const int port = serverId_.getPort();
-    if (!*serverId_.getIPAddr() || port == 0) return Attempt::Failed;
+    if (!*serverId_.getIPAddr() || port == 0) return false;
     std::string address;
-    if (!findAllowedAddress(connectTimeoutMs, address)) return Attempt::Failed;
-    simulateLatency(VantrelSettings::connectExtraLatencyMs);
+    if (!findAllowedAddress(connectTimeoutMs, address)) return false;
+    vantrelSimulateLatency(VantrelSettings::connectExtraLatencyMs);
     throwIfStopped();
-    if (!endpoint_.connect(address.c_str(), port, connectTimeoutMs)) {
-        lastError_ = endpoint_.lastError();
-        throwIfStoppedOrTimedOut();
-        return Attempt::Failed;
+    const rcOutcome outcome = endpoint_.connect(address.c_str(), port, connectTimeoutMs, error_);
+    if (outcome != rcOutcome::Answered) {
+        throwIfFinal(outcome);
+        return false;
     }
     reachedAddress_ = address;
     CO_MSG_NOTICE("Connected to server [%s:%u] [%s] [%s].", serverId_.getIPAddr(),
                   static_cast<unsigned>(port), serverId_.getDB(), serverId_.getStorageId());
-    std::shared_ptr<const VantrelDaemonInfo> info = announcedInfo();
+    Info info = announcedInfo();
     askedServer_ = !info;
-    if (!info && !askServer(info)) return Attempt::Failed;
+    if (!info && !askServer(info)) return false;
     const std::string difference = mismatch(*info);
     if (!difference.empty()) {
         CO_MSG_ERROR("%s", difference.c_str());
         endpoint_.disconnect();
-        throw Vantrel::CoException(difference);
+        throw SearchEnded(rcOutcome::Refused, difference);
     }
     reached(info);
-    return Attempt::Connected;
+    return true;
 }
 
 // The address to connect to; false when the IP range filters keep it out. A name is judged by the address
 // that it stands for, which is then also the one connected to.
-bool VantrelClientConnection::findAllowedAddress(unsigned timeoutMs, std::string& address) {
+bool VantrelServerFinder::findAllowedAddress(unsigned timeoutMs, std::string& address) {
     address = serverId_.getIPAddr();
     auto& config = Vantrel::CoNetworkConfig::getInstance();
     Vantrel::CoNetworkConfig::IPRangeFilters accept;
@@ -167,19 +184,19 @@ bool VantrelClientConnection::findAllowedAddress(unsigned timeoutMs, std::string
         try {
             address = Vantrel::CoIoTcpDescriptor::getIpAddrFromHostName(address.c_str(), timeoutMs);
         } catch (const Vantrel::CoException& error) {
-            lastError_ = error.what();
+            error_ = error.what();
             return false;
         }
     }
     if (config.isIPInValidRange(address.c_str())) return true;
-    lastError_ = coFormat("Specified IP in server Id [%s] rejected by IP range filtering", serverId_.getId());
-    CO_MSG_WARNING("%s", lastError_.c_str());
+    error_ = coFormat("Specified IP in server Id [%s] rejected by IP range filtering", serverId_.getId());
+    CO_MSG_WARNING("%s", error_.c_str());
     return false;
 }
 
 // What discovery knows of the server at the address that was reached, if that is the server asked for. An
 // older record, of a server that is gone, is not believed against the one that answers now.
-std::shared_ptr<const VantrelDaemonInfo> VantrelClientConnection::announcedInfo() const {
+VantrelServerFinder::Info VantrelServerFinder::announcedInfo() const {
     const auto discovery = VantrelMulticastClient::_getInstance(false);
     if (!discovery || !isNumericAddress(reachedAddress_)) return nullptr;
     auto info = std::make_shared<VantrelDaemonInfo>();
@@ -189,20 +206,30 @@ std::shared_ptr<const VantrelDaemonInfo> VantrelClientConnection::announcedInfo(
     return info;
 }
 
-bool VantrelClientConnection::askServer(std::shared_ptr<const VantrelDaemonInfo>& info) {
+bool VantrelServerFinder::askServer(Info& info) {
+    const char* const command = VantrelCommands::GET_DAEMON_INFO.name;
     std::string reply;
-    if (!endpointCall(GET_DAEMON_INFO, GET_DAEMON_INFO_ARGUMENT, true, reply, daemonInfoTimeoutMs())) {
+    auto outcome = rcOutcome::Lost;
+    {
+        const VantrelCallTrace trace(command, DAEMON_INFO_ARGUMENT, reply);
+        outcome = endpoint_.call(0, command, DAEMON_INFO_ARGUMENT, true, reply, daemonInfoTimeoutMs());
+    }
+    if (outcome != rcOutcome::Answered) {
         // A server that logs a client in but cannot say who it is: this address is of no use.
-        lastError_ = reply;
+        error_ = reply;
         endpoint_.disconnect();  // also because a late reply would be taken for that of the next call
-        throwIfStoppedOrTimedOut();
+        throwIfFinal(outcome);
         return false;
     }
     info = readDaemonInfo(std::move(reply));
     return true;
 }
 
-std::shared_ptr<const VantrelDaemonInfo> VantrelClientConnection::readDaemonInfo(std::string reply) const {
+void VantrelServerFinder::takeDaemonInfo(std::string reply) {
+    daemonInfo_ = readDaemonInfo(std::move(reply));
+}
+
+VantrelServerFinder::Info VantrelServerFinder::readDaemonInfo(std::string reply) const {
     auto info = std::make_shared<VantrelDaemonInfo>(Vantrel::rcAttrStream(std::move(reply)));
     complete(*info);
     // What was found dead was found so with the record as it was.
@@ -212,7 +239,7 @@ std::shared_ptr<const VantrelDaemonInfo> VantrelClientConnection::readDaemonInfo
 
 // Makes a record one that this client can use: a remote server's loopback addresses lead nowhere from here,
 // and the address that was reached serves for frames when the record names no other.
-void VantrelClientConnection::complete(VantrelDaemonInfo& info) const {
+void VantrelServerFinder::complete(VantrelDaemonInfo& info) const {
     if (info.getNodePort() == 0) info.setNodePort(VantrelDaemonInfo::DEFAULT_NODE_PORT);
     const char* reached = reachedAddress_.c_str();
     if (!VantrelOS::isLoopBackIP(reached) && !VantrelOS::isLocalIP(reached)) info.removeLoopbackIPs();
@@ -221,7 +248,7 @@ void VantrelClientConnection::complete(VantrelDaemonInfo& info) const {
 }
 
 // Why this is not the server asked for; empty when it is.
-std::string VantrelClientConnection::mismatch(const VantrelDaemonInfo& info) const {
+std::string VantrelServerFinder::mismatch(const VantrelDaemonInfo& info) const {
     const char* database = serverId_.getDB();
     const char* storageId = serverId_.getStorageId();
     const bool otherDatabase = *database && std::strcmp(database, info.getDatabase()) != 0;
@@ -237,46 +264,47 @@ std::string VantrelClientConnection::mismatch(const VantrelDaemonInfo& info) con
 
 // --- The addresses that discovery knows ---
 
-VantrelClientConnection::Attempt VantrelClientConnection::tryResolvedAddresses(unsigned connectTimeoutMs) {
+bool VantrelServerFinder::tryResolvedAddresses(const Terms& terms) {
     throwIfStopped();
     // A connection to a list's gateway may be at work yet while the library is shut down.
     const auto discovery = VantrelMulticastClient::_getInstance(VantrelInitCounter::handlesMayWork());
     if (!discovery) throw Vantrel::CoException(VantrelInitCounter::NOT_INITIALIZED);
     VantrelDaemonInfo info;
-    const bool found = discovery->resolve(serverId_, info, [this] { return stopRequested_.load(); });
+    const bool found = discovery->resolve(serverId_, info, [this] { return control_.isRequested(); });
     throwIfStopped();
     if (!found) {
-        if (lastError_.empty()) lastError_ = "No server is known by this id";
-        return Attempt::Failed;
+        if (error_.empty()) error_ = "No server is known by this id";
+        return false;
     }
     if (info.getNodePort() < 1 || info.getNodePort() > HIGHEST_PORT) {
-        lastError_ = coFormat("It announces %d as its node port", info.getNodePort());
-        return Attempt::Failed;
+        error_ = coFormat("It announces %d as its node port", info.getNodePort());
+        return false;
     }
     VantrelResolver resolver(info);
     const auto attempt = [&](const std::string& address) {
-        return tryResolvedAddress(info, address, connectTimeoutMs);
+        return tryResolvedAddress(info, address, terms.connectTimeoutMs);
     };
-    const bool connected = resolver.tryEach(VantrelResolver::Metadata, attempt, !unasked_);
-    if (!connected && lastError_.empty()) lastError_ = "None of its addresses can be used";
-    return connected ? Attempt::Connected : Attempt::Failed;
+    const bool connected = resolver.tryEach(VantrelResolver::Metadata, attempt, terms.flagsFailure);
+    if (!connected && error_.empty()) error_ = "None of its addresses can be used";
+    return connected;
 }
 
-bool VantrelClientConnection::tryResolvedAddress(const VantrelDaemonInfo& info, const std::string& address,
-                                                 unsigned connectTimeoutMs) {
+bool VantrelServerFinder::tryResolvedAddress(const VantrelDaemonInfo& info, const std::string& address,
+                                             unsigned connectTimeoutMs) {
     const std::string hostText = coPrintable(info.getHostName());
     const std::string storageText = coPrintable(info.getStorageId());
     const char* host = hostText.c_str();
     const char* storageId = storageText.c_str();
     const auto port = static_cast<unsigned>(info.getNodePort());
     CO_MSG_NOTICE("Connecting to server '%s' / '%s' using '%s:%u'.", host, storageId, address.c_str(), port);
-    simulateLatency(VantrelSettings::connectExtraLatencyMs);
+    vantrelSimulateLatency(VantrelSettings::connectExtraLatencyMs);
     throwIfStopped();
-    if (!endpoint_.connect(address.c_str(), info.getNodePort(), connectTimeoutMs)) {
-        lastError_ = endpoint_.lastError();
+    const rcOutcome outcome =
+        endpoint_.connect(address.c_str(), info.getNodePort(), connectTimeoutMs, error_);
+    if (outcome != rcOutcome::Answered) {
         CO_MSG_WARNING("Could not connect to server '%s' / '%s' using '%s:%u': %s.", host, storageId,
-                       address.c_str(), port, lastError_.c_str());
-        throwIfStoppedOrTimedOut();
+                       address.c_str(), port, error_.c_str());
+        throwIfFinal(outcome);
         return false;
     }
     CO_MSG_NOTICE("Connected to server '%s' / '%s' using '%s:%u'.", host, storageId, address.c_str(), port);
@@ -288,7 +316,7 @@ bool VantrelClientConnection::tryResolvedAddress(const VantrelDaemonInfo& info, 
     return true;
 }
 
-void VantrelClientConnection::reached(std::shared_ptr<const VantrelDaemonInfo> info) {
+void VantrelServerFinder::reached(Info info) {
     daemonInfo_ = std::move(info);
     VantrelResolver::flagReachable(serverId_, reachedAddress_.c_str());
     if (const auto discovery = VantrelMulticastClient::_getInstance(false)) {

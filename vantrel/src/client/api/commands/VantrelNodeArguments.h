@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "VantrelClipFormatCodec.h"
+#include "VantrelNodeCodec.h"
+#include "rcAttrStream.h"
+
+/// Pieces of the node commands' arguments.
+namespace VantrelNodeArguments {
+
+inline const char* orEmpty(const char* text) {
+    return text ? text : "";
+}
+
+inline std::string plainWord(const VantrelNodeId& node) {
+    return VantrelNodeCodec::plainWord(node.id());
+}
+
+/// A clip format travels as a stream of its own within the argument.
+inline void addFormat(Vantrel::rcAttrStream& argument, const VantrelClipFormat& format) {
+    Vantrel::rcAttrStream formatStream;
+    Vantrel::VantrelClipFormatCodec::toStream(format, formatStream);
+    argument.addStringValue("Fmt", std::string_view(formatStream.text()));
+}
+
+}  // namespace VantrelNodeArguments

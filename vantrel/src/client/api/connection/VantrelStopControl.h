@@ -1,0 +1,49 @@
+#pragma once
+
+#include <atomic>
+#include <optional>
+#include <string>
+
+#include "CoMutex.h"
+#include "rcAPI.h"
+
+/// What threads other than the one that uses a connection may do with it: end what it is doing, and ask
+/// whether it is up. Thread-safe.
+class VantrelStopControl {
+  public:
+    /// `endpoint` must outlive this object.
+    explicit VantrelStopControl(Vantrel::rcAPI& endpoint) : endpoint_(endpoint) {}
+    VantrelStopControl(const VantrelStopControl&) = delete;
+    VantrelStopControl& operator=(const VantrelStopControl&) = delete;
+
+    /// Marks a connect or a call in progress, so that a stop() at any moment of it is noticed. Nests.
+    class Operation {
+      public:
+        explicit Operation(VantrelStopControl& control);
+        Operation(const Operation&) = delete;
+        Operation& operator=(const Operation&) = delete;
+        ~Operation();
+
+      private:
+        VantrelStopControl& control_;
+        std::optional<Vantrel::rcAPI::Operation> endpointOperation_;
+    };
+
+    /// Ends the operation in progress; null stands for the system's text for an interrupted call.
+    void stop(const char* reason);
+    /// Whether the operation in progress is to end. Takes no lock.
+    bool isRequested() const { return requested_; }
+    std::string reason() const;
+    /// Waits; false when it was stopped.
+    [[nodiscard]] bool pause(unsigned milliseconds);
+
+    bool isConnected() const { return endpoint_.isConnected(false); }
+
+  private:
+    Vantrel::rcAPI& endpoint_;
+    mutable Vantrel::CoMutex mutex_;
+    Vantrel::CoCondition signal_;
+    std::atomic<bool> requested_{false};             // written under mutex_
+    unsigned operations_ CO_GUARDED_BY(mutex_) = 0;  // in progress: the outermost and those nested in it
+    std::string reason_ CO_GUARDED_BY(mutex_);
+};
