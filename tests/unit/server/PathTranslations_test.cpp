@@ -44,7 +44,8 @@ class TranslationCommands : public StoreFixture {
     /// What "TranslatePaths" answers, or "error: " and why not.
     std::string ask(const std::string& argument) {
         std::string reply;
-        const std::string failure = failureOf([&] { reply = commands_.call("TranslatePaths", argument); });
+        const std::string failure =
+            failureOf([&] { reply = commands_.functions().at("TranslatePaths")(argument); });
         return failure.empty() ? reply : "error: " + failure;
     }
 

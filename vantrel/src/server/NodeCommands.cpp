@@ -106,19 +106,15 @@ NodeCommands::NodeCommands(NodeStore& store, VantrelVersion version,
       daemonInfo_(std::move(daemonInfo)),
       translations_(std::move(translations)) {}
 
-std::vector<std::string> NodeCommands::names() const {
-    std::vector<std::string> names;
+std::unordered_map<std::string, NodeCommands::Function> NodeCommands::functions() {
+    std::unordered_map<std::string, Function> functions;
     for (const auto& [command, handler] : COMMANDS) {
-        if (version_ >= command.since) names.emplace_back(command.name);
+        if (!(version_ >= command.since)) continue;
+        functions.emplace(command.name, [this, handler = handler](const std::string& argument) {
+            return (this->*handler)(argument);
+        });
     }
-    return names;
-}
-
-std::string NodeCommands::call(std::string_view name, const std::string& argument) {
-    for (const auto& [command, handler] : COMMANDS) {
-        if (name == command.name && version_ >= command.since) return (this->*handler)(argument);
-    }
-    throw CoException("Unknown method: " + std::string(name));
+    return functions;
 }
 
 // --- The server ---

@@ -2,7 +2,7 @@
 
 #include <functional>
 #include <string>
-#include <string_view>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -17,21 +17,20 @@ namespace vantreld {
 /// text. Knows no sockets. Not thread-safe; the store is, and must outlive it.
 class NodeCommands {
   public:
-    /// `daemonInfo` tells what this server is, as the client that is being answered should see it.
+    /// `daemonInfo` describes this server, as the client that is being answered should see it.
     NodeCommands(NodeStore& store, VantrelVersion version, std::function<VantrelDaemonInfo()> daemonInfo,
                  PathTranslations translations = {});
 
-    /// Tells the other servers that this one knows; they are listed behind it.
+    /// `others` gives the other servers that this one knows; they are listed behind it.
     void setOtherServers(std::function<std::vector<VantrelDaemonInfo>()> others) {
         otherServers_ = std::move(others);
     }
 
-    /// Names of the commands that a server of this version has.
-    std::vector<std::string> names() const;
-
-    /// Performs a command and returns its reply. CoException with the text for the client when it fails, or
-    /// when a server of this version has no such command.
-    std::string call(std::string_view name, const std::string& argument);
+    /// Performs a command and returns its reply; CoException with the text for the client when it fails.
+    using Function = std::function<std::string(const std::string& argument)>;
+    /// What performs each of the commands that a server of this version has, by the command's name. Valid as
+    /// long as this object.
+    std::unordered_map<std::string, Function> functions();
 
   private:
     using Handler = std::string (NodeCommands::*)(const std::string& argument);

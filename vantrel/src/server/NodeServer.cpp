@@ -79,17 +79,7 @@ NodeServer::NodeServer(NodeStore& store, const ServerOptions& options, PathTrans
           store, options.version, [this] { return daemonInfo(); }, std::move(translations)) {
     context_.requireLogin(true);
     Vantrel::rcSysCalls::registerSysCallHandler(context_);
-    for (const std::string& name : commands_.names()) {
-        rcMethod method;
-        method.name = name;
-        method.resultType = &rcParamString::TYPE;
-        method.parameters = {{&rcParamString::TYPE}};
-        method.function = [this](int, const rcMethod& called, rcParam::Array& parameters, rcParam& result) {
-            result.setStringValue(commands_.call(called.name, parameters[0].takeStringValue()));
-            return true;
-        };
-        context_.registerMethod(method);
-    }
+    registerNodeCommands();
     registerShutdown();
     registerEventCommands();
     store_.setObserver(&events_);
@@ -97,6 +87,21 @@ NodeServer::NodeServer(NodeStore& store, const ServerOptions& options, PathTrans
 
 NodeServer::~NodeServer() {
     store_.setObserver(nullptr);
+}
+
+void NodeServer::registerNodeCommands() {
+    rcMethod method;
+    method.resultType = &rcParamString::TYPE;
+    method.parameters = {{&rcParamString::TYPE}};
+    for (auto& [name, perform] : commands_.functions()) {
+        method.name = name;
+        method.function = [perform = perform](int, const rcMethod&, rcParam::Array& parameters,
+                                              rcParam& result) {
+            result.setStringValue(perform(parameters[0].takeStringValue()));
+            return true;
+        };
+        context_.registerMethod(method);
+    }
 }
 
 void NodeServer::registerShutdown() {

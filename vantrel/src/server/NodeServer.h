@@ -50,6 +50,7 @@ class NodeServer {
 
     VantrelDaemonInfo daemonInfo() const;
     VantrelDaemonInfo describe(const Addresses& addresses) const;
+    void registerNodeCommands();
     void registerShutdown();
     void registerEventCommands();
 
