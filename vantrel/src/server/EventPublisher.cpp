@@ -13,6 +13,7 @@ namespace vantreld {
 
 using Vantrel::CoException;
 using Vantrel::coFormat;
+using Vantrel::CoLock;
 using Vantrel::CoThread;
 using Vantrel::CoTime;
 
@@ -42,7 +43,7 @@ EventPublisher::~EventPublisher() = default;
 // --- Registrations ---
 
 void EventPublisher::registerEvents(const EventAddress& client, int connection, std::int64_t node) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     const auto known = ids_.find(client);
     if (known != ids_.end() && registrations_.has({known->second, connection}, node)) return;
     if (registrations_.size() >= settings_.maxRegistrations)
@@ -82,7 +83,7 @@ EventPublisher::ClientId EventPublisher::addClient(const EventAddress& address) 
 }
 
 void EventPublisher::unregisterEvents(const EventAddress& client, int connection, std::int64_t node) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     const auto known = ids_.find(client);
     if (known == ids_.end()) return;
     const ClientId id = known->second;
@@ -103,7 +104,7 @@ EventPublisher::Clients::iterator EventPublisher::forget(Clients::iterator clien
 }
 
 void EventPublisher::removeConnection(const Target& target) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     registrations_.removeConnection(target);
     noteIfUnused(target.client);
 }
@@ -111,7 +112,7 @@ void EventPublisher::removeConnection(const Target& target) {
 void EventPublisher::removeUnreachable(ClientId id, const EventLink& link) {
     std::size_t removed = 0;
     {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const CoLock lock(mutex_);
         removed = registrations_.removeClient(id);
         const auto client = clients_.find(id);
         if (client != clients_.end()) forget(client);
@@ -122,14 +123,14 @@ void EventPublisher::removeUnreachable(ClientId id, const EventLink& link) {
 }
 
 std::size_t EventPublisher::numRegistrations() const {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     return registrations_.size();
 }
 
 // --- Changes ---
 
 void EventPublisher::nodeChanged(const NodeChange& change) noexcept try {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     publish(change);
 } catch (const std::exception& error) {
     CO_MSG_ERROR("Event %s of node %s is lost: %s", change.type, nodeIdText(change.node).c_str(),
@@ -137,7 +138,7 @@ void EventPublisher::nodeChanged(const NodeChange& change) noexcept try {
 }
 
 void EventPublisher::nodesDestroyed(const std::vector<std::int64_t>& nodes) noexcept try {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     for (const std::int64_t node : nodes) {
         if (registrations_.targets(node) != nullptr) publish(NodeChange::gone(node));
     }
@@ -166,18 +167,14 @@ void EventPublisher::run() {
         const CoTime::Microseconds now = CoTime::getTime();
         const CoTime::Microseconds removal = followClients(now);
         const CoTime::Microseconds next = earlier(removal, advanceLinks(now));
-        const CoTime::Microseconds wait = std::max<CoTime::Microseconds>(next - CoTime::getTime(), 0);
-        timeval timeout{};
-        timeout.tv_sec = static_cast<time_t>(wait / CoTime::PER_SECOND);
-        timeout.tv_usec = static_cast<suseconds_t>(wait % CoTime::PER_SECOND);
-        if (loop_.callIOHandlers(next == 0 ? nullptr : &timeout) < 0) break;
+        if (loop_.callIOHandlersUntil(next == 0 ? Vantrel::CoEventLoop::NEVER : next) < 0) break;
     }
     links_.clear();
 }
 
 /// Makes the links those of the clients. Returns when the next unused client is to go; 0: none is.
 CoTime::Microseconds EventPublisher::followClients(Microseconds now) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     Microseconds next = 0;
     for (auto client = clients_.begin(); client != clients_.end();) {
         const Microseconds unused = client->second.unusedSince;

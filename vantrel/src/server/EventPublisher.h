@@ -5,9 +5,9 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <vector>
 
+#include "CoMutex.h"
 #include "CoThread.h"
 #include "EventLink.h"
 #include "EventQueue.h"
@@ -37,9 +37,9 @@ class EventPublisher : public NodeObserver {
     /// What is not sent by then is lost. It must observe no store any more.
     ~EventPublisher() override;
 
-    /// From now on the client's connection is told of changes of the node. Registering again changes nothing.
-    /// CoException when there are too many registrations already; what the system throws when it has no
-    /// thread to give. Nothing is registered then.
+    /// From now on the client's connection is sent the changes of the node. Registering again changes
+    /// nothing. CoException when there are too many registrations already; what the system throws when it has
+    /// no thread to give. Nothing is registered then.
     void registerEvents(const EventAddress& client, int connection, std::int64_t node);
     /// Success, too, when there was no such registration.
     void unregisterEvents(const EventAddress& client, int connection, std::int64_t node);
@@ -60,35 +60,34 @@ class EventPublisher : public NodeObserver {
     };
     using Clients = std::map<ClientId, Client>;
 
-    // Expect the mutex held.
-    void startThread();
-    ClientId addClient(const EventAddress& address);
-    void noteIfUnused(ClientId id);
-    Clients::iterator forget(Clients::iterator client);
-    void publish(const NodeChange& change);
+    void startThread() CO_REQUIRES(mutex_);
+    ClientId addClient(const EventAddress& address) CO_REQUIRES(mutex_);
+    void noteIfUnused(ClientId id) CO_REQUIRES(mutex_);
+    Clients::iterator forget(Clients::iterator client) CO_REQUIRES(mutex_);
+    void publish(const NodeChange& change) CO_REQUIRES(mutex_);
 
     void wake();
     void run();
-    Microseconds followClients(Microseconds now);
-    Microseconds advanceLinks(Microseconds now);
-    void removeUnreachable(ClientId id, const EventLink& link);
-    void removeConnection(const Target& target);
+    Microseconds followClients(Microseconds now) CO_EXCLUDES(mutex_);
+    Microseconds advanceLinks(Microseconds now) CO_EXCLUDES(mutex_);
+    void removeUnreachable(ClientId id, const EventLink& link) CO_EXCLUDES(mutex_);
+    void removeConnection(const Target& target) CO_EXCLUDES(mutex_);
 
     const Settings settings_;
     std::atomic<bool> stopped_{false};
     std::atomic<bool> woken_{false};  ///< the thread has yet to look
 
-    mutable std::mutex mutex_;  // guards these
-    EventRegistrations registrations_;
-    Clients clients_;
-    std::map<EventAddress, ClientId> ids_;
-    ClientId lastId_ = 0;
+    mutable Vantrel::CoMutex mutex_;
+    EventRegistrations registrations_ CO_GUARDED_BY(mutex_);
+    Clients clients_ CO_GUARDED_BY(mutex_);
+    std::map<EventAddress, ClientId> ids_ CO_GUARDED_BY(mutex_);
+    ClientId lastId_ CO_GUARDED_BY(mutex_) = 0;
 
     // The thread's.
     Vantrel::rcAppContext loop_;
     std::map<ClientId, std::unique_ptr<EventLink>> links_;
 
-    std::unique_ptr<Vantrel::CoThread> thread_;  ///< last: it uses all the others
+    std::unique_ptr<Vantrel::CoThread> thread_ CO_GUARDED_BY(mutex_);  ///< last: it uses all the others
 };
 
 }  // namespace vantreld

@@ -4,8 +4,10 @@
 
 namespace vantreld {
 
+using Vantrel::CoLock;
+
 void EventQueue::push(QueuedEvent event) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     bytes_ += event.argument->size();
     events_.push_back(std::move(event));
     // The newest one stays, however long it is.
@@ -17,7 +19,7 @@ void EventQueue::push(QueuedEvent event) {
 }
 
 bool EventQueue::take(QueuedEvent& event) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     if (events_.empty()) return false;
     event = std::move(events_.front());
     events_.pop_front();
@@ -26,13 +28,13 @@ bool EventQueue::take(QueuedEvent& event) {
 }
 
 void EventQueue::putBack(const std::deque<QueuedEvent>& events) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     for (const QueuedEvent& event : events) bytes_ += event.argument->size();
     events_.insert(events_.begin(), events.begin(), events.end());
 }
 
 std::size_t EventQueue::takeDropped() {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     return std::exchange(dropped_, 0);
 }
 

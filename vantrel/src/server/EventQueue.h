@@ -3,8 +3,9 @@
 #include <cstddef>
 #include <deque>
 #include <memory>
-#include <mutex>
 #include <string>
+
+#include "CoMutex.h"
 
 namespace vantreld {
 
@@ -25,21 +26,21 @@ class EventQueue {
 
     explicit EventQueue(const Limits& limits) : limits_(limits) {}
 
-    void push(QueuedEvent event);
+    void push(QueuedEvent event) CO_EXCLUDES(mutex_);
     /// The oldest one; false when there is none.
-    bool take(QueuedEvent& event);
+    bool take(QueuedEvent& event) CO_EXCLUDES(mutex_);
     /// Puts events that were taken, and not delivered, in front again.
-    void putBack(const std::deque<QueuedEvent>& events);
+    void putBack(const std::deque<QueuedEvent>& events) CO_EXCLUDES(mutex_);
     /// How many events gave way since the last call.
-    std::size_t takeDropped();
+    std::size_t takeDropped() CO_EXCLUDES(mutex_);
 
   private:
     const Limits limits_;
 
-    std::mutex mutex_;  // guards the rest
-    std::deque<QueuedEvent> events_;
-    std::size_t bytes_ = 0;
-    std::size_t dropped_ = 0;
+    Vantrel::CoMutex mutex_;
+    std::deque<QueuedEvent> events_ CO_GUARDED_BY(mutex_);
+    std::size_t bytes_ CO_GUARDED_BY(mutex_) = 0;
+    std::size_t dropped_ CO_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace vantreld

@@ -19,6 +19,7 @@ namespace vantreld {
 using Vantrel::CoException;
 using Vantrel::CoFd;
 using Vantrel::coFormat;
+using Vantrel::CoLock;
 
 namespace {
 
@@ -135,7 +136,7 @@ void NodeStore::requireNoFrames() const {
 
 void NodeStore::sweepUnusedFrames() {
     // An upload that a crash cut off left a file that no row knows.
-    sweepDirectory(framesDirectory_, [this](const std::string& file) {
+    sweepDirectory(framesDirectory_, [this](const std::string& file) CO_REQUIRES(mutex_) {
         if (!NewFile::isName(file)) return false;
         SqliteQuery query(database_, "SELECT 1 FROM frames WHERE file = ? LIMIT 1");
         return !query.text(file).step();
@@ -143,23 +144,23 @@ void NodeStore::sweepUnusedFrames() {
 }
 
 std::string NodeStore::storageId() {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     SqliteQuery query(database_, "SELECT storageId FROM identity");
     return query.step() ? query.bytesAt(0) : std::string();
 }
 
 void NodeStore::setObserver(NodeObserver* observer) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     observer_ = observer;
 }
 
-// Under the lock, so that changes of several threads are told in their order.
-void NodeStore::tell(const NodeChange& change) const {
+// Under the lock, so that changes of several threads are notified in their order.
+void NodeStore::notify(const NodeChange& change) const {
     if (observer_ != nullptr) observer_->nodeChanged(change);
 }
 
 std::string NodeStore::rootId() {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     SqliteQuery query(database_, "SELECT id FROM nodes WHERE parent = 0");
     if (!query.step()) throw CoException(coFormat("Root '%s' has no root node.", directory_.c_str()));
     return nodeIdText(query.numberAt(0));
@@ -182,13 +183,13 @@ NodeStore::Node NodeStore::findNode(std::string_view id) {
 }
 
 NodeStore::Node NodeStore::node(std::string_view id) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     return findNode(id);
 }
 
 bool NodeStore::isGone(std::string_view id) {
     const std::int64_t key = parseNodeId(id);
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     if (SqliteQuery(database_, "SELECT 1 FROM nodes WHERE id = ?").number(key).step()) return false;
     // Numbers are given out in order.
     SqliteQuery given(database_, "SELECT 1 FROM sqlite_sequence WHERE name = 'nodes' AND seq >= ?");
@@ -203,7 +204,7 @@ std::string NodeStore::parentId(std::string_view id) {
 }
 
 std::vector<NodeStore::Child> NodeStore::children(std::string_view id) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     const Node parent = findNode(id);
     SqliteQuery query(database_, "SELECT id, name FROM nodes WHERE parent = ? ORDER BY id");
     query.number(parent.key);
@@ -233,33 +234,33 @@ std::int64_t NodeStore::insertNode(std::int64_t parent, const NewNode& node, std
 
 std::string NodeStore::create(std::string_view parentId, const NewNode& node) {
     checkDisplayName(node.displayName);
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     const Node parent = findNode(parentId);
     requireAccepted(parent, node.type, node.displayName);
     SqliteTransaction transaction(database_);
     const std::int64_t key = insertNode(parent.key, node, 0);
     if (!node.stream.empty()) storeMetaData(key, node.stream, node.metaData);
     transaction.commit();
-    tell(NodeChange::created(parent.key, key, node.displayName));
+    notify(NodeChange::created(parent.key, key, node.displayName));
     return nodeIdText(key);
 }
 
 void NodeStore::rename(std::string_view id, const std::string& displayName) {
     checkDisplayName(displayName);
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     const Node node = findNode(id);
     if (node.parent == 0) throw CoException("The root node cannot be renamed.");
     SqliteQuery(database_, "UPDATE nodes SET name = ? WHERE id = ?")
         .bytes(displayName)
         .number(node.key)
         .run();
-    tell(NodeChange::renamed(node.key, displayName));
-    tell(NodeChange::childRenamed(node.parent, node.key, displayName));
+    notify(NodeChange::renamed(node.key, displayName));
+    notify(NodeChange::childRenamed(node.parent, node.key, displayName));
 }
 
 std::string NodeStore::duplicate(std::string_view parentId, std::string_view sourceId,
                                  const std::string& displayName) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     const Node parent = findNode(parentId);
     const Node source = findNode(sourceId);
     const std::string& name = displayName.empty() ? source.displayName : displayName;
@@ -267,51 +268,50 @@ std::string NodeStore::duplicate(std::string_view parentId, std::string_view sou
     requireAccepted(parent, source.type, name);
 
     // Listed before anything is inserted: the copy may go below its own source.
-    std::vector<std::pair<std::int64_t, std::int64_t>> subtree;
-    {
-        SqliteQuery query(database_, SUBTREE "SELECT id, parent FROM nodes WHERE id IN subtree ORDER BY id");
-        query.number(source.key);
-        while (query.step()) subtree.emplace_back(query.numberAt(0), query.numberAt(1));
-    }
-    if (subtree.size() > MAX_DUPLICATED_NODES)
-        throw CoException(
-            coFormat("Cannot duplicate node '%s': it has %zu nodes with those under it, at most "
-                     "%zu are copied.",
-                     nodeIdText(source.key).c_str(), subtree.size(), MAX_DUPLICATED_NODES));
+    const Subtree subtree = subtreeToCopy(source.key);
     SqliteTransaction transaction(database_);
     std::unordered_map<std::int64_t, std::int64_t> copies{{source.parent, parent.key}};
-    for (const auto& [original, originalParent] : subtree) {
-        SqliteQuery(database_,
-                    "INSERT INTO nodes(parent, type, name, format, numFrames) "
-                    "SELECT ?, type, name, format, numFrames FROM nodes WHERE id = ?")
-            .number(copies.at(originalParent))
-            .number(original)
-            .run();
-        const std::int64_t copy = database_.lastInsertId();
-        copies[original] = copy;
-        SqliteQuery(
-            database_,
-            "INSERT INTO metadata(node, stream, data) SELECT ?, stream, data FROM metadata WHERE node = ?")
-            .number(copy)
-            .number(original)
-            .run();
-        // Frame files never change, so the copy's frames share them.
-        SqliteQuery(
-            database_,
-            "INSERT INTO frames(clip, idx, file, link) SELECT ?, idx, file, link FROM frames WHERE clip = ?")
-            .number(copy)
-            .number(original)
-            .run();
-    }
+    for (const auto& [original, originalParent] : subtree)
+        copies[original] = copyNode(original, copies.at(originalParent));
     const std::int64_t copy = copies.at(source.key);
     SqliteQuery(database_, "UPDATE nodes SET name = ? WHERE id = ?").bytes(name).number(copy).run();
     transaction.commit();
-    tell(NodeChange::created(parent.key, copy, name));
+    notify(NodeChange::created(parent.key, copy, name));
     return nodeIdText(copy);
 }
 
+/// Parents before their children.
+NodeStore::Subtree NodeStore::subtreeToCopy(std::int64_t source) {
+    Subtree subtree;
+    SqliteQuery query(database_, SUBTREE "SELECT id, parent FROM nodes WHERE id IN subtree ORDER BY id");
+    query.number(source);
+    while (query.step()) subtree.emplace_back(query.numberAt(0), query.numberAt(1));
+    if (subtree.size() <= MAX_DUPLICATED_NODES) return subtree;
+    throw CoException(
+        coFormat("Cannot duplicate node '%s': it has %zu nodes with those under it, at most "
+                 "%zu are copied.",
+                 nodeIdText(source).c_str(), subtree.size(), MAX_DUPLICATED_NODES));
+}
+
+/// Copies one node with its metadata and frames, without those under it.
+std::int64_t NodeStore::copyNode(std::int64_t original, std::int64_t parent) {
+    SqliteQuery(database_,
+                "INSERT INTO nodes(parent, type, name, format, numFrames) "
+                "SELECT ?, type, name, format, numFrames FROM nodes WHERE id = ?")
+        .number(parent)
+        .number(original)
+        .run();
+    const std::int64_t copy = database_.lastInsertId();
+    for (const char* parts :
+         {"INSERT INTO metadata(node, stream, data) SELECT ?, stream, data FROM metadata WHERE node = ?",
+          // Frame files never change, so the copy's frames share them.
+          "INSERT INTO frames(clip, idx, file, link) SELECT ?, idx, file, link FROM frames WHERE clip = ?"})
+        SqliteQuery(database_, parts).number(copy).number(original).run();
+    return copy;
+}
+
 void NodeStore::destroy(std::string_view id) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     const Node node = findNode(id);
     if (node.parent == 0) throw CoException("The root node cannot be destroyed.");
     const std::vector<std::int64_t> subtree = observedSubtree(node.key);
@@ -329,11 +329,11 @@ void NodeStore::destroy(std::string_view id) {
         SqliteQuery(database_, removal).number(node.key).run();
     }
     commitAndRemove(transaction, files);
-    tell(NodeChange::destroyed(node.parent, node.key, node.displayName));
+    notify(NodeChange::destroyed(node.parent, node.key, node.displayName));
     if (observer_ != nullptr) observer_->nodesDestroyed(subtree);
 }
 
-// What is to be told of when it has gone.
+// The nodes whose end the observer is notified of.
 std::vector<std::int64_t> NodeStore::observedSubtree(std::int64_t node) {
     std::vector<std::int64_t> nodes;
     if (observer_ == nullptr) return nodes;
@@ -344,17 +344,17 @@ std::vector<std::int64_t> NodeStore::observedSubtree(std::int64_t node) {
 }
 
 std::string NodeStore::metaData(std::string_view id, const std::string& stream) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     const Node node = findNode(id);
     SqliteQuery query(database_, "SELECT data FROM metadata WHERE node = ? AND stream = ?");
     return query.number(node.key).text(stream).step() ? query.bytesAt(0) : std::string();
 }
 
 void NodeStore::setMetaData(std::string_view id, const std::string& stream, const std::string& data) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     const std::int64_t node = findNode(id).key;
     storeMetaData(node, stream, data);
-    tell(NodeChange::metaDataSet(node, stream));
+    notify(NodeChange::metaDataSet(node, stream));
 }
 
 void NodeStore::storeMetaData(std::int64_t node, const std::string& stream, const std::string& data) {

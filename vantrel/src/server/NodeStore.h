@@ -2,11 +2,12 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
+#include "CoMutex.h"
 #include "NodeChange.h"
 #include "RemoteFiles.h"
 #include "SqliteDatabase.h"
@@ -32,8 +33,8 @@ class NodeStore {
     std::string storageId();
     RemoteFiles& remoteFiles() { return remoteFiles_; }
 
-    /// Who is told of every change from now on; null: nobody. The one before is not called any more when this
-    /// returns.
+    /// The observer of every change from now on; null for none. The one before is not called any more when
+    /// this returns.
     void setObserver(NodeObserver* observer);
 
     // --- Tree ---
@@ -102,22 +103,27 @@ class NodeStore {
 
   private:
     Vantrel::CoFd lockDirectory() const;
-    void createSchema();
+    void createSchema() CO_REQUIRES(mutex_);
     void requireNoFrames() const;
-    void sweepUnusedFrames();
+    void sweepUnusedFrames() CO_REQUIRES(mutex_);
 
-    // The operations below expect the mutex held.
-    Node findNode(std::string_view id);
-    Node findClip(std::string_view id);
-    std::int64_t insertNode(std::int64_t parent, const NewNode& node, std::int64_t numFrames);
-    void storeMetaData(std::int64_t node, const std::string& stream, const std::string& data);
+    Node findNode(std::string_view id) CO_REQUIRES(mutex_);
+    Node findClip(std::string_view id) CO_REQUIRES(mutex_);
+    using Subtree = std::vector<std::pair<std::int64_t, std::int64_t>>;  // nodes with their parents
+    Subtree subtreeToCopy(std::int64_t source) CO_REQUIRES(mutex_);
+    std::int64_t copyNode(std::int64_t original, std::int64_t parent) CO_REQUIRES(mutex_);
+    std::int64_t insertNode(std::int64_t parent, const NewNode& node, std::int64_t numFrames)
+        CO_REQUIRES(mutex_);
+    void storeMetaData(std::int64_t node, const std::string& stream, const std::string& data)
+        CO_REQUIRES(mutex_);
     void requireAccepted(const Node& parent, const std::string& type, const std::string& displayName) const;
-    std::vector<std::string> framesFilesFrom(std::int64_t clip, std::int64_t index);
-    void removeFramesFrom(std::int64_t clip, std::int64_t index);
-    void updateNumFrames(std::int64_t clip, std::int64_t count);
-    void commitAndRemove(SqliteTransaction& transaction, const std::vector<std::string>& files);
-    void tell(const NodeChange& change) const;
-    std::vector<std::int64_t> observedSubtree(std::int64_t node);
+    std::vector<std::string> framesFilesFrom(std::int64_t clip, std::int64_t index) CO_REQUIRES(mutex_);
+    void removeFramesFrom(std::int64_t clip, std::int64_t index) CO_REQUIRES(mutex_);
+    void updateNumFrames(std::int64_t clip, std::int64_t count) CO_REQUIRES(mutex_);
+    void commitAndRemove(SqliteTransaction& transaction, const std::vector<std::string>& files)
+        CO_REQUIRES(mutex_);
+    void notify(const NodeChange& change) const CO_REQUIRES(mutex_);
+    std::vector<std::int64_t> observedSubtree(std::int64_t node) CO_REQUIRES(mutex_);
     std::string frameFilePath(const std::string& file) const { return framesDirectory_ + "/" + file; }
 
     const std::string directory_;
@@ -125,9 +131,9 @@ class NodeStore {
     const Vantrel::CoFd lock_;
     RemoteFiles remoteFiles_;
 
-    std::mutex mutex_;  // guards the rest
-    SqliteDatabase database_;
-    NodeObserver* observer_ = nullptr;
+    Vantrel::CoMutex mutex_;
+    SqliteDatabase database_ CO_GUARDED_BY(mutex_);
+    NodeObserver* observer_ CO_GUARDED_BY(mutex_) = nullptr;
 };
 
 }  // namespace vantreld

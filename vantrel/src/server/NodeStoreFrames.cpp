@@ -16,6 +16,7 @@ namespace vantreld {
 using Vantrel::coErrorText;
 using Vantrel::CoException;
 using Vantrel::coFormat;
+using Vantrel::CoLock;
 
 namespace {
 
@@ -36,21 +37,21 @@ NodeStore::Node NodeStore::findClip(std::string_view id) {
 }
 
 std::string NodeStore::clipFormat(std::string_view id) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     const Node clip = findClip(id);
     SqliteQuery query(database_, "SELECT format FROM nodes WHERE id = ?");
     return query.number(clip.key).step() ? query.bytesAt(0) : std::string();
 }
 
 std::int64_t NodeStore::numFrames(std::string_view id) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     return findClip(id).numFrames;
 }
 
 std::vector<std::string> NodeStore::frameIds(std::string_view id) {
     Node clip;
     {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const CoLock lock(mutex_);
         clip = findClip(id);
     }
     std::vector<std::string> ids;
@@ -92,7 +93,7 @@ void NodeStore::commitAndRemove(SqliteTransaction& transaction, const std::vecto
 
 void NodeStore::setNumFrames(std::string_view id, std::int64_t count) {
     checkFrameCount(count);
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     const Node clip = findClip(id);
     if (clip.numFrames == count) return;
     const std::vector<std::string> files = framesFilesFrom(clip.key, count);
@@ -100,12 +101,12 @@ void NodeStore::setNumFrames(std::string_view id, std::int64_t count) {
     removeFramesFrom(clip.key, count);
     updateNumFrames(clip.key, count);
     commitAndRemove(transaction, files);
-    tell(NodeChange::framesReplaced(clip.key, count));
-    tell(NodeChange::changed(clip.key, count));
+    notify(NodeChange::framesReplaced(clip.key, count));
+    notify(NodeChange::changed(clip.key, count));
 }
 
 std::vector<std::string> NodeStore::framePaths(std::string_view id) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     const Node clip = findClip(id);
     std::vector<std::string> paths(static_cast<std::size_t>(clip.numFrames));
     SqliteQuery query(database_, "SELECT idx, file, link FROM frames WHERE clip = ? AND idx < ?");
@@ -121,7 +122,7 @@ std::vector<std::string> NodeStore::framePaths(std::string_view id) {
 void NodeStore::setFramePaths(std::string_view id, const std::vector<std::string>& paths) {
     const std::int64_t count = static_cast<std::int64_t>(paths.size());
     checkFrameCount(count);
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     const Node clip = findClip(id);
     const std::vector<std::string> files = framesFilesFrom(clip.key, 0);
     SqliteTransaction transaction(database_);
@@ -137,13 +138,13 @@ void NodeStore::setFramePaths(std::string_view id, const std::vector<std::string
     }
     updateNumFrames(clip.key, count);
     commitAndRemove(transaction, files);
-    tell(NodeChange::framesReplaced(clip.key, count));
-    if (count != clip.numFrames) tell(NodeChange::changed(clip.key, count));
+    notify(NodeChange::framesReplaced(clip.key, count));
+    if (count != clip.numFrames) notify(NodeChange::changed(clip.key, count));
 }
 
 ReadableFile NodeStore::openFrame(std::string_view frameId) {
     const FrameKey key = parseFrameId(frameId);
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     SqliteQuery clip(database_, "SELECT numFrames FROM nodes WHERE id = ?");
     if (!clip.number(key.clip).step() || key.index >= clip.numberAt(0)) failNoSuchFrame(frameId);
     SqliteQuery frame(database_, "SELECT file, link FROM frames WHERE clip = ? AND idx = ?");
@@ -156,7 +157,7 @@ ReadableFile NodeStore::openFrame(std::string_view frameId) {
 std::unique_ptr<NewFile> NodeStore::beginFrame(std::string_view frameId) {
     const FrameKey key = parseFrameId(frameId);
     {
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const CoLock lock(mutex_);
         SqliteQuery clip(database_, "SELECT numFrames FROM nodes WHERE id = ?");
         if (!clip.number(key.clip).step() || key.index >= clip.numberAt(0)) failNoSuchFrame(frameId);
     }
@@ -169,7 +170,7 @@ void NodeStore::commitFrame(std::string_view frameId, NewFile& content) {
     content.sync();
     syncDirectory(framesDirectory_);
 
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const CoLock lock(mutex_);
     SqliteTransaction transaction(database_);
     {
         SqliteQuery clip(database_, "SELECT numFrames FROM nodes WHERE id = ?");
@@ -195,7 +196,7 @@ void NodeStore::commitFrame(std::string_view frameId, NewFile& content) {
         if (database_.couldNotWrite()) content.discard();
         throw;
     }
-    tell(NodeChange::frameWritten(key.clip, key.index));
+    notify(NodeChange::frameWritten(key.clip, key.index));
 }
 
 }  // namespace vantreld
