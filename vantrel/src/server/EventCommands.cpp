@@ -3,6 +3,7 @@
 
 #include "CoException.h"
 #include "CoMsg.h"
+#include "CoPort.h"
 #include "NodeIds.h"
 #include "NodeServer.h"
 #include "NodeStreams.h"
@@ -18,8 +19,6 @@ using Vantrel::rcParamString;
 
 namespace {
 
-constexpr int HIGHEST_PORT = 65535;
-
 /// What both commands say.
 struct EventRequest {
     EventAddress client;
@@ -33,7 +32,7 @@ EventRequest readRequest(const char* command, std::string argument, const Vantre
     request.client.port = stream.number("Port");
     request.connection = stream.number("Connection");
     request.subject = stream.text("Subject");
-    if (request.client.port <= 0 || request.client.port > HIGHEST_PORT)
+    if (request.client.port <= 0 || request.client.port > Vantrel::HIGHEST_PORT)
         throw CoException(coFormat("Invalid %s parameter: Port is %d.", command, request.client.port));
     if (request.connection == 0)
         throw CoException(coFormat("Invalid %s parameter: Connection is 0.", command));

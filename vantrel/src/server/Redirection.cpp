@@ -5,6 +5,7 @@
 #include "CoException.h"
 #include "CoIoTcpDescriptor.h"
 #include "CoMsg.h"
+#include "CoPort.h"
 
 namespace vantreld {
 
@@ -14,15 +15,14 @@ using Vantrel::CoIoTcpDescriptor;
 
 namespace {
 
-constexpr int HIGHEST_PORT = 65535;
-
 /// Takes ":PORT" from the end of `text`.
 bool takePort(std::string_view& text, int& port) {
     const std::size_t colon = text.find_last_of(':');
     if (colon == std::string_view::npos) return false;
     const char* end = text.data() + text.size();
     const auto parsed = std::from_chars(text.data() + colon + 1, end, port);
-    if (parsed.ec != std::errc() || parsed.ptr != end || port < 1 || port > HIGHEST_PORT) return false;
+    if (parsed.ec != std::errc() || parsed.ptr != end || port < 1 || port > Vantrel::HIGHEST_PORT)
+        return false;
     text.remove_suffix(text.size() - colon);
     return true;
 }

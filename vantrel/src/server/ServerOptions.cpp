@@ -4,6 +4,7 @@
 #include <charconv>
 
 #include "CoMsg.h"
+#include "CoPort.h"
 
 namespace vantreld {
 
@@ -12,7 +13,6 @@ using Vantrel::CoMsg;
 namespace {
 
 constexpr int USAGE_ERROR = 2;
-constexpr int MAX_PORT = 65535;
 
 int levelOf(const std::string& name) {
     for (int level = CoMsg::USER; level <= CoMsg::DEBUG; ++level) {
@@ -54,10 +54,10 @@ std::optional<int> parseCommandLine(int argc, char** argv, ServerOptions& option
     app.add_option("--root", options.root, "Directory that holds everything; made when it is not there")
         ->required();
     app.add_option("--port", options.nodePort, "Node port; 0 takes any free one")
-        ->check(CLI::Range(0, MAX_PORT))
+        ->check(CLI::Range(0, Vantrel::HIGHEST_PORT))
         ->capture_default_str();
     app.add_option("--frame-port", options.framePort, "Frame port; 0 takes any free one")
-        ->check(CLI::Range(0, MAX_PORT))
+        ->check(CLI::Range(0, Vantrel::HIGHEST_PORT))
         ->capture_default_str();
     app.add_option("--bind", options.bindAddress, "Address to listen on; every address by default");
     app.add_option("--display-name", options.displayName, "Name shown to people; the host's name by default");
@@ -81,7 +81,7 @@ std::optional<int> parseCommandLine(int argc, char** argv, ServerOptions& option
     app.add_flag("!--no-discovery", options.discovery, "Neither announce the server nor listen for others");
     app.add_option("--discovery-port", options.discoveryPort,
                    "UDP port of the announcements; network.cfg's by default")
-        ->check(CLI::Range(1, MAX_PORT));
+        ->check(CLI::Range(1, Vantrel::HIGHEST_PORT));
     app.add_option("--discovery-scope", options.discoveryScope,
                    "Multicast group of the announcements; network.cfg's by default");
     try {

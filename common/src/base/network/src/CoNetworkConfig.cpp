@@ -27,7 +27,6 @@ constexpr const char* FILTERING = "Filtering";
 constexpr const char* DYNAMIC_PORTS = "DynamicPorts";
 constexpr const char* UUID_KEY = "UUID";
 
-constexpr unsigned MAX_PORT = 65535;
 constexpr unsigned MAX_TTL = 255;
 
 constexpr const char* CANNOT_READ = "Could not read '%s': %s";
@@ -276,7 +275,7 @@ void CoNetworkConfig::getMulticastInterfaces(std::vector<std::string>& names) {
 }
 
 void CoNetworkConfig::getSelfDiscoveryPort(unsigned& port) {
-    selfDiscoveryNumber("Port", 1, MAX_PORT, port);
+    selfDiscoveryNumber("Port", 1, HIGHEST_PORT, port);
 }
 
 void CoNetworkConfig::getSelfDiscoveryScope(std::string& scope) {

@@ -9,6 +9,7 @@
 #include "CoFileMonitor.h"
 #include "CoIPRangeFilter.h"
 #include "CoMutex.h"
+#include "CoPort.h"
 
 namespace Vantrel {
 
@@ -24,7 +25,7 @@ class CoNetworkConfig {
     using IPRangeFilters = std::vector<CoIPRangeFilter>;
 
     static constexpr unsigned MIN_DYNAMIC_PORT = 49152;
-    static constexpr unsigned MAX_DYNAMIC_PORT = 65535;
+    static constexpr unsigned MAX_DYNAMIC_PORT = HIGHEST_PORT;
 
     /// The configuration of the process, of the file named by QD_NETWORK_CFG_FILE or the default one. Never
     /// destroyed; a forked child reads it for itself.

@@ -12,6 +12,7 @@
 #include "CoAssert.h"
 #include "CoMsg.h"
 #include "CoNeverDestroyed.h"
+#include "CoPort.h"
 #include "rcServerClient.h"
 #include "rcSysCalls.h"
 
@@ -26,7 +27,6 @@ constexpr const char* UNKNOWN_METHOD = "Unknown method: ";
 
 constexpr int ANY_PORT = 0;
 constexpr int LOWEST_PORT = 1;
-constexpr int HIGHEST_PORT = 65535;
 
 /// A number beyond the range of ids becomes one that no object has, rather than another one's.
 int parseObjectId(const std::string& text) {

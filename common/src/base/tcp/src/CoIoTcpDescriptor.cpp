@@ -19,6 +19,7 @@
 #include "CoException.h"
 #include "CoMsg.h"
 #include "CoNameLookup.h"
+#include "CoPort.h"
 #include "CoTime.h"
 #include "CoUser.h"
 
@@ -27,7 +28,6 @@ namespace Vantrel {
 namespace {
 
 constexpr unsigned MS_PER_SECOND = 1000;
-constexpr int HIGHEST_PORT = 65535;
 // A sign of life is asked for after so long a silence, then so often; without an answer the peer is gone.
 constexpr int KEEP_ALIVE_IDLE_SEC = 60;
 constexpr int KEEP_ALIVE_INTERVAL_SEC = 10;

@@ -9,14 +9,11 @@
 
 #include "CoAssert.h"
 #include "CoNameLookup.h"
+#include "CoPort.h"
 
 namespace Vantrel {
 
-namespace {
-
-constexpr int HIGHEST_PORT = 65535;
-
-}  // namespace
+namespace {}  // namespace
 
 bool CoIoTcpServerDescriptor::listen(int port, const char* bindAddress) {
     close();

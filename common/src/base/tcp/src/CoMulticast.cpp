@@ -14,13 +14,13 @@
 #include "CoIoTcpDescriptor.h"
 #include "CoMsg.h"
 #include "CoNameLookup.h"
+#include "CoPort.h"
 #include "TcpSettings.h"
 
 namespace Vantrel {
 
 namespace {
 
-constexpr unsigned HIGHEST_PORT = 65535;
 constexpr unsigned HIGHEST_TTL = 255;
 constexpr unsigned ANY_DEVICE = 0;
 constexpr const char* ALL_HOSTS_IPV6 = "ff02::1";
@@ -84,7 +84,7 @@ const char* groupOf(const std::string& scope, int family) {
 
 sockaddr_storage resolveScope(const std::string& scope, unsigned port) {
     if (scope.empty()) throw CoException("Empty scope");
-    if (port > HIGHEST_PORT) fail(BAD_ADDRESS, coFormat("%u is no port", port));
+    if (port > unsigned{HIGHEST_PORT}) fail(BAD_ADDRESS, coFormat("%u is no port", port));
     const int family = CoMulticast::familyOf(scope);
     sockaddr_storage group{};
     const int error = readAddress(groupOf(scope, family), family, port, group);
@@ -295,7 +295,7 @@ bool CoMulticast::willLoopback() const {
 void CoMulticast::send(const void* data, std::size_t length, const char* address, unsigned port) const {
     if (!address) return send(data, length, group_);
     sockaddr_storage to{};
-    if (port > HIGHEST_PORT || readAddress(address, group_.ss_family, port, to) != 0) {
+    if (port > unsigned{HIGHEST_PORT} || readAddress(address, group_.ss_family, port, to) != 0) {
         fail(coFormat("Unable to send %ld bytes to %s:%u", static_cast<long>(length), address, port), EINVAL);
     }
     send(data, length, to);

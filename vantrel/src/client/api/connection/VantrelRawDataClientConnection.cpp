@@ -4,6 +4,7 @@
 
 #include "CoException.h"
 #include "CoMsg.h"
+#include "CoPort.h"
 #include "CoProcess.h"
 #include "VantrelDaemonHost.h"
 #include "VantrelDaemonInfoMgr.h"
@@ -17,7 +18,6 @@ using Vantrel::coPrintable;
 
 namespace {
 
-constexpr int HIGHEST_PORT = 65535;
 constexpr int CONNECT_TIMEOUT_SEC = 10;
 /// A server of this host accepts at once, or is in trouble: TCP then tells more.
 constexpr unsigned LOCAL_CONNECT_TIMEOUT_MS = 1000;
@@ -76,7 +76,7 @@ void VantrelRawDataClientConnection::connect() {
     if (connectLocally(*info)) return;
     const int port =
         info->getFramePort() != 0 ? info->getFramePort() : int{VantrelDaemonInfo::DEFAULT_FRAME_PORT};
-    if (port < 0 || port > HIGHEST_PORT) {
+    if (port < 0 || port > Vantrel::HIGHEST_PORT) {
         CO_MSG_WARNING("Server '%s' names %d as its frame port.", coPrintable(info->getDisplayName()).c_str(),
                        port);
     } else if (VantrelResolver(*info).tryEach(VantrelResolver::Data, [&](const std::string& address) {

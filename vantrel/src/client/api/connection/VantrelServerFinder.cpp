@@ -12,6 +12,7 @@
 #include "CoMsg.h"
 #include "CoNetworkConfig.h"
 #include "CoNetworkDispatcher.h"
+#include "CoPort.h"
 #include "VantrelCallTrace.h"
 #include "VantrelCommands.h"
 #include "VantrelInitCounter.h"
@@ -26,7 +27,6 @@ using Vantrel::rcOutcome;
 namespace {
 
 constexpr unsigned RETRY_PAUSE_MS = 1000;
-constexpr int HIGHEST_PORT = 65535;
 
 /// Ends the search: no other address, and no other attempt, would do better.
 class SearchEnded : public Vantrel::CoException {
@@ -276,7 +276,7 @@ bool VantrelServerFinder::tryResolvedAddresses(const Terms& terms) {
         if (error_.empty()) error_ = "No server is known by this id";
         return false;
     }
-    if (info.getNodePort() < 1 || info.getNodePort() > HIGHEST_PORT) {
+    if (info.getNodePort() < 1 || info.getNodePort() > Vantrel::HIGHEST_PORT) {
         error_ = coFormat("It announces %d as its node port", info.getNodePort());
         return false;
     }
