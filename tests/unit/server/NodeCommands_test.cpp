@@ -48,7 +48,7 @@ class NodeCommandsTest : public StoreFixture {
         "w 4 1920h 4 1080bpp 2 24nch 1 3sz 7 6220800asp 1 1rate 2 24fmt 3 rgbscan 1 4metag 4 none"
         "meta 11 some \"meta\"cs 0 ";
 
-    NodeCommands commands_{store(), DEFAULT_PROTOCOL_VERSION, testInfo};
+    NodeCommands commands_{store(), VANTREL_RELEASE, testInfo};
 };
 
 TEST_F(NodeCommandsTest, EachCommandAnswersInItsOwnForm) {

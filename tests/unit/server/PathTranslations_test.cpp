@@ -49,8 +49,7 @@ class TranslationCommands : public StoreFixture {
         return failure.empty() ? reply : "error: " + failure;
     }
 
-    NodeCommands commands_{store(), DEFAULT_PROTOCOL_VERSION, testInfo,
-                           PathTranslations::parse(TABLES, "tables")};
+    NodeCommands commands_{store(), VANTREL_RELEASE, testInfo, PathTranslations::parse(TABLES, "tables")};
 };
 
 TEST_F(TranslationCommands, PathsAreTranslatedByTheirLongestRule) {

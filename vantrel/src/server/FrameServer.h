@@ -26,7 +26,7 @@ class FrameServer {
     struct Settings {
         int port = 0;             ///< 0: any free one
         std::string bindAddress;  ///< empty: every address
-        VantrelVersion version = DEFAULT_PROTOCOL_VERSION;
+        VantrelVersion version = VANTREL_RELEASE;
         std::string redirection;  ///< record of the server to redirect to, as it travels; empty: none
         /// A transfer that moves no byte for so long ends its connection.
         unsigned stallTimeoutMs = DEFAULT_STALL_TIMEOUT_MS;

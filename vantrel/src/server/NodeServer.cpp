@@ -22,7 +22,6 @@ namespace {
 
 constexpr const char* VENDOR = "Vantrel";
 constexpr const char* PRODUCT = "vantreld";
-constexpr VantrelVersion PRODUCT_VERSION{2024, 0, 0, 0};
 
 std::vector<std::string> interfaceAddresses(CoNetworkDispatcher::Role role) {
     std::vector<std::string> addresses;
@@ -58,13 +57,13 @@ void setVersions(VantrelDaemonInfo& info, const VantrelVersion& protocol) {
     info.setVersionMinor(protocol.minor);
     info.setVersionMaint(protocol.patch);
     info.setVersionBuild(protocol.build);
-    info.setProductVersionMajorNumber(PRODUCT_VERSION.major);
-    info.setProductVersionMinorNumber(PRODUCT_VERSION.minor);
-    info.setProductVersionMaintNumber(PRODUCT_VERSION.patch);
-    info.setProductBuildNumber(PRODUCT_VERSION.build);
-    const std::string text = std::to_string(PRODUCT_VERSION.major) + "." +
-                             std::to_string(PRODUCT_VERSION.minor) + "." +
-                             std::to_string(PRODUCT_VERSION.patch);
+    info.setProductVersionMajorNumber(VANTREL_RELEASE.major);
+    info.setProductVersionMinorNumber(VANTREL_RELEASE.minor);
+    info.setProductVersionMaintNumber(VANTREL_RELEASE.patch);
+    info.setProductBuildNumber(VANTREL_RELEASE.build);
+    const std::string text = std::to_string(VANTREL_RELEASE.major) + "." +
+                             std::to_string(VANTREL_RELEASE.minor) + "." +
+                             std::to_string(VANTREL_RELEASE.patch);
     info.setProductVersionString(text.c_str());
 }
 

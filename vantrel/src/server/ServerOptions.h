@@ -11,9 +11,6 @@
 
 namespace vantreld {
 
-/// The protocol that this server speaks unless it is told to act its age.
-constexpr VantrelVersion DEFAULT_PROTOCOL_VERSION{2024, 0, 0, 0};
-
 /// How the server was asked to run.
 struct ServerOptions {
     std::string root;
@@ -23,7 +20,7 @@ struct ServerOptions {
     std::string displayName;         ///< empty: the host's name
     std::string database = "SXAFS";  ///< what clients take for the database of a host that is named alone
     std::string storageId;           ///< empty: the one that was made with the root
-    VantrelVersion version = DEFAULT_PROTOCOL_VERSION;
+    VantrelVersion version = VANTREL_RELEASE;  ///< of the protocol; an earlier one: acts as a server of it
     bool demo = false;
     std::optional<Redirection> redirection;  ///< where read-aheads are sent; none: frames are read here
     bool allowShutdown = false;              ///< whether clients may end the server

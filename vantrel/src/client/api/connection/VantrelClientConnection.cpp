@@ -12,6 +12,7 @@
 #include "VantrelCallTrace.h"
 #include "VantrelCommands.h"
 #include "VantrelSettings.h"
+#include "VantrelVersion.h"
 
 using Vantrel::CoDeferral;
 using Vantrel::CoLock;
@@ -21,7 +22,9 @@ using Operation = VantrelStopControl::Operation;
 namespace {
 
 // What login announces.
-constexpr unsigned short LIBRARY_VERSION[] = {2024, 0, 0, 0};
+const unsigned short LIBRARY_VERSION[] = {static_cast<unsigned short>(VANTREL_RELEASE.major),
+                                          static_cast<unsigned short>(VANTREL_RELEASE.minor),
+                                          static_cast<unsigned short>(VANTREL_RELEASE.patch)};
 constexpr unsigned MAX_RECONNECTS_PER_CALL = 2;
 
 std::atomic<VantrelDisconnectCallBack> disconnectCallback{nullptr};

@@ -15,14 +15,11 @@
 #include "VantrelInitCounter.h"
 #include "VantrelMulticastClient.h"
 #include "VantrelSharedConnection.h"
+#include "VantrelVersion.h"
 
 using Vantrel::CoMsg;
 
 namespace {
-
-constexpr int LIBRARY_MAJOR = 2024;
-constexpr int LIBRARY_MINOR = 0;
-constexpr int LIBRARY_PATCH = 0;
 
 // A host program that exports these two C functions shares its log with the library.
 void adoptHostLog() {
@@ -73,9 +70,9 @@ bool VantrelClientIsInitialized() {
 }
 
 void VantrelClientGetVersion(int& major, int& minor, int& patch) {
-    major = LIBRARY_MAJOR;
-    minor = LIBRARY_MINOR;
-    patch = LIBRARY_PATCH;
+    major = VANTREL_RELEASE.major;
+    minor = VANTREL_RELEASE.minor;
+    patch = VANTREL_RELEASE.patch;
 }
 
 // --- Log and callbacks ---

@@ -4,7 +4,7 @@
 
 class VantrelDaemonInfo;
 
-/// A server's four-number version, compared number by number.
+/// A version of four numbers, compared number by number.
 struct VantrelVersion {
     int major;
     int minor;
@@ -18,3 +18,6 @@ struct VantrelVersion {
         return std::tie(a.major, a.minor, a.patch, a.build) >= std::tie(b.major, b.minor, b.patch, b.build);
     }
 };
+
+/// The release that this is: of the library and of vantreld, and of the protocol that they speak.
+extern const VantrelVersion VANTREL_RELEASE;
