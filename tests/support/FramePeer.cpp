@@ -111,9 +111,8 @@ void FramePeer::run() {
 void FramePeer::serve(int client) {
     for (Step step; nextStep(client, step);) {
         if (!send(client, step.reply) || step.then == Then::Close) return;
-        if (step.then == Then::GoOn)
-            continue;  // A client that gave a write up may leave bytes that nobody reads, and its end behind
-                       // them.
+        if (step.then == Then::GoOn) continue;
+        // A client that gave a write up may leave bytes that nobody reads, and its end behind them.
         pollfd entries[] = {{client, POLLRDHUP, 0}, {listener_, POLLIN, 0}, {endPipe_[0], POLLIN, 0}};
         while (::poll(entries, 3, -1) < 0 && errno == EINTR) {
         }

@@ -40,17 +40,12 @@ int openSocketOn(int port) {
 }
 
 std::string escaped(const std::string& text) {
+    const std::string special = "\n\t\\";
     std::string out;
     for (const char c : text) {
-        if (c == '\n') {
-            out += "\\n";
-        } else if (c == '\t') {
-            out += "\\t";
-        } else if (c == '\\') {
-            out += "\\\\";
-        } else {
-            out += c;
-        }
+        const std::size_t at = special.find(c);
+        if (at != std::string::npos) out += '\\';
+        out += at == std::string::npos ? c : "nt\\"[at];
     }
     return out;
 }
@@ -87,16 +82,12 @@ ScriptedPeer::ScriptedPeer() {
     if (::getsockname(reservation_, reinterpret_cast<sockaddr*>(&address), &size) != 0) fail("getsockname");
     port_ = ntohs(address.sin_port);
     answers_[LOGIN] = ok("");
-    applyListening();
+    applySettings();
     thread_ = std::thread(&ScriptedPeer::run, this);
 }
 
 ScriptedPeer::~ScriptedPeer() {
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        stopping_ = true;
-    }
-    wake();
+    change([this] { stopping_ = true; });
     thread_.join();
     for (const Connection& client : clients_) ::close(client.descriptor);
     if (listener_ >= 0) ::close(listener_);
@@ -115,19 +106,26 @@ std::string ScriptedPeer::error(const std::string& text) {
     return "error " + escaped(text);
 }
 
+template <typename Change>
+void ScriptedPeer::change(Change change) {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        change();
+    }
+    const ssize_t ignored = ::write(wakeEnds_[1], "w", 1);  // a full pipe wakes as well
+    static_cast<void>(ignored);
+}
+
 void ScriptedPeer::answer(const std::string& method, const std::string& line) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    answers_[method] = line;
+    change([&] { answers_[method] = line; });
 }
 
 void ScriptedPeer::answerWith(Responder responder) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    responder_ = std::move(responder);
+    change([&] { responder_ = std::move(responder); });
 }
 
 void ScriptedPeer::neverAnswer(const std::string& method) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    answers_[method] = std::nullopt;
+    change([&] { answers_[method] = std::nullopt; });
 }
 
 void ScriptedPeer::loginUnknown(bool quoted) {
@@ -135,55 +133,41 @@ void ScriptedPeer::loginUnknown(bool quoted) {
 }
 
 void ScriptedPeer::replyInPieces(std::size_t bytes) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    pieceSize_ = bytes;
+    change([&] { pieceSize_ = bytes; });
 }
 
 void ScriptedPeer::closeAfter(std::optional<std::size_t> bytes) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    closeAfter_ = bytes;
+    change([&] { closeAfter_ = bytes; });
 }
 
 void ScriptedPeer::holdReplies() {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    holding_ = true;
+    change([this] { holding_ = true; });
 }
 
 void ScriptedPeer::releaseReplies() {
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        holding_ = false;
-    }
-    wake();
+    change([this] { holding_ = false; });
 }
 
 void ScriptedPeer::closeOnAccept(bool on) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    closeOnAccept_ = on;
+    change([&] { closeOnAccept_ = on; });
 }
 
 void ScriptedPeer::dropConnections() {
-    std::unique_lock<std::mutex> lock(mutex_);
-    dropAll_ = true;
-    const unsigned wanted = dropsDone_ + 1;
-    wake();
-    changed_.wait(lock, [this, wanted] { return dropsApplied_ >= wanted; });
+    change([this] { dropAll_ = true; });
+    waitFor([this] { return !dropAll_; });
 }
 
 void ScriptedPeer::refuse() {
-    setListening(false);
-}
-void ScriptedPeer::listenAgain() {
-    setListening(true);
+    change([this] {
+        wantListening_ = false;
+        dropAll_ = true;
+    });
+    waitFor([this] { return !dropAll_ && !isListening_; });
 }
 
-void ScriptedPeer::setListening(bool on) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    wantListening_ = on;
-    if (!on) dropAll_ = true;
-    const unsigned wanted = on ? dropsDone_ : dropsDone_ + 1;
-    wake();
-    changed_.wait(lock, [this, on, wanted] { return isListening_ == on && dropsApplied_ >= wanted; });
+void ScriptedPeer::listenAgain() {
+    change([this] { wantListening_ = true; });
+    waitFor([this] { return isListening_; });
 }
 
 std::vector<std::string> ScriptedPeer::commands() const {
@@ -209,24 +193,28 @@ std::size_t ScriptedPeer::connections() const {
     return accepted_;
 }
 
-bool ScriptedPeer::waitForCommands(std::size_t count, unsigned timeoutMs) const {
+template <typename Condition>
+bool ScriptedPeer::waitFor(Condition condition, unsigned timeoutMs) const {
     std::unique_lock<std::mutex> lock(mutex_);
-    return changed_.wait_for(lock, std::chrono::milliseconds(timeoutMs), [this, count] {
-        const auto commands = std::count_if(received_.begin(), received_.end(),
-                                            [](const Command& command) { return command.method != LOGIN; });
-        return static_cast<std::size_t>(commands) >= count;
-    });
+    return changed_.wait_for(lock, std::chrono::milliseconds(timeoutMs), condition);
+}
+
+bool ScriptedPeer::waitForCommands(std::size_t count, unsigned timeoutMs) const {
+    const auto isCommand = [](const Command& command) { return command.method != LOGIN; };
+    return waitFor(
+        [&] {
+            const auto commands = std::count_if(received_.begin(), received_.end(), isCommand);
+            return static_cast<std::size_t>(commands) >= count;
+        },
+        timeoutMs);
 }
 
 bool ScriptedPeer::waitForConnections(std::size_t count, unsigned timeoutMs) const {
-    std::unique_lock<std::mutex> lock(mutex_);
-    return changed_.wait_for(lock, std::chrono::milliseconds(timeoutMs),
-                             [this, count] { return accepted_ >= count; });
+    return waitFor([&] { return accepted_ >= count; }, timeoutMs);
 }
 
 bool ScriptedPeer::waitForNoClients(unsigned timeoutMs) const {
-    std::unique_lock<std::mutex> lock(mutex_);
-    return changed_.wait_for(lock, std::chrono::milliseconds(timeoutMs), [this] { return open_ == 0; });
+    return waitFor([this] { return open_ == 0; }, timeoutMs);
 }
 
 ScriptedPeer::Command ScriptedPeer::parse(const std::string& line) {
@@ -242,24 +230,8 @@ ScriptedPeer::Command ScriptedPeer::parse(const std::string& line) {
 }
 
 void ScriptedPeer::run() {
-    for (;;) {
+    while (applySettings()) {
         std::vector<pollfd> polled;
-        {
-            const std::lock_guard<std::mutex> lock(mutex_);
-            if (stopping_) return;
-            if (dropAll_) {
-                for (Connection& client : clients_) client.ended = true;
-                dropAll_ = false;
-                ++dropsDone_;
-            }
-            for (Connection& client : clients_) client.held = client.held && holding_;
-        }
-        clients_.remove_if([](const Connection& client) {
-            if (client.ended) ::close(client.descriptor);
-            return client.ended;
-        });
-        applyListening();
-
         polled.push_back({wakeEnds_[0], POLLIN, 0});
         polled.push_back({listener_, POLLIN, 0});  // negative: ignored
         for (const Connection& client : clients_) {
@@ -281,8 +253,16 @@ void ScriptedPeer::run() {
     }
 }
 
-void ScriptedPeer::applyListening() {
+// False when the peer is to end.
+bool ScriptedPeer::applySettings() {
     const std::lock_guard<std::mutex> lock(mutex_);
+    clients_.remove_if([this](Connection& client) {
+        client.held = client.held && holding_;
+        if (!client.ended && !dropAll_) return false;
+        ::close(client.descriptor);
+        return true;
+    });
+    dropAll_ = false;
     if (wantListening_ && listener_ < 0) {
         listener_ = openSocketOn(port_);
         if (::listen(listener_, SOMAXCONN) != 0) fail("listen");
@@ -291,9 +271,9 @@ void ScriptedPeer::applyListening() {
         listener_ = -1;
     }
     isListening_ = listener_ >= 0;
-    dropsApplied_ = dropsDone_;
     open_ = clients_.size();
     changed_.notify_all();
+    return !stopping_;
 }
 
 void ScriptedPeer::acceptClient() {
@@ -380,11 +360,6 @@ void ScriptedPeer::send(Connection& connection) {
     connection.out.clear();
     connection.sent = 0;
     connection.ended = connection.closeWhenSent;
-}
-
-void ScriptedPeer::wake() const {
-    const ssize_t ignored = ::write(wakeEnds_[1], "w", 1);  // a full pipe wakes as well
-    static_cast<void>(ignored);
 }
 
 }  // namespace Vantrel

@@ -93,15 +93,18 @@ class ScriptedPeer {
 
     static Command parse(const std::string& line);
 
+    template <typename Change>
+    void change(Change change);
+    template <typename Condition>
+    bool waitFor(Condition condition, unsigned timeoutMs = DEFAULT_WAIT_MS) const;
+
     void run();
-    void applyListening();
+    bool applySettings();
     void acceptClient();
     void receive(Connection& connection);
     void handle(Connection& connection, const Command& command);
     void send(Connection& connection);
     std::optional<std::string> resultLine(const Command& command);
-    void setListening(bool on);
-    void wake() const;
 
     int port_ = 0;
     int reservation_ = -1;  ///< bound but never listening: keeps the port ours while we refuse
@@ -119,8 +122,6 @@ class ScriptedPeer {
     bool wantListening_ = true;
     bool isListening_ = false;
     bool dropAll_ = false;
-    unsigned dropsDone_ = 0;     ///< drops whose connections were marked
-    unsigned dropsApplied_ = 0;  ///< drops whose connections are closed
     bool closeOnAccept_ = false;
     bool holding_ = false;
     std::size_t pieceSize_ = 0;

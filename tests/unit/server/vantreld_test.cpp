@@ -5,12 +5,14 @@
 
 #include "ChildProcess.h"
 #include "NodeStore.h"
+#include "RawClient.h"
 #include "ServerProcess.h"
 #include "TemporaryDirectory.h"
 
 namespace vantreld {
 namespace {
 
+using std::string_literals::operator""s;
 using testing::HasSubstr;
 
 constexpr std::chrono::seconds LIMIT(30);
@@ -40,12 +42,20 @@ TEST(vantreld, TellsWhyItCannotRun) {
     }
 }
 
-TEST(vantreld, TheDemoIsMadeOnceInAnEmptyRootAndASignalEndsItWithStatusZero) {
+TEST(vantreld, TheDemoIsMadeOnceAndKeptWithAllThatWasAcknowledgedHoweverTheServerEnds) {
     const Vantrel::TemporaryDirectory root;
     for (const int signal : {SIGTERM, SIGINT}) {
         ServerProcess server(VANTRELD, root.path(), {"--demo"});
         server.process().signal(signal);
         EXPECT_EQ(server.process().wait(LIMIT).status, 0);
+    }
+    {
+        ServerProcess server(VANTRELD, root.path());
+        Vantrel::RawClient client(server.framePort());
+        client.send("WriteFrame\0n6-0\0005\0other"s);
+        EXPECT_EQ(client.readBytes(1), "\0"s);
+        server.process().signal(SIGKILL);
+        server.process().wait(LIMIT);
     }
     NodeStore store(root.path());
     std::string path;
@@ -58,7 +68,8 @@ TEST(vantreld, TheDemoIsMadeOnceInAnEmptyRootAndASignalEndsItWithStatusZero) {
     EXPECT_EQ(path, "/VOLUME stor1/PROJECT demo/LIBRARY Default Library/REEL reel 1/CLIP bars");
     const auto frames = store.frameIds(node);
     ASSERT_EQ(frames.size(), 24u);
-    for (const std::string& frame : frames) EXPECT_EQ(store.openFrame(frame).size, 1920u * 1080 * 3);
+    for (const std::string& frame : frames)
+        EXPECT_EQ(store.openFrame(frame).size, frame == "n6-0" ? 5u : 1920u * 1080 * 3) << frame;
 }
 
 }  // namespace
