@@ -18,10 +18,9 @@ class BadPeerTest : public PeerFixture {
 };
 
 TEST_F(BadPeerTest, MalformedRepliesAreFailuresWithAText) {
-    const std::string format = "w 1 4h 1 2bpp 2 24nch 1 3";
-    const std::string rest = "asp 1 1rate 2 24fmt 3 rgbscan 1 4metag 4 nonemeta 0 cs 0 ";
+    const std::string withoutSize =
+        "w 1 4h 1 2bpp 2 24nch 1 3asp 1 1rate 2 24fmt 3 rgbscan 1 4metag 4 nonemeta 0 cs 0 ";
     VantrelStr text;
-    VantrelNodeHandle out;
     VantrelClipFormat clip;
     int number = 0;
     const auto children = [&](VantrelNodeHandle& node) { return node.getNumChildren(number); };
@@ -36,22 +35,11 @@ TEST_F(BadPeerTest, MalformedRepliesAreFailuresWithAText) {
         const char* error;
     } rows[] = {
         {"GetChildrenEx", children, "0 5 Id 1 ", "Invalid children list"},
-        {"GetChildrenEx", children, "0 0 ", "Invalid children list"},
-        {"GetFramesEx", frames, "x", "Invalid frame list"},
         {"GetFramesEx", frames, "2 2 f1", "Invalid frame list"},
-        {"GetFramesEx", frames, "1 -1 f1", "Invalid frame list"},
-        {"GetFramesEx", frames, "1 9 f1", "Invalid frame list"},
-        {"GetFramesEx", frames, "9223372036854775807 2 f1", "Invalid frame list"},
         {"GetFramesEx", frames, "1 9223372036854775807 f1", "Invalid frame list"},
         {"GetFramePathsEx", paths, "1", "Invalid file list"},
-        {"GetFramePathsEx", paths, "-1 2 /a", nullptr},
-        {"GetClipFormatEx", clipFormat, "", "Missing GetClipFormatEx parameter: w"},
-        {"GetClipFormatEx", clipFormat, format + rest, "Missing GetClipFormatEx parameter: sz"},
-        {"GetClipFormatEx", clipFormat,
-         format + "sz 2 24asp 1 1rate 2 24fmt 3 rgbscan 1 5metag 0 meta 0 cs 0 ",
-         "GetClipFormatEx: Invalid scan format"},
-        {"GetNodeType", type, "", nullptr},
-        {"GetNodeType", type, "clip", nullptr},
+        {"GetClipFormatEx", clipFormat, withoutSize, "Missing GetClipFormatEx parameter: sz"},
+        {"GetNodeType", type, "clip", "Invalid node type"},
     };
     peer.answer("GetNodeTypeStr", ScriptedPeer::ok("CLIP"));
     for (const auto& row : rows) {
@@ -59,11 +47,7 @@ TEST_F(BadPeerTest, MalformedRepliesAreFailuresWithAText) {
         peer.answer(row.method, ScriptedPeer::ok(row.reply));
         VantrelNodeHandle node(server, "n1");
         EXPECT_FALSE(row.call(node));
-        if (row.error) {
-            EXPECT_STREQ(server.lastError(), row.error);
-        } else {
-            EXPECT_STRNE(server.lastError(), "");
-        }
+        EXPECT_STREQ(server.lastError(), row.error);
         EXPECT_TRUE(server.ping(0)) << server.lastError();
     }
     EXPECT_EQ(peer.connections(), 1U) << "the connection was not to blame";

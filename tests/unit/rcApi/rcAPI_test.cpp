@@ -57,6 +57,10 @@ TEST_F(rcAPITest, TakesRepliesInPiecesOfAnySize) {
         {"error No such node", rcOutcome::Refused, "No such node"},
         {"", rcOutcome::Refused, ""},
         {"rubbish", rcOutcome::Refused, ""},
+        {" ", rcOutcome::Refused, ""},
+        {"OK x", rcOutcome::Refused, "x"},
+        {"okay then", rcOutcome::Refused, "then"},
+        {"\x01\x02\xff", rcOutcome::Refused, ""},
         {"ok first\nok stray", rcOutcome::Answered, "first"}};
     connect();
     for (const std::size_t pieces : {0U, 1U, 2U, 3U}) {

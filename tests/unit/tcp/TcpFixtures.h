@@ -17,6 +17,7 @@
 
 #include "CoIoTcpServerDescriptor.h"
 #include "CoSharedCancelPipe.h"
+#include "SilentListener.h"
 
 namespace Vantrel {
 
@@ -65,27 +66,6 @@ struct Pair {
 
     CoIoDescriptor descriptor;
     CoIoDescriptor peer;
-};
-
-/// A listening socket whose queue is full: further connections to it stay in progress.
-class SilentListener {
-  public:
-    SilentListener() {
-        EXPECT_TRUE(server_.listen(0, "127.0.0.1"));
-        ::listen(server_.getId(), 0);
-        sockaddr_storage address{};
-        socklen_t size = sizeof address;
-        ::getsockname(server_.getId(), reinterpret_cast<sockaddr*>(&address), &size);
-        for (int i = 0; i < 8; ++i) {
-            fillers_[i].setId(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-            static_cast<void>(::connect(fillers_[i].getId(), reinterpret_cast<sockaddr*>(&address), size));
-        }
-    }
-    int port() const { return server_.getPort(); }
-
-  private:
-    CoIoTcpServerDescriptor server_;
-    CoIoDescriptor fillers_[8];
 };
 
 /// Calls `stop` on a descriptor again and again until `action` returns, so that no moment has to be guessed.
