@@ -2,11 +2,11 @@
 // both when either side goes away.
 #include <sys/wait.h>
 
-#include <condition_variable>
 #include <cstring>
 #include <memory>
 
 #include "ClientFixture.h"
+#include "EventRecorder.h"
 #include "RawClient.h"
 #include "Sanitizers.h"
 
@@ -30,29 +30,6 @@ std::string nodeEvent(const std::string& node, const std::string& type, const st
            PeerInfo::entry("Details", details);
 }
 
-/// Notes events as node, type and details, and then does what a test wants.
-class Handler : public VantrelNodeEvent::Handler {
-  public:
-    explicit Handler(std::function<void()> then = [] {}) : then_(std::move(then)) {}
-    void notify(const VantrelNodeEvent& event) override {
-        {
-            const std::lock_guard<std::mutex> lock(mutex_);
-            events_.push_back(std::string(event.getNodeId().id()) + ' ' + event.getType() + ' ' +
-                              event.getDetails().getStream());
-        }
-        then_();
-    }
-    std::vector<std::string> events() const {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        return events_;
-    }
-
-  private:
-    const std::function<void()> then_;
-    mutable std::mutex mutex_;
-    std::vector<std::string> events_;
-};
-
 class EventHandlersTest : public PeerFixture {
   protected:
     EventHandlersTest() {
@@ -66,7 +43,8 @@ class EventHandlersTest : public PeerFixture {
         server.reset();
     }
 
-    bool add(const char* node, Handler& handler, const char* format = nullptr, const char* meta = nullptr) {
+    bool add(const char* node, EventRecorder& handler, const char* format = nullptr,
+             const char* meta = nullptr) {
         return server->registerEventHandler(node, &handler, format, meta);
     }
     /// Port and connection that the last registration named.
@@ -124,7 +102,7 @@ class EventHandlersTest : public PeerFixture {
 };
 
 TEST_F(EventHandlersTest, TheServerIsToldWhereToSendWhat) {
-    Handler first, second;
+    EventRecorder first, second;
     EXPECT_TRUE(add("n1", first));
     EXPECT_TRUE(add("n1", second, "rgb", "tag 1"));
     readRoute();
@@ -155,7 +133,7 @@ TEST_F(EventHandlersTest, TheServerIsToldWhereToSendWhat) {
 }
 
 TEST_F(EventHandlersTest, WhatIsNoEventIsAnsweredAndDisturbsNobody) {
-    Handler handler;
+    EventRecorder handler;
     ASSERT_TRUE(add("n1", handler));
     readRoute();
     EXPECT_EQ(send(PeerInfo::entry("Type", "t") + PeerInfo::entry("Details", "")),
@@ -176,7 +154,7 @@ TEST_F(EventHandlersTest, WhatIsNoEventIsAnsweredAndDisturbsNobody) {
 }
 
 TEST_F(EventHandlersTest, RegistrationsAreRestoredByWhoeverFindsTheConnectionLost) {
-    Handler handler;
+    EventRecorder handler;
     ASSERT_TRUE(add("n1", handler) && add("n2", handler));
     ASSERT_TRUE(server->unregisterEventHandler("n2", &handler));
     EXPECT_EQ(takeRegistrations(), "+n1+n2-n2");
@@ -204,9 +182,9 @@ TEST_F(EventHandlersTest, RegistrationsAreRestoredByWhoeverFindsTheConnectionLos
 }
 
 TEST_F(EventHandlersTest, AHandlerMayCallEverythingWhileItIsWaitedFor) {
-    Handler other;
+    EventRecorder other;
     std::promise<void> begun;
-    Handler handler([&] {
+    EventRecorder handler([&] {
         begun.set_value();
         // The unregistration below waits for this call, and must hold nothing that is wanted here.
         while (peer.arguments("UnregisterEvents").empty()) EXPECT_TRUE(server->ping(0));
@@ -225,7 +203,7 @@ TEST_F(EventHandlersTest, AHandlerMayCallEverythingWhileItIsWaitedFor) {
 }
 
 TEST_F(EventHandlersTest, AHandlerMayEndItsServerHandleAndTheLibrary) {
-    Handler destroying([this] { server.reset(); });
+    EventRecorder destroying([this] { server.reset(); });
     ASSERT_TRUE(add("n1", destroying) && add("n2", destroying));
     within(seconds(30), [&] { EXPECT_EQ(send(nodeEvent("n1", "t")), "ok "); });
     EXPECT_EQ(server, nullptr);
@@ -235,7 +213,7 @@ TEST_F(EventHandlersTest, AHandlerMayEndItsServerHandleAndTheLibrary) {
 
     server = std::make_unique<VantrelServerHandle>(id());
     std::promise<void> ended;
-    Handler ending([&ended] {
+    EventRecorder ending([&ended] {
         VantrelClientUninit();
         ended.set_value();
     });
@@ -247,14 +225,14 @@ TEST_F(EventHandlersTest, AHandlerMayEndItsServerHandleAndTheLibrary) {
 
     sender.reset();
     ASSERT_TRUE(VantrelClientInit());
-    Handler again;
+    EventRecorder again;
     ASSERT_TRUE(add("n1", again)) << server->lastError();
     EXPECT_EQ(send(nodeEvent("n1", "t")), "ok ");
     EXPECT_EQ(again.events().size(), 1U);
 }
 
 TEST_F(EventHandlersTest, DestroyingAHandleDoesNotWaitForADeadServer) {
-    Handler handler;
+    EventRecorder handler;
     ASSERT_TRUE(add("n1", handler) && add("n2", handler));
     peer.neverAnswer("UnregisterEvents");
     within(seconds(10), [&] { server.reset(); });
@@ -262,7 +240,7 @@ TEST_F(EventHandlersTest, DestroyingAHandleDoesNotWaitForADeadServer) {
 }
 
 TEST_F(EventHandlersTest, ShuttingDownDoesNotWaitForADeadServer) {
-    Handler handler;
+    EventRecorder handler;
     const VantrelServerHandle second(id());
     ASSERT_TRUE(add("n1", handler) && second.registerEventHandler("n2", &handler));
     peer.neverAnswer("UnregisterEvents");
@@ -273,8 +251,16 @@ TEST_F(EventHandlersTest, ShuttingDownDoesNotWaitForADeadServer) {
     EXPECT_FALSE(server->unregisterEventHandler("n1", &handler));
 }
 
+TEST_F(EventHandlersTest, RegisteringHasATimeOutOfItsOwn) {
+    set("VANTREL_EVENTS_CALL_TIMEOUT_MS", "300");
+    EventRecorder handler;
+    peer.neverAnswer("RegisterEvents");
+    within(seconds(10), [&] { EXPECT_FALSE(add("n1", handler)); });
+    EXPECT_STREQ(server->lastError(), std::strerror(ETIMEDOUT));
+}
+
 TEST_F(EventHandlersTest, ThePortIsOneOfTheRangeOfTheNextStart) {
-    Handler handler;
+    EventRecorder handler;
     int wanted = 0;
     {
         const ScriptedPeer free;
@@ -293,7 +279,7 @@ TEST_F(EventHandlersTest, ThePortIsOneOfTheRangeOfTheNextStart) {
 
 TEST_F(EventHandlersTest, AForkedChildHasAMonitorOfItsOwn) {
     if (Vantrel::HAS_THREAD_SANITIZER) GTEST_SKIP() << "A forked child may not start threads here";
-    Handler handler;
+    EventRecorder handler;
     ASSERT_TRUE(add("n1", handler));
     readRoute();
     const int parents = port;
@@ -301,7 +287,7 @@ TEST_F(EventHandlersTest, AForkedChildHasAMonitorOfItsOwn) {
     ASSERT_GE(child, 0);
     if (child == 0) {
         std::promise<void> told;
-        Handler childs([&told] { told.set_value(); });
+        EventRecorder childs([&told] { told.set_value(); });
         const bool inherited = server->unregisterEventHandler("n1", &handler);
         const bool added = !inherited && add("n2", childs);
         const bool came = added && told.get_future().wait_for(seconds(30)) == std::future_status::ready;
