@@ -30,9 +30,11 @@ struct PeerInfo {
     std::string text(int nodePort) const {
         int numbers[4] = {};
         std::sscanf(version.c_str(), "%d.%d.%d.%d", &numbers[0], &numbers[1], &numbers[2], &numbers[3]);
-        return entry("IP0", "127.0.0.1") + entry("FrameIP0", "127.0.0.1") + entry("HostName", "render01") +
-               entry("DisplayName", "Render 1") + entry("Database", database) +
-               entry("NodePort", std::to_string(nodePort)) + entry("FramePort", std::to_string(framePort)) +
+        // Nobody listens at the first data address.
+        return entry("IP0", "127.0.0.1") + entry("FrameIP0", "127.0.0.9") + entry("FrameIP1", "127.0.0.1") +
+               entry("HostName", "render01") + entry("DisplayName", "Render 1") +
+               entry("Database", database) + entry("NodePort", std::to_string(nodePort)) +
+               entry("FramePort", std::to_string(framePort)) +
                entry("VersionMajor", std::to_string(numbers[0])) +
                entry("VersionMinor", std::to_string(numbers[1])) +
                entry("VersionMaint", std::to_string(numbers[2])) +

@@ -74,6 +74,7 @@ TEST_F(FramesTest, RequestsAndRepliesAreThoseOfTheProtocolInPiecesOfAnySize) {
     const std::string frame(PREFIX.size() + 1, 'F');
     const std::string size = std::to_string(frame.size());
     const std::string prefixInside = 'x' + PREFIX;
+    const std::string written = "x\0z"s + PREFIX;
     const auto readWith = [&](const std::string& parameters, const char* ahead1, const char* ahead2) {
         buffer.assign(frame.size(), '?');
         return server.readFrame("f1", parameters.data(), parameters.size(), buffer.data(), buffer.size(),
@@ -113,14 +114,13 @@ TEST_F(FramesTest, RequestsAndRepliesAreThoseOfTheProtocolInPiecesOfAnySize) {
          ""},
         {"nothing", [&] { return server.readFrame(nullptr, nullptr, 0); }, {}, ""},
         {"write",
-         [&] { return server.writeFrame("f 1", "x\0z", 3); },
-         {{"WriteFrame\0f 1\0003\0x\0z"s, "\0"s}},
+         [&] { return server.writeFrame("f 1", written.data(), written.size()); },
+         {{"WriteFrame\0f 1\000"s + std::to_string(written.size()) + '\0' + written, "\0"s}},
          ""},
         {"write of nothing",
          [&] { return server.writeFrame("f1", "", 0); },
          {{"WriteFrame\0f1\0000\0"s, "\0"s}},
          ""},
-        {"invalidate", [&] { return describeFrames("2012.0.0.5120"), server.invalidateCache(); }, {}, ""},
         {"stream",
          [&] {
              buffer.assign(8, '?');
@@ -142,6 +142,7 @@ TEST_F(FramesTest, RequestsAndRepliesAreThoseOfTheProtocolInPiecesOfAnySize) {
          {{"PullFile\0dir/r\000262144\0"s, "3\0a\0b\0"s}},
          "a\0b"s},
     };
+    set("QD_VANTREL_NETIO_BUF_SIZE", "50");  // frames are taken and sent in several steps
     for (const std::size_t piece : {0U, 1U, 2U, 7U}) {
         frames.replyInPieces(piece);
         for (const Transfer& transfer : transfers) {
