@@ -1,47 +1,17 @@
 // What a user of the command-line client sees: exit statuses, messages, JSON, and how it ends when a server
 // does not answer.
-#include <arpa/inet.h>
-#include <sys/socket.h>
-
 #include "CliFixture.h"
+#include "ScriptedPeer.h"
 
 using std::chrono::steady_clock;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
+using Vantrel::ScriptedPeer;
 
 namespace {
 
 class CliTest : public CliFixture {};
-
-// A port of this host that the system chose. `listen` or only bound, so that nobody else gets it.
-class Socket {
-  public:
-    explicit Socket(bool listens) : descriptor_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof address;
-        EXPECT_EQ(bind(descriptor_, reinterpret_cast<sockaddr*>(&address), length), 0);
-        EXPECT_TRUE(!listens || listen(descriptor_, 8) == 0);
-        EXPECT_EQ(getsockname(descriptor_, reinterpret_cast<sockaddr*>(&address), &length), 0);
-        port_ = ntohs(address.sin_port);
-    }
-    ~Socket() { close(descriptor_); }
-    Socket(const Socket&) = delete;
-    Socket& operator=(const Socket&) = delete;
-
-    std::string id() const { return "127.0.0.1:" + std::to_string(port_); }
-    /// Waits until a client has connected; it then never gets an answer.
-    bool waitForClient(int limitMs) const {
-        pollfd ready{descriptor_, POLLIN, 0};
-        return poll(&ready, 1, limitMs) == 1;
-    }
-
-  private:
-    const int descriptor_;
-    int port_ = 0;
-};
 
 std::vector<std::string> keys(const nlohmann::json& object) {
     std::vector<std::string> names;
@@ -199,7 +169,7 @@ TEST_F(CliTest, TheTreeShowsAsManyLevelsAsAsked) {
     EXPECT_FALSE(tree["children"][0].contains("children"));
 }
 
-TEST_F(CliTest, NamesOfAnyBytesAreListed) {
+TEST_F(CliTest, NamesOfAnyBytesAreListedAndFound) {
     struct Row {
         std::string name;
         std::string line;
@@ -212,6 +182,7 @@ TEST_F(CliTest, NamesOfAnyBytesAreListed) {
         {"\xC3\xA9t\xC3\xA9", "\xC3\xA9t\xC3\xA9", "\xC3\xA9t\xC3\xA9"},
         {"bad \xFF byte", "bad \xFF byte", "bad \xEF\xBF\xBD byte"},
         {"ls", "ls", "ls"},
+        {"7 16 x, 100%s", "7 16 x, 100%s", "7 16 x, 100%s"},
     };
     std::string lines;
     for (const Row& row : rows) {
@@ -221,7 +192,10 @@ TEST_F(CliTest, NamesOfAnyBytesAreListed) {
     EXPECT_EQ(good({"ls", server}), lines);
     const nlohmann::json listed = json({"ls", server});
     ASSERT_EQ(listed.size(), std::size(rows));
-    for (std::size_t i = 0; i < std::size(rows); ++i) EXPECT_EQ(listed[i]["displayName"], rows[i].json);
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        EXPECT_EQ(listed[i]["displayName"], rows[i].json);
+        EXPECT_EQ(json({"stat", server, "/" + rows[i].name})["id"], listed[i]["id"]);
+    }
 }
 
 TEST_F(CliTest, NodesAreRenamedDuplicatedAndRemoved) {
@@ -257,23 +231,18 @@ TEST_F(CliTest, MetadataAndFilesComeBackUnchanged) {
 }
 
 TEST_F(CliTest, AServerThatDoesNotAnswerIsReportedWithinTheTimeout) {
-    const Socket refusing(false);
-    const Socket silent(true);
-    struct Row {
-        std::string server;
-        const char* command;
+    ScriptedPeer refusing;
+    refusing.refuse();
+    ScriptedPeer silent;
+    silent.neverAnswer("_login");
+    const std::pair<std::string, const char*> rows[] = {
+        {refusing.address(), "ping"}, {refusing.address(), "ls"},          {silent.address(), "ping"},
+        {silent.address(), "info"},   {"no.such.host.invalid:7549", "ls"},
     };
-    const Row rows[] = {
-        {refusing.id(), "ping"},
-        {refusing.id(), "ls"},
-        {silent.id(), "ping"},
-        {silent.id(), "info"},
-        {"no.such.host.invalid:7549", "ls"},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.server + " " + row.command);
+    for (const auto& [address, name] : rows) {
+        SCOPED_TRACE(address + " " + name);
         const auto start = steady_clock::now();
-        const ChildProcess::Result result = run({"--timeout", "1000", row.command, row.server});
+        const ChildProcess::Result result = run({"--timeout", "1000", name, address});
         EXPECT_EQ(result.status, 1);
         EXPECT_THAT(result.err, StartsWith("vantrel: "));
         EXPECT_GT(result.err.size(), std::string("vantrel: \n").size());
@@ -284,9 +253,10 @@ TEST_F(CliTest, AServerThatDoesNotAnswerIsReportedWithinTheTimeout) {
 
 TEST_F(CliTest, ASignalEndsAWaitingCommandAtOnce) {
     for (const int signal : {SIGINT, SIGTERM}) {
-        const Socket silent(true);
-        ChildProcess client(command({"--timeout", "600000", "ls", silent.id()}));
-        ASSERT_TRUE(silent.waitForClient(10000));
+        ScriptedPeer silent;
+        silent.neverAnswer("_login");
+        ChildProcess client(command({"--timeout", "600000", "ls", silent.address()}));
+        ASSERT_TRUE(silent.waitForConnections(1));
         client.signal(signal);
         const ChildProcess::Result result = client.wait(std::chrono::seconds(10));
         EXPECT_EQ(result.status, 128 + signal);

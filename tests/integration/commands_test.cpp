@@ -221,4 +221,17 @@ TEST_F(CommandsTest, EachOperationSendsWhatTheTableSaysAtEachVersionAndOneBuildB
     }
 }
 
+TEST_F(CommandsTest, EachOperationIsRefusedWhileTheLibraryIsNotUp) {
+    VantrelClientUninit();
+    for (const auto& operation : operations) {
+        SCOPED_TRACE(operation.first);
+        const VantrelServerHandle server(id());
+        VantrelNodeHandle node(server, "n1");
+        EXPECT_FALSE(operation.second(server, node));
+        EXPECT_STREQ(server.lastError(), "API not initialized");
+        EXPECT_FALSE(server.isConnected() || server.getHostName());
+    }
+    EXPECT_EQ(peer.connections(), 0U);
+}
+
 }  // namespace
