@@ -121,20 +121,7 @@ TEST_F(TwoSubnets, InterfacesComeAndServersLeave) {
     EXPECT_TRUE(eventually([&] { return libraryLists(list) == Strings{"first"}; }));
 }
 
-TEST_F(TwoSubnets, AServerThatFallsSilentIsForgotten) {
-    serve(a, "first", {config()});
-    ServerProcess& second = serve(b, "second", {config()});
-    use(client[0]);
-    use("VANTREL_MULTICAST_RESYNC_TIME_SEC=1");
-    const NetworkHost::Stay stay(c);
-    const VantrelClient library;
-    VantrelServerList list;
-    EXPECT_THAT(libraryLists(list), ElementsAre("first", "second"));
-    second.process().signal(SIGKILL);
-    EXPECT_TRUE(eventually([&] { return libraryLists(list) == Strings{"first"}; }));
-}
-
-TEST_F(TwoSubnets, AGatewayTellsOfWhereMulticastDoesNotReach) {
+TEST_F(TwoSubnets, AGatewayKnowsServersThatMulticastDoesNotReach) {
     {
         const NetworkHost::Stay stay(c);
         std::ofstream("/proc/sys/net/ipv4/ip_forward") << 1;

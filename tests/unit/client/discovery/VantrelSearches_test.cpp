@@ -1,0 +1,125 @@
+// The clock moves only when a test moves it: a wait asks `done` without a lock, and there the tests act.
+#include "VantrelSearches.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+using Vantrel::CoTime;
+using Microseconds = VantrelSearches::Microseconds;
+
+constexpr Microseconds STEP = 100 * CoTime::PER_MILLISECOND;
+constexpr Microseconds FAR = 60 * CoTime::PER_SECOND;
+
+class Searches : public testing::Test {
+  protected:
+    /// Waits, and calls `onLook` with the number of each look, one step of the clock apart, before `done` is
+    /// false. Returns the number of looks.
+    template <typename OnLook>
+    int wait(const std::string& storageId, Microseconds latest, OnLook onLook) {
+        int looks = 0;
+        const auto done = [&] {
+            onLook(++looks);
+            CoTime::advance(STEP);
+            searches.recheck();
+            return looks > 100;
+        };
+        searches.wait(
+            storageId, CoTime::getTime() + latest, [this] { ++sent; }, done);
+        return looks;
+    }
+    int waitQuietly(const std::string& storageId) {
+        return wait(storageId, FAR, [](int) {});
+    }
+
+    VantrelSearches searches;
+    int sent = 0;
+};
+
+TEST_F(Searches, LastAsLongAsRepliesCome) {
+    const struct {
+        const char* what;
+        int repliesUpTo;
+        Microseconds latest;
+        int looks;
+    } cases[] = {{"none comes", 0, FAR, 4},
+                 {"early ones", 1, FAR, 4},
+                 {"until 300 ms", 4, FAR, 6},
+                 {"all the time", 100, FAR, 21},
+                 {"the caller has less time", 100, 2 * STEP, 3},
+                 {"the caller has none", 0, 0, 1}};
+    for (const auto& c : cases) {
+        const int looks = wait("", c.latest, [&](int look) {
+            if (look <= c.repliesUpTo) searches.noteReply();
+        });
+        EXPECT_EQ(looks, c.looks) << c.what;
+        CoTime::advance(FAR);
+    }
+}
+
+TEST_F(Searches, EndWithWhatIsSearchedForOrWithAStop) {
+    int asked = 0;
+    const auto find = [&] { return ++asked == 2; };
+    const auto begun = CoTime::getTime();
+    EXPECT_GE(searches.wait(
+                  "s", begun + FAR, [this] { searches.recheck(); }, find),
+              begun);
+    EXPECT_EQ(asked, 2);
+    EXPECT_EQ(wait("s", FAR, [&](int) { searches.stop(); }), 1);
+    EXPECT_EQ(waitQuietly("s"), 0);
+}
+
+TEST_F(Searches, AreSharedWhileTheyRun) {
+    const auto joinAtSecondLook = [&](const std::string& storageId) {
+        return [this, storageId](int look) {
+            if (look != 2) return;
+            EXPECT_LT(waitQuietly(storageId), 4);
+        };
+    };
+    wait("s", FAR, joinAtSecondLook("s"));
+    EXPECT_EQ(sent, 1);
+    wait("", FAR, joinAtSecondLook(""));
+    EXPECT_EQ(sent, 2);
+    waitQuietly("s");
+    EXPECT_EQ(sent, 3) << "that one was over";
+    wait("s", FAR, [&](int look) {
+        if (look == 2) waitQuietly("t");
+    });
+    EXPECT_EQ(sent, 5) << "of another storage";
+    wait("s", FAR, [&](int look) {
+        if (look == 4) waitQuietly("s");
+    });
+    EXPECT_EQ(sent, 7) << "servers that came up since have not heard it";
+}
+
+TEST_F(Searches, ThatBeginLaterDoNotProlongAnEarlierOne) {
+    const int looks = wait("", FAR, [&](int look) {
+        if (look > 4) ADD_FAILURE() << "the search was over";
+        if (look != 4) return;
+        CoTime::advance(STEP);
+        waitQuietly("");
+        searches.noteReply();
+    });
+    EXPECT_EQ(looks, 4);
+}
+
+TEST_F(Searches, ForAllServersStayFreshForAWhile) {
+    EXPECT_FALSE(searches.renewForAll()) << "there was none";
+    wait("", FAR, [&](int look) { EXPECT_EQ(searches.renewForAll(), look == 4) << "it is running"; });
+    EXPECT_TRUE(searches.renewForAll());
+    for (const bool fresh : {true, false}) {
+        const unsigned validMs = VantrelSearches::SEARCH_VALID_MS;
+        CoTime::advance((fresh ? validMs - 100 : validMs) * CoTime::PER_MILLISECOND);
+        EXPECT_EQ(searches.renewForAll(), fresh);
+    }
+    waitQuietly("s");
+    EXPECT_FALSE(searches.renewForAll()) << "for one storage only";
+    searches.beginForAll();
+    EXPECT_FALSE(searches.renewForAll()) << "it is running";
+    CoTime::advance(3 * STEP);
+    EXPECT_TRUE(searches.renewForAll());
+}
+
+}  // namespace
