@@ -28,7 +28,7 @@ constexpr CoTime::Microseconds RETRY_AFTER = CoTime::PER_SECOND;
 constexpr Role ROLES[] = {Role::Multicast, Role::Metadata, Role::Data};
 
 /// What anyone can send is bounded: datagrams taken in one pass of the loop and in a second (more are left to
-/// the system, which drops them), and answers to searches, which may be forged to flood somebody else.
+/// the system, which drops them), and answers to searches, whose senders may be forged to flood another host.
 constexpr std::size_t DATAGRAMS_PER_PASS = 32;
 constexpr unsigned DATAGRAMS_PER_SECOND = 5000;
 constexpr unsigned ANSWERS_PER_SECOND = 200;
@@ -120,7 +120,7 @@ unsigned Announcer::work() {
         retries_ = 0;
     }
     const CoTime::Microseconds now = CoTime::getTime();
-    if (now >= announceAt_) tell(now);
+    if (now >= announceAt_) announceAndSearch(now);
     const CoTime::Microseconds resync = VantrelSettings::multicastResyncSec.get() * CoTime::PER_SECOND;
     if (now >= expireAt_) {
         known_.removeOlder(now - 2 * resync);
@@ -185,7 +185,7 @@ bool Announcer::handleRead() {
 
 // --- Sending ---
 
-void Announcer::tell(CoTime::Microseconds now) {
+void Announcer::announceAndSearch(CoTime::Microseconds now) {
     if (searchDue_) searchDue_ = !search();
     const bool failed = !announce() || searchDue_;
     const bool retry = failed && sockets_->haveInterface() && retries_ < MAX_RETRIES;
@@ -199,10 +199,10 @@ bool Announcer::announce() {
     self_ = fitIntoDatagram(describe_(), cut);
     fits_ = fits(self_);
     quiet_ = isReachedByThisHostOnly(self_) && othersHearUs();
-    const bool wasTold = std::exchange(told_, cut || !fits_);
-    if (!fits_ && !wasTold) {
+    const bool wasLogged = std::exchange(cutLogged_, cut || !fits_);
+    if (!fits_ && !wasLogged) {
         CO_MSG_ERROR("This server is not announced: its names are too long for a datagram.");
-    } else if (cut && !wasTold) {
+    } else if (cut && !wasLogged) {
         CO_MSG_WARNING("Not all addresses of this server fit into its announcement: %u and %u are told.",
                        self_.metadataIPs().size(), self_.dataIPs().size());
     }
@@ -240,7 +240,7 @@ void Announcer::handle(const VantrelDiscoverySockets::Datagram& datagram) {
     VantrelDaemonInfo info(request->payload);
     if (type == Protocol::FIND_SERVERS) return answer(info, datagram.ip, datagram.port);
     if (isSelf(info)) return;
-    // Another host's 127.0.0.1 tells nothing here, and would make one server of several.
+    // Another host's 127.0.0.1 means nothing here, and would make one server of several.
     if (info.hasLoopbackIP() && !isOwnIP(datagram.ip)) info.removeLoopbackIPs();
     if (type == Protocol::DISCOVER_SERVERS || type == Protocol::DISCOVER_SERVERS_REPLY) {
         known_.add(info);

@@ -25,7 +25,7 @@ namespace vantreld {
 /// Failures are logged.
 class Announcer : private Vantrel::CoIoHandler, private Vantrel::CoNetworkDispatcher::Observer {
   public:
-    /// Tells what is announced: with every address at which the server is reached, loopback included.
+    /// What is announced: with every address at which the server is reached, loopback included.
     using Describe = std::function<VantrelDaemonInfo()>;
 
     /// Opens the sockets; the first `work` announces. `loop` must outlive it.
@@ -48,7 +48,7 @@ class Announcer : private Vantrel::CoIoHandler, private Vantrel::CoNetworkDispat
 
     void watchSockets();
     void watch(int descriptor);
-    void tell(Vantrel::CoTime::Microseconds now);
+    void announceAndSearch(Vantrel::CoTime::Microseconds now);
     bool announce();
     bool search();
     void withdraw();
@@ -67,7 +67,7 @@ class Announcer : private Vantrel::CoIoHandler, private Vantrel::CoNetworkDispat
     VantrelDaemonInfo self_;  ///< as announced last
     bool quiet_ = false;      ///< only this host reaches the server, but others would hear the announcement
     bool fits_ = false;       ///< it can be sent; false until something was announced
-    bool told_ = false;       ///< that it does not fit as it is was logged
+    bool cutLogged_ = false;  ///< that it does not fit as it is was logged
     bool socketsStale_ = false;
     bool searchDue_ = true;  ///< none was sent since the sockets were opened
     unsigned retries_ = 0;   ///< of what could not be sent, since then
@@ -79,7 +79,7 @@ class Announcer : private Vantrel::CoIoHandler, private Vantrel::CoNetworkDispat
 };
 
 /// `info` with as many addresses as fit into one datagram: the last ones are left out, of the longer list
-/// first. `cut` tells whether any had to go.
+/// first. `cut` becomes true when any had to go.
 VantrelDaemonInfo fitIntoDatagram(VantrelDaemonInfo info, bool& cut);
 
 }  // namespace vantreld

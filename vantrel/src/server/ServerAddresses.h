@@ -7,7 +7,7 @@ namespace vantreld {
 
 /// Where a client should look for this server, best first: the address at which it reached the server on this
 /// connection (`reachedAt`, may be empty), then `bindAddress` (numeric) or, when that is empty or any
-/// address, the addresses of this host's interfaces. A loopback address is told only to clients that came by
+/// address, the addresses of this host's interfaces. A loopback address is given only to clients that came by
 /// one: anyone else would find himself.
 std::vector<std::string> serverAddresses(const std::string& reachedAt, const std::string& bindAddress,
                                          const std::vector<std::string>& interfaceAddresses);

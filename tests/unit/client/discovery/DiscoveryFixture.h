@@ -60,8 +60,9 @@ class FakeServers {
         const std::lock_guard<std::mutex> lock(mutex_);
         sockets_.send(type, info.toAttrStream());
     }
-    /// Once there was a search, somebody answers every few milliseconds: a search lasts as long as it may.
-    void babble(bool on = true) { babbling_ = on; }
+    /// Once there was a search, one more server answers every few milliseconds: a search lasts as long as it
+    /// may.
+    void answerOn(bool on = true) { answeringOn_ = on; }
 
     Happenings searches;  ///< the storage ids asked for
 
@@ -74,10 +75,10 @@ class FakeServers {
             const std::lock_guard<std::mutex> lock(mutex_);
             VantrelDiscoverySockets::Datagram datagram;
             while (sockets_.receive(polled.back().fd, datagram)) answer(datagram);
-            if (searcher_.port == 0 || !babbling_) continue;
-            VantrelDaemonInfo somebody;
-            somebody.setStorageId("babbler");
-            sockets_.send(Protocol::DISCOVER_SERVERS_REPLY, somebody.toAttrStream(), searcher_.ip,
+            if (searcher_.port == 0 || !answeringOn_) continue;
+            VantrelDaemonInfo another;
+            another.setStorageId("another");
+            sockets_.send(Protocol::DISCOVER_SERVERS_REPLY, another.toAttrStream(), searcher_.ip,
                           searcher_.port);
         }
     }
@@ -99,12 +100,12 @@ class FakeServers {
     const std::vector<VantrelDaemonInfo> servers_;
     VantrelDiscoverySockets::Datagram searcher_;
     std::atomic<bool> stopping_{false};
-    std::atomic<bool> babbling_{false};
+    std::atomic<bool> answeringOn_{false};
     std::thread thread_;
 };
 
-/// Writes down what observers are told: the event's number, or "=" for an unchanged server, and the storage
-/// id.
+/// Writes down what observers are notified of: the event's number, or "=" for an unchanged server, and the
+/// storage id.
 class RecordingObserver : public VantrelMulticastClient::Observer {
   public:
     RecordingObserver() { VantrelMulticastClient::addObserver(this); }

@@ -13,7 +13,7 @@ namespace {
 using Client = VantrelMulticastClient;
 using Vantrel::CoTime;
 
-/// Well below the time that a search lasts while somebody babbles.
+/// Well below the time that a search lasts while servers answer on.
 constexpr long SOON_MS = VantrelSearches::MAX_WAIT_MS / 2;
 
 class MulticastClient : public DiscoveryTest {
@@ -93,7 +93,7 @@ TEST_F(MulticastClient, MakesRecordsFitForThisHost) {
     };
     storageIds();
     EXPECT_EQ(misses(), 1);
-    client->remove(storage("local"));  // it took its leave
+    client->remove(storage("local"));  // it deregistered
     CoTime::advance(VantrelSearches::SEARCH_VALID_MS * CoTime::PER_MILLISECOND);
     storageIds();
     EXPECT_EQ(misses(), 1);
@@ -151,9 +151,9 @@ TEST_F(MulticastClient, WaitsForAnswersOnceAndThenTrustsTheList) {
     Strings ids;
     EXPECT_GE(took([&] { ids = storageIds(); }), long{VantrelSearches::MIN_WAIT_MS});
     EXPECT_THAT(ids, ElementsAre("b", "a"));
-    network.babble();  // a wait would last long
+    network.answerOn();  // a wait would last long
     EXPECT_LT(took([&] { ids = storageIds("other"); }), SOON_MS);
-    network.babble(false);
+    network.answerOn(false);
     EXPECT_THAT(ids, ElementsAre("b"));
     EXPECT_THAT(network.searches.wait(2), ElementsAre("", ""));
     CoTime::advance(VantrelSearches::SEARCH_VALID_MS * CoTime::PER_MILLISECOND);
@@ -162,13 +162,13 @@ TEST_F(MulticastClient, WaitsForAnswersOnceAndThenTrustsTheList) {
 
 TEST_F(MulticastClient, ResolvesAsSoonAsTheServerAnswers) {
     FakeServers network(group(), {server("wanted", "10.0.0.1")});
-    network.babble();
+    network.answerOn();
     start();
     VantrelDaemonInfo info;
     EXPECT_LT(took([&] { EXPECT_TRUE(client->resolve(storage("wanted"), info)); }), SOON_MS);
     EXPECT_STREQ(info.getMetadataIP(0), "10.0.0.1");
     EXPECT_TRUE(client->resolve(VantrelServerId("10.0.0.1:7549"), info));
-    network.babble(false);
+    network.answerOn(false);
     EXPECT_FALSE(client->resolve(VantrelServerId("10.0.0.1:7550"), info));
     EXPECT_THAT(network.searches.wait(0), ElementsAre("wanted", ""));
     EXPECT_FALSE(client->resolve(VantrelServerId(":SXAFS"), info));  // nothing to search for
@@ -200,7 +200,7 @@ TEST_F(MulticastClient, LooksUpTheNameThatItIsGivenAndNoneThatItHears) {
     Vantrel::CoNameLookup::resolver() = &resolveToTen;
     start();
     FakeServers network(group());
-    VantrelDaemonInfo named = server("", "name.of.a.stranger");
+    VantrelDaemonInfo named = server("", "name.of.an.unknown.sender");
     named.setMetadataIP(1, "10.0.0.10");
     network.announce(Protocol::DISCOVER_SERVERS, named);
     network.announce(Protocol::REMOVE_SERVER, server("", "another.name"));
@@ -209,13 +209,13 @@ TEST_F(MulticastClient, LooksUpTheNameThatItIsGivenAndNoneThatItHears) {
     EXPECT_EQ(lookups, 0);
     VantrelDaemonInfo info;
     EXPECT_TRUE(client->resolve(VantrelServerId("host:SXAFS"), info));
-    EXPECT_STREQ(info.getMetadataIP(0), "name.of.a.stranger");
+    EXPECT_STREQ(info.getMetadataIP(0), "name.of.an.unknown.sender");
     EXPECT_EQ(lookups, 1);
 }
 
 TEST_F(MulticastClient, WaitsEndWhenTheyAreNoLongerWanted) {
     FakeServers network(group());
-    network.babble();
+    network.answerOn();
     const auto shared = Client::getInstance();
     std::atomic<bool> cancelled{false};
     VantrelDaemonInfo info;

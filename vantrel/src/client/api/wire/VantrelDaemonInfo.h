@@ -64,8 +64,8 @@ class VantrelDaemonInfo {
     const char* getDatabase() const { return database_.c_str(); }
     void setDatabase(const char* text) { database_ = text; }
 
-    /// TCP ports of the metadata and the frame service. 0: the service's usual port; whoever connects
-    /// decides.
+    /// TCP ports of the metadata and the frame service. 0: the service's usual port, which
+    /// the client chooses.
     int getNodePort() const { return nodePort_; }
     void setNodePort(int port) { nodePort_ = port; }
     int getFramePort() const { return framePort_; }

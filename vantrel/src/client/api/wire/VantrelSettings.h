@@ -48,8 +48,8 @@ inline const Vantrel::CoEnvFlag debugEvents("QD_DEBUG_VANTREL_EVENTS", Vantrel::
 
 // --- Discovery ---
 
-/// From 1 on the log tells of every request received and every server added or changed, from 2 on of every
-/// datagram, wait and expiry too; at debug level.
+/// From 1 on every request received and every server added or changed is logged, from 2 on every datagram,
+/// wait and expiry too; at debug level.
 inline const Vantrel::CoEnvInt multicastDebug("VANTREL_MULTICAST_DEBUG", 0, 0, 0x7fffffff);
 /// Silent servers are looked for once in so many seconds, and forgotten after twice as many.
 inline const Vantrel::CoEnvInt multicastResyncSec("VANTREL_MULTICAST_RESYNC_TIME_SEC", 300, 1, 31536000);

@@ -18,16 +18,16 @@ class VantrelResolver {
 
     /// The usable address at position `index`, empty when there are no more. Addresses on a subnet of this
     /// host's interfaces for that traffic come first, otherwise the record's order holds. What was flagged
-    /// since the last call does not count any more, so whoever flags an address asks for the same index
-    /// again.
+    /// since the last call does not count any more, so a caller that flags an address asks for the same
+    /// index again.
     std::string getIP(int type, unsigned index);
 
     /// Tries the usable addresses in turn until `attempt(address)` is true, and flags each for which it is
-    /// false, unless told not to. Every address is tried once at most. False when none worked; what `attempt`
+    /// false, unless `flags` is. Every address is tried once at most. False when none worked; what `attempt`
     /// throws ends it.
     bool tryEach(int type, const std::function<bool(const std::string& address)>& attempt, bool flags = true);
 
-    /// Nobody is offered the address for VANTREL_UNRESOLVABLE_CACHE_TIMEOUT_SEC, unless its server is heard
+    /// The address is not offered for VANTREL_UNRESOLVABLE_CACHE_TIMEOUT_SEC, unless its server is heard
     /// of again or a local interface changes.
     static void flagInaccessibleIP(const char* ip);
 

@@ -10,7 +10,7 @@
 #include "CoTime.h"
 
 /// The searches for servers, for one storage each or for all servers, and those who wait for their answers.
-/// Whoever asks while such a search is running takes part in it. Thread-safe.
+/// A caller that asks while such a search is running takes part in it. Thread-safe.
 class VantrelSearches {
   public:
     using Microseconds = Vantrel::CoTime::Microseconds;
@@ -30,7 +30,7 @@ class VantrelSearches {
     Microseconds wait(const std::string& storageId, Microseconds latest, const std::function<void()>& send,
                       const std::function<bool()>& done) CO_EXCLUDES(mutex_);
 
-    /// A search for all servers is being sent, without waiting for it. Who waits next takes part in it.
+    /// A search for all servers is being sent, without waiting for it. The next wait takes part in it.
     void beginForAll() CO_EXCLUDES(mutex_);
     /// Whether a search for all servers need not be waited for, since the last one is over and fresh. The
     /// caller then sends another one, which keeps it fresh.

@@ -26,7 +26,7 @@ bool hasIP(const VantrelDaemonInfo& info, const char* ip) {
            std::any_of(info.dataIPs().begin(), info.dataIPs().end(), isThat);
 }
 
-/// Host names are one however much of the domain they tell.
+/// Host names are compared without their domains, which may be given or not.
 bool isSameName(const char* left, const char* right) {
     const std::size_t leftSize = std::strcspn(left, ".");
     return leftSize > 0 && leftSize == std::strcspn(right, ".") && ::strncasecmp(left, right, leftSize) == 0;

@@ -92,13 +92,13 @@ void VantrelDiscoverySockets::close() {
 std::vector<VantrelDiscoverySockets::Addresses> VantrelDiscoverySockets::findInterfaces() const {
     const int family = CoMulticast::familyOf(group_.scope);
     std::vector<Addresses> found;
-    bool loopbackTold = false;
+    bool loopbackLogged = false;
     for (CoNetworkInterface& each :
          CoNetworkDispatcher::getInterfaces(CoNetworkDispatcher::Role::Multicast)) {
         if (each.family != family) continue;
         if (each.loopback && family == AF_INET6) {
             // The system has no route for it: whatever is sent fails.
-            if (!std::exchange(loopbackTold, true))
+            if (!std::exchange(loopbackLogged, true))
                 CO_MSG_WARNING("IPv6 multicast does not work on '%s': not used.", each.name.c_str());
             continue;
         }
@@ -249,7 +249,7 @@ bool VantrelDiscoverySockets::send(Protocol::RequestType type, const rcAttrStrea
 }
 
 const VantrelDiscoverySockets::Private& VantrelDiscoverySockets::senderFor(const std::string& ip) const {
-    // A link-local address is on every link; only its zone, the interface's name, tells which one is meant.
+    // A link-local address is on every link; only its zone, the interface's name, says which one is meant.
     const std::size_t percent = ip.find('%');
     const std::string address = ip.substr(0, percent);
     const std::string zone = percent != std::string::npos ? ip.substr(percent + 1) : std::string();

@@ -57,9 +57,9 @@ class VantrelDiscoverySockets {
     /// Names of the interfaces of the private sockets, in network.cfg's order of preference.
     std::vector<std::string> interfaceNames() const;
 
-    /// Appends the descriptors to wait on, for POLLIN, the public one last: who reads them in this order
-    /// takes a server's answers before the farewell that it sent after them. `reopen` and `close` end their
-    /// use.
+    /// Appends the descriptors to wait on, for POLLIN, the public one last: a caller that reads them in
+    /// this order takes a server's answers before the deregistration that it sent after them. `reopen` and
+    /// `close` end their use.
     void addTo(std::vector<pollfd>& polled) const;
     /// Takes one datagram from a descriptor that `addTo` gave. False when there is none, or when the
     /// descriptor is none of these sockets. Never waits.

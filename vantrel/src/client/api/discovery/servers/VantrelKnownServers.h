@@ -13,8 +13,8 @@
 #include "CoTime.h"
 #include "VantrelDaemonInfo.h"
 
-/// A server that is known, and when it was last heard of. Copies share the record, which nobody changes; its
-/// own last update says nothing.
+/// A server that is known, and when it was last heard of. Copies share the record, which does not change; its
+/// own last update is not used.
 struct VantrelKnownServer {
     std::shared_ptr<const VantrelDaemonInfo> info;
     Vantrel::CoTime::Microseconds lastUpdate = 0;
