@@ -7,12 +7,12 @@
 #include <atomic>
 #include <cstdint>
 #include <ctime>
-#include <mutex>
 #include <string_view>
 
 #include "CoAssert.h"
 #include "CoIoTcpDescriptor.h"
 #include "CoMsg.h"
+#include "CoMutex.h"
 #include "CoNetworkConfig.h"
 #include "CoProcess.h"
 #include "CoUser.h"
@@ -84,14 +84,14 @@ class NameOfId {
 
     bool get(unsigned id, std::string& name) {
         {
-            const std::lock_guard<std::mutex> lock(mutex_);
+            const CoLock lock(mutex_);
             if (known_ && id == id_) {
                 name = name_;
                 return true;
             }
         }
         if (!lookUp_(name)) return false;  // unlocked: it may take its time
-        const std::lock_guard<std::mutex> lock(mutex_);
+        const CoLock lock(mutex_);
         known_ = true;
         id_ = id;
         name_ = name;
@@ -101,11 +101,10 @@ class NameOfId {
   private:
     bool (*lookUp_)(std::string& name);
 
-    std::mutex mutex_;
-    // guarded by mutex_
-    bool known_ = false;
-    unsigned id_ = 0;
-    std::string name_;
+    CoMutex mutex_;
+    bool known_ CO_GUARDED_BY(mutex_) = false;
+    unsigned id_ CO_GUARDED_BY(mutex_) = 0;
+    std::string name_ CO_GUARDED_BY(mutex_);
 };
 
 NameOfId& userNames() {
@@ -119,7 +118,7 @@ NameOfId& groupNames() {
     return *names;
 }
 
-// What stays the same for the life of the process; empty where the system told nothing.
+// What stays the same for the life of the process; empty where the system gave nothing.
 struct ProcessFacts {
     std::string hostName;
     std::string processName;

@@ -23,7 +23,7 @@ class rcConnectionInfo {
     rcConnectionInfo(const char* text, const CoIoDescriptor* descriptor);
 
     /// Fills in the running process, and with a descriptor its local address, and computes the checksum. What
-    /// the system does not tell keeps its default and is logged at debug level.
+    /// the system does not give keeps its default and is logged at debug level.
     void fillInfo(const CoIoDescriptor* descriptor);
 
     /// Replaces the address, and recomputes the checksum.

@@ -33,12 +33,9 @@ class VantrelCommandClient {
     /// Sends a command and hands the reply to `take(std::string reply)`, which throws when the reply is not
     /// what it should be.
     template <typename Take>
-    [[nodiscard]] bool ask(const VantrelCommand& command, const std::string& argument, Take take,
-                           const VantrelClientConnection::Limits& limits);
-    template <typename Take>
-    [[nodiscard]] bool ask(const VantrelCommand& command, const std::string& argument, Take take) {
-        return ask(command, argument, take, VantrelClientConnection::Limits::byDefault());
-    }
+    [[nodiscard]] bool ask(
+        const VantrelCommand& command, const std::string& argument, Take take,
+        const VantrelClientConnection::Limits& limits = VantrelClientConnection::Limits::byDefault());
     /// For commands whose reply says nothing.
     [[nodiscard]] bool ask(const VantrelCommand& command, const std::string& argument) {
         return ask(command, argument, [](const std::string&) {});

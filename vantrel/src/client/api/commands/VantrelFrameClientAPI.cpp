@@ -180,7 +180,7 @@ std::optional<VantrelDaemonInfo> VantrelFrameClientAPI::readAhead(const char* fr
     const Connection::Request request(connection_);
     const Trace trace(method, frameId, size);
     writeMethodStringAndSize(connection_, method, frameId, size);
-    // The redirecting form tells the size of the parameters even when there are none.
+    // The redirecting form carries the size of the parameters even when there are none.
     if (method != READ_AHEAD) writeParameters(connection_, parameters, parametersSize);
     return method == READ_AHEAD_REDIRECT ? readRedirection() : std::nullopt;
 }

@@ -35,8 +35,8 @@ class VantrelFrameClientAPI : public VantrelFrameInterface {
     /// A redirected frame whose server cannot be connected is read from this one, and that is logged.
     void readFrame(const char* frameId, void* buffer, std::size_t size, const void* parameters,
                    std::size_t parametersSize, const char* readAheadId1, const char* readAheadId2);
-    /// Tells the server that the frame will be read soon. The server to read it from, when it answers with a
-    /// redirection.
+    /// Announces to the server that the frame will be read soon. The server to read it from, when it answers
+    /// with a redirection.
     std::optional<VantrelDaemonInfo> readAhead(const char* frameId, const void* parameters,
                                                std::size_t parametersSize, std::size_t size);
     void writeFrame(const char* frameId, const void* data, std::size_t size);

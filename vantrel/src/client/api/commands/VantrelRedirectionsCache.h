@@ -56,7 +56,7 @@ class VantrelRedirectionsCache::Entry : public VantrelDaemonInfoMgr {
     ~Entry() override;
 
     bool getDaemonInfo(const VantrelDaemonInfo*& info) override;
-    /// The target could not be reached: until it is named anew, the frame is not looked for there.
+    /// The target could not be reached: until it is named again, the frame is not looked for there.
     void clearDaemonInfo() override { target_.reset(); }
     const char* lastError() const override;
 

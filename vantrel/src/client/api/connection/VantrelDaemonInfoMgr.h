@@ -10,9 +10,9 @@ class VantrelDaemonInfoMgr {
 
     /// The server's record, fetched when the holder has none that is fresh. True: `info` points at it; it
     /// belongs to the holder and is valid until the next call of `getDaemonInfo` or `clearDaemonInfo`. False:
-    /// `lastError` tells why and `info` is untouched.
+    /// `lastError` says why and `info` is untouched.
     virtual bool getDaemonInfo(const VantrelDaemonInfo*& info) = 0;
-    /// Forgets the record: the next `getDaemonInfo` fetches it anew.
+    /// Forgets the record: the next `getDaemonInfo` fetches it again.
     virtual void clearDaemonInfo() = 0;
     /// Why the last failing call failed; never null.
     virtual const char* lastError() const = 0;

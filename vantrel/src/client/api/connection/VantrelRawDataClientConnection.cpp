@@ -19,7 +19,7 @@ using Vantrel::coPrintable;
 namespace {
 
 constexpr int CONNECT_TIMEOUT_SEC = 10;
-/// A server of this host accepts at once, or is in trouble: TCP then tells more.
+/// A server of this host accepts at once, or is in trouble: the error of TCP then says more.
 constexpr unsigned LOCAL_CONNECT_TIMEOUT_MS = 1000;
 constexpr int MAX_REASON_BYTES = 255;
 constexpr const char* ABORTED = "Operation aborted.";

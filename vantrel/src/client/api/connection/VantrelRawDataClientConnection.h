@@ -54,7 +54,7 @@ class VantrelRawDataClientConnection {
     };
 
     /// An operation that is one request and its reply. Opens the connection, and a new one when the server
-    /// has closed the earlier one meanwhile.
+    /// has closed the earlier one since.
     class Request : public Operation {
       public:
         explicit Request(VantrelRawDataClientConnection& connection);

@@ -11,7 +11,7 @@ class VantrelClientConnection::Shared {
     /// on working, their connection then belongs to them alone.
     static void init();
     static void uninit();
-    /// Drops the connections that nobody references; with `all` the whole cache.
+    /// Drops the connections without a reference; with `all` the whole cache.
     static void releaseUnusedConnections(bool all);
 
     Shared() = default;

@@ -57,7 +57,7 @@ void VantrelClientUninit() {
     if (VantrelInitCounter::add(-1) - 1 > 0) return;
     const Vantrel::CoDeferral deferral;
     Vantrel::CoFileMonitor::stop();
-    VantrelEventMonitor::unregisterAll();  // while servers can still be told
+    VantrelEventMonitor::unregisterAll();  // while servers can still be called
     VantrelClientConnection::Shared::uninit();
     VantrelMulticastClient::stop();
     VantrelEventMonitor::getInstance(true);

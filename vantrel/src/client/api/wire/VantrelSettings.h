@@ -27,7 +27,7 @@ inline const Vantrel::CoEnvInt connectExtraLatencyMs("QD_VANTREL_CONNECT_EXTRA_L
 inline const Vantrel::CoEnvFlag trace("QD_VANTREL_TRACE", Vantrel::CoEnvFlag::Rule::TextDecides);
 /// Logs the local interfaces before connecting.
 inline const Vantrel::CoEnvFlag networkDebug("VANTREL_NETWORK_DEBUG", Vantrel::CoEnvFlag::Rule::SetMeansOn);
-/// The login record tells this host's configured metadata address instead of the socket's.
+/// The login record carries this host's configured metadata address instead of the socket's.
 inline const Vantrel::CoEnvFlag useClientIp("VANTREL_USE_CLIENT_IP", Vantrel::CoEnvFlag::Rule::SetMeansOn);
 
 // --- Shared connections ---

@@ -61,7 +61,7 @@ struct VantrelTranslationRequest {
 ///
 /// A table is malformed as a whole when its count is absent, negative or more than the entries that are
 /// there, and when an entry lacks one of its fields or has one with a NUL; further entries and fields are
-/// ignored. An OS type with a number that nobody knows reads as Unknown.
+/// ignored. An OS type with an unknown number reads as Unknown.
 class VantrelTranslationCodec {
   public:
     /// Most entries of one table, and most hosts of all groups together.
