@@ -11,7 +11,7 @@ class VantrelDaemonInfoMgr {
     /// The server's record, fetched when the holder has none that is fresh. True: `info` points at it; it
     /// belongs to the holder and is valid until the next call of `getDaemonInfo` or `clearDaemonInfo`. False:
     /// `lastError` says why and `info` is untouched.
-    virtual bool getDaemonInfo(const VantrelDaemonInfo*& info) = 0;
+    [[nodiscard]] virtual bool getDaemonInfo(const VantrelDaemonInfo*& info) = 0;
     /// Forgets the record: the next `getDaemonInfo` fetches it again.
     virtual void clearDaemonInfo() = 0;
     /// Why the last failing call failed; never null.

@@ -36,7 +36,7 @@ class VantrelRawDataClientConnection {
     void read(char* buffer, std::size_t length);
     void write(const char* buffer, std::size_t length);
     /// Reads up to a NUL, which is consumed but not returned. False when `maxLength` bytes came without one.
-    bool readText(std::string& text, std::size_t maxLength);
+    [[nodiscard]] bool readText(std::string& text, std::size_t maxLength);
 
     /// While it lives, an operation is in progress: stop() reaches it at any moment, between two requests
     /// too. Nests.
@@ -61,8 +61,8 @@ class VantrelRawDataClientConnection {
     };
 
   private:
-    bool connectLocally(const VantrelDaemonInfo& info);
-    bool connectTo(const VantrelDaemonInfo& info, const char* address, int port);
+    [[nodiscard]] bool connectLocally(const VantrelDaemonInfo& info);
+    [[nodiscard]] bool connectTo(const VantrelDaemonInfo& info, const char* address, int port);
     /// The descriptor that is open.
     Vantrel::CoIoDescriptor& socket();
 

@@ -25,7 +25,8 @@ class VantrelClipFormatCodec {
 
     /// Reads what a client sent. False when one of the ten words is missing or is no number where there has
     /// to be one: `error` says which, and `format` is as it was.
-    static bool fromRequestText(std::string_view text, VantrelClipFormat& format, std::string& error);
+    [[nodiscard]] static bool fromRequestText(std::string_view text, VantrelClipFormat& format,
+                                              std::string& error);
     /// Reads what a server sent. Reading ends at the first word that cannot be read; the fields from there on
     /// become 0 or empty. Metadata is cut after 4095 bytes. The colour space stays as it is.
     static void fromReplyText(std::string_view text, VantrelClipFormat& format);
@@ -34,8 +35,8 @@ class VantrelClipFormatCodec {
     static void toStream(const VantrelClipFormat& format, rcAttrStream& stream);
     /// Reads them. False when one is missing or the scan format is unknown: `error` names `command` and the
     /// key, and `format` is as it was.
-    static bool fromStream(const rcAttrStream& stream, const char* command, VantrelClipFormat& format,
-                           std::string& error);
+    [[nodiscard]] static bool fromStream(const rcAttrStream& stream, const char* command,
+                                         VantrelClipFormat& format, std::string& error);
 };
 
 }  // namespace Vantrel

@@ -72,21 +72,23 @@ class VantrelTranslationCodec {
 
     static std::string formatRequest(const VantrelTranslationRequest& request);
     /// False, with `error` set, for a malformed text and for more than `maxPaths` paths.
-    static bool parseRequest(std::string_view text, std::size_t maxPaths, VantrelTranslationRequest& request,
-                             std::string& error);
+    [[nodiscard]] static bool parseRequest(std::string_view text, std::size_t maxPaths,
+                                           VantrelTranslationRequest& request, std::string& error);
 
     static std::string formatPaths(const std::vector<std::string>& paths);
     /// False for a malformed text, for a path with a NUL, and for more than `maxPaths` paths.
-    static bool parsePaths(std::string_view text, std::size_t maxPaths, std::vector<std::string>& paths);
+    [[nodiscard]] static bool parsePaths(std::string_view text, std::size_t maxPaths,
+                                         std::vector<std::string>& paths);
 
     static std::string formatGroups(const std::vector<VantrelPathTranslationGroup>& groups);
-    static bool parseGroups(std::string_view text, std::vector<VantrelPathTranslationGroup>& groups);
+    [[nodiscard]] static bool parseGroups(std::string_view text,
+                                          std::vector<VantrelPathTranslationGroup>& groups);
 
     static std::string formatHostTranslations(const std::vector<VantrelHostTranslation>& translations);
-    static bool parseHostTranslations(std::string_view text,
-                                      std::vector<VantrelHostTranslation>& translations);
+    [[nodiscard]] static bool parseHostTranslations(std::string_view text,
+                                                    std::vector<VantrelHostTranslation>& translations);
 
     static std::string formatOsTypeTranslations(const std::vector<VantrelOsTypeTranslation>& translations);
-    static bool parseOsTypeTranslations(std::string_view text,
-                                        std::vector<VantrelOsTypeTranslation>& translations);
+    [[nodiscard]] static bool parseOsTypeTranslations(std::string_view text,
+                                                      std::vector<VantrelOsTypeTranslation>& translations);
 };
