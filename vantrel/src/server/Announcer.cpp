@@ -1,9 +1,6 @@
 #include "Announcer.h"
 
-#include <sys/epoll.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <utility>
 
@@ -13,7 +10,6 @@
 
 namespace vantreld {
 
-using Vantrel::coErrorText;
 using Vantrel::CoNetworkDispatcher;
 using Vantrel::CoTime;
 using Protocol = VantrelMulticastProtocol;
@@ -102,11 +98,11 @@ Announcer::Announcer(Vantrel::rcAppContext& loop, VantrelDiscoveryGroup group, D
     for (const Role role : ROLES) CoNetworkDispatcher::addObserver(role, this);
     sockets_.emplace(std::move(group));
     watchSockets();
-    if (ready_.isValid()) loop_.registerIOHandler(this);
 }
 
 Announcer::~Announcer() {
-    loop_.unregisterIOHandler(this);
+    unwatchSockets();
+    loop_.unregisterIOHandler(&interfaces_);
     for (const Role role : ROLES) CoNetworkDispatcher::removeObserver(role, this);
     withdraw();
 }
@@ -114,6 +110,7 @@ Announcer::~Announcer() {
 unsigned Announcer::work() {
     if (socketsStale_) {
         socketsStale_ = false;
+        unwatchSockets();
         sockets_->reopen();
         watchSockets();
         searchDue_ = true;
@@ -142,25 +139,15 @@ std::vector<VantrelDaemonInfo> Announcer::others() const {
 // --- Sockets ---
 
 void Announcer::watchSockets() {
-    const int set = ::epoll_create1(EPOLL_CLOEXEC);
-    if (set < 0) {
-        CO_MSG_ERROR("Could not wait for discovery datagrams: %s", coErrorText(errno).c_str());
-        return;
-    }
-    ready_.setId(set);
-    polled_.clear();
-    sockets_->addTo(polled_);
-    for (const pollfd& each : polled_) watch(each.fd);
-    watch(CoNetworkDispatcher::changeDescriptor());
+    std::vector<pollfd> polled;
+    sockets_->addTo(polled);
+    for (const pollfd& each : polled) loop_.registerIOHandler(&readers_.emplace_back(*this, each.fd));
+    if (interfaces_.descriptorId() >= 0) loop_.registerIOHandler(&interfaces_);
 }
 
-void Announcer::watch(int descriptor) {
-    if (descriptor < 0) return;
-    epoll_event event{};
-    event.events = EPOLLIN;
-    event.data.fd = descriptor;
-    if (::epoll_ctl(ready_.getId(), EPOLL_CTL_ADD, descriptor, &event) != 0)
-        CO_MSG_ERROR("Could not wait for discovery datagrams: %s", coErrorText(errno).c_str());
+void Announcer::unwatchSockets() {
+    for (Reader& each : readers_) loop_.unregisterIOHandler(&each);
+    readers_.clear();
 }
 
 void Announcer::interfacesChanged(Role role) {
@@ -169,17 +156,15 @@ void Announcer::interfacesChanged(Role role) {
     announceAt_ = 0;
 }
 
-bool Announcer::handleRead() {
-    polled_.clear();
-    sockets_->addTo(polled_);
-    const std::size_t sockets = polled_.size();
-    polled_.push_back({CoNetworkDispatcher::changeDescriptor(), POLLIN, 0});
-    if (::poll(polled_.data(), polled_.size(), 0) <= 0) return true;
-    if (polled_.back().revents != 0) CoNetworkDispatcher::checkForChanges();
+bool Announcer::Reader::handleRead() {
     // Each socket gets its share, so that a flood on one does not silence the others.
-    for (std::size_t i = 0; i < sockets; ++i) {
-        if (polled_[i].revents != 0) takeFrom(polled_[i].fd, 1 + DATAGRAMS_PER_PASS / sockets);
-    }
+    announcer_.takeFrom(descriptorId_, 1 + DATAGRAMS_PER_PASS / announcer_.readers_.size());
+    return true;
+}
+
+bool Announcer::Reader::handleError() {
+    VantrelDiscoverySockets::Datagram none;
+    announcer_.sockets_->receive(descriptorId_, none);  // takes the error away
     return true;
 }
 

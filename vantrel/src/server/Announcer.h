@@ -1,19 +1,18 @@
 #pragma once
 
-#include <poll.h>
-
 #include <cstddef>
+#include <deque>
 #include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "CoIoDescriptor.h"
 #include "CoIoHandler.h"
 #include "CoNetworkDispatcher.h"
 #include "CoTime.h"
 #include "RateLimit.h"
 #include "VantrelDiscoverySockets.h"
+#include "VantrelInterfaceWatch.h"
 #include "VantrelKnownServers.h"
 #include "rcAppContext.h"
 
@@ -23,7 +22,7 @@ namespace vantreld {
 /// the list of the other servers that it hears. Belongs to the thread that drives `loop`, and lives in that
 /// loop alone: whatever comes in on the discovery port, each pass of the loop spends little time on it.
 /// Failures are logged.
-class Announcer : private Vantrel::CoIoHandler, private Vantrel::CoNetworkDispatcher::Observer {
+class Announcer : private Vantrel::CoNetworkDispatcher::Observer {
   public:
     /// What is announced: with every address at which the server is reached, loopback included.
     using Describe = std::function<VantrelDaemonInfo()>;
@@ -41,13 +40,24 @@ class Announcer : private Vantrel::CoIoHandler, private Vantrel::CoNetworkDispat
     std::vector<VantrelDaemonInfo> others() const;
 
   private:
-    int descriptorId() const override { return ready_.getId(); }
-    bool wantsRead() const override { return incoming_.waitMs() == 0; }
-    bool handleRead() override;
+    /// Serves one socket in the loop.
+    class Reader : public Vantrel::CoIoHandler {
+      public:
+        Reader(Announcer& announcer, int descriptorId) : announcer_(announcer), descriptorId_(descriptorId) {}
+        int descriptorId() const override { return descriptorId_; }
+        bool wantsRead() const override { return announcer_.incoming_.waitMs() == 0; }
+        bool handleRead() override;
+        bool handleError() override;
+
+      private:
+        Announcer& announcer_;
+        const int descriptorId_;
+    };
+
     void interfacesChanged(Vantrel::CoNetworkDispatcher::Role role) override;
 
     void watchSockets();
-    void watch(int descriptor);
+    void unwatchSockets();
     void announceAndSearch(Vantrel::CoTime::Microseconds now);
     bool announce();
     bool search();
@@ -61,8 +71,8 @@ class Announcer : private Vantrel::CoIoHandler, private Vantrel::CoNetworkDispat
     Vantrel::rcAppContext& loop_;
     const Describe describe_;
     std::optional<VantrelDiscoverySockets> sockets_;  ///< opened when no change can be missed any more
-    Vantrel::CoIoDescriptor ready_;  ///< readable as soon as any socket is, or the interfaces have changed
-    std::vector<pollfd> polled_;     ///< reused by every pass
+    std::deque<Reader> readers_;                      ///< one for each socket
+    VantrelInterfaceWatch interfaces_;
     VantrelKnownServers known_;
     VantrelDaemonInfo self_;  ///< as announced last
     bool quiet_ = false;      ///< only this host reaches the server, but others would hear the announcement

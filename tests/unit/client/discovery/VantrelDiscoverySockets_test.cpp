@@ -73,7 +73,6 @@ TEST_F(VantrelDiscoverySocketsTest, CarriesSearchesAndAnswersWithinOneHost) {
     const Vantrel::CapturedLog log;
     const VantrelDiscoverySockets client(group());
     const VantrelDiscoverySockets server(group());
-    ASSERT_EQ(client.interfaceNames(), Strings{"lo"});
     const std::vector<int> ours = descriptorsOf(client);
     const int heardOn = descriptorsOf(server).back();
     ASSERT_EQ(ours.size(), 2u);
@@ -131,10 +130,23 @@ TEST_F(VantrelDiscoverySocketsTest, OpensNothingWhereThereIsNothingToUse) {
     }
 }
 
+/// The interfaces of the private sockets that were opened, in their order.
+Strings openedOn(const Vantrel::CapturedLog& log) {
+    const std::string before = "' on  '";
+    Strings names;
+    for (const std::string& text : log.texts(Vantrel::CoMsg::DEBUG)) {
+        const std::size_t at = text.find(before);
+        if (text.find("opened private socket") == std::string::npos) continue;
+        names.push_back(
+            text.substr(at + before.size(), text.find('\'', at + before.size()) - at - before.size()));
+    }
+    return names;
+}
+
 void useSeveralInterfaces(const VantrelDiscoveryGroup& group) {
     const Vantrel::CapturedLog log;
     VantrelDiscoverySockets sockets(group);
-    EXPECT_EQ(sockets.interfaceNames(), (Strings{"link2", "link1", "link1:1"}));
+    EXPECT_EQ(openedOn(log), (Strings{"link2", "link1", "link1:1"}));
     EXPECT_TRUE(log.texts(Vantrel::CoMsg::ERROR).empty()) << "one membership for each device";
 
     CoMulticast receiver(0, SCOPE, "");
@@ -163,8 +175,9 @@ void useSeveralInterfaces(const VantrelDiscoveryGroup& group) {
     }
 
     EXPECT_TRUE(Vantrel::runCommand("ip link delete link2"));
+    const Vantrel::CapturedLog reopening;
     sockets.reopen();
-    EXPECT_EQ(sockets.interfaceNames(), (Strings{"link1", "link1:1"}));
+    EXPECT_EQ(openedOn(reopening), (Strings{"link1", "link1:1"}));
 }
 
 TEST_F(VantrelDiscoverySocketsTest, UsesEveryInterfaceOnce) {

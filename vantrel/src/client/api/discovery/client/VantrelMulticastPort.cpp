@@ -7,11 +7,9 @@
 
 #include "CoDeferral.h"
 #include "CoMsg.h"
-#include "CoNetworkDispatcher.h"
 
 using Vantrel::CoDeferral;
 using Vantrel::CoLock;
-using Vantrel::CoNetworkDispatcher;
 using Protocol = VantrelMulticastProtocol;
 
 namespace {
@@ -21,16 +19,6 @@ constexpr std::chrono::milliseconds FAILURE_PAUSE{100};
 
 }  // namespace
 
-int VantrelMulticastPort::ChangeReports::descriptorId() const {
-    return CoNetworkDispatcher::changeDescriptor();
-}
-
-bool VantrelMulticastPort::ChangeReports::handleRead() {
-    const CoDeferral deferral;
-    CoNetworkDispatcher::checkForChanges();
-    return true;
-}
-
 VantrelMulticastPort::VantrelMulticastPort(Vantrel::CoEventLoop& loop, VantrelDiscoveryGroup group)
     : loop_(loop), sockets_(std::move(group)) {
     watch();
@@ -38,7 +26,7 @@ VantrelMulticastPort::VantrelMulticastPort(Vantrel::CoEventLoop& loop, VantrelDi
 
 VantrelMulticastPort::~VantrelMulticastPort() {
     for (const Reader& each : readers_) loop_.remove(each);
-    loop_.remove(changeReports_);
+    loop_.remove(interfaces_);
 }
 
 bool VantrelMulticastPort::send(Protocol::RequestType type, const Vantrel::rcAttrStream& payload,
@@ -88,7 +76,7 @@ void VantrelMulticastPort::watch() {
 
 bool VantrelMulticastPort::wait(Microseconds deadline) {
     // Again each time: the system may have refused its descriptor before.
-    if (changeReports_.descriptorId() >= 0) loop_.add(changeReports_);
+    if (interfaces_.descriptorId() >= 0) loop_.add(interfaces_);
     readable_ = false;
     if (loop_.pass(deadline) >= 0) {
         failureLogged_ = false;

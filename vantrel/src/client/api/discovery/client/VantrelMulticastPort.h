@@ -6,6 +6,7 @@
 #include "CoEventLoop.h"
 #include "CoMutex.h"
 #include "VantrelDiscoverySockets.h"
+#include "VantrelInterfaceWatch.h"
 
 /// The sockets of the discovery agent: read by its thread, sent by from any. What waits for them is a loop of
 /// the thread's, which outlives this object. Sending is thread-safe; the rest is the thread's alone, once it
@@ -50,18 +51,11 @@ class VantrelMulticastPort {
         const int descriptorId_;
         bool& readable_;
     };
-    /// Serves reports of changed interfaces, whose descriptor may be opened and closed at any time.
-    class ChangeReports : public Vantrel::CoIoHandler {
-      public:
-        int descriptorId() const override;
-        bool handleRead() override;
-        bool handleError() override { return handleRead(); }
-    };
 
     void watch() CO_EXCLUDES(mutex_);
 
     Vantrel::CoEventLoop& loop_;
-    ChangeReports changeReports_;
+    VantrelInterfaceWatch interfaces_;
     std::deque<Reader> readers_;    ///< one for each socket
     std::vector<int> descriptors_;  ///< theirs
     bool readable_ = false;

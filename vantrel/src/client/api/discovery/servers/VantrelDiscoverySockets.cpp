@@ -156,12 +156,6 @@ void VantrelDiscoverySockets::logPublicFailure(const char* reason) const {
                  group_.scope.c_str(), group_.ttl, reason);
 }
 
-std::vector<std::string> VantrelDiscoverySockets::interfaceNames() const {
-    std::vector<std::string> names;
-    for (const Private& each : private_) names.push_back(each.name());
-    return names;
-}
-
 // --- Receiving ---
 
 void VantrelDiscoverySockets::addTo(std::vector<pollfd>& polled) const {

@@ -54,8 +54,6 @@ class VantrelDiscoverySockets {
     const VantrelDiscoveryGroup& group() const { return group_; }
     /// Whether any private socket is open: there is somewhere to send to.
     bool haveInterface() const { return !private_.empty(); }
-    /// Names of the interfaces of the private sockets, in network.cfg's order of preference.
-    std::vector<std::string> interfaceNames() const;
 
     /// Appends the descriptors to wait on, for POLLIN, the public one last: a caller that reads them in
     /// this order takes a server's answers before the deregistration that it sent after them. `reopen` and
