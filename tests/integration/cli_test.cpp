@@ -38,6 +38,7 @@ TEST_F(CliTest, WrongUsageEndsWithStatusTwoAndOutputsNothing) {
         {"export", server, "/", ".", "--as", "gif"},
         {"import", server, "/", "name"},
         {"read-frame", server, "/", "-1", "--output", "x"},
+        {"config"},
         {"meta"},
         {"meta", "set", server, "/", "XML"},
         {"meta", "set", server, "/", "XML", "text", "--file", "f"},

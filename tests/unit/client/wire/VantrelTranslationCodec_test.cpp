@@ -68,28 +68,19 @@ TEST(TranslationCodec, RequestsThatSayWhatIsWrong) {
 }
 
 TEST(TranslationCodec, PathsOfReplies) {
-    const struct {
-        std::string text;
-        bool ok;
-        Texts paths;
-    } cases[] = {{"", true, {}},
-                 {"\"\"", true, {""}},
-                 {"\"/a\",\"/b c\"", true, {"/a", "/b c"}},
-                 {"\"a,\\\"b\\\"\",\"c\\\\d\"", true, {"a,\"b\"", "c\\d"}},
-                 {"\"1\",\"2\",\"3\",\"4\"", false, {}},
-                 {"\"/a\"\"/b\"", false, {}},
-                 {"\"/a\", \"/b\"", false, {}},
-                 {"\"/a\",", false, {}},
-                 {"\"/a\\", false, {}},
-                 {"\"/a\\\"", false, {}},
-                 {"\"/a\0b\""s, false, {}}};
-    for (const auto& c : cases) {
-        Texts paths{"old"};
-        EXPECT_EQ(Codec::parsePaths(c.text, 3, paths), c.ok) << c.text;
-        EXPECT_EQ(paths, c.ok ? c.paths : Texts{"old"}) << c.text;
+    const std::string text = R"("a,\"b\"","c\\d","")";
+    const Texts expected{"a,\"b\"", "c\\d", ""};
+    Texts paths{"old"};
+    EXPECT_TRUE(Codec::parsePaths(text, 3, paths));
+    EXPECT_EQ(paths, expected);
+    EXPECT_EQ(Codec::formatPaths(paths), text);
+    for (const std::string& malformed : {"\"1\",\"2\",\"3\",\"4\""s, "\"/a\"\"/b\""s, "\"/a\", \"/b\""s,
+                                         "\"/a\","s, "\"/a\\"s, "\"/a\\\""s, "\"/a\0b\""s}) {
+        EXPECT_FALSE(Codec::parsePaths(malformed, 3, paths)) << malformed;
+        EXPECT_EQ(paths, expected);
     }
-    EXPECT_EQ(Codec::formatPaths({}), "");
-    EXPECT_EQ(Codec::formatPaths({"/a b", "", "\"\\"}), R"("/a b","","\"\\")");
+    EXPECT_TRUE(Codec::parsePaths("", 3, paths));
+    EXPECT_EQ(paths, Texts());
 }
 
 // What one entry of each table says, and the texts by hand.
