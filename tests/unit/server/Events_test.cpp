@@ -1,10 +1,8 @@
-// Events from the store to clients, which are server contexts here, as the protocol wants them.
+// Events from the store to clients.
 
 #include <gmock/gmock.h>
 
-#include <condition_variable>
 #include <functional>
-#include <optional>
 #include <thread>
 
 #include "CapturedLog.h"
@@ -13,8 +11,6 @@
 #include "NodePortFixture.h"
 #include "ScriptedPeer.h"
 #include "rcAttrStream.h"
-#include "rcServerContext.h"
-#include "rcSysCalls.h"
 
 namespace vantreld {
 namespace {
@@ -24,60 +20,30 @@ using testing::HasSubstr;
 
 constexpr std::chrono::seconds LIMIT(30);
 
-/// What a client hears at its connection 7: "node type details" each, details by their values.
-class EventClient {
+/// The event port of a client, whose connection 7 hears what it registered for.
+class EventClient : public Vantrel::ScriptedPeer {
   public:
-    EventClient() : context_(0, "127.0.0.1") {
-        Vantrel::rcSysCalls::registerSysCallHandler(context_);
-        context_.requireLogin(true);
-        context_.registerObject(CONNECTION);
-        Vantrel::rcMethod method;
-        method.name = "NodeEvent";
-        method.parameters = {{&Vantrel::rcParamString::TYPE}};
-        method.function = [this](int objectId, const auto&, Vantrel::rcParam::Array& arguments, auto&) {
-            if (objectId != CONNECTION) return false;
-            note(arguments[0].takeStringValue());
-            return true;
-        };
-        context_.registerMethod(method);
-        thread_.emplace(context_);
-    }
     static constexpr int CONNECTION = 7;
 
-    EventAddress address() const { return {"127.0.0.1", context_.getPort()}; }
-    void forgetConnection() { context_.unregisterObject(CONNECTION); }
-    /// It answers nothing from the next event on.
-    void block() { blocker_.lock(); }
-    void unblock() { blocker_.unlock(); }
+    EventClient() { answer("NodeEvent", ok("")); }
 
-    bool waitFor(std::size_t count) {
-        std::unique_lock<std::mutex> lock(mutex_);
-        return changed_.wait_for(lock, LIMIT, [&] { return events_.size() >= count; });
-    }
-    std::vector<std::string> events() {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        return events_;
-    }
+    EventAddress address() const { return {"127.0.0.1", port()}; }
+    void forgetConnection() { answer("NodeEvent", error("Invalid Object: 7")); }
 
-  private:
-    void note(std::string argument) {
-        const std::lock_guard<std::mutex> blocked(blocker_);
-        const Vantrel::rcAttrStream event(std::move(argument));
-        std::string node, type, details;
-        event.getStringValue("NodeId", node);
-        event.getStringValue("Type", type);
-        event.getStringValue("Details", details);
-        const std::lock_guard<std::mutex> lock(mutex_);
-        events_.push_back(node + " " + type + " " + details);
-        changed_.notify_all();
+    /// "node type details" each.
+    std::vector<std::string> events() const {
+        EXPECT_THAT(commands(), testing::Each(testing::StartsWith("sync 7 NodeEvent ")));
+        std::vector<std::string> events;
+        for (const std::string& argument : arguments("NodeEvent")) {
+            const Vantrel::rcAttrStream event(argument);
+            std::string node, type, details;
+            event.getStringValue("NodeId", node);
+            event.getStringValue("Type", type);
+            event.getStringValue("Details", details);
+            events.push_back(node + " " + type + " " + details);
+        }
+        return events;
     }
-
-    Vantrel::rcServerContext context_;
-    std::mutex blocker_;
-    std::mutex mutex_;  // guards the events
-    std::condition_variable changed_;
-    std::vector<std::string> events_;
-    std::optional<ContextLoop> thread_;
 };
 
 NodeChange numbered(int number) {
@@ -125,14 +91,14 @@ TEST(EventPublisher, ASlowClientDelaysNobodyAndLosesTheOldest) {
     EventPublisher publisher(settings);
     for (const EventClient* client : {&slow, &quick})
         publisher.registerEvents(client->address(), EventClient::CONNECTION, 1);
-    slow.block();
+    slow.holdReplies();
     constexpr int EVENTS = 1000;
     for (int i = 0; i < EVENTS; ++i) {
         publisher.nodeChanged(numbered(i));
         // The quick one's queue is as short.
-        ASSERT_TRUE(quick.waitFor(static_cast<std::size_t>(i) + 1));
+        ASSERT_TRUE(quick.waitForCommands(static_cast<std::size_t>(i) + 1));
     }
-    slow.unblock();
+    slow.releaseReplies();
     ASSERT_TRUE(
         eventually([&] { return !slow.events().empty() && slow.events().back() == told(EVENTS - 1); }));
     EXPECT_LT(slow.events().size(), static_cast<std::size_t>(EVENTS));
@@ -157,7 +123,7 @@ TEST(EventPublisher, AnUnreachableClientLosesItsRegistrations) {
     const EventAddress address = client->address();
     publisher.registerEvents(address, EventClient::CONNECTION, 1);
     publisher.nodeChanged(numbered(0));
-    EXPECT_TRUE(client->waitFor(1));
+    EXPECT_TRUE(client->waitForCommands(1));
     client.reset();
     EXPECT_TRUE(eventually([&] { return publisher.numRegistrations() == 0; }));
     EXPECT_TRUE(eventually([&] { return log.contains("its 1 event registrations are removed"); }));
@@ -225,7 +191,7 @@ TEST_F(EventServerTest, TellsEveryChange) {
     EXPECT_NE(failureOf([&] { store().destroy(store().rootId()); }), "");
     store().destroy(volume);  // with all that is under it
 
-    ASSERT_TRUE(client_.waitFor(11));
+    ASSERT_TRUE(client_.waitForCommands(11));
     EXPECT_THAT(client_.events(),
                 ElementsAre(library + " NodeCreated " + entry("Child", clip) + "Displ 1 c",
                             clip + " NodeRenamed Displ 3 d d",
@@ -237,7 +203,7 @@ TEST_F(EventServerTest, TellsEveryChange) {
                             library + " NodeCreated " + entry("Child", copy) + "Displ 3 d d",
                             library + " NodeChanged Destroyed 1 1", clip + " NodeChanged Destroyed 1 1"));
     EXPECT_EQ(ask("RegisterEvents", request(copy)), "") << "as after a time away";
-    ASSERT_TRUE(client_.waitFor(12));
+    ASSERT_TRUE(client_.waitForCommands(12));
     EXPECT_EQ(client_.events().back(), copy + " NodeChanged Destroyed 1 1");
 }
 
