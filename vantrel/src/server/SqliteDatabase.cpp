@@ -40,10 +40,6 @@ std::int64_t SqliteDatabase::lastInsertId() const {
     return sqlite3_last_insert_rowid(handle_);
 }
 
-int SqliteDatabase::changedRows() const {
-    return sqlite3_changes(handle_);
-}
-
 void SqliteDatabase::fail(const char* attempted) const {
     throw CoException(
         coFormat("Cannot %s database '%s': %s", attempted, path_.c_str(), sqlite3_errmsg(handle_)));

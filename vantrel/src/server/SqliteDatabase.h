@@ -23,9 +23,8 @@ class SqliteDatabase {
     /// Runs statements that give no rows.
     void execute(const char* sql);
 
-    /// Row id of the last insertion, and number of rows that the last change touched.
+    /// Row id of the last insertion.
     std::int64_t lastInsertId() const;
-    int changedRows() const;
 
     [[noreturn]] void fail(const char* attempted) const;
     /// Whether the last failure was the disk's taking no more bytes. A commit that failed so is not on disk.

@@ -14,6 +14,7 @@
 #include "CoMsg.h"
 #include "CoMutex.h"
 #include "CoNetworkConfig.h"
+#include "CoPerProcess.h"
 #include "CoProcess.h"
 #include "CoUser.h"
 #include "rcAttrStream.h"
@@ -78,11 +79,10 @@ class Crc {
 
 // The name that the system last gave for a user or group id: a connection need not ask again, which may mean
 // a query to a directory server.
+template <bool (*LOOK_UP)(std::string& name)>
 class NameOfId {
   public:
-    explicit NameOfId(bool (*lookUp)(std::string& name)) : lookUp_(lookUp) {}
-
-    bool get(unsigned id, std::string& name) {
+    bool get(unsigned id, std::string& name) CO_EXCLUDES(mutex_) {
         {
             const CoLock lock(mutex_);
             if (known_ && id == id_) {
@@ -90,7 +90,7 @@ class NameOfId {
                 return true;
             }
         }
-        if (!lookUp_(name)) return false;  // unlocked: it may take its time
+        if (!LOOK_UP(name)) return false;  // without the lock: it may take long
         const CoLock lock(mutex_);
         known_ = true;
         id_ = id;
@@ -99,40 +99,22 @@ class NameOfId {
     }
 
   private:
-    bool (*lookUp_)(std::string& name);
-
     CoMutex mutex_;
     bool known_ CO_GUARDED_BY(mutex_) = false;
     unsigned id_ CO_GUARDED_BY(mutex_) = 0;
     std::string name_ CO_GUARDED_BY(mutex_);
 };
 
-NameOfId& userNames() {
-    // Never destroyed: a connection may open while the static objects of the process go away.
-    static auto* const names = new NameOfId(&CoUser::getUserName);
-    return *names;
-}
-
-NameOfId& groupNames() {
-    static auto* const names = new NameOfId(&CoUser::getGroupName);
-    return *names;
-}
+using UserNames = CoPerProcess<NameOfId<&CoUser::getUserName>>;
+using GroupNames = CoPerProcess<NameOfId<&CoUser::getGroupName>>;
 
 // What stays the same for the life of the process; empty where the system gave nothing.
 struct ProcessFacts {
+    ProcessFacts() : processName(CoProcess::getName()) { CoUser::getHostName(hostName); }
+
     std::string hostName;
     std::string processName;
 };
-
-const ProcessFacts& processFacts() {
-    static const auto* const facts = [] {
-        auto* const read = new ProcessFacts;
-        CoUser::getHostName(read->hostName);
-        read->processName = CoProcess::getName();
-        return read;
-    }();
-    return *facts;
-}
 
 const CoIoTcpDescriptor* asTcp(const CoIoDescriptor* descriptor) {
     return dynamic_cast<const CoIoTcpDescriptor*>(descriptor);
@@ -194,15 +176,15 @@ void rcConnectionInfo::fillInfo(const CoIoDescriptor* descriptor) {
 }
 
 bool rcConnectionInfo::fillUser() {
-    const bool userKnown = userNames().get(::geteuid(), client_.userName);
-    client_.hasGroup = groupNames().get(::getegid(), client_.groupName);
+    const bool userKnown = UserNames::get().get(::geteuid(), client_.userName);
+    client_.hasGroup = GroupNames::get().get(::getegid(), client_.groupName);
     client_.umask = CoProcess::getUmask();
     client_.hasUmask = true;
     return userKnown && client_.hasGroup;
 }
 
 bool rcConnectionInfo::fillProcess() {
-    const ProcessFacts& facts = processFacts();
+    const ProcessFacts& facts = CoPerProcess<ProcessFacts>::get();
     if (!facts.hostName.empty()) client_.hostName = facts.hostName;
     if (!facts.processName.empty()) client_.processName = facts.processName;
     client_.processId = CoProcess::getId();

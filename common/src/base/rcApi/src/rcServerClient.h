@@ -21,9 +21,6 @@ class rcServerContext::Client : public CoIoHandler {
     const CoIoTcpDescriptor& descriptor() const { return descriptor_; }
     const rcConnectionInfo& getConnectionInfo() const { return info_; }
     void setConnectionInfo(const rcConnectionInfo& info) { info_ = info; }
-    /// The method running for it, or null.
-    const rcMethod* getCurrentMethod() const { return currentMethod_; }
-    void setCurrentMethod(const rcMethod* method) { currentMethod_ = method; }
     bool isLoggedIn() const { return loggedIn_; }
     /// Logging out gives new time to log in again.
     void setLoggedIn(bool loggedIn);
@@ -69,7 +66,6 @@ class rcServerContext::Client : public CoIoHandler {
     const unsigned id_;
     rcCommand command_;
     rcConnectionInfo info_;
-    const rcMethod* currentMethod_ = nullptr;
     bool loggedIn_ = false;
     CoDeadline loginDeadline_{LOGIN_TIME_MS};
     bool leaving_ = false;  ///< to be dropped as soon as its results have gone

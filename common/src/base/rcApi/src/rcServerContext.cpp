@@ -143,8 +143,8 @@ unsigned rcServerContext::getCurrentClientId() const {
 
 const rcConnectionInfo& rcServerContext::getCurrentConnectionInfo() const {
     if (CO_ASSERT(current_)) return current_->getConnectionInfo();
-    static CoNeverDestroyed<rcConnectionInfo> nobody("", nullptr);
-    return *nobody;
+    static CoNeverDestroyed<rcConnectionInfo> invalid("", nullptr);
+    return *invalid;
 }
 
 void rcServerContext::setCurrentConnectionInfo(const rcConnectionInfo& info) {
@@ -240,15 +240,13 @@ rcServerContext::Outcome rcServerContext::processCommand(Client& client, rcComma
     std::string argument;
     command.value().swapText(argument);
     current_ = &client;
-    client.setCurrentMethod(method);
     const bool success = callMethod(*method, objectId, std::move(argument));
-    client.setCurrentMethod(nullptr);
     current_ = nullptr;
     if (rcSysCalls::isLoginCommand(command)) loggedInOrOut(client, success);
 
     if (!sync) return Outcome::NoAnswer;
     if (!method->delayed) return Outcome::Answer;
-    // A delayed method that failed has nobody to answer later.
+    // A delayed method that failed does not answer later.
     return !success && client.cancelReturn() ? Outcome::Answer : Outcome::NoAnswer;
 }
 

@@ -44,7 +44,7 @@ struct rcMethod {
 /// The receiving side of the remote-command protocol: listens, and answers the command lines of its clients
 /// through registered methods. "_ping" and "_login" come with rcSysCalls::registerSysCallHandler.
 ///
-/// It works while someone drives callIOHandlers; methods and hooks run on that thread, one at a time.
+/// It works while callIOHandlers is called in a loop; methods and hooks run on that thread, one at a time.
 /// Everything belongs to that thread, except cancel, registerObject, unregisterObject, isIdValid and
 /// returnFromDelayedCommand, which any thread may call. No lock is held while a method or hook runs.
 class rcServerContext : public rcAppContext {

@@ -5,7 +5,7 @@
 
 #include "CoException.h"
 #include "CoMutex.h"
-#include "CoNeverDestroyed.h"
+#include "CoPerProcess.h"
 #include "rcServerClient.h"
 #include "rcServerContext.h"
 
@@ -15,14 +15,13 @@ namespace {
 
 /// Serialises this layer's uses of the environment: contexts of several threads may accept and log in at
 /// once.
-CoMutex& environmentMutex() {
-    static CoNeverDestroyed<CoMutex> mutex;
-    return *mutex;
-}
+struct Environment {
+    CoMutex mutex;
+};
 
 /// Leaves the record to the processes started from here on; the first one stays.
 bool propagate(const rcConnectionInfo& info) {
-    const CoLock lock(environmentMutex());
+    const CoLock lock(CoPerProcess<Environment>::get().mutex);
     return ::setenv(rcSysCalls::CONNECTION_INFO_VARIABLE, info.toAttrStream().c_str(), 0) == 0;
 }
 
@@ -76,7 +75,7 @@ bool rcSysCalls::isSystemCommand(const rcCommand& command) {
 }
 
 bool rcSysCalls::getInheritedConnectionInfo(std::string& record) {
-    const CoLock lock(environmentMutex());
+    const CoLock lock(CoPerProcess<Environment>::get().mutex);
     const char* const text = std::getenv(CONNECTION_INFO_VARIABLE);
     if (text) record = text;
     return text != nullptr;
