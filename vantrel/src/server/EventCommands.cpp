@@ -54,7 +54,7 @@ void NodeServer::registerEventCommands() {
         const bool gone = store_.isGone(request.subject);
         const std::int64_t node = parseNodeId(request.subject);
         events_.registerEvents(request.client, request.connection, node);
-        // A client that was away when the node went, and registers again, hears of it now.
+        // A client that was away when the node was destroyed, and registers again, is notified now.
         if (gone) events_.nodesDestroyed({node});
         return true;
     };

@@ -19,7 +19,7 @@
 namespace vantreld {
 
 /// Keeps what clients have registered for, and sends them the changes on a thread of its own, which starts
-/// with the first registration. A client that is slow or dead delays nobody. Thread-safe.
+/// with the first registration. A client that is slow or dead delays no other. Thread-safe.
 class EventPublisher : public NodeObserver {
   public:
     static constexpr unsigned DEFAULT_UNREACHABLE_MS = 30000;

@@ -9,7 +9,7 @@
 
 namespace vantreld {
 
-/// Who wants to hear of which node. A client may have several connections, each of which is told on its own.
+/// Which connections of which clients want the events of which node.
 /// Not thread-safe.
 class EventRegistrations {
   public:
@@ -34,7 +34,7 @@ class EventRegistrations {
     std::size_t size() const { return size_; }
     bool has(const Target& target, std::int64_t node) const;
     bool hasClient(ClientId client) const;
-    /// Null when nobody wants to hear of the node. Valid until the next change.
+    /// Null when none wants the node's events. Valid until the next change.
     const std::set<Target>* targets(std::int64_t node) const;
 
   private:

@@ -64,9 +64,9 @@ void FrameSession::run() {
         CO_MSG_WARNING("Frame connection ends: %s", error.what());
         try {
             returnError(error.what());
-            socket_.endPolitely();
+            socket_.closeLingering();
         } catch (const ConnectionLost&) {
-            CO_MSG_DEBUG("Frame connection was lost before its last error was told.");
+            CO_MSG_DEBUG("Frame connection was lost before its last error was sent.");
         }
     } catch (const ConnectionLost& error) {
         CO_MSG_NOTICE("Frame connection lost: %s", error.what());
@@ -210,7 +210,7 @@ void FrameSession::prefetch(const Request& request) {
         const std::uint64_t length = std::min<std::uint64_t>(request.size, frame.size);
         if (length > 0) ::posix_fadvise(frame.fd.get(), 0, static_cast<off_t>(length), POSIX_FADV_WILLNEED);
     } catch (const CoException& error) {
-        // A hint has no answer; the read that follows tells.
+        // A hint has no answer; the read that follows has.
         CO_MSG_DEBUG("Cannot read ahead: %s", error.what());
     }
 }
@@ -286,11 +286,11 @@ void FrameSession::returnError(std::string_view text) {
 
 void FrameSession::returnErrorAsFrame(std::string_view text, std::uint64_t size) {
     const std::string error = VantrelFrameInterface::FAST_ACK_ERROR_PREFIX() + std::string(text);
-    const std::size_t told = std::min<std::uint64_t>(error.size(), size);
-    socket_.write(error.data(), told, told < size ? FrameSocket::More::Yes : FrameSocket::More::No);
+    const std::size_t sent = std::min<std::uint64_t>(error.size(), size);
+    socket_.write(error.data(), sent, sent < size ? FrameSocket::More::Yes : FrameSocket::More::No);
     if (size > MAX_FRAME_BYTES)
         throw ConnectionLost(coFormat("a read asked for %lu bytes", static_cast<unsigned long>(size)));
-    socket_.writeZeros(size - told);
+    socket_.writeZeros(size - sent);
 }
 
 }  // namespace vantreld

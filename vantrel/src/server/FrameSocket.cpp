@@ -137,7 +137,7 @@ void FrameSocket::sendFile(const ReadableFile& file, std::uint64_t start, std::u
     }
 }
 
-void FrameSocket::endPolitely() {
+void FrameSocket::closeLingering() {
     // Closing with unread input resets the connection, and the reset overtakes what was written.
     ::shutdown(fd_.get(), SHUT_WR);
     const Vantrel::CoDeadline deadline(LINGER_MS);

@@ -39,9 +39,8 @@ class FrameSocket {
     /// Sends `length` bytes of a file. ConnectionLost also when the file turns out shorter.
     void sendFile(const ReadableFile& file, std::uint64_t start, std::uint64_t length);
 
-    /// Ends the connection so that what was written last still reaches the peer, though it may still be
-    /// sending.
-    void endPolitely();
+    /// A lingering close: what was written last still reaches the peer, though it may still be sending.
+    void closeLingering();
     /// Breaks every wait, present and later. Any thread may call it, for as long as the object exists.
     void shutDown();
 

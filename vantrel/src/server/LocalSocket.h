@@ -13,7 +13,7 @@ namespace vantreld {
 class LocalSocket {
   public:
     /// Listens on `path` when its directory exists and may be written to. The file that a killed server left
-    /// there is replaced; one that somebody listens on, or that is no socket, is left alone.
+    /// there is replaced; one that another process listens on, or that is no socket, is left alone.
     explicit LocalSocket(const std::string& path);
     LocalSocket(const LocalSocket&) = delete;
     LocalSocket& operator=(const LocalSocket&) = delete;
@@ -32,7 +32,7 @@ class LocalSocket {
 
     const std::string path_;
     Vantrel::CoFd socket_;
-    // Of the file, once it stands at its path: somebody else's there is not ours to remove.
+    // Of the file, once it stands at its path: another process's there is not ours to remove.
     dev_t device_ = 0;
     ino_t inode_ = 0;
 };

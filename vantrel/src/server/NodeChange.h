@@ -7,7 +7,7 @@
 
 namespace vantreld {
 
-/// Something that happened to a node, as clients are told of it (docs/vantreld.md).
+/// Something that happened to a node, as clients are notified of it (docs/vantreld.md).
 struct NodeChange {
     std::int64_t node = 0;
     const char* type = "";  ///< a literal
@@ -26,8 +26,8 @@ struct NodeChange {
     static NodeChange changed(std::int64_t clip, std::int64_t numFrames);
 };
 
-/// Who is told what happens in a NodeStore. Called once a change is on disk, in the order of the changes, on
-/// the thread that made it and with the store locked: it must return soon and not call the store.
+/// Is notified of what happens in a NodeStore. Called once a change is on disk, in the order of the changes,
+/// on the thread that made it and with the store locked: it must return soon and not call the store.
 class NodeObserver {
   public:
     NodeObserver() = default;

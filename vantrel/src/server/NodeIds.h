@@ -17,7 +17,7 @@ struct FrameKey {
     std::int64_t index = 0;
 };
 
-/// The node or frame of an id's text. CoException that says so when the text can be nobody's id.
+/// The node or frame of an id's text. CoException that says so when the text can be no id.
 std::int64_t parseNodeId(std::string_view id);
 FrameKey parseFrameId(std::string_view id);
 

@@ -34,7 +34,7 @@ const char* bindAddressOf(const ServerOptions& options) {
 }
 
 /// The address that a bind address means, which may be a name. As it is when the name is not found: then
-/// nobody can listen on it either.
+/// listening on it fails, too.
 std::string numericAddress(const std::string& address) {
     if (address.empty()) return address;
     try {

@@ -29,20 +29,20 @@ class NodeServer {
     /// What the server works in; others may be served by it, too.
     Vantrel::rcAppContext& loop() { return context_; }
 
-    /// The port that clients are told to fetch frames from.
+    /// The port that clients are directed to for frames.
     void setFramePort(int port) { framePort_ = port; }
 
-    /// What the server announces: as "GetDaemonInfo" tells it, but for no client in particular.
+    /// What the server announces: the answer to "GetDaemonInfo", but for no client in particular.
     VantrelDaemonInfo announcedInfo() const;
-    /// The other servers that "GetDaemonList" tells, behind this one; none by default.
+    /// The other servers that "GetDaemonList" lists, behind this one; none by default.
     void setOtherServers(std::function<std::vector<VantrelDaemonInfo>()> others) {
         commands_.setOtherServers(std::move(others));
     }
 
-    /// What tells clients of changes of the store.
+    /// What sends changes of the store to clients.
     EventPublisher& events() { return events_; }
 
-    /// Whether a client has told the server to end, and was answered.
+    /// Whether a client has asked the server to shut down, and was answered.
     bool shutdownRequested() const { return shutdownRequested_; }
 
   private:

@@ -192,7 +192,7 @@ void NodeStore::commitFrame(std::string_view frameId, NewFile& content) {
     try {
         commitAndRemove(transaction, earlier);
     } catch (const CoException&) {
-        // A full disk tells for certain, and needs the space.
+        // With a full disk that is known, and the space is needed.
         if (database_.couldNotWrite()) content.discard();
         throw;
     }

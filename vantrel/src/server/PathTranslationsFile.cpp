@@ -34,7 +34,7 @@ class Item {
         fail(coFormat("has a '%s' that %s.", key, what));
     }
 
-    /// A key that nobody reads is a mistyped one.
+    /// A key that is not read is a mistyped one.
     void allowOnly(std::initializer_list<const char*> keys) const {
         for (const auto& member : value_.items()) {
             const bool known =

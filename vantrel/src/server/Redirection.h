@@ -18,7 +18,7 @@ struct Redirection {
 /// HOST:PORT:FRAMEPORT, an IPv6 address in brackets; none for any other text.
 std::optional<Redirection> parseRedirection(std::string_view text);
 
-/// The record that leads a client there. It tells nothing that this server does not know of the other one.
+/// The record that leads a client there. It holds nothing that this server does not know of the other one.
 /// Looks the host up: throws CoException with the reason when that fails.
 VantrelDaemonInfo daemonInfoOf(const Redirection& redirection);
 

@@ -17,7 +17,7 @@ class RemoteFiles {
 
     ReadableFile open(const std::string& name) const;
 
-    /// Begins a file that a client uploads. Nobody sees it before publish().
+    /// Begins a file that a client uploads. It is not visible before publish().
     std::unique_ptr<NewFile> begin(const std::string& name) const;
     /// Gives a complete upload its name, replacing an earlier file. On disk when it returns.
     void publish(NewFile& upload, const std::string& name) const;

@@ -8,7 +8,7 @@ namespace vantreld {
 /// Where a client should look for this server, best first: the address at which it reached the server on this
 /// connection (`reachedAt`, may be empty), then `bindAddress` (numeric) or, when that is empty or any
 /// address, the addresses of this host's interfaces. A loopback address is given only to clients that came by
-/// one: anyone else would find himself.
+/// one: any other would find its own host.
 std::vector<std::string> serverAddresses(const std::string& reachedAt, const std::string& bindAddress,
                                          const std::vector<std::string>& interfaceAddresses);
 

@@ -12,7 +12,7 @@ namespace vantreld {
 constexpr std::int64_t MAX_CLIP_FRAMES = 4'000'000;
 
 /// Nodes that one command copies: copying a folder into itself, again and again, doubles it each time, and
-/// everybody waits meanwhile.
+/// every other command waits for the copy.
 constexpr std::size_t MAX_DUPLICATED_NODES = 100'000;
 
 constexpr std::size_t MAX_DISPLAY_NAME_BYTES = 65'536;

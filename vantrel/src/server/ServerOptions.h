@@ -24,7 +24,7 @@ struct ServerOptions {
     bool demo = false;
     std::optional<Redirection> redirection;  ///< where read-aheads are sent; none: frames are read here
     bool allowShutdown = false;              ///< whether clients may end the server
-    bool discovery = true;                   ///< whether to announce the server and hear others
+    bool discovery = true;                   ///< whether to announce the server and list others
     unsigned discoveryPort = 0;              ///< 0 and empty: what network.cfg gives
     std::string discoveryScope;
 };

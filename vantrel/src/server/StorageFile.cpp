@@ -71,7 +71,7 @@ void NewFile::check(const char* attempted, int error) const {
 
 ReadableFile openForReading(const std::string& path) {
     ReadableFile file;
-    // Without O_NONBLOCK a named pipe would hold the caller until somebody writes to it.
+    // Without O_NONBLOCK a named pipe would hold the caller until a process writes to it.
     file.fd.reset(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!file.fd.isOpen()) failWithErrno("open", path);
     struct stat status {};

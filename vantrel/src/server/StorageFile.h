@@ -18,11 +18,11 @@ struct ReadableFile {
 };
 
 /// A file being made, under a name that nothing else has. Until keep() it goes away with this object, and
-/// nobody can have met it. Failures throw CoException with the path and the system's reason.
+/// no other process can have seen it. Failures throw CoException with the path and the system's reason.
 class NewFile {
   public:
     explicit NewFile(const std::string& directory);
-    /// Whether files made here have names of that form: others in a directory are somebody else's.
+    /// Whether files made here have names of that form: others in a directory were not made here.
     static bool isName(std::string_view name);
 
     const std::string& name() const { return name_; }

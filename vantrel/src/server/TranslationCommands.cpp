@@ -10,7 +10,7 @@ using Vantrel::CoException;
 
 namespace {
 
-/// The system of a host whose client does not tell it.
+/// The system of a host where the request does not name it.
 VantrelOS::OsType knownOsType(const PathTranslations& translations, const VantrelDaemonInfo& self,
                               const std::string& host) {
     const VantrelOS::OsType type = translations.osTypeOf(host);

@@ -10,7 +10,7 @@ namespace {
 
 /// Connections accepted in one go, so that a flood of them leaves time for the others in the loop.
 constexpr int ACCEPT_BATCH = 16;
-/// Long enough not to burn the processor, short enough that nobody's connect times out.
+/// Long enough not to burn the processor, short enough that no client's connect times out.
 constexpr unsigned ACCEPT_PAUSE_MS = 100;
 
 }  // namespace

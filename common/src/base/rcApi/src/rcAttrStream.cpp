@@ -259,7 +259,7 @@ bool rcAttrStream::removeEntry(std::string_view name) {
     return true;
 }
 
-// Text that an append would not simply continue stays without an index, so that each search sees it anew:
+// Text that an append would not simply continue stays without an index, so that each search reads all of it:
 // text that ends within an entry, is malformed, or holds a name twice.
 void rcAttrStream::indexNames() {
     index_.start();

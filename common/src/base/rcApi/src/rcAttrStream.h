@@ -95,7 +95,7 @@ class rcAttrStream {
 };
 
 /// Reads entries in order, skipping removed ones. Bound to text that it does not own (a stream's, or a nested
-/// stream's in place), which must outlive it and not change meanwhile. Allocates nothing. Positions count
+/// stream's in place), which must outlive it and stay unchanged as long. Allocates nothing. Positions count
 /// from the start of the text. A malformed length (negative, above 2 GiB, or digits that no blank ends) is
 /// logged as an error and ends the reading; a value said to go past the end of the text is cut to what is
 /// there. Not thread-safe; several iterators may read one text at once.
@@ -135,7 +135,7 @@ class rcAttrStream::ConstIterator {
 };
 
 /// A ConstIterator that can also remove entries from the stream that it is bound to, which must outlive it.
-/// Only its own removals may change the stream meanwhile.
+/// Only its own removals may change the stream as long as it is used.
 class rcAttrStream::Iterator : public rcAttrStream::ConstIterator {
   public:
     explicit Iterator(rcAttrStream& stream) : ConstIterator(stream), stream_(stream) {}

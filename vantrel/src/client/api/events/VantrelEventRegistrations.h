@@ -13,9 +13,9 @@
 #include "VantrelEventPort.h"
 #include "VantrelSharedConnection.h"
 
-/// What a server is told of the handlers of one event connection, and told again whenever the connection to
-/// it was lost and is up again. It holds its reference to that connection, so that the cache does not drop it
-/// while handlers wait for events.
+/// What is registered with a server for the handlers of one event connection, and registered again whenever
+/// the connection to it was lost and is up again. It holds its reference to that connection, so that the
+/// cache does not drop it while handlers wait for events.
 ///
 /// Thread-safe, but for what says otherwise. No lock of its own is held while the server is called.
 class VantrelEventRegistrations {
