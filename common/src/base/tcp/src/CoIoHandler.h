@@ -1,8 +1,5 @@
 #pragma once
 
-#include <functional>
-#include <utility>
-
 namespace Vantrel {
 
 /// What serves one descriptor in a CoEventLoop. Every call comes on the loop's thread. A callback that
@@ -26,23 +23,6 @@ class CoIoHandler {
 
     /// The loop has given the handler up, which may be destroyed here.
     virtual void released() {}
-};
-
-/// Calls a function when a descriptor, which it does not own, is readable.
-class CoReadHandler : public CoIoHandler {
-  public:
-    CoReadHandler(int descriptorId, std::function<void()> onReadable)
-        : descriptorId_(descriptorId), onReadable_(std::move(onReadable)) {}
-
-    int descriptorId() const override { return descriptorId_; }
-    bool handleRead() override {
-        onReadable_();
-        return true;
-    }
-
-  private:
-    const int descriptorId_;
-    const std::function<void()> onReadable_;
 };
 
 }  // namespace Vantrel
