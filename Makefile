@@ -7,20 +7,29 @@ CTEST = ctest --output-on-failure --no-tests=error --parallel $(JOBS)
 
 .PHONY: all deps configure test demo asan tsan bench fuzz install format check-format tidy clean
 
+# What CMake says is shown when it fails.
+define CONFIGURE
+@cmake --preset $(PRESET) -B $(BUILD) $(1) >$(BUILD).log 2>&1 || { cat $(BUILD).log; exit 1; }
+@rm -f $(BUILD).log
+endef
+
 all: configure
 	cmake --build $(BUILD) --parallel $(JOBS)
 
 deps:
-	@scripts/install-deps.sh
+	@scripts/install-deps.sh test
 
 configure: deps
-	@cmake --preset $(PRESET) -B $(BUILD) >$(BUILD).log 2>&1 || { cat $(BUILD).log; exit 1; }
-	@rm -f $(BUILD).log
+	$(call CONFIGURE)
 
 test: all
 	cd $(BUILD) && $(CTEST)
 
-demo: all
+# Installs and builds what it runs and nothing else. A folder that is configured already stays as it is.
+demo:
+	@scripts/install-deps.sh demo
+	$(if $(wildcard $(BUILD)/build.ninja),,$(call CONFIGURE,-DVANTREL_BUILD_TESTS=OFF -DVANTREL_BUILD_BENCHMARKS=OFF))
+	cmake --build $(BUILD) --parallel $(JOBS) --target vantreld vantrel vantrel_demo
 	scripts/demo.sh $(BUILD)
 
 asan tsan:

@@ -3,6 +3,7 @@ option(VANTREL_BUILD_TESTS "Build the tests" ON)
 option(VANTREL_BUILD_BENCHMARKS "Build the benchmarks" ON)
 option(VANTREL_BUILD_EXAMPLES "Build the example programs" ON)
 option(VANTREL_BUILD_FUZZERS "Build the fuzz targets with libFuzzer (needs Clang)" OFF)
+option(VANTREL_FAST_BUILD "Precompile headers, and compile some sources together" ON)
 option(VANTREL_WERROR "Treat warnings as errors" OFF)
 set(VANTREL_SANITIZE "" CACHE STRING "Sanitizers for every target, as -fsanitize takes them")
 

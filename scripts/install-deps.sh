@@ -1,15 +1,24 @@
 #!/bin/sh
 # Sees to it that the Debian packages that the project builds with are there: installs what is missing when it
 # can (as root or through sudo without a password), otherwise prints the one line that does.
-#   scripts/install-deps.sh [ci]     with "ci" also what the checks of .ci/run need
+#   scripts/install-deps.sh demo     what the library and the programs need
+#   scripts/install-deps.sh test     the same, and what tests and benchmarks need
+#   scripts/install-deps.sh ci       the same, and what the checks of .ci/run need
 set -eu
 
 packages="g++ cmake ninja-build ccache pkg-config uuid-dev libcap-dev libboost-dev
-    libsqlite3-dev libcli11-dev nlohmann-json3-dev libopenimageio-dev
-    libgtest-dev libgmock-dev libbenchmark-dev"
-if [ "${1:-}" = ci ]; then
-    packages="$packages git iproute2 clang clang-format clang-tidy libclang-rt-14-dev"
-fi
+    libsqlite3-dev libcli11-dev nlohmann-json3-dev libopenimageio-dev"
+tests="libgtest-dev libgmock-dev libbenchmark-dev"
+checks="git iproute2 clang clang-format clang-tidy libclang-rt-14-dev"
+case "${1:-}" in
+    demo) ;;
+    test) packages="$packages $tests" ;;
+    ci) packages="$packages $tests $checks" ;;
+    *)
+        echo "usage: scripts/install-deps.sh demo|test|ci" >&2
+        exit 2
+        ;;
+esac
 
 missing=
 for package in $packages; do

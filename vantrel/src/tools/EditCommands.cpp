@@ -37,7 +37,7 @@ void showId(const Session& session, const VantrelNodeHandle& node) {
         out.line(id);
 }
 
-void create(const Program& program, const CreateOptions& options) {
+void createNode(const Program& program, const CreateOptions& options) {
     const Session session(program, options.server);
     VantrelNodeHandle parent = session.node(options.parent);
     VantrelNodeHandle node;
@@ -82,7 +82,7 @@ void addEditCommands(CLI::App& app, Program& program) {
             command.add_option("--type", options.type, "VOLUME, PROJECT, LIBRARY, REEL, FOLDER ...")
                 ->required();
         },
-        create);
+        createNode);
     addCommand<RenameOptions>(
         app, program, "rename", "Rename a node and print the id that it then has",
         [](CLI::App& command, RenameOptions& options) {

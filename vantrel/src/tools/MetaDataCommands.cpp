@@ -8,7 +8,7 @@ namespace {
 // One command line carries the text: a server refuses far larger ones.
 constexpr std::size_t MAX_METADATA_BYTES = std::size_t{64} << 20;
 
-struct ListOptions {
+struct StreamsOptions {
     std::string server;
     std::string path;
 };
@@ -29,7 +29,7 @@ struct SetOptions {
     std::string file;
 };
 
-void list(const Program& program, const ListOptions& options) {
+void listStreams(const Program& program, const StreamsOptions& options) {
     const Session session(program, options.server);
     const Output& out = session.output();
     VantrelNodeHandle node = session.node(options.path);
@@ -89,13 +89,13 @@ void declareSet(CLI::App& command, SetOptions& options) {
 void addMetaDataCommands(CLI::App& app, Program& program) {
     CLI::App* meta = app.add_subcommand("meta", "Read and write the metadata of a node");
     meta->require_subcommand(1);
-    addCommand<ListOptions>(
+    addCommand<StreamsOptions>(
         *meta, program, "list", "List the metadata streams of a node",
-        [](CLI::App& command, ListOptions& options) {
+        [](CLI::App& command, StreamsOptions& options) {
             addServer(command, options.server);
             addPath(command, "PATH", options.path, "the node")->required();
         },
-        list);
+        listStreams);
     addCommand<GetOptions>(
         *meta, program, "get", "Print metadata, unchanged",
         [](CLI::App& command, GetOptions& options) {

@@ -15,6 +15,9 @@ struct Program {
     std::function<void()> run;
 };
 
+/// Reads the command line and does what it asks for. Returns the exit status.
+int runCommandLine(int argc, char** argv);
+
 /// Each adds the commands of one family; parsing one of them sets `program.run`. Both arguments must outlive
 /// the run.
 void addServerCommands(CLI::App& app, Program& program);
