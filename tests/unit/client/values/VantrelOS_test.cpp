@@ -14,6 +14,7 @@
 #include "CoNetworkDispatcher.h"
 #include "ForkedChild.h"
 #include "Sanitizers.h"
+#include "TemporaryDirectory.h"
 
 namespace {
 
@@ -71,6 +72,19 @@ TEST(VantrelOS, KnowsLoopbacksAndItsOwnAddresses) {
             EXPECT_TRUE(VantrelOS::isLocalIP(("::ffff:" + local.ip).c_str())) << local.ip;
         }
     }
+}
+
+TEST(VantrelOS, TellsTheInterfacesThatTheConfigurationNames) {
+    const Vantrel::TemporaryDirectory folder;
+    ::setenv("QD_NETWORK_CFG_FILE",
+             folder.write("network.cfg", "[Interfaces]\nMetadata=lo\nMulticast=lo\n").c_str(), 1);
+    VantrelStrList list;
+    list.push_back("old");
+    EXPECT_TRUE(VantrelOS::getLocalMetadataIPs(list));
+    EXPECT_STREQ(list[0], "127.0.0.1");
+    EXPECT_TRUE(VantrelOS::getLocalMulticastInterfaces(list));
+    ASSERT_EQ(list.size(), 1U) << "once, whatever number of addresses it has";
+    EXPECT_STREQ(list[0], "lo");
 }
 
 // Without the right to switch users at all, only the last steps are taken.

@@ -146,6 +146,8 @@ TEST(TranslationCodec, TablesThatAreOddOrMalformed) {
         {"negative count", "numGroups 2 -1" + one, bad},
         {"count with rubbish behind", "numGroups 2 1x" + one, bad},
         {"huge count", "numGroups 10 2147483647" + one, bad},
+        {"no hosts", "numGroups 1 10 19 name 2 g1osType 1 2", bad},
+        {"no OS type", "numGroups 1 10 17 name 2 g1hosts 0 ", bad},
         {"no name", "numGroups 1 10 31 osType 1 2hosts 12 2 3 one3 two", bad},
         {"more hosts than there are", "numGroups 1 10 32 name 2 g1osType 1 2hosts 5 9 1 a", bad},
         {"NUL in a name", "numGroups 1 10 28 name 1 "s + '\0' + "osType 1 2hosts 4 1 0 ", bad},
