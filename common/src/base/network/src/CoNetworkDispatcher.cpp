@@ -256,7 +256,8 @@ void CoNetworkDispatcher::checkForChanges() {
         changed = state.takeChanges();
     }
     for (const Role role : changed) {
-        state.observersOf(role).notify(coFormat("An observer of the %s network interfaces", nameOf(role)),
+        const std::string who = coFormat("An observer of the %s network interfaces", nameOf(role));
+        state.observersOf(role).notify(who.c_str(),
                                        [role](Observer& observer) { observer.interfacesChanged(role); });
     }
 }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <exception>
-#include <string>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -38,13 +37,13 @@ class CoObserverList {
     /// Runs `call(Observer&)` for each of those that are there now, unless one before it or another thread
     /// removes it. What a call throws is logged, and the others are called; `who` names them in the message.
     template <typename Call>
-    void notify(const std::string& who, Call call) {
+    void notify(const char* who, Call call) {
         for (Observer* const observer : all()) {
             if (!beginCall(observer)) continue;
             try {
                 call(*observer);
             } catch (const std::exception& error) {
-                CO_MSG_ERROR("%s failed: %s", who.c_str(), error.what());
+                CO_MSG_ERROR("%s failed: %s", who, error.what());
             }
             endCall(observer);
         }
