@@ -7,7 +7,7 @@
 using Vantrel::CoMsg;
 
 VantrelCallbackRouter& VantrelCallbackRouter::instance() {
-    static auto* const router = new VantrelCallbackRouter;
+    static Vantrel::CoNeverDestroyed<VantrelCallbackRouter> router;
     return *router;
 }
 

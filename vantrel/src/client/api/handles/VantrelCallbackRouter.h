@@ -5,6 +5,7 @@
 #include <atomic>
 
 #include "CoMsg.h"
+#include "CoNeverDestroyed.h"
 
 /// Hands log messages to the application's callback, or to the default route while there is none.
 /// Thread-safe. The callback runs once the posting thread has left the library's locks (CoDeferral).
@@ -16,6 +17,7 @@ class VantrelCallbackRouter : public Vantrel::CoMsg::Router {
     void setCallback(VantrelLogCallBack callback) { callback_ = callback; }
 
   private:
+    friend class Vantrel::CoNeverDestroyed<VantrelCallbackRouter>;
     VantrelCallbackRouter() = default;
     void post(const Vantrel::CoMsg::Message& message) override;
 

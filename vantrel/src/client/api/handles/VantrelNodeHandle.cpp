@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "CoMsg.h"
+#include "CoNeverDestroyed.h"
 #include "VantrelNodeImp.h"
 
 // --- Construction ---
@@ -49,7 +50,7 @@ const char* VantrelNodeHandle::lastError() const {
 // --- Identity ---
 
 const VantrelNodeId& VantrelNodeHandle::getNodeId() const {
-    static const auto* const noId = new VantrelNodeId;  // never destroyed, see VantrelServerHandle::getId
+    static Vantrel::CoNeverDestroyed<VantrelNodeId> noId;  // see VantrelServerHandle::getId
     const VantrelNodeImp* node = imp();
     return node ? node->id() : *noId;
 }

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "CoMsg.h"
+#include "CoNeverDestroyed.h"
 #include "VantrelIndexError.h"
 #include "VantrelServerImp.h"
 
@@ -15,8 +16,8 @@ VantrelNodeImp::VantrelNodeImp(const VantrelServerHandle* server, const VantrelN
 // --- Identity ---
 
 const VantrelServerHandle& VantrelNodeImp::nowhere() {
-    // Never destroyed, since node handles may outlive static objects.
-    static const auto* const server = new VantrelServerHandle(VantrelServerId());
+    // Node handles may outlive static objects.
+    static Vantrel::CoNeverDestroyed<VantrelServerHandle> server{VantrelServerId()};
     return *server;
 }
 

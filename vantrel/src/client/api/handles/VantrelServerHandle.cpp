@@ -8,6 +8,7 @@
 
 #include "CoAssert.h"
 #include "CoMsg.h"
+#include "CoNeverDestroyed.h"
 #include "VantrelKeptText.h"
 #include "VantrelServerImp.h"
 
@@ -54,7 +55,7 @@ bool VantrelServerHandle::ping(unsigned int retryTimeoutMs) const {
 // --- Identity ---
 
 const VantrelServerId& VantrelServerHandle::getId() const {
-    static const auto* const noId = new VantrelServerId;  // never destroyed: a moved-from handle may ask late
+    static Vantrel::CoNeverDestroyed<VantrelServerId> noId;  // a moved-from handle may ask late
     VantrelServerImp* server = imp();
     if (!server) return *noId;
     server->init();
