@@ -56,8 +56,8 @@ class CoIoDescriptor {
     void close() { setId(INVALID_ID); }
 
     /// Waits up to `timeoutMs` for data, then reads once. Bytes read; 0 for a time-out or nothing available,
-    /// and also, before the time-out, when a signal or somebody else's stop() ended the wait; -1 on error,
-    /// with the last error set: NotConnected, Aborted (stopped), ConnectionReset (peer closed).
+    /// and also, before the time-out, when a signal or another descriptor's stop() ended the wait; -1 on
+    /// error, with the last error set: NotConnected, Aborted (stopped), ConnectionReset (peer closed).
     int nonBlockingReadWithTimeout(void* buffer, unsigned length, unsigned timeoutMs);
     /// Writes once what is accepted, waiting up to `timeoutMs` only when nothing is. Results as above.
     int nonBlockingWriteWithTimeout(const void* buffer, unsigned length, unsigned timeoutMs);
@@ -127,7 +127,7 @@ class CoIoDescriptor {
     enum class WaitResult {
         Ready,     ///< the descriptor has events
         TimedOut,  ///< nothing for the whole time
-        Woken,     ///< ended early by a signal or by somebody else's stop request
+        Woken,     ///< ended early by a signal or by another descriptor's stop request
         Stopped,   ///< stop() was called
         Failed     ///< errno tells
     };
@@ -147,6 +147,8 @@ class CoIoDescriptor {
 
   private:
     ssize_t fail(IoError error);
+    int outcomeOf(WaitResult result);
+    bool waitReady(short event, unsigned timeoutMs, int& outcome);
     ssize_t readOnce(void* buffer, std::size_t length);
     WaitResult waitInRead(void* buffer, std::size_t length, ssize_t& count);
     ssize_t writeOnce(const void* buffer, std::size_t length);

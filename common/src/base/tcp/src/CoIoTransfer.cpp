@@ -114,45 +114,56 @@ ssize_t CoIoDescriptor::fail(IoError error) {
     return -1;
 }
 
+// What a call with a time-out returns, the last error set, when its wait gave nothing to read or write.
+int CoIoDescriptor::outcomeOf(WaitResult result) {
+    switch (result) {
+        case WaitResult::Stopped:
+            return static_cast<int>(fail(IoError::Aborted));
+        case WaitResult::Failed:
+            return static_cast<int>(fail(IoError::Other));
+        default:
+            return 0;
+    }
+}
+
+// Waits until there is something to read or write. False with `outcome`, what the call returns, otherwise.
+bool CoIoDescriptor::waitReady(short event, unsigned timeoutMs, int& outcome) {
+    short occurred = 0;
+    const WaitResult result = waitFor(event, toPollTimeout(timeoutMs), occurred);
+    if (result != WaitResult::Ready) {
+        outcome = outcomeOf(result);
+        return false;
+    }
+    if ((occurred & (POLLNVAL | POLLERR)) == 0) return true;
+    outcome = -1;
+    if (occurred & POLLNVAL) {
+        setLastError(IoError::BadDescriptor);
+    } else {
+        setLastErrorFromSocket();
+    }
+    return false;
+}
+
 int CoIoDescriptor::nonBlockingReadWithTimeout(void* buffer, unsigned length, unsigned timeoutMs) {
     clearLastError();
     if (!isValid()) return static_cast<int>(fail(IoError::NotConnected));
     const StopScope scope(*this);
     const std::size_t most = std::min<std::size_t>(length, INT_MAX);
+    ssize_t count = 0;
     if (waitsInRead_ && timeoutMs > READ_WAIT_CHARGE_MS && length > 0) {
-        ssize_t count = 0;
-        switch (waitInRead(buffer, most, count)) {
-            case WaitResult::Ready:
-                return static_cast<int>(count > 0 ? count : fail(IoError::ConnectionReset));
-            case WaitResult::Stopped:
-                return static_cast<int>(fail(IoError::Aborted));
-            case WaitResult::Failed:
-                setLastErrorFromSystem();
-                return -1;
-            case WaitResult::Woken:
-                return 0;
-            case WaitResult::TimedOut:
-                timeoutMs -= READ_WAIT_CHARGE_MS;
+        const WaitResult result = waitInRead(buffer, most, count);
+        if (result == WaitResult::Ready)
+            return static_cast<int>(count > 0 ? count : fail(IoError::ConnectionReset));
+        if (result == WaitResult::Failed) {
+            setLastErrorFromSystem();
+            return -1;
         }
+        if (result != WaitResult::TimedOut) return outcomeOf(result);
+        timeoutMs -= READ_WAIT_CHARGE_MS;
     }
-    short occurred = 0;
-    switch (waitFor(POLLIN, toPollTimeout(timeoutMs), occurred)) {
-        case WaitResult::Stopped:
-            return static_cast<int>(fail(IoError::Aborted));
-        case WaitResult::Failed:
-            return static_cast<int>(fail(IoError::Other));
-        case WaitResult::TimedOut:
-        case WaitResult::Woken:
-            return 0;
-        case WaitResult::Ready:
-            break;
-    }
-    if (occurred & POLLNVAL) return static_cast<int>(fail(IoError::BadDescriptor));
-    if (occurred & POLLERR) {
-        setLastErrorFromSocket();
-        return -1;
-    }
-    const ssize_t count = readOnce(buffer, most);
+    int outcome = 0;
+    if (!waitReady(POLLIN, timeoutMs, outcome)) return outcome;
+    count = readOnce(buffer, most);
     if (count > 0 || length == 0) return static_cast<int>(count);
     if (count == 0) return static_cast<int>(fail(IoError::ConnectionReset));
     return errno == EAGAIN ? 0 : static_cast<int>(fail(IoError::Other));
@@ -165,23 +176,8 @@ int CoIoDescriptor::nonBlockingWriteWithTimeout(const void* buffer, unsigned len
     const std::size_t most = std::min<std::size_t>(length, INT_MAX);
     ssize_t count = writeOnce(buffer, most);
     if (count < 0 && errno == EAGAIN) {
-        short occurred = 0;
-        switch (waitFor(POLLOUT, toPollTimeout(timeoutMs), occurred)) {
-            case WaitResult::Stopped:
-                return static_cast<int>(fail(IoError::Aborted));
-            case WaitResult::Failed:
-                return static_cast<int>(fail(IoError::Other));
-            case WaitResult::TimedOut:
-            case WaitResult::Woken:
-                return 0;
-            case WaitResult::Ready:
-                break;
-        }
-        if (occurred & POLLNVAL) return static_cast<int>(fail(IoError::BadDescriptor));
-        if (occurred & POLLERR) {
-            setLastErrorFromSocket();
-            return -1;
-        }
+        int outcome = 0;
+        if (!waitReady(POLLOUT, timeoutMs, outcome)) return outcome;
         count = writeOnce(buffer, most);
     }
     if (count >= 0) return static_cast<int>(count);
