@@ -1,11 +1,5 @@
 #include "EventLink.h"
 
-#include <netdb.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <utility>
@@ -42,47 +36,9 @@ constexpr CoTime::Microseconds LOGIN_TIMEOUT = 30 * CoTime::PER_SECOND;
 constexpr CoTime::Microseconds FIRST_RETRY_DELAY = 100 * CoTime::PER_MILLISECOND;
 constexpr CoTime::Microseconds LONGEST_RETRY_DELAY = 2 * CoTime::PER_SECOND;
 
-// A host that has gone without a word is noticed after this time, whether or not something was sent to it.
-constexpr int SILENT_HOST_SECONDS = 30;
-constexpr int KEEP_ALIVE_INTERVAL_SECONDS = 10;
-
-void setOption(int socket, int level, int name, int value) {
-    // Without it a connection still works.
-    if (::setsockopt(socket, level, name, &value, sizeof value) != 0)
-        CO_MSG_DEBUG("Cannot set option %d of an event connection: %s", name, coErrorText(errno).c_str());
-}
-
-void setOptions(int socket) {
-    setOption(socket, IPPROTO_TCP, TCP_NODELAY, 1);
-    setOption(socket, SOL_SOCKET, SO_KEEPALIVE, 1);
-    setOption(socket, IPPROTO_TCP, TCP_KEEPIDLE, SILENT_HOST_SECONDS);
-    setOption(socket, IPPROTO_TCP, TCP_KEEPINTVL, KEEP_ALIVE_INTERVAL_SECONDS);
-    setOption(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, SILENT_HOST_SECONDS * 1000);
-}
-
-/// A socket that is connecting to the address; invalid with `error` set when that fails at once.
-int connectingSocket(const EventAddress& to, std::string& error) {
-    addrinfo hints{};
-    hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
-    hints.ai_socktype = SOCK_STREAM;
-    addrinfo* found = nullptr;
-    const int failure = ::getaddrinfo(to.ip.c_str(), std::to_string(to.port).c_str(), &hints, &found);
-    if (failure != 0) {
-        error = ::gai_strerror(failure);
-        return CoIoDescriptor::INVALID_ID;
-    }
-    const std::unique_ptr<addrinfo, void (*)(addrinfo*)> address(found, ::freeaddrinfo);
-    int socket = ::socket(address->ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (socket >= 0) setOptions(socket);
-    if (socket >= 0 && ::connect(socket, address->ai_addr, address->ai_addrlen) != 0 &&
-        errno != EINPROGRESS) {
-        error = coErrorText(errno);
-        ::close(socket);
-        return CoIoDescriptor::INVALID_ID;
-    }
-    if (socket < 0) error = coErrorText(errno);
-    return socket;
-}
+// A host that has gone without a word is noticed after half a minute, whether or not something was sent to
+// it.
+constexpr Vantrel::CoIoTcpDescriptor::KeepAlive KEEP_ALIVE{30, 10, 3, 30};
 
 }  // namespace
 
@@ -123,10 +79,8 @@ void EventLink::advance(Microseconds now) {
 // --- Connecting ---
 
 void EventLink::beginConnect(Microseconds now) {
-    std::string error;
-    descriptor_.setId(connectingSocket(address_, error));
-    if (!descriptor_.isValid()) {
-        fail(error);
+    if (!descriptor_.beginConnect(address_.ip.c_str(), address_.port, KEEP_ALIVE)) {
+        fail(descriptor_.lastErrorText());
         return;
     }
     state_ = State::Connecting;
@@ -135,10 +89,8 @@ void EventLink::beginConnect(Microseconds now) {
 }
 
 bool EventLink::checkConnected() {
-    int error = 0;
-    socklen_t size = sizeof error;
-    if (::getsockopt(descriptor_.getId(), SOL_SOCKET, SO_ERROR, &error, &size) != 0) error = errno;
-    if (error != 0) return fail(coErrorText(error));
+    const std::string error = descriptor_.getLastSocketErrorStr();
+    if (!error.empty()) return fail(error);
     state_ = State::LoggingIn;
     nextTime_ = CoTime::getTime() + LOGIN_TIMEOUT;
     Vantrel::rcConnectionInfo info;

@@ -28,10 +28,6 @@ namespace Vantrel {
 namespace {
 
 constexpr unsigned MS_PER_SECOND = 1000;
-// A sign of life is asked for after so long a silence, then so often; without an answer the peer is gone.
-constexpr int KEEP_ALIVE_IDLE_SEC = 60;
-constexpr int KEEP_ALIVE_INTERVAL_SEC = 10;
-constexpr int KEEP_ALIVE_PROBES = 3;
 constexpr char IPV4_IN_IPV6_PREFIX[] = "::ffff:";
 
 // The address with `port` set; false when it is neither IPv4 nor IPv6.
@@ -123,26 +119,45 @@ bool CoIoTcpDescriptor::connectAny(const char* host, const Options& options, con
 
 bool CoIoTcpDescriptor::connectTo(const addrinfo& address, const Options& options,
                                   const CoDeadline& deadline) {
+    const int error = startConnecting(address, options);
+    if (error == 0) return true;
+    if (error == EINPROGRESS) return waitUntilConnected(deadline);
+    if (error == ETIMEDOUT) CO_MSG_ERROR("Timed out on connect");
+    errno = error;
+    setLastErrorFromSystem();
+    return false;
+}
+
+bool CoIoTcpDescriptor::beginConnect(const char* ip, int port, const KeepAlive& keepAlive) {
+    addrinfo hints{};
+    hints.ai_flags = AI_NUMERICHOST;
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo* found = nullptr;
+    const int unknown = ::getaddrinfo(ip, nullptr, &hints, &found);
+    const CoNameLookup::Addresses address(unknown == 0 ? found : nullptr, &::freeaddrinfo);
+    const int error = unknown == 0 ? startConnecting(*address, {port, 0, 0}) : EINVAL;
+    if (error == 0 || error == EINPROGRESS) {
+        setKeepAliveSocketOption(keepAlive);
+        clearLastError();  // without an option the connection still works
+        return true;
+    }
+    close();
+    setLastError(IoError::Other, unknown == 0 ? coErrorText(error) : ::gai_strerror(unknown));
+    return false;
+}
+
+// 0 when it is connected at once, EINPROGRESS when it is under way, otherwise the system's error number.
+int CoIoTcpDescriptor::startConnecting(const addrinfo& address, const Options& options) {
     sockaddr_storage target{};
-    if (!withPort(address, options.port, target)) {
-        setLastError(IoError::Invalid);
-        return false;
-    }
+    if (!withPort(address, options.port, target)) return EINVAL;
     setId(::socket(address.ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (!isValid()) {
-        setLastErrorFromSystem();
-        return false;
-    }
+    if (!isValid()) return errno;
     // Without these a connection still works: their failure does not fail it.
     setNoDelaySocketOption(true);
     if (options.sendBufferBytes > 0) setSendBufferSizeSocketOption(options.sendBufferBytes);
     if (options.receiveBufferBytes > 0) setReceiveBufferSizeSocketOption(options.receiveBufferBytes);
-
-    if (::connect(getId(), reinterpret_cast<const sockaddr*>(&target), address.ai_addrlen) == 0) return true;
-    if (errno == EINPROGRESS) return waitUntilConnected(deadline);
-    if (errno == ETIMEDOUT) CO_MSG_ERROR("Timed out on connect");
-    setLastErrorFromSystem();
-    return false;
+    const auto* const generic = reinterpret_cast<const sockaddr*>(&target);
+    return ::connect(getId(), generic, address.ai_addrlen) == 0 ? 0 : errno;
 }
 
 bool CoIoTcpDescriptor::waitUntilConnected(const CoDeadline& deadline) {
@@ -213,13 +228,16 @@ bool CoIoTcpDescriptor::setReuseAddressSocketOption(bool on) {
     return false;
 }
 
-bool CoIoTcpDescriptor::setKeepAliveSocketOption() {
+bool CoIoTcpDescriptor::setKeepAliveSocketOption(const KeepAlive& keepAlive) {
     const auto set = [this](int level, int option, int value) {
         return ::setsockopt(getId(), level, option, &value, sizeof value) == 0;
     };
-    if (set(IPPROTO_TCP, TCP_KEEPIDLE, KEEP_ALIVE_IDLE_SEC) &&
-        set(IPPROTO_TCP, TCP_KEEPINTVL, KEEP_ALIVE_INTERVAL_SEC) &&
-        set(IPPROTO_TCP, TCP_KEEPCNT, KEEP_ALIVE_PROBES) && set(SOL_SOCKET, SO_KEEPALIVE, 1)) {
+    if (set(IPPROTO_TCP, TCP_KEEPIDLE, keepAlive.idleSec) &&
+        set(IPPROTO_TCP, TCP_KEEPINTVL, keepAlive.intervalSec) &&
+        set(IPPROTO_TCP, TCP_KEEPCNT, keepAlive.probes) &&
+        (keepAlive.unansweredSec == 0 ||
+         set(IPPROTO_TCP, TCP_USER_TIMEOUT, keepAlive.unansweredSec * static_cast<int>(MS_PER_SECOND))) &&
+        set(SOL_SOCKET, SO_KEEPALIVE, 1)) {
         return true;
     }
     setLastErrorFromSystem();

@@ -15,6 +15,19 @@ class CoDeadline;
 /// Thread safety and ownership as its base class; the static functions may be called from any thread.
 class CoIoTcpDescriptor : public CoIoDescriptor {
   public:
+    /// How a vanished peer is noticed: after `idleSec` of silence it is asked for a sign of life, then every
+    /// `intervalSec`; it counts as gone after `probes` of them without an answer or, when that is not 0,
+    /// after `unansweredSec` without one to whatever was sent.
+    struct KeepAlive {
+        int idleSec;
+        int intervalSec;
+        int probes;
+        int unansweredSec;
+    };
+    /// One that vanished without a word (its host lost power, or its address) is known within about a minute
+    /// and a half.
+    static constexpr KeepAlive DEFAULT_KEEP_ALIVE{60, 10, 3, 0};
+
     CoIoTcpDescriptor() = default;
     explicit CoIoTcpDescriptor(int id) : CoIoDescriptor(id) {}
     explicit CoIoTcpDescriptor(CoFd fd) : CoIoDescriptor(std::move(fd)) {}
@@ -28,13 +41,16 @@ class CoIoTcpDescriptor : public CoIoDescriptor {
     /// connection.
     bool connect(const char* remoteHost, int port, int sendBufSize, int rcvBufSize, int connectionTimeoutSec);
 
+    /// Begins to connect to a numeric address and does not wait: the socket, otherwise as `connect` leaves
+    /// it, becomes writable when the outcome is known, and `getLastSocketErrorStr` then tells it. False with
+    /// the last error set when it failed at once: the descriptor is then closed.
+    bool beginConnect(const char* ip, int port, const KeepAlive& keepAlive);
+
     /// Socket options; false with the last error set when the system refuses.
     bool setNoDelaySocketOption(bool on);
     bool setNonBlocking(bool on);
     bool setReuseAddressSocketOption(bool on);
-    /// Makes the system ask a silent peer for a sign of life: one that vanished without a word (its host lost
-    /// power, or its address) is then known within about a minute and a half.
-    bool setKeepAliveSocketOption();
+    bool setKeepAliveSocketOption(const KeepAlive& keepAlive = DEFAULT_KEEP_ALIVE);
 
     /// Numeric address of the local or the remote end, an IPv4 one without IPv6 prefix; false when there is
     /// none, `ip` is then as before.
@@ -69,6 +85,7 @@ class CoIoTcpDescriptor : public CoIoDescriptor {
 
     bool connectAny(const char* host, const Options& options, const CoDeadline& deadline);
     bool connectTo(const addrinfo& address, const Options& options, const CoDeadline& deadline);
+    int startConnecting(const addrinfo& address, const Options& options);
     bool waitUntilConnected(const CoDeadline& deadline);
     bool checkConnected();
 };
