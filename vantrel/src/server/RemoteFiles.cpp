@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <string_view>
 #include <utility>
 
 #include "CoException.h"
 #include "CoMsg.h"
+#include "CoTokenizer.h"
 
 namespace vantreld {
 
@@ -18,13 +20,9 @@ namespace {
 /// Whether the name stays below the folder that it is relative to.
 bool staysInside(const std::string& name) {
     if (name.empty() || name.front() == '/' || name.find('\0') != std::string::npos) return false;
-    std::size_t start = 0;
-    while (start <= name.size()) {
-        const std::size_t end = std::min(name.find('/', start), name.size());
-        if (name.compare(start, end - start, "..") == 0) return false;
-        start = end + 1;
-    }
-    return true;
+    const auto components = Vantrel::coTokens(name, "/");
+    return std::none_of(components.begin(), components.end(),
+                        [](std::string_view component) { return component == ".."; });
 }
 
 }  // namespace

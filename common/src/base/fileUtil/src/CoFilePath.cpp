@@ -5,12 +5,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <memory>
 #include <vector>
 
 #include "CoFd.h"
+#include "CoTokenizer.h"
 
 namespace Vantrel {
 
@@ -24,11 +24,8 @@ constexpr mode_t DIRECTORY_MODE = 0777;
 std::string CoFilePath::clean(std::string_view path) {
     const bool absolute = !path.empty() && path.front() == SEPARATOR;
     std::vector<std::string_view> components;
-    while (!path.empty()) {
-        const std::size_t end = std::min(path.find(SEPARATOR), path.size());
-        const std::string_view component = path.substr(0, end);
-        path.remove_prefix(std::min(end + 1, path.size()));
-        if (component.empty() || component == ".") continue;
+    for (const std::string_view component : coTokens(path, "/")) {
+        if (component == ".") continue;
         if (component != "..") {
             components.push_back(component);
         } else if (!components.empty() && components.back() != "..") {

@@ -14,6 +14,7 @@
 #include "CoFilePath.h"
 #include "CoMsg.h"
 #include "CoPerProcess.h"
+#include "CoTokenizer.h"
 #include "NetworkSettings.h"
 
 namespace Vantrel {
@@ -51,11 +52,10 @@ bool generateUUID(std::string& text) {
 std::vector<std::string> splitList(const std::string& text) {
     constexpr const char* BLANKS = " \t";
     std::vector<std::string> members;
-    std::istringstream list(text);
-    for (std::string member; std::getline(list, member, ',');) {
+    for (const std::string_view member : coTokens(text, ",")) {
         const std::size_t begin = member.find_first_not_of(BLANKS);
-        if (begin == std::string::npos) continue;
-        members.push_back(member.substr(begin, member.find_last_not_of(BLANKS) - begin + 1));
+        if (begin == std::string_view::npos) continue;
+        members.emplace_back(member.substr(begin, member.find_last_not_of(BLANKS) - begin + 1));
     }
     return members;
 }

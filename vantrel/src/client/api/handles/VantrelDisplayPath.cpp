@@ -1,10 +1,10 @@
 #include <vantrel/VantrelClientAPI.h>
 
-#include <algorithm>
 #include <string>
 #include <string_view>
 
 #include "CoFilePath.h"
+#include "CoTokenizer.h"
 #include "VantrelNodeImp.h"
 #include "VantrelServerImp.h"
 
@@ -30,13 +30,9 @@ bool VantrelResolveDisplayPath(const VantrelServerHandle& server, const char* pa
     if (!imp) return false;
     // A name that is not found leaves no text: an earlier failure's must not pass for it.
     imp->setLastError("");
-    std::size_t start = 0;
-    while (start < clean.size()) {
-        const std::size_t end = std::min(clean.find('/', start), clean.size());
-        const std::string name = clean.substr(start, end - start);
-        start = end + 1;
+    for (const std::string_view name : Vantrel::coTokens(clean, "/")) {
         // The node's last error is the server's, so a failed request's reason is where it belongs already.
-        if (!name.empty() && !VantrelFindChild(node, name.c_str(), node)) return false;
+        if (!VantrelFindChild(node, std::string(name).c_str(), node)) return false;
     }
     return true;
 }

@@ -39,9 +39,7 @@ VantrelFrameId makeElement(std::string_view text, const VantrelFrameId*) {
 template <typename Element>
 void cutAtCommas(std::string_view reply, std::vector<Element>& elements) {
     elements.clear();
-    const char* begin = reply.data();
-    const VantrelTokenizer tokens(begin, begin + reply.size(), boost::char_separator<char>(","));
-    for (const VantrelToken& token : tokens) {
+    for (const std::string_view token : Vantrel::coTokens(reply, ",")) {
         elements.push_back(makeElement(token, static_cast<const Element*>(nullptr)));
     }
 }

@@ -2,24 +2,14 @@
 
 #include <vantrel/VantrelTypes.h>
 
-#include <boost/tokenizer.hpp>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "CoTokenizer.h"
 #include "VantrelNodeInterface.h"
 
-/// Part of a text, in place, as VantrelTokenizer gives it.
-struct VantrelToken : std::string_view {
-    VantrelToken() = default;
-    void assign(const char* begin, const char* end) {
-        static_cast<std::string_view&>(*this) =
-            std::string_view(begin, static_cast<std::string_view::size_type>(end - begin));
-    }
-};
-
-/// Cuts a text at separator characters. Two in a row, or one at either end, make no empty token.
-using VantrelTokenizer = boost::tokenizer<boost::char_separator<char>, const char*, VantrelToken>;
+using VantrelTokenizer = Vantrel::CoTokenizer;
 
 /// The texts of the node commands: pieces of arguments, and replies into values. Pure text in, values out.
 /// Thread-safe.
