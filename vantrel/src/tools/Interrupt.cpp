@@ -44,21 +44,22 @@ SignalBlock::~SignalBlock() {
     pthread_sigmask(SIG_SETMASK, &previous_, nullptr);
 }
 
-Interrupt::Interrupt(const SignalBlock& block, std::function<void()> stop) : stop_(std::move(stop)) {
-    signalFd_ = signalfd(-1, &block.signals(), SFD_CLOEXEC | SFD_NONBLOCK);
-    quitFd_ = eventfd(0, EFD_CLOEXEC);
-    if (signalFd_ < 0 || quitFd_ < 0) {
-        const int error = errno;
-        if (signalFd_ >= 0) close(signalFd_);
-        throw ToolError(std::string("cannot watch for signals: ") + std::strerror(error));
-    }
-    thread_ = std::thread([this] { watch(); });
+Interrupt::Descriptor::Descriptor(int theId) : id(theId) {
+    if (id < 0) throw ToolError(std::string("cannot watch for signals: ") + std::strerror(errno));
 }
+
+Interrupt::Descriptor::~Descriptor() {
+    close(id);
+}
+
+Interrupt::Interrupt(const SignalBlock& block, std::function<void()> stop)
+    : stop_(std::move(stop)),
+      signals_(signalfd(-1, &block.signals(), SFD_CLOEXEC | SFD_NONBLOCK)),
+      quit_(eventfd(0, EFD_CLOEXEC)),
+      thread_([this] { watch(); }) {}
 
 Interrupt::~Interrupt() {
     quiet();
-    close(signalFd_);
-    close(quitFd_);
 }
 
 void Interrupt::check() const {
@@ -68,17 +69,17 @@ void Interrupt::check() const {
 void Interrupt::quiet() {
     if (!thread_.joinable()) return;
     const std::uint64_t one = 1;
-    if (write(quitFd_, &one, sizeof one) == sizeof one) thread_.join();
+    if (write(quit_.id, &one, sizeof one) == sizeof one) thread_.join();
 }
 
 int Interrupt::takeSignal() const {
     signalfd_siginfo info{};
-    return read(signalFd_, &info, sizeof info) == sizeof info ? static_cast<int>(info.ssi_signo) : 0;
+    return read(signals_.id, &info, sizeof info) == sizeof info ? static_cast<int>(info.ssi_signo) : 0;
 }
 
 void Interrupt::watch() {
     for (;;) {
-        pollfd fds[] = {{signalFd_, POLLIN, 0}, {quitFd_, POLLIN, 0}};
+        pollfd fds[] = {{signals_.id, POLLIN, 0}, {quit_.id, POLLIN, 0}};
         poll(fds, 2, signal_ == 0 ? -1 : STOP_AGAIN_MS);
         if (fds[1].revents != 0) return;
         const int received = takeSignal();

@@ -47,12 +47,22 @@ class Interrupt {
     void quiet();
 
   private:
+    /// Owns a descriptor. ToolError with the system's reason when there is none.
+    struct Descriptor {
+        explicit Descriptor(int theId);
+        Descriptor(const Descriptor&) = delete;
+        Descriptor& operator=(const Descriptor&) = delete;
+        ~Descriptor();
+
+        const int id;
+    };
+
     void watch();
     int takeSignal() const;
 
     const std::function<void()> stop_;
-    int signalFd_ = -1;
-    int quitFd_ = -1;
     std::atomic<int> signal_{0};
-    std::thread thread_;
+    const Descriptor signals_;
+    const Descriptor quit_;
+    std::thread thread_;  ///< last: it uses all the others
 };
