@@ -19,6 +19,7 @@ namespace Vantrel {
 namespace {
 
 constexpr int NO_LEVEL = -1;
+constexpr int UNREAD_LEVEL = -2;
 constexpr const char* LEVEL_NAMES[] = {"user", "error", "warn", "notice", "debug"};
 
 const CoEnvText levelVariable("QD_MSG_LEVEL", "");
@@ -38,7 +39,13 @@ int parseLevel(const char* text) {
 }
 
 int environmentLevel() {
-    static const int level = parseLevel(levelVariable.get());
+    // Without a static variable's guard, for which a forked child could wait in vain.
+    static std::atomic<int> known{UNREAD_LEVEL};
+    int level = known.load(std::memory_order_relaxed);
+    if (level == UNREAD_LEVEL) {
+        level = parseLevel(levelVariable.get());
+        known.store(level, std::memory_order_relaxed);
+    }
     return level;
 }
 
