@@ -17,74 +17,55 @@ class CliTransferTest : public CliFixture {
     }
 };
 
-struct Pixels {
-    const char* tag;
-    int channels;
-    int bitsPerChannel;
-};
-
 constexpr int WIDTH = 7;
 constexpr int HEIGHT = 5;
 
-std::string littleEndian(unsigned value, int bytes) {
-    std::string out;
-    for (int i = 0; i < bytes; ++i) out += static_cast<char>(value >> (8 * i));
-    return out;
-}
-
-// Values that differ from sample to sample and from frame to frame. Those of floating-point samples are
-// ordinary numbers, negative ones and ones above 1 included.
-std::string sample(const Pixels& pixels, unsigned number) {
-    if (pixels.bitsPerChannel == 8) return littleEndian(number * 37 + 11, 1);
-    if (std::string(pixels.tag).find("float") == std::string::npos) return littleEndian(number * 7919 + 5, 2);
-    const unsigned sign = number % 3 == 0 ? 1 : 0;
-    if (pixels.bitsPerChannel == 16) return littleEndian((sign << 15) | (0x3000 + number * 13), 2);
-    return littleEndian((sign << 31) | (0x3E000000U + number * 54321), 4);
-}
-
-std::string frameOf(const Pixels& pixels, unsigned seed) {
-    std::string out;
-    const unsigned samples = static_cast<unsigned>(WIDTH * HEIGHT * pixels.channels);
-    for (unsigned i = 0; i < samples; ++i) out += sample(pixels, i + seed * 1000);
+/// Bytes that differ from one to the next and from frame to frame. Floating-point samples made of them, low
+/// byte first, are ordinary numbers, negative ones among them.
+std::string frameOf(int channels, int bitsPerChannel, int index) {
+    std::string out(static_cast<std::size_t>(WIDTH * HEIGHT * channels * bitsPerChannel / 8), '\0');
+    for (std::size_t i = 0; i < out.size(); ++i) {
+        out[i] =
+            static_cast<char>((i * 37 + 11) % 59 + (i % 3 == 0 ? 128 : 0) + static_cast<unsigned>(index));
+    }
     return out;
 }
 
 TEST_F(CliTransferTest, ExportedImagesImportToTheSameFrames) {
-    struct Row {
+    const struct {
         const char* as;
-        Pixels pixels;
-    };
-    const Row rows[] = {
-        {"png", {"mono", 1, 8}},           {"png", {"rgb", 3, 8}},
-        {"png", {"rgba", 4, 8}},           {"png", {"rgb_le", 3, 16}},
-        {"png", {"rgba_le", 4, 16}},       {"tif", {"rgb", 3, 8}},
-        {"tif", {"rgba_le", 4, 16}},       {"tif", {"rgb_float_le", 3, 16}},
-        {"tif", {"rgba_float_le", 4, 32}}, {"dpx", {"rgb", 3, 8}},
-        {"dpx", {"rgba", 4, 8}},           {"dpx", {"rgb_le", 3, 16}},
-        {"exr", {"mono_float_le", 1, 16}}, {"exr", {"rgb_float_le", 3, 16}},
-        {"exr", {"rgba_float_le", 4, 32}},
+        const char* tag;
+        int channels;
+        int bitsPerChannel;
+    } rows[] = {
+        {"png", "mono", 1, 8},           {"png", "rgb", 3, 8},
+        {"png", "rgba", 4, 8},           {"png", "rgb_le", 3, 16},
+        {"png", "rgba_le", 4, 16},       {"tif", "rgb", 3, 8},
+        {"tif", "rgba_le", 4, 16},       {"tif", "rgb_float_le", 3, 16},
+        {"tif", "rgba_float_le", 4, 32}, {"dpx", "rgb", 3, 8},
+        {"dpx", "rgba", 4, 8},           {"dpx", "rgb_le", 3, 16},
+        {"exr", "mono_float_le", 1, 16}, {"exr", "rgb_float_le", 3, 16},
+        {"exr", "rgba_float_le", 4, 32},
     };
     int number = 0;
-    for (const Row& row : rows) {
-        SCOPED_TRACE(std::string(row.as) + " " + row.pixels.tag + " " +
-                     std::to_string(row.pixels.bitsPerChannel));
+    for (const auto& [as, tag, channels, bits] : rows) {
+        SCOPED_TRACE(std::string(as) + " " + tag + " " + std::to_string(bits));
         const std::string name = "clip " + std::to_string(number++);
         good({"create-clip", server, REEL, name, "--width", std::to_string(WIDTH), "--height",
-              std::to_string(HEIGHT), "--bits",
-              std::to_string(row.pixels.channels * row.pixels.bitsPerChannel), "--channels",
-              std::to_string(row.pixels.channels), "--format-tag", row.pixels.tag, "--frames", "2"});
-        for (const unsigned i : {0U, 1U}) {
-            const std::string file = folder.write("in", frameOf(row.pixels, i));
+              std::to_string(HEIGHT), "--bits", std::to_string(channels * bits), "--channels",
+              std::to_string(channels), "--format-tag", tag, "--frames", "2"});
+        for (const int i : {0, 1}) {
+            const std::string file = folder.write("in", frameOf(channels, bits, i));
             good({"write-frame", server, path(name), std::to_string(i), file});
         }
-        const nlohmann::json files = json({"export", server, path(name), folder.path(name), "--as", row.as});
+        const nlohmann::json files = json({"export", server, path(name), folder.path(name), "--as", as});
         ASSERT_EQ(files.size(), 2U);
-        EXPECT_EQ(files[1], folder.path(name + "/" + name + ".0002." + row.as));
+        EXPECT_EQ(files[1], folder.path(name + "/" + name + ".0002." + as));
         good({"import", server, REEL, name + " again", files[0], files[1]});
-        EXPECT_EQ(json({"stat", server, path(name + " again")})["format"]["formatTag"], row.pixels.tag);
-        for (const unsigned i : {0U, 1U})
-            EXPECT_TRUE(frame(name + " again", static_cast<int>(i)) == frameOf(row.pixels, i))
-                << "frame " << i;
+        EXPECT_EQ(json({"stat", server, path(name + " again")})["format"]["formatTag"], tag);
+        for (const int i : {0, 1}) {
+            EXPECT_TRUE(frame(name + " again", i) == frameOf(channels, bits, i)) << "frame " << i;
+        }
     }
 }
 
@@ -139,16 +120,13 @@ TEST_F(CliTransferTest, AnImportThatFailsLeavesNoClip) {
     const std::string wide = folder.write("wide.ppm", std::string("P6\n3 1\n255\n") + "abcdefghi");
     const std::string mono = folder.write("mono.pgm", std::string("P5\n2 1\n255\n") + "ab");
     const std::string cut = folder.write("cut.png", std::string("\x89PNG\r\n\x1A\n\0\0\0\x0DIHDR", 16));
-    struct Row {
-        std::string file;
-        std::string parent;
-    };
-    const Row rows[] = {{wide, REEL}, {mono, REEL}, {cut, REEL}, {good1, "/stor1"}};
-    for (const Row& row : rows) {
-        const ChildProcess::Result result = run({"import", server, row.parent, "new", good1, row.file});
-        EXPECT_EQ(result.status, 1) << row.file;
-        EXPECT_TRUE(row.file == good1 || result.err.find(row.file) != std::string::npos) << result.err;
-        EXPECT_EQ(json({"ls", server, REEL}).size(), 0U) << row.file;
+    const std::pair<std::string, std::string> rows[] = {
+        {wide, REEL}, {mono, REEL}, {cut, REEL}, {good1, "/stor1"}};
+    for (const auto& [file, parent] : rows) {
+        const ChildProcess::Result result = run({"import", server, parent, "new", good1, file});
+        EXPECT_EQ(result.status, 1) << file;
+        EXPECT_TRUE(file == good1 || result.err.find(file) != std::string::npos) << result.err;
+        EXPECT_EQ(json({"ls", server, REEL}).size(), 0U) << file;
     }
 }
 

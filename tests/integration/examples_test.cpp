@@ -10,12 +10,7 @@ namespace {
 TEST(ExamplesTest, EachEndsWithItsResult) {
     const Vantrel::TemporaryDirectory folder;
     const ServerProcess server(VANTRELD_PROGRAM, folder.path("root"), {"--demo"});
-    struct Row {
-        std::vector<std::string> command;
-        int status;
-        std::string out;
-    };
-    const Row rows[] = {
+    const std::tuple<std::vector<std::string>, int, std::string> rows[] = {
         {{LINK_ONLY_PROGRAM}, 0, ""},
         {{EXIT_WITHOUT_UNINIT_PROGRAM, server.id()}, 0, ""},
         {{LIST_ROOT_PROGRAM, server.id()}, 0, "stor1\n"},
@@ -24,11 +19,10 @@ TEST(ExamplesTest, EachEndsWithItsResult) {
          "1920x1080 rgb, 6220800 bytes\n"},
         {{READ_FRAME_PROGRAM, server.id(), "/stor1/none"}, 1, ""},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.command.at(0));
-        const ChildProcess::Result result = ChildProcess(row.command).wait(std::chrono::seconds(60));
-        EXPECT_EQ(result.status, row.status) << result.err;
-        EXPECT_EQ(result.out, row.out);
+    for (const auto& [command, status, out] : rows) {
+        const ChildProcess::Result result = ChildProcess(command).wait(std::chrono::seconds(60));
+        EXPECT_EQ(result.status, status) << command[0] << result.err;
+        EXPECT_EQ(result.out, out);
     }
 }
 

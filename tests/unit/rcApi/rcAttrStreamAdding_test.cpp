@@ -3,6 +3,8 @@
 
 #include <random>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "CapturedLog.h"
@@ -14,10 +16,7 @@ using namespace std::string_literals;
 namespace {
 
 TEST(AttrStreamAdding, WritesEachTypeAndBlanksTheEarlierEntry) {
-    const struct {
-        void (*add)(rcAttrStream&);
-        std::string text;
-    } cases[] = {
+    const std::pair<void (*)(rcAttrStream&), std::string> cases[] = {
         {[](auto& s) { s.addStringValue("Name", "abc def"), s.addIntValue("Port", 7555); },
          "Name 7 abc defPort 4 7555"},
         {[](auto& s) { s.addIntValue("A", 1), s.addIntValue("A", 22); }, "  1 1A 2 22"},
@@ -33,30 +32,27 @@ TEST(AttrStreamAdding, WritesEachTypeAndBlanksTheEarlierEntry) {
         {[](auto& s) { s.addFloatValue("F", -23.976F), s.addFloatValue("G", 25.0F); }, "F 7 -23.976G 2 25"},
         {[](auto& s) { s.addFloatValue("F", 1e-5F), s.addFloatValue("G", 0.0F); }, "F 5 1e-05G 1 0"},
     };
-    for (const auto& c : cases) {
+    for (const auto& [add, text] : cases) {
         rcAttrStream stream;
-        c.add(stream);
-        EXPECT_EQ(stream.text(), c.text);
+        add(stream);
+        EXPECT_EQ(stream.text(), text);
     }
 }
 
 TEST(AttrStreamAdding, RefusesWhatTheEncodingCannotHold) {
-    const struct {
-        void (*add)(rcAttrStream&);
-        const char* message;
-    } cases[] = {
+    const std::pair<void (*)(rcAttrStream&), const char*> cases[] = {
         {[](auto& s) { s.addStringValue(nullptr, "x"); }, "Assertion"},
         {[](auto& s) { s.addStringValue("A", static_cast<const char*>(nullptr)); }, "Assertion"},
         {[](auto& s) { s.addStringValue("", "x"); }, "Assertion"},
         {[](auto& s) { s.addStringValue("two words", "x"); },
          "Illegal character: ' ' in attribute 'two words'."},
     };
-    for (const auto& c : cases) {
+    for (const auto& [add, message] : cases) {
         const CapturedLog log;
         rcAttrStream stream("A 1 1"s);
-        c.add(stream);
+        add(stream);
         EXPECT_EQ(stream.text(), "A 1 1");
-        EXPECT_TRUE(log.contains(c.message)) << c.message;
+        EXPECT_TRUE(log.contains(message)) << message;
         EXPECT_TRUE(log.contains("common/src/base/rcApi/src/rcAttrStream"));
     }
 }
@@ -78,29 +74,23 @@ class TextModel {
   public:
     void add(const std::string& name, const std::string& value) {
         remove(name);
-        entries_.push_back({name, value, true});
+        entries_.emplace_back(name, value);
     }
     void remove(const std::string& name) {
-        for (Entry& entry : entries_) {
-            if (entry.name == name) entry.live = false;
+        for (auto& entry : entries_) {
+            if (entry.first == name) entry.first.assign(name.size(), ' ');
         }
     }
     std::string text() const {
         std::string text;
-        for (const Entry& entry : entries_) {
-            text += entry.live ? entry.name : std::string(entry.name.size(), ' ');
-            text += ' ' + std::to_string(entry.value.size()) + ' ' + entry.value;
+        for (const auto& [name, value] : entries_) {
+            text += name + ' ' + std::to_string(value.size()) + ' ' + value;
         }
         return text;
     }
 
   private:
-    struct Entry {
-        std::string name;
-        std::string value;
-        bool live;
-    };
-    std::vector<Entry> entries_;
+    std::vector<std::pair<std::string, std::string>> entries_;
 };
 
 TEST(AttrStreamAdding, KeepsTheBlankedEntriesExactlyAtEverySize) {
@@ -127,11 +117,7 @@ TEST(AttrStreamAdding, KeepsTheBlankedEntriesExactlyAtEverySize) {
 TEST(AttrStreamAdding, ToReceivedTextReplacesOnlyWhatAReaderSees) {
     std::string many;
     for (char name = 'a'; name <= 't'; ++name) many += name + " 1 x"s;
-    const struct {
-        std::string received;
-        const char* name;
-        std::string text;
-    } cases[] = {
+    const std::tuple<std::string, const char*, std::string> cases[] = {
         {"A 1 1A 1 2", "A", "  1 1A 1 2A 1 9"},  // the first of two
         {many + "A 1 1A 1 2", "A", many + "  1 1A 1 2A 1 9"},
         {many + "B 5 x", "A", many + "B 5 xA 1 9"},            // swallowed by B's value
@@ -139,10 +125,10 @@ TEST(AttrStreamAdding, ToReceivedTextReplacesOnlyWhatAReaderSees) {
         {many + "tail", "A", many + "tailA 1 9"},
         {many, "c", "a 1 xb 1 x  1 x" + many.substr(15) + "c 1 9"},
     };
-    for (const auto& c : cases) {
-        rcAttrStream stream(c.received);
-        stream.addIntValue(c.name, 9);
-        EXPECT_EQ(stream.text(), c.text);
+    for (const auto& [received, name, text] : cases) {
+        rcAttrStream stream(received);
+        stream.addIntValue(name, 9);
+        EXPECT_EQ(stream.text(), text);
     }
     rcAttrStream twice(many + "A 1 1A 1 2");
     twice.addIntValue("A", 8);

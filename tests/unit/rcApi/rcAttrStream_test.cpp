@@ -14,9 +14,6 @@
 using namespace Vantrel;
 using namespace std::string_literals;
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-
 namespace {
 
 using Entries = std::vector<std::pair<std::string, std::string>>;
@@ -32,58 +29,52 @@ Entries entriesOf(const rcAttrStream& stream) {
     return entries;
 }
 
-struct ReadingCase {
-    std::string text;
-    Entries entries;
-    bool error;
-};
-
-void check(const ReadingCase& c) {
-    SCOPED_TRACE(c.text);
-    const CapturedLog log;
-    const rcAttrStream stream(c.text);
-    EXPECT_EQ(stream.text(), c.text);
-    EXPECT_EQ(entriesOf(stream), c.entries);
-    if (c.error) {
-        EXPECT_THAT(log.texts(CoMsg::ERROR), ElementsAre(PARSE_ERROR));
-    } else {
-        EXPECT_THAT(log.texts(), IsEmpty());
+TEST(AttrStreamReading, GivesTheLiveEntriesInOrderUntilAFault) {
+    const Entries onlyA{{"A", "x"}};
+    const std::tuple<std::string, Entries, bool> cases[] = {
+        {"", {}, true},
+        {"Name 7 abc defPort 4 7555", {{"Name", "abc def"}, {"Port", "7555"}}, true},
+        {"Name 0 Next 1 x", {{"Name", ""}, {"Next", "x"}}, true},
+        {"T 9 a\nb\tc\\ \"'", {{"T", "a\nb\tc\\ \"'"}}, true},
+        {"A   2 xy", {{"A", "xy"}}, true},                    // more blanks before the length
+        {"A 003 xyz", {{"A", "xyz"}}, true},                  // leading zeros
+        {"A 1 x  1 yB 1 z", {{"A", "x"}, {"B", "z"}}, true},  // removed in the middle
+        {"      3 a bB 1 z", {{"B", "z"}}, true},             // removed, of a longer name
+        {"  1 1   2 22", {}, true},                           // all removed
+        {"A 1 xtail", onlyA, true},                           // no blank: the normal end
+        {"A 5 abc", {{"A", "abc"}}, true},                    // cut to what is there
+        {"A 2147483647 abcB 1 z", {{"A", "abcB 1 z"}}, true},
+        {"Name 5", {}, false},
+        {" ", {}, false},
+        {"A 1 xB -1 yC 1 z", onlyA, false},
+        {"A 1 xB 1y zC 1 z", onlyA, false},
+        {"A 1 xB 99999999999999999999 y", onlyA, false},
+        {"A 1 xB 18446744073709551617 y", onlyA, false},  // 2^64 + 1
+        {"A 1 xB 2147483648 y", onlyA, false},
+    };
+    for (const auto& [text, entries, good] : cases) {
+        SCOPED_TRACE(text);
+        const CapturedLog log;
+        const rcAttrStream stream(text);
+        EXPECT_EQ(stream.text(), text);
+        EXPECT_EQ(entriesOf(stream), entries);
+        EXPECT_EQ(log.texts(), std::vector<std::string>(good ? 0 : 1, PARSE_ERROR));
+        EXPECT_EQ(stream.isEmpty(), entries.empty());
+        EXPECT_EQ(rcAttrStream::ConstIterator(stream).getSize(), entries.size());
     }
-    EXPECT_EQ(stream.isEmpty(), c.entries.empty());
-    EXPECT_EQ(rcAttrStream::ConstIterator(stream).getSize(), c.entries.size());
 }
 
-const ReadingCase WELL_FORMED[] = {
-    {"", {}, false},
-    {"Name 7 abc defPort 4 7555", {{"Name", "abc def"}, {"Port", "7555"}}, false},
-    {"Name 0 Next 1 x", {{"Name", ""}, {"Next", "x"}}, false},
-    {"T 9 a\nb\tc\\ \"'", {{"T", "a\nb\tc\\ \"'"}}, false},
-    {"A   2 xy", {{"A", "xy"}}, false},                    // more blanks before the length
-    {"A 003 xyz", {{"A", "xyz"}}, false},                  // leading zeros
-    {"A 1 x  1 yB 1 z", {{"A", "x"}, {"B", "z"}}, false},  // removed in the middle
-    {"      3 a bB 1 z", {{"B", "z"}}, false},             // removed, of a longer name
-    {"  1 1   2 22", {}, false},                           // all removed
-    {"A 1 xtail", {{"A", "x"}}, false},                    // no blank: the normal end
-};
-
-const ReadingCase MALFORMED[] = {
-    {"Name 5", {}, true},
-    {" ", {}, true},
-    {"A 1 xB -1 yC 1 z", {{"A", "x"}}, true},
-    {"A 1 xB 1y zC 1 z", {{"A", "x"}}, true},
-    {"A 1 xB 99999999999999999999 y", {{"A", "x"}}, true},
-    {"A 1 xB 18446744073709551617 y", {{"A", "x"}}, true},  // 2^64 + 1
-    {"A 1 xB 2147483648 y", {{"A", "x"}}, true},
-    {"A 5 abc", {{"A", "abc"}}, false},  // cut to what is there
-    {"A 2147483647 abcB 1 z", {{"A", "abcB 1 z"}}, false},
-};
-
-TEST(AttrStreamReading, GivesTheLiveEntriesInOrder) {
-    for (const ReadingCase& c : WELL_FORMED) check(c);
-}
-
-TEST(AttrStreamReading, GivesTheEntriesBeforeAFaultAndEnds) {
-    for (const ReadingCase& c : MALFORMED) check(c);
+TEST(AttrStreamReading, IsShownOnOneLineWithLongValuesCut) {
+    const std::pair<std::string, const char*> cases[] = {
+        {"", ""},
+        {"A 1 1B 0 ", "A='1' B=''"},
+        {"A 3 x\ny", "A='x y'"},
+        {"A 8 12345678", "A='12345678'"},
+        {"A 9 123456789", "A='123456789"},
+        {"A 10 1234567890", "A='12345...'"},
+    };
+    for (const auto& [text, line] : cases) EXPECT_EQ(rcAttrStream(text).toPrettyString(8), line) << text;
+    EXPECT_EQ(rcAttrStream("A 5 12345"s).toPrettyString(-1), "A='...'") << "three bytes at least";
 }
 
 TEST(AttrStreamReading, LookUpGoesOnFromTheCursorWrapsAndComesBackWhenNothingIsFound) {
@@ -119,61 +110,51 @@ TEST(AttrStreamReading, ACopyAndAMovedStreamReadTheirOwnText) {
     EXPECT_EQ(stream.text(), "A 1 1B 1 2");
 }
 
-// What each getter reads from one value.
-struct ConversionCase {
-    std::string value;
-    int asInt;
-    unsigned asUInt;
-    unsigned asUInt32;
-    unsigned long asUInt64;
-    unsigned asUChar;
-    bool asBool;
-    float asFloat;
-};
-
-void check(const ConversionCase& c) {
-    SCOPED_TRACE(c.value);
-    const rcAttrStream stream("V " + std::to_string(c.value.size()) + ' ' + c.value);
-    int i = 77;
-    unsigned u = 77, x = 77;
-    unsigned long ul = 77;
-    unsigned char uc = 77;
-    bool b = !c.asBool;
-    float f = 77;
-    EXPECT_TRUE(stream.getIntValue("V", i) && stream.getUIntValue("V", u) && stream.getUInt32Value("V", x) &&
-                stream.getUInt64Value("V", ul) && stream.getUCharValue("V", uc) &&
-                stream.getBoolValue("V", b) && stream.getFloatValue("V", f));
-    EXPECT_EQ(i, c.asInt);
-    EXPECT_EQ(u, c.asUInt);
-    EXPECT_EQ(x, c.asUInt32);
-    EXPECT_EQ(ul, c.asUInt64);
-    EXPECT_EQ(uc, c.asUChar);
-    EXPECT_EQ(b, c.asBool);
-    EXPECT_FLOAT_EQ(f, c.asFloat);
-}
-
-const ConversionCase CONVERSIONS[] = {
-
-    {"0xff", 0, 0, 255, 255, 0, false, 0},
-    {"-1", -1, 4294967295U, 4294967295U, ~0UL, 255, false, -1},
-    {"4294967295", -1, 4294967295U, 0x94967295U, 0x4294967295UL, 255, false, 4294967295.0F},
-    {"300", 300, 300, 0x300, 0x300, 44, false, 300},
-    {"", 0, 0, 0, 0, 0, false, 0},
-    {"true", 0, 0, 0, 0, 0, true, 0},
-    {"oN", 0, 0, 0, 0, 0, true, 0},
-    {"1", 1, 1, 1, 1, 1, true, 1},
-    {"false", 0, 0, 0xfa, 0xfa, 0, false, 0},
-    {"23.976", 23, 23, 0x23, 0x23, 23, false, 23.976F},
-    {" 12 x", 12, 12, 0x12, 0x12, 12, false, 12},
-    {"-.5", 0, 0, 0, 0, 0, false, -0.5F},
-    {"7\0008"s, 7, 7, 7, 7, 7, false, 7},
-    // Digits behind the 63rd byte do not count.
-    {std::string(62, '0') + "12", 1, 1, 1, 1, 1, false, 12},
-    {std::string(70, ' ') + "5", 0, 0, 0, 0, 0, false, 5},
-};
-
 TEST(AttrStreamGetters, ConvertAsTheTypeAskedFor) {
-    for (const ConversionCase& c : CONVERSIONS) check(c);
+    const struct {
+        std::string value;
+        int asInt;
+        unsigned asUInt;
+        unsigned asUInt32;
+        unsigned long asUInt64;
+        unsigned asUChar;
+        bool asBool;
+        float asFloat;
+    } cases[] = {
+        {"0xff", 0, 0, 255, 255, 0, false, 0},
+        {"-1", -1, 4294967295U, 4294967295U, ~0UL, 255, false, -1},
+        {"4294967295", -1, 4294967295U, 0x94967295U, 0x4294967295UL, 255, false, 4294967295.0F},
+        {"300", 300, 300, 0x300, 0x300, 44, false, 300},
+        {"", 0, 0, 0, 0, 0, false, 0},
+        {"true", 0, 0, 0, 0, 0, true, 0},
+        {"oN", 0, 0, 0, 0, 0, true, 0},
+        {"1", 1, 1, 1, 1, 1, true, 1},
+        {"false", 0, 0, 0xfa, 0xfa, 0, false, 0},
+        {"23.976", 23, 23, 0x23, 0x23, 23, false, 23.976F},
+        {" 12 x", 12, 12, 0x12, 0x12, 12, false, 12},
+        {"-.5", 0, 0, 0, 0, 0, false, -0.5F},
+        {"7\0008"s, 7, 7, 7, 7, 7, false, 7},
+        // Digits behind the 63rd byte do not count.
+        {std::string(62, '0') + "12", 1, 1, 1, 1, 1, false, 12},
+        {std::string(70, ' ') + "5", 0, 0, 0, 0, 0, false, 5},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.value);
+        const rcAttrStream stream("V " + std::to_string(c.value.size()) + ' ' + c.value);
+        int i = 77;
+        unsigned u = 77, x = 77;
+        unsigned long ul = 77;
+        unsigned char uc = 77;
+        bool b = !c.asBool;
+        float f = 77;
+        EXPECT_TRUE(stream.getIntValue("V", i) && stream.getUIntValue("V", u) &&
+                    stream.getUInt32Value("V", x) && stream.getUInt64Value("V", ul) &&
+                    stream.getUCharValue("V", uc) && stream.getBoolValue("V", b) &&
+                    stream.getFloatValue("V", f));
+        EXPECT_EQ(std::tie(i, u, x, ul, uc, b),
+                  std::tie(c.asInt, c.asUInt, c.asUInt32, c.asUInt64, c.asUChar, c.asBool));
+        EXPECT_FLOAT_EQ(f, c.asFloat);
+    }
 }
 
 TEST(AttrStreamGetters, LeaveTheOutputAloneForAnUnknownOrNullName) {
@@ -226,11 +207,7 @@ TEST(AttrStreamGetters, AndAddersDoNotFollowTheProcessLocale) {
 }
 
 TEST(AttrStreamEquality, ComparesLiveEntriesInAnyOrder) {
-    const struct {
-        const char* left;
-        const char* right;
-        bool equal;
-    } cases[] = {
+    const std::tuple<std::string, std::string, bool> cases[] = {
         {"", "  1 1", true},
         {"A 1 1B 2 22", "B 2 22A 1 1", true},
         {"A 1 1", "A 1 2", false},
@@ -239,11 +216,9 @@ TEST(AttrStreamEquality, ComparesLiveEntriesInAnyOrder) {
         {"A 1 1B 0 ", "A 1 1", false},
         {"A 1 1Name 5", "A 1 1", true},  // both readable as far as they are well formed
     };
-    for (const auto& c : cases) {
-        const rcAttrStream left{std::string(c.left)};
-        const rcAttrStream right{std::string(c.right)};
-        EXPECT_EQ(left == right, c.equal) << c.left << " / " << c.right;
-        EXPECT_EQ(right != left, !c.equal) << c.left << " / " << c.right;
+    for (const auto& [left, right, equal] : cases) {
+        EXPECT_EQ(rcAttrStream(left) == rcAttrStream(right), equal) << left << " / " << right;
+        EXPECT_EQ(rcAttrStream(right) != rcAttrStream(left), !equal) << left << " / " << right;
     }
 }
 

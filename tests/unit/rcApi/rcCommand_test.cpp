@@ -34,6 +34,18 @@ std::size_t feed(Line& line, const std::string& bytes, std::size_t size) {
     return 0;
 }
 
+/// Reads `bytes`, which are one line, in fragments of every size, and hands each line read to `check`.
+template <typename Line, typename Check>
+void readInFragments(const std::string& bytes, Check check) {
+    for (std::size_t size = 0; size <= bytes.size() + 5; ++size) {
+        SCOPED_TRACE(bytes + " in fragments of " + std::to_string(size));
+        Line line;
+        EXPECT_EQ(feed(line, bytes + "next", size), bytes.size());
+        EXPECT_EQ(line.receivedBytes(), bytes.size() - 1);
+        check(line);
+    }
+}
+
 struct Fields {
     std::string type, objectId, method, value;
     bool sync;
@@ -53,18 +65,14 @@ TEST(rcCommand, ReadsLinesInFragmentsOfEverySize) {
         {std::string("sync 0 Set a\0b\xff\n", 16), {"sync", "0", "Set", std::string("a\0b\xff", 4), true}},
         {"syn\n", {"syn", "", "", "", false}},
     };
-    for (const auto& [bytes, fields] : cases) {
-        for (std::size_t size = 0; size <= bytes.size() + 5; ++size) {
-            SCOPED_TRACE(bytes + " in fragments of " + std::to_string(size));
-            rcCommand command;
-            EXPECT_EQ(feed(command, bytes + "next", size), bytes.size());
+    for (const auto& each : cases) {
+        readInFragments<rcCommand>(each.first, [&fields = each.second](const rcCommand& command) {
             EXPECT_EQ(command.type(), fields.type);
             EXPECT_EQ(command.objectId(), fields.objectId);
             EXPECT_EQ(command.method(), fields.method);
             EXPECT_EQ(command.value().text(), fields.value);
             EXPECT_EQ(command.isSync(), fields.sync);
-            EXPECT_EQ(command.receivedBytes(), bytes.size() - 1);
-        }
+        });
     }
 }
 
@@ -81,12 +89,7 @@ TEST(rcCommand, NothingOfALineIsLeftForTheNext) {
 }
 
 TEST(rcCommand, WritesLines) {
-    struct Case {
-        rcCommand::Type type;
-        int objectId;
-        std::string method, argument, line;
-    };
-    const Case cases[] = {
+    const std::tuple<rcCommand::Type, int, const char*, const char*, const char*> cases[] = {
         {rcCommand::Type::Sync, 0, "Ping", "", "sync 0 Ping \n"},
         {rcCommand::Type::Async, -2147483647 - 1, "Set", "a b", "async -2147483648 Set a b\n"},
         {rcCommand::Type::Sync, 3, "Set", "\n\t\\", "sync 3 Set \\n\\t\\\\\n"},
@@ -94,9 +97,9 @@ TEST(rcCommand, WritesLines) {
         {static_cast<rcCommand::Type>(2), 0, "M", "", "unknown 0 M \n"},
     };
     std::string line = "what an earlier command left";
-    for (const Case& test : cases) {
-        rcCommand::format(test.type, test.objectId, test.method, test.argument, line);
-        EXPECT_EQ(line, test.line);
+    for (const auto& [type, objectId, method, argument, expected] : cases) {
+        rcCommand::format(type, objectId, method, argument, line);
+        EXPECT_EQ(line, expected);
     }
 }
 
@@ -108,16 +111,12 @@ TEST(rcResult, ReadsLinesInFragmentsOfEverySize) {
         {"error No such node\n", "error", "No such node", false},
         {"ok  a b\\\\n\\n\\t\n", "ok", " a b\\n\n\t", true},
         {"o\\k x\\y\n", "o\\k", "xy", false}};
-    for (const auto& [bytes, code, value, ok] : cases) {
-        for (std::size_t size = 0; size <= bytes.size() + 5; ++size) {
-            SCOPED_TRACE(bytes + " in fragments of " + std::to_string(size));
-            rcResult result;
-            EXPECT_EQ(feed(result, bytes + "stray", size), bytes.size());
-            EXPECT_EQ(result.codeText(), code);
-            EXPECT_EQ(result.value().text(), value);
-            EXPECT_EQ(result.isOk(), ok);
-            EXPECT_EQ(result.receivedBytes(), bytes.size() - 1);
-        }
+    for (const auto& each : cases) {
+        readInFragments<rcResult>(std::get<0>(each), [&each](const rcResult& result) {
+            EXPECT_EQ(result.codeText(), std::get<1>(each));
+            EXPECT_EQ(result.value().text(), std::get<2>(each));
+            EXPECT_EQ(result.isOk(), std::get<3>(each));
+        });
     }
 }
 

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <string>
 #include <utility>
@@ -49,57 +50,52 @@ void useConfiguration(const std::string& content) {
     ::setenv("QD_NETWORK_CFG_FILE", path.c_str(), 1);
 }
 
-struct ChecksumCase {
-    const char* what;
-    std::string record;  // up to the checksum
-    unsigned crc;
-    const char* crcText;
-};
-
-void check(const ChecksumCase& c) {
-    SCOPED_TRACE(c.what);
-    const std::string behind = c.crcText;
-    const CapturedLog log;
-    rcConnectionInfo info(
-        (c.record + "IntCRC " + std::to_string(behind.size()) + ' ' + behind + "ULongVersion 3 0x0").c_str(),
-        nullptr);
-    EXPECT_EQ(info.generateCRC(), c.crc);
-    EXPECT_TRUE(info.isValid());
-    EXPECT_THAT(log.texts(CoMsg::ERROR), IsEmpty());
-}
-
 // Written in this order on purpose: reading must not depend on the order of writing.
 const std::string REST =
     "IntProcessId 1 1StrProcessName 1 pStrIpAddr 8 10.0.0.1IntTimestamp 1 0IntSerial 1 5";
 
-const ChecksumCase CHECKSUMS[] = {
-
-    {"10.0.0.1, 8 bytes: an empty password drops all before it",
-     "StrUserName 4 annaStrGroupName 5 usersIntUmask 2 18StrHostName 5 host1StrPassword 0 " + REST,
-     0xF880AABB, "-125785413"},
-    {"a missing password counts as an empty one", "StrUserName 3 bobStrHostName 1 h" + REST, 0xF880AABB,
-     "-125785413"},
-    {"anna, 4 bytes of umask, host1 pw 10.0.0.1, 8 bytes",
-     "StrUserName 4 annaIntUmask 2 18StrHostName 5 host1StrPassword 2 pw" + REST, 0x51D2B466, "1372763238"},
-    {"4 bytes of umask, host1 pw 10.0.0.1, 8 bytes: an empty group drops the user",
-     "StrUserName 4 annaStrGroupName 0 IntUmask 2 18StrHostName 5 host1StrPassword 2 pw" + REST, 0xA9667231,
-     "-1452903887"},
-    {"host1 pw 10.0.0.1, 8 bytes: an empty UUID drops user, group and umask",
-     "StrUserName 4 annaStrGroupName 5 usersIntUmask 2 18StrHostUUID 0 StrHostName 5 host1"
-     "StrPassword 2 pw" +
-         REST,
-     0x42D09911, "1120966929"},
-    {"pw 10.0.0.1, 8 bytes: an empty host drops all before it",
-     "StrUserName 4 annaStrGroupName 5 usersIntUmask 2 18StrHostName 0 StrPassword 2 pw" + REST, 0xFE6E08D3,
-     "-26343213"},
-    {"8 bytes of 0xFF behind 10.0.0.1",
-     "StrUserName 1 uStrHostName 1 hStrPassword 0 IntProcessId 1 1StrProcessName 1 p"
-     "StrIpAddr 8 10.0.0.1IntTimestamp 2 -1IntSerial 2 -1",
-     0x8B385AFC, "-1959240964"},
-};
-
 TEST(LoginRecord, ChecksumIsThatOfTheFieldsInOrder) {
-    for (const ChecksumCase& c : CHECKSUMS) check(c);
+    const struct {
+        const char* what;
+        std::string record;  // up to the checksum
+        unsigned crc;
+        const char* crcText;
+    } cases[] = {
+        {"10.0.0.1, 8 bytes: an empty password drops all before it",
+         "StrUserName 4 annaStrGroupName 5 usersIntUmask 2 18StrHostName 5 host1StrPassword 0 " + REST,
+         0xF880AABB, "-125785413"},
+        {"a missing password counts as an empty one", "StrUserName 3 bobStrHostName 1 h" + REST, 0xF880AABB,
+         "-125785413"},
+        {"anna, 4 bytes of umask, host1 pw 10.0.0.1, 8 bytes",
+         "StrUserName 4 annaIntUmask 2 18StrHostName 5 host1StrPassword 2 pw" + REST, 0x51D2B466,
+         "1372763238"},
+        {"4 bytes of umask, host1 pw 10.0.0.1, 8 bytes: an empty group drops the user",
+         "StrUserName 4 annaStrGroupName 0 IntUmask 2 18StrHostName 5 host1StrPassword 2 pw" + REST,
+         0xA9667231, "-1452903887"},
+        {"host1 pw 10.0.0.1, 8 bytes: an empty UUID drops user, group and umask",
+         "StrUserName 4 annaStrGroupName 5 usersIntUmask 2 18StrHostUUID 0 StrHostName 5 host1"
+         "StrPassword 2 pw" +
+             REST,
+         0x42D09911, "1120966929"},
+        {"pw 10.0.0.1, 8 bytes: an empty host drops all before it",
+         "StrUserName 4 annaStrGroupName 5 usersIntUmask 2 18StrHostName 0 StrPassword 2 pw" + REST,
+         0xFE6E08D3, "-26343213"},
+        {"8 bytes of 0xFF behind 10.0.0.1",
+         "StrUserName 1 uStrHostName 1 hStrPassword 0 IntProcessId 1 1StrProcessName 1 p"
+         "StrIpAddr 8 10.0.0.1IntTimestamp 2 -1IntSerial 2 -1",
+         0x8B385AFC, "-1959240964"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        const CapturedLog log;
+        const rcConnectionInfo info((c.record + "IntCRC " + std::to_string(std::strlen(c.crcText)) + ' ' +
+                                     c.crcText + "ULongVersion 3 0x0")
+                                        .c_str(),
+                                    nullptr);
+        EXPECT_EQ(info.generateCRC(), c.crc);
+        EXPECT_TRUE(info.isValid());
+        EXPECT_THAT(log.texts(CoMsg::ERROR), IsEmpty());
+    }
 }
 
 TEST(LoginRecord, ReadsEveryFieldOfAReceivedText) {
@@ -107,17 +103,8 @@ TEST(LoginRecord, ReadsEveryFieldOfAReceivedText) {
     const rcConnectionInfo info(FULL_RECORD, nullptr);
     EXPECT_THAT(log.texts(), IsEmpty());
     EXPECT_TRUE(info.isValid() && info.hasGroup() && info.hasUmask() && info.hasHostUUID());
-    EXPECT_EQ(info.getUserName(), "anna");
-    EXPECT_EQ(info.getGroupName(), "users");
-    EXPECT_EQ(info.getUmask(), 022U);
     EXPECT_EQ(info.getHostUUID(), "UUID-1");
-    EXPECT_EQ(info.getProcessName(), "flix");
-    EXPECT_EQ(info.getProcessId(), 42);
-    EXPECT_EQ(info.getHostName(), "host1");
-    EXPECT_EQ(info.getIpAddr(), "10.0.0.1");
-    EXPECT_EQ(info.getSerial(), 168496141U);
     EXPECT_EQ(info.getTimestamp(), 16909060U);
-    EXPECT_EQ(info.getVersion(), 0x07E8000100020003UL);
     EXPECT_EQ(info.getConnectionStr(),
               "Connection [168496141] [anna/users/0022] [host1/10.0.0.1] [flix/42] [2024.1.2.3]");
     EXPECT_EQ(info.toAttrStream(), FULL_RECORD);
