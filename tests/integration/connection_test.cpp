@@ -177,20 +177,17 @@ TEST_F(ConnectionTest, ARefusedCallIsNotSentAgainThoughThePeerCloses) {
 
 TEST_F(ConnectionTest, ConnectingIsTriedAgainForTheRetryTime) {
     peer.closeOnAccept(true);
-    const struct {
-        const char* storage;
-        unsigned retryMs;
-        std::size_t attempts;
-    } rows[] = {{"a", 0, 1}, {"b", 200, 2}, {"c", 1300, 3}, {"c", 1300, 1}};  // the last was just not found
+    const std::tuple<const char*, unsigned, std::size_t> rows[] = {
+        {"a", 0, 1}, {"b", 200, 2}, {"c", 1300, 3}, {"c", 1300, 1}};  // the last was just not found
     std::size_t before = 0;
-    for (const auto& row : rows) {
-        const VantrelServerHandle server(VantrelServerId(row.storage, "127.0.0.1", peer.port()));
+    for (const auto& [storage, retryMs, attempts] : rows) {
+        const VantrelServerHandle server(VantrelServerId(storage, "127.0.0.1", peer.port()));
         const auto start = steady_clock::now();
-        EXPECT_FALSE(server.ping(row.retryMs));
-        if (row.attempts > 1) {
-            EXPECT_GE(steady_clock::now() - start, milliseconds(row.retryMs));
+        EXPECT_FALSE(server.ping(retryMs));
+        if (attempts > 1) {
+            EXPECT_GE(steady_clock::now() - start, milliseconds(retryMs));
         }
-        EXPECT_EQ(peer.connections() - before, row.attempts) << row.storage << row.retryMs;
+        EXPECT_EQ(peer.connections() - before, attempts) << storage << retryMs;
         EXPECT_THAT(server.lastError(), StartsWith("Server not found ["));
         before = peer.connections();
     }
@@ -238,25 +235,22 @@ TEST_F(ConnectionTest, AServerOfOldThatHasNoLoginIsAccepted) {
 }
 
 TEST_F(ConnectionTest, AnotherServerAtTheAddressIsRefused) {
-    const struct {
-        const char* database;
-        const char* storageId;
-        bool matches;
-    } rows[] = {{"SXAFS", "stor-1", true}, {"", "", true},   {"SXAFS", "", true},      {"", "stor-1", true},
-                {"OTHER", "", false},      {"", "x", false}, {"SXAFS", "stor", false}, {"sxafs", "", false}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(std::string(row.database) + '/' + row.storageId);
+    const std::tuple<const char*, const char*, bool> rows[] = {
+        {"SXAFS", "stor-1", true}, {"", "", true},   {"SXAFS", "", true},      {"", "stor-1", true},
+        {"OTHER", "", false},      {"", "x", false}, {"SXAFS", "stor", false}, {"sxafs", "", false}};
+    for (const auto& [database, storageId, matches] : rows) {
+        SCOPED_TRACE(std::string(database) + '/' + storageId);
         const std::size_t before = peer.connections();
-        VantrelServerId wanted(row.database, "127.0.0.1", peer.port());
-        wanted.setStorageId(row.storageId);
+        VantrelServerId wanted(database, "127.0.0.1", peer.port());
+        wanted.setStorageId(storageId);
         const VantrelServerHandle server(wanted);
-        EXPECT_EQ(server.ping(3000), row.matches);
+        EXPECT_EQ(server.ping(3000), matches);
         EXPECT_EQ(peer.connections() - before, 1U) << "a wrong server is not tried again";
-        EXPECT_EQ(server.isConnected(), row.matches);
-        if (row.matches) continue;
+        EXPECT_EQ(server.isConnected(), matches);
+        if (matches) continue;
         EXPECT_THAT(server.lastError(),
                     StartsWith("Mismatching server information [127.0.0.1:" + std::to_string(peer.port()) +
-                               "] [" + row.database + " vs SXAFS] [" + row.storageId + " vs stor-1]: "));
+                               "] [" + database + " vs SXAFS] [" + storageId + " vs stor-1]: "));
         VantrelClientReleaseUnusedConnections(true);
     }
 }

@@ -290,11 +290,7 @@ TEST_F(FramesTest, AFramePortThatMovedIsFoundByTheNextCall) {
 }
 
 TEST_F(FramesTest, TransfersToAndFromFilesThatAreNoFilesAreRefused) {
-    const struct {
-        bool push;
-        std::string path;
-        int error;
-    } rows[] = {
+    const std::tuple<bool, std::string, int> rows[] = {
         {true, folder.path("missing"), ENOENT},
         {true, folder.path(), EINVAL},
         {true, "", ENOENT},
@@ -302,10 +298,9 @@ TEST_F(FramesTest, TransfersToAndFromFilesThatAreNoFilesAreRefused) {
         {false, folder.path("no/dir"), ENOENT},
         {false, folder.path(), EINVAL},
     };
-    for (const auto& row : rows) {
-        EXPECT_FALSE(row.push ? server.pushStream("r", row.path.c_str())
-                              : server.pullStream("r", row.path.c_str()));
-        EXPECT_THAT(server.lastError(), HasSubstr("'" + row.path + "': " + std::strerror(row.error)));
+    for (const auto& [push, path, error] : rows) {
+        EXPECT_FALSE(push ? server.pushStream("r", path.c_str()) : server.pullStream("r", path.c_str()));
+        EXPECT_THAT(server.lastError(), HasSubstr("'" + path + "': " + std::strerror(error)));
     }
     EXPECT_FALSE(server.pullStream("r", nullptr));
     EXPECT_FALSE(server.pushStream("r", nullptr));

@@ -81,13 +81,11 @@ TEST_F(LifecycleTest, TheLogLevelSelectsMessagesAndIgnoresOtherNumbers) {
         return highest - '0';
     };
     EXPECT_EQ(highestLevel(), 0) << "as initialised";
-    const struct {
-        int set;
-        int highest;
-    } rows[] = {{4, 4}, {5, 4}, {-1, 4}, {3, 3}, {2, 1}, {1, 1}, {0, 0}};  // nothing here posts level 2
-    for (const auto& row : rows) {
-        VantrelSetLogLevel(static_cast<VantrelLogLevel>(row.set));
-        EXPECT_EQ(highestLevel(), row.highest) << row.set;
+    const std::pair<int, int> rows[] = {{4, 4}, {5, 4}, {-1, 4}, {3, 3},
+                                        {2, 1}, {1, 1}, {0, 0}};  // nothing here posts level 2
+    for (const auto& [level, highest] : rows) {
+        VantrelSetLogLevel(static_cast<VantrelLogLevel>(level));
+        EXPECT_EQ(highestLevel(), highest) << level;
     }
 }
 

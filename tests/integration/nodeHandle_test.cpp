@@ -174,22 +174,18 @@ TEST_F(NodeTest, AnIndexOutsideTheListFails) {
     VantrelNodeHandle out;
     VantrelStr text;
     char bytes[4] = {};
-    const struct {
-        const char* name;
-        std::function<bool(int)> at;
-        int size;
-    } rows[] = {
+    const std::tuple<const char*, std::function<bool(int)>, int> rows[] = {
         {"child", [&](int i) { return node.getChild(i, out); }, 2},
         {"frame id", [&](int i) { return node.getFrameId(i, text); }, 3},
         {"frame path", [&](int i) { return node.getFrameIdPath(i, text); }, 2},
         {"metadata stream", [&](int i) { return node.getAvailableMetaDataStream(i, text); }, 2},
     };
-    for (const auto& row : rows) {
-        EXPECT_TRUE(row.at(row.size - 1)) << row.name << server.lastError();
-        for (const int index : {-1, row.size, 0x7fffffff}) {
-            EXPECT_FALSE(row.at(index)) << row.name;
+    for (const auto& [name, at, size] : rows) {
+        EXPECT_TRUE(at(size - 1)) << name << server.lastError();
+        for (const int index : {-1, size, 0x7fffffff}) {
+            EXPECT_FALSE(at(index)) << name;
             EXPECT_EQ(server.lastError(), "Index " + std::to_string(index) + " is out of the bounds 0," +
-                                              std::to_string(row.size) + ".");
+                                              std::to_string(size) + ".");
         }
     }
     EXPECT_FALSE(node.readFrame(3, bytes, sizeof bytes));
@@ -228,11 +224,7 @@ TEST_F(NodeTest, MovedFromAndEmptyHandlesFailSafely) {
     VantrelNodeHandle empty;
     VantrelStr text;
     int number = 0;
-    const struct {
-        const char* name;
-        std::function<bool()> call;
-        bool asserts;
-    } rows[] = {
+    const std::tuple<const char*, std::function<bool()>, bool> rows[] = {
         {"server ping", [&] { return server.ping(0); }, true},
         {"server root", [&] { return server.getRootNode(empty); }, true},
         {"server copy", [&] { return VantrelServerHandle(server).ping(0); }, true},
@@ -248,11 +240,10 @@ TEST_F(NodeTest, MovedFromAndEmptyHandlesFailSafely) {
         {"node on moved server", [&] { return onMoved.getNumChildren(number); }, true},
         {"node of no server", [&] { return VantrelNodeHandle().getNumChildren(number); }, false},
     };
-    for (const auto& row : rows) {
+    for (const auto& [name, call, asserts] : rows) {
         Received::clear();
-        EXPECT_FALSE(row.call()) << row.name;
-        EXPECT_EQ(::testing::Matches(Contains(HasSubstr("imp_ != 0")))(Received::log()), row.asserts)
-            << row.name;
+        EXPECT_FALSE(call()) << name;
+        EXPECT_EQ(::testing::Matches(Contains(HasSubstr("imp_ != 0")))(Received::log()), asserts) << name;
     }
     EXPECT_TRUE(taken.getNumChildren(number)) << taken.lastError();
     node = taken;

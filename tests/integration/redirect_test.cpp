@@ -199,11 +199,7 @@ TEST_F(RedirectionTest, AFailureOfTheHolderIsTheReadsFailure) {
 }
 
 TEST_F(RedirectionTest, ABadAnswerFailsTheCallAndClosesTheConnection) {
-    const struct {
-        std::string reply;
-        Then then;
-        const char* error;
-    } cases[] = {
+    const std::tuple<std::string, Then, const char*> cases[] = {
         {"65537\0"s, Then::GoOn, "Redirection of 65537 bytes; at most 65536 are taken."},
         {"9223372036854775807\0"s, Then::GoOn,
          "Redirection of 9223372036854775807 bytes; at most 65536 are taken."},
@@ -212,13 +208,13 @@ TEST_F(RedirectionTest, ABadAnswerFailsTheCallAndClosesTheConnection) {
         {"10\0half"s, Then::Close, "Connection closed"},
     };
     std::size_t connections = 1;
-    for (const auto& each : cases) {
-        expectAhead("f2", each.reply, each.then);
+    for (const auto& [reply, then, error] : cases) {
+        expectAhead("f2", reply, then);
         EXPECT_FALSE(announce("f2"));
-        EXPECT_STREQ(server.lastError(), each.error);
+        EXPECT_STREQ(server.lastError(), error);
         expectRead(main, "main");
         EXPECT_EQ(read("f2"), "main");
-        EXPECT_EQ(main.connections(), ++connections) << each.error;
+        EXPECT_EQ(main.connections(), ++connections) << error;
         server.disconnect();
         ++connections;
     }

@@ -3,18 +3,16 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 namespace Vantrel {
 namespace {
 
 TEST(CoIPRangeFilter, HoldsTheAddressesOfTheRange) {
-    struct {
-        const char* range;
-        const char* text;
-        std::vector<const char*> inside;
-        std::vector<const char*> outside;
-    } const cases[] = {
+    using Addresses = std::vector<const char*>;
+    const std::tuple<const char*, const char*, Addresses, Addresses> cases[] = {
         {"192.168.0.0/24",
          "192.168.0.0/24",
          {"192.168.0.0", "192.168.0.255", "::ffff:192.168.0.9"},
@@ -25,23 +23,20 @@ TEST(CoIPRangeFilter, HoldsTheAddressesOfTheRange) {
         {"128.0.0.0/1", "128.0.0.0/1", {"128.0.0.0", "255.255.255.255"}, {"127.255.255.255"}},
         {"1.2.3.4/0", "0.0.0.0/0", {"0.0.0.0", "255.255.255.255"}, {"::1"}},
     };
-    for (const auto& each : cases) {
-        SCOPED_TRACE(each.range);
+    for (const auto& [given, text, inside, outside] : cases) {
+        SCOPED_TRACE(given);
         CoIPRangeFilter range;
         std::string error;
-        ASSERT_TRUE(range.parse(each.range, error)) << error;
-        EXPECT_EQ(each.text, range.toText());
-        for (const char* ip : each.inside) EXPECT_TRUE(range.inRange(ip)) << ip;
-        for (const char* ip : each.outside) EXPECT_FALSE(range.inRange(ip)) << ip;
+        ASSERT_TRUE(range.parse(given, error)) << error;
+        EXPECT_EQ(text, range.toText());
+        for (const char* ip : inside) EXPECT_TRUE(range.inRange(ip)) << ip;
+        for (const char* ip : outside) EXPECT_FALSE(range.inRange(ip)) << ip;
         EXPECT_FALSE(range.inRange(nullptr));
     }
 }
 
 TEST(CoIPRangeFilter, TellsWhatIsWrong) {
-    struct {
-        const char* range;
-        const char* error;
-    } const cases[] = {
+    const std::pair<const char*, const char*> cases[] = {
         {"", "Invalid IP range filter "},
         {"192.168.0.256", "Invalid IP range filter 192.168.0.256"},
         {"fe80::/10", "Invalid IP range filter fe80::/10"},
@@ -51,12 +46,12 @@ TEST(CoIPRangeFilter, TellsWhatIsWrong) {
         {"10.0.0.0/99999999999999999999", "Invalid IP range filter prefix 99999999999999999999"},
         {"10.0.0.0/255.0.255.0", "Invalid IP range filter mask 255.0.255.0"},
     };
-    for (const auto& each : cases) {
+    for (const auto& [given, expected] : cases) {
         CoIPRangeFilter range;
         std::string error;
         ASSERT_TRUE(range.parse("10.1.2.3", error));
-        EXPECT_FALSE(range.parse(each.range, error)) << each.range;
-        EXPECT_EQ(each.error, error);
+        EXPECT_FALSE(range.parse(given, error)) << given;
+        EXPECT_EQ(expected, error);
         EXPECT_EQ("10.1.2.3", range.toText());
     }
 }

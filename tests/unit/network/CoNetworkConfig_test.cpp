@@ -90,6 +90,10 @@ TEST_F(CoNetworkConfigTest, ReadsEveryKey) {
     std::string uuid;
     EXPECT_TRUE(config.getUUID(uuid));
     EXPECT_EQ("00112233-4455-6677-8899-aabbccddeeff", uuid);
+
+    write("[DynamicPorts]\nUpperBound=60000\n");
+    config.reset();
+    EXPECT_THAT(settings(config), testing::HasSubstr("|49152-60000|")) << "one bound alone";
 }
 
 TEST_F(CoNetworkConfigTest, TheTemplateSaysWhatHoldsWithoutIt) {
@@ -184,11 +188,7 @@ TEST_F(CoNetworkConfigTest, FailuresAreLoggedAndKeepWhatWasRead) {
     write("[SelfDiscovery]\nPort=7556\n");
     ASSERT_EQ(7556U, port());
     const std::string blocked = directory.write("blocked", "") + "/network.cfg";
-    struct {
-        const char* what;
-        std::function<void()> prepare;
-        std::string error;
-    } const cases[] = {
+    const std::tuple<const char*, std::function<void()>, std::string> cases[] = {
         {"too large", [this] { write(std::string(CoConfigFileReader::MAX_FILE_SIZE, '#')); },
          "Could not parse network.cfg: " + coErrorText(EFBIG)},
         {"a directory",
@@ -198,13 +198,13 @@ TEST_F(CoNetworkConfigTest, FailuresAreLoggedAndKeepWhatWasRead) {
          },
          "Could not read '" + file + "': " + coErrorText(EISDIR)},
     };
-    for (const auto& each : cases) {
-        SCOPED_TRACE(each.what);
-        each.prepare();
+    for (const auto& [what, prepare, error] : cases) {
+        SCOPED_TRACE(what);
+        prepare();
         const CapturedLog log;
         EXPECT_FALSE(config.createIfMissing());
-        EXPECT_EQ(each.error, config.lastError());
-        EXPECT_THAT(log.texts(CoMsg::ERROR), ElementsAre(each.error));
+        EXPECT_EQ(error, config.lastError());
+        EXPECT_THAT(log.texts(CoMsg::ERROR), ElementsAre(error));
         EXPECT_EQ(7556U, port());
     }
     CoNetworkConfig cannotCreate(blocked);
@@ -238,43 +238,22 @@ TEST_F(CoNetworkConfigTest, AMalformedUUIDIsNone) {
     EXPECT_EQ("[Local]\nUUID=0011-22\n", directory.read("network.cfg")) << "once assigned, never edited";
 }
 
-TEST_F(CoNetworkConfigTest, DynamicPortsOnlyNarrow) {
-    struct {
-        const char* bounds;
-        unsigned lower;
-        unsigned upper;
-        const char* warning;
-    } const cases[] = {
-        {"UpperBound=60000\n", 49152, 60000, ""},
-        {"LowerBound=49151\n", 49152, 65535, "[49151:65535]"},
-        {"LowerBound=50001\nUpperBound=50000\n", 49152, 65535, "[50001:50000]"},
-        {"UpperBound=65536\n", 49152, 65535, "[49152:65536]"},
-        {"LowerBound=-1\nUpperBound=x\n", 49152, 65535, "[-1:0]"},
+TEST_F(CoNetworkConfigTest, UnusableSettingsKeepTheDefault) {
+    const auto badRange = [](const char* range) {
+        return coFormat("Invalid Dynamic port range %s; using default [49152:65535].", range);
     };
-    for (const auto& each : cases) {
-        SCOPED_TRACE(each.bounds);
-        write(std::string("[DynamicPorts]\n") + each.bounds);
-        config.reset();
-        const CapturedLog log;
-        unsigned lower = 0;
-        unsigned upper = 0;
-        config.getDynamicPortRange(lower, upper);
-        EXPECT_EQ(each.lower, lower);
-        EXPECT_EQ(each.upper, upper);
-        const std::string warning =
-            coFormat("Invalid Dynamic port range %s; using default [49152:65535].", each.warning);
-        EXPECT_EQ(*each.warning ? Strings{warning} : Strings{}, log.texts());
-    }
-}
-
-TEST_F(CoNetworkConfigTest, UnusableDiscoverySettingsKeepTheCallersDefault) {
-    const std::pair<const char*, const char*> cases[] = {
-        {"Port=0\n", "Invalid Port '0' in [SelfDiscovery]; using 7555."},
-        {"Port=7556x\n", "Invalid Port '7556x' in [SelfDiscovery]; using 7555."},
-        {"TTL=256\n", "Invalid TTL '256' in [SelfDiscovery]; using 1."},
+    const std::pair<const char*, std::string> cases[] = {
+        {"[SelfDiscovery]\nPort=0\n", "Invalid Port '0' in [SelfDiscovery]; using 7555."},
+        {"[SelfDiscovery]\nPort=65536\n", "Invalid Port '65536' in [SelfDiscovery]; using 7555."},
+        {"[SelfDiscovery]\nPort=7556x\n", "Invalid Port '7556x' in [SelfDiscovery]; using 7555."},
+        {"[SelfDiscovery]\nTTL=256\n", "Invalid TTL '256' in [SelfDiscovery]; using 1."},
+        {"[DynamicPorts]\nLowerBound=49151\n", badRange("[49151:65535]")},
+        {"[DynamicPorts]\nLowerBound=50001\nUpperBound=50000\n", badRange("[50001:50000]")},
+        {"[DynamicPorts]\nUpperBound=65536\n", badRange("[49152:65536]")},
+        {"[DynamicPorts]\nLowerBound=-1\nUpperBound=x\n", badRange("[-1:0]")},
     };
     for (const auto& [setting, warning] : cases) {
-        write(std::string("[SelfDiscovery]\n") + setting);
+        write(setting);
         config.reset();
         const CapturedLog log;
         EXPECT_EQ(DEFAULTS, settings(config));

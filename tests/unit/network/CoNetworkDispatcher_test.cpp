@@ -13,6 +13,7 @@
 #include <functional>
 #include <future>
 #include <map>
+#include <tuple>
 
 #include "BareHost.h"
 #include "CapturedLog.h"
@@ -48,12 +49,7 @@ Strings names(const std::vector<CoNetworkInterface>& interfaces) {
 }
 
 TEST(CoNetworkDispatcher, SelectsInTheOrderOfPreference) {
-    struct {
-        const char* what;
-        Role role;
-        Strings configured;
-        Strings selected;
-    } const cases[] = {
+    const std::tuple<const char*, Role, Strings, Strings> cases[] = {
         {"all active ones", Role::Metadata, {}, {"lo", "eth0", "eth1", "tun0", "eth1:1"}},
         {"named ones", Role::Data, {"eth1", "eth0"}, {"lo", "eth1", "eth1:1", "eth0"}},
         {"an alias alone", Role::Data, {"eth1:1"}, {"lo", "eth1:1"}},
@@ -67,9 +63,8 @@ TEST(CoNetworkDispatcher, SelectsInTheOrderOfPreference) {
         {"multicast: named ones, capable or not", Role::Multicast, {"tun0", "lo"}, {"tun0", "lo"}},
         {"multicast: named ones only", Role::Multicast, {"eth2"}, {}},
     };
-    for (const auto& each : cases) {
-        EXPECT_EQ(each.selected, names(CoNetworkDispatcher::select(each.role, each.configured, ALL)))
-            << each.what;
+    for (const auto& [what, role, configured, selected] : cases) {
+        EXPECT_EQ(selected, names(CoNetworkDispatcher::select(role, configured, ALL))) << what;
     }
 }
 

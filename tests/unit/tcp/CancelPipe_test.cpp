@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cerrno>
+#include <tuple>
 
 #include "CapturedLog.h"
 #include "ForkedChild.h"
@@ -10,55 +11,40 @@ namespace {
 
 using IoError = CoIoDescriptor::IoError;
 
-struct Blocked {
-    const char* name;
-    std::function<ssize_t(Pair&)> call;
-    ssize_t result;
-};
-
-const std::vector<Blocked>& blockedCalls() {
-    static const std::vector<Blocked> calls = {
+TEST(Stop, EndsABlockedCallAndTheNextOneWaitsNormally) {
+    char bytes[100];
+    const std::tuple<const char*, std::function<ssize_t(CoIoDescriptor&)>, ssize_t> calls[] = {
         {"read with time-out",
-         [](Pair& pair) {
-             char byte;
+         [&](CoIoDescriptor& from) {
              int count = 0;
              // Another thread's stop may end a wait early: go on as every caller does.
-             while ((count = pair.descriptor.nonBlockingReadWithTimeout(&byte, 1, LONG_MS)) == 0) {
+             while ((count = from.nonBlockingReadWithTimeout(bytes, 1, LONG_MS)) == 0) {
              }
-             return ssize_t{count};
+             return count;
          },
          -1},
         {"write with time-out",
-         [](Pair& pair) { return ssize_t{pair.descriptor.nonBlockingWriteWithTimeout("x", 1, LONG_MS)}; },
-         -1},
-        {"whole read",
-         [](Pair& pair) {
-             char bytes[100];
-             return pair.descriptor.blockingRead(bytes, sizeof bytes);
-         },
-         3},
-        {"whole write", [](Pair& pair) { return pair.descriptor.blockingWrite("x", 1); }, 0},
+         [](CoIoDescriptor& to) { return to.nonBlockingWriteWithTimeout("x", 1, LONG_MS); }, -1},
+        {"whole read", [&](CoIoDescriptor& from) { return from.blockingRead(bytes, sizeof bytes); }, 3},
+        {"whole write", [](CoIoDescriptor& to) { return to.blockingWrite("x", 1); }, 0},
     };
-    return calls;
-}
-
-TEST(Stop, EndsABlockedCallAndTheNextOneWaitsNormally) {
-    for (const Blocked& each : blockedCalls()) {
-        SCOPED_TRACE(each.name);
+    for (const auto& each : calls) {
+        SCOPED_TRACE(std::get<0>(each));
         Pair pair;
+        CoIoDescriptor& descriptor = pair.descriptor;
         pair.fillSendBuffer();
-        if (each.result == 3) pair.send("abc");
-        const double seconds =
-            secondsOf([&] { stopWhile(pair.descriptor, [&] { EXPECT_EQ(each.call(pair), each.result); }); });
+        if (std::get<2>(each) == 3) pair.send("abc");
+        const double seconds = secondsOf([&] {
+            stopWhile(descriptor, [&] { EXPECT_EQ(std::get<1>(each)(descriptor), std::get<2>(each)); });
+        });
         EXPECT_LT(seconds, LONG_SEC / 2);
-        EXPECT_TRUE(pair.descriptor.wasStopped());
-        EXPECT_EQ(pair.descriptor.lastErrorText(), coErrorText(ECONNABORTED));
+        EXPECT_TRUE(descriptor.wasStopped());
+        EXPECT_EQ(descriptor.lastErrorText(), coErrorText(ECONNABORTED));
         EXPECT_FALSE(cancelPipeHasStops());
 
-        char byte;
-        EXPECT_GE(secondsOf([&] { EXPECT_EQ(pair.descriptor.nonBlockingReadWithTimeout(&byte, 1, 50), 0); }),
+        EXPECT_GE(secondsOf([&] { EXPECT_EQ(descriptor.nonBlockingReadWithTimeout(bytes, 1, 50), 0); }),
                   0.049);
-        EXPECT_FALSE(pair.descriptor.wasStopped());
+        EXPECT_FALSE(descriptor.wasStopped());
     }
 }
 

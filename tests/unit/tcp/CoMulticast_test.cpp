@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <tuple>
 #include <utility>
 
 #include "BareHost.h"
@@ -128,11 +129,7 @@ void exchange(const char* scope, const char* interface, const char* hostIP) {
 }
 
 TEST(MulticastConstruction, FailsForWhatIsNoGroup) {
-    const struct {
-        unsigned port;
-        const char* scope;
-        const char* message;
-    } cases[] = {
+    const std::tuple<unsigned, const char*, const char*> cases[] = {
         {7555, "", "Empty scope"},
         {7555, "everyone", "Cannot initialize socket address. 'everyone' is no IPv4 address."},
         {7555, "224.0.0.256", "Cannot initialize socket address. '224.0.0.256' is no IPv4 address."},
@@ -140,23 +137,19 @@ TEST(MulticastConstruction, FailsForWhatIsNoGroup) {
         {65536, GROUP, "Cannot initialize socket address. 65536 is no port."},
     };
     for (const auto& c : cases) {
-        EXPECT_EQ(failureOf([&] { CoMulticast(c.port, c.scope, ""); }), c.message);
+        EXPECT_EQ(failureOf([&] { CoMulticast(std::get<0>(c), std::get<1>(c), ""); }), std::get<2>(c));
     }
 }
 
 TEST(MulticastConstruction, FailsWithoutDescriptors) {
-    const struct {
-        const char* scope;
-        const char* message;
-    } cases[] = {{GROUP, "Unable to create a datagram socket for IPv4: "},
-                 {GROUP_IPV6, "Unable to create a datagram socket for IPv6: "}};
-    for (const auto& c : cases) {
-        EXPECT_EQ(failureOf([&] {
-                      const NoDescriptors limit;
-                      CoMulticast(0, c.scope, "");
-                  }),
-                  c.message + reason(EMFILE));
-    }
+    const auto failureFor = [](const char* scope) {
+        return failureOf([scope] {
+            const NoDescriptors limit;
+            CoMulticast(0, scope, "");
+        });
+    };
+    EXPECT_EQ(failureFor(GROUP), "Unable to create a datagram socket for IPv4: " + reason(EMFILE));
+    EXPECT_EQ(failureFor(GROUP_IPV6), "Unable to create a datagram socket for IPv6: " + reason(EMFILE));
 }
 
 TEST(Multicast, ExchangesDatagramsOverIPv4) {
@@ -198,12 +191,7 @@ Strings heardFrom(const char* scope, const Strings& joined, const Strings& sende
 }
 
 TEST(Multicast, HearsTheGroupWhereItHasJoinedAndNowhereElse) {
-    const struct {
-        const char* scope;
-        Strings joined;
-        Strings senders;
-        Strings heard;
-    } cases[] = {
+    const std::tuple<const char*, Strings, Strings, Strings> cases[] = {
         {GROUP, {"link1", "link2"}, {"link3", "link1", "link2"}, {"link1", "link2"}},
         {"224.0.0.1", {"link1", "link2"}, {"link3", "link1", "link2"}, {"link1", "link2"}},
         {GROUP_IPV6, {"link1", "link2"}, {"link3", "link1", "link2"}, {"link1", "link2"}},
@@ -217,7 +205,9 @@ TEST(Multicast, HearsTheGroupWhereItHasJoinedAndNowhereElse) {
         linked = addCable("link1", 1) && addCable("link2", 2) && addCable("link3", 3) &&
                  runCommand("ip addr add 10.0.4.1/24 dev link3 label link3:1");
         if (!linked) return;
-        for (const auto& c : cases) EXPECT_EQ(heardFrom(c.scope, c.joined, c.senders), c.heard) << c.scope;
+        for (const auto& [scope, joined, senders, heard] : cases) {
+            EXPECT_EQ(heardFrom(scope, joined, senders), heard) << scope;
+        }
         CoMulticast socket(0, GROUP, "link3");
         socket.join();
         EXPECT_EQ(failureOf([&] { socket.join("link3:1"); }),
@@ -254,15 +244,13 @@ TEST(Multicast, ReceivesWithoutWaiting) {
     EXPECT_EQ(length, 0u);
     EXPECT_EQ(from.ss_family, AF_UNIX);
 
-    const struct {
-        const char* sent;
-        const char* received;
-    } cases[] = {{"", ""}, {"1234567", "1234567"}, {"12345678", "12345678"}, {"123456789", "12345678"}};
-    for (const auto& c : cases) {
-        socket.send(c.sent, std::strlen(c.sent), "127.0.0.1", socket.getLocalPort());
+    const std::pair<const char*, const char*> cases[] = {
+        {"", ""}, {"1234567", "1234567"}, {"12345678", "12345678"}, {"123456789", "12345678"}};
+    for (const auto& [sent, received] : cases) {
+        socket.send(sent, std::strlen(sent), "127.0.0.1", socket.getLocalPort());
         const Datagram datagram = receiveFrom(socket, sizeof buffer);
-        EXPECT_TRUE(datagram.came) << c.sent;
-        EXPECT_EQ(datagram.text, c.received);
+        EXPECT_TRUE(datagram.came) << sent;
+        EXPECT_EQ(datagram.text, received);
     }
 }
 
@@ -281,22 +269,18 @@ TEST(Multicast, WaitsWhenAskedTo) {
 TEST(Multicast, ReportsWhatCannotBeSent) {
     CoMulticast socket(0, GROUP, "lo");
     socket.bind(CoMulticast::PRIVATE);
-    const struct {
-        const char* address;
-        unsigned port;
-        std::size_t bytes;
-        std::string message;
-    } cases[] = {
-        {"nobody", 1, 4, "Unable to send 4 bytes to nobody:1: " + reason(EINVAL)},
-        {"", 1, 4, "Unable to send 4 bytes to :1: " + reason(EINVAL)},
-        {"::1", 1, 4, "Unable to send 4 bytes to ::1:1: " + reason(EINVAL)},
-        {"127.0.0.1", 65536, 4, "Unable to send 4 bytes to 127.0.0.1:65536: " + reason(EINVAL)},
-        {"127.0.0.1", 9, 65508, "Unable to send 65508 bytes to 127.0.0.1:9: " + reason(EMSGSIZE)},
+    const auto failureOfSending = [&socket](const char* address, unsigned port, std::size_t bytes) {
+        const std::string data(bytes, 'x');
+        return failureOf([&] { socket.send(data.data(), bytes, address, port); });
     };
-    const std::string data(65508, 'x');
-    for (const auto& c : cases) {
-        EXPECT_EQ(failureOf([&] { socket.send(data.data(), c.bytes, c.address, c.port); }), c.message);
-    }
+    const std::string invalid = reason(EINVAL);
+    EXPECT_EQ(failureOfSending("nobody", 1, 4), "Unable to send 4 bytes to nobody:1: " + invalid);
+    EXPECT_EQ(failureOfSending("", 1, 4), "Unable to send 4 bytes to :1: " + invalid);
+    EXPECT_EQ(failureOfSending("::1", 1, 4), "Unable to send 4 bytes to ::1:1: " + invalid);
+    EXPECT_EQ(failureOfSending("127.0.0.1", 65536, 4),
+              "Unable to send 4 bytes to 127.0.0.1:65536: " + invalid);
+    EXPECT_EQ(failureOfSending("127.0.0.1", 9, 65508),
+              "Unable to send 65508 bytes to 127.0.0.1:9: " + reason(EMSGSIZE));
 }
 
 TEST(Multicast, KeepsItsPortsApart) {
@@ -334,21 +318,18 @@ TEST(Multicast, JoinsOnceAndDropsOnce) {
 }
 
 TEST(Multicast, ReportsInterfacesThatAreNone) {
-    const struct {
-        const char* interface;
-        std::string message;
-    } cases[] = {
+    const std::pair<const char*, std::string> cases[] = {
         {"vantrel-none", "Invalid interface vantrel-none: " + reason(ENODEV)},
         {"l", "Invalid interface l: " + reason(ENODEV)},
         {"lo eth0", "Invalid interface specified: " + reason(EINVAL)},
         {"longer-than-names-are", "Invalid interface specified: " + reason(EINVAL)},
     };
-    for (const auto& c : cases) {
+    for (const auto& [interface, message] : cases) {
         for (const char* scope : {GROUP, GROUP_IPV6}) {
-            CoMulticast socket(0, scope, c.interface);
-            EXPECT_EQ(failureOf([&] { socket.bind(CoMulticast::PRIVATE); }), c.message);
-            EXPECT_EQ(failureOf([&] { socket.join(); }), c.message);
-            EXPECT_EQ(failureOf([&] { socket.drop(); }), c.message);
+            CoMulticast socket(0, scope, interface);
+            EXPECT_EQ(failureOf([&] { socket.bind(CoMulticast::PRIVATE); }), message);
+            EXPECT_EQ(failureOf([&] { socket.join(); }), message);
+            EXPECT_EQ(failureOf([&] { socket.drop(); }), message);
         }
     }
     CoMulticast socket(0, GROUP, "lo");
@@ -422,10 +403,7 @@ TEST(Multicast, MovedFromFailsSafely) {
     char byte = 0;
     std::size_t length = 1;
     sockaddr_storage from{};
-    const struct {
-        const char* attempted;
-        std::function<void()> action;
-    } cases[] = {
+    const std::pair<const char*, std::function<void()>> cases[] = {
         {"Unable to set SO_REUSEADDR option", [&] { socket.bind(CoMulticast::PUBLIC); }},
         {"Unable to get the time-to-live", [&] { static_cast<void>(socket.getTTL()); }},
         {"Unable to set the time-to-live to 1", [&] { socket.setTTL(1); }},
@@ -435,39 +413,34 @@ TEST(Multicast, MovedFromFailsSafely) {
         {"Unable to send 1 bytes to 239.255.71.55:7555", [&] { socket.send(&byte, 1, nullptr, 0); }},
         {"Unable to receive 1 bytes", [&] { socket.receive(&byte, length, from, true); }},
     };
-    for (const auto& c : cases) {
-        EXPECT_EQ(failureOf(c.action), std::string(c.attempted) + ": " + reason(EBADF));
+    for (const auto& [attempted, action] : cases) {
+        EXPECT_EQ(failureOf(action), std::string(attempted) + ": " + reason(EBADF));
     }
     EXPECT_EQ(socket.getLocalPort(), 0u);
 }
 
 TEST(Multicast, TellsAddressesAsText) {
-    const struct {
-        int family;
-        const char* address;
-        const char* ip;
-        unsigned port;
-    } cases[] = {
+    const std::tuple<sa_family_t, const char*, const char*, unsigned> cases[] = {
         {AF_INET, "192.0.2.7", "192.0.2.7", 7555},
         {AF_INET6, "2001:db8::7", "2001:db8::7", 7555},
         {AF_INET6, "::ffff:192.0.2.7", "192.0.2.7", 7555},
         {AF_UNIX, "", "", 0},
         {AF_UNSPEC, "", "", 0},
     };
-    for (const auto& c : cases) {
+    for (const auto& [family, text, expectedIP, expectedPort] : cases) {
         sockaddr_storage address{};
-        address.ss_family = static_cast<sa_family_t>(c.family);
+        address.ss_family = family;
         auto& v4 = reinterpret_cast<sockaddr_in&>(address);
         v4.sin_port = htons(7555);
-        if (c.family == AF_INET) ::inet_pton(AF_INET, c.address, &v4.sin_addr);
-        if (c.family == AF_INET6) {
-            ::inet_pton(AF_INET6, c.address, &reinterpret_cast<sockaddr_in6&>(address).sin6_addr);
+        if (family == AF_INET) ::inet_pton(AF_INET, text, &v4.sin_addr);
+        if (family == AF_INET6) {
+            ::inet_pton(AF_INET6, text, &reinterpret_cast<sockaddr_in6&>(address).sin6_addr);
         }
         std::string ip = "before";
         unsigned port = 1;
         CoMulticast::addrToIPAndPort(address, ip, port);
-        EXPECT_EQ(ip, c.ip) << c.address;
-        EXPECT_EQ(port, c.port) << c.address;
+        EXPECT_EQ(ip, expectedIP) << text;
+        EXPECT_EQ(port, expectedPort) << text;
     }
 }
 

@@ -1,6 +1,7 @@
 #include <netinet/tcp.h>
 
 #include <cerrno>
+#include <tuple>
 
 #include "CapturedLog.h"
 #include "TcpFixtures.h"
@@ -88,18 +89,12 @@ TEST_F(Connect, CanBeStoppedAndThenUsedAgain) {
 }
 
 TEST_F(Connect, BadArgumentsAreAssertionsThatFailSafely) {
-    const struct {
-        const char* host;
-        int port;
-        int send;
-        int receive;
-        int seconds;
-    } cases[] = {{nullptr, 1, 0, 0, 1},
-                 {"127.0.0.1", -1, 0, 0, 1},
-                 {"127.0.0.1", 1, -1, 0, 1},
-                 {"127.0.0.1", 1, 0, 0, -1}};
-    for (const auto& each : cases) {
-        EXPECT_FALSE(client.connect(each.host, each.port, each.send, each.receive, each.seconds));
+    const std::tuple<const char*, int, int, int, int> cases[] = {{nullptr, 1, 0, 0, 1},
+                                                                 {"127.0.0.1", -1, 0, 0, 1},
+                                                                 {"127.0.0.1", 1, -1, 0, 1},
+                                                                 {"127.0.0.1", 1, 0, 0, -1}};
+    for (const auto& [host, port, send, receive, seconds] : cases) {
+        EXPECT_FALSE(client.connect(host, port, send, receive, seconds));
         EXPECT_EQ(client.lastError(), IoError::Invalid);
     }
     EXPECT_EQ(log.texts(CoMsg::ERROR).size(), std::size(cases));

@@ -16,19 +16,6 @@ namespace {
 
 using IoError = CoIoDescriptor::IoError;
 
-struct FaultLimits {
-    FaultLimits(unsigned read, unsigned write) {
-        CoIoDescriptor::faults().maxReadBytes = read;
-        CoIoDescriptor::faults().maxWriteBytes = write;
-    }
-    FaultLimits(const FaultLimits&) = delete;
-    FaultLimits& operator=(const FaultLimits&) = delete;
-    ~FaultLimits() {
-        CoIoDescriptor::faults().maxReadBytes = 0;
-        CoIoDescriptor::faults().maxWriteBytes = 0;
-    }
-};
-
 TEST(IoErrors, AreTiedToTheSystemsErrors) {
     char text[256];
     errno = ECONNRESET;
@@ -150,7 +137,8 @@ TEST(Descriptor, BlockingTransfersMoveEveryByte) {
     for (const Kind kind : {Kind::Blocking, Kind::NonBlocking, Kind::Pipe}) {
         for (const unsigned piece : {0U, 1U, 3U, 4097U}) {
             SCOPED_TRACE(testing::Message() << "kind " << static_cast<int>(kind) << " piece " << piece);
-            const FaultLimits limits(piece, piece);
+            CoIoDescriptor::faults().maxReadBytes = piece;
+            CoIoDescriptor::faults().maxWriteBytes = piece;
             Pair pair;
             if (kind == Kind::Pipe) {
                 int ends[2];
@@ -201,6 +189,23 @@ TEST(Descriptor, AStallLimitStartsAnewWithEveryByte) {
     });
     char buffer[8];
     EXPECT_EQ(pair.descriptor.blockingRead(buffer, 8, 600), 8);
+    sender.join();
+}
+
+TEST(Descriptor, ASignalEndsNoTransfer) {
+    struct sigaction ignoring {};
+    ignoring.sa_handler = [](int) {};  // without SA_RESTART: waits are interrupted
+    ASSERT_EQ(::sigaction(SIGUSR1, &ignoring, nullptr), 0);
+    Pair pair;
+    std::thread sender([&pair, reader = ::pthread_self()] {
+        for (int i = 0; i < 2000; ++i) {
+            ::pthread_kill(reader, SIGUSR1);
+            std::this_thread::yield();
+        }
+        pair.send("x");
+    });
+    char byte;
+    EXPECT_EQ(pair.descriptor.blockingRead(&byte, 1, LONG_MS), 1);
     sender.join();
 }
 

@@ -164,25 +164,17 @@ TEST(NameLookup, SkipsTheIPv4Prefix) {
 }
 
 TEST(NameLookup, TheEnvironmentSelectsTheFamily) {
-    const struct {
-        const char* name;
-        int family;
-        int choiceFamily;
-    } cases[] = {{nullptr, AF_UNSPEC, AF_UNSPEC},
-                 {"QD_TCP_IPV6", AF_INET6, AF_INET6},
-                 {"QD_TCP_DISABLE_IPV6", AF_UNSPEC, AF_INET}};
+    const auto families = [](const char* variable) {
+        if (variable) ::setenv(variable, "", 1);
+        ::_exit(CoNameLookup::family() * 16 + CoNameLookup::choiceFamily());
+    };
+    const auto exitedWith = [](int family, int choiceFamily) {
+        return testing::ExitedWithCode(family * 16 + choiceFamily);
+    };
     GTEST_FLAG_SET(death_test_style, "threadsafe");  // variables are read once: each row in a fresh process
-    for (const auto& each : cases) {
-        EXPECT_EXIT(
-            {
-                if (each.name) ::setenv(each.name, "", 1);
-                ::_exit(CoNameLookup::family() == each.family &&
-                                CoNameLookup::choiceFamily() == each.choiceFamily
-                            ? 0
-                            : 1);
-            },
-            testing::ExitedWithCode(0), "");
-    }
+    EXPECT_EXIT(families(nullptr), exitedWith(AF_UNSPEC, AF_UNSPEC), "");
+    EXPECT_EXIT(families("QD_TCP_IPV6"), exitedWith(AF_INET6, AF_INET6), "");
+    EXPECT_EXIT(families("QD_TCP_DISABLE_IPV6"), exitedWith(AF_UNSPEC, AF_INET), "");
 }
 
 }  // namespace
