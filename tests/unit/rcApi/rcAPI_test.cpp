@@ -169,15 +169,18 @@ TEST_F(rcAPITest, AMethodNameThatWouldBreakTheLineIsNotSent) {
 
 TEST_F(rcAPITest, AChangeOfIdentityEndsTheConnection) {
     if (::geteuid() != 0) GTEST_SKIP() << "only root can change its identity";
-    constexpr uid_t OTHER = 65534;
-    connect();
-    ASSERT_EQ(::seteuid(OTHER), 0);
-    const rcOutcome outcome = call("Ping");
-    ASSERT_EQ(::seteuid(0), 0);
-    EXPECT_EQ(outcome, rcOutcome::Lost);
-    EXPECT_EQ(result, "Credentials 65534:" + std::to_string(::getegid()) +
-                          " do not match connection's 0:" + std::to_string(::getegid()));
-    EXPECT_FALSE(api.isConnected(false));
+    const std::string group = std::to_string(::getegid());
+    const std::tuple<int (*)(unsigned), unsigned, std::string> cases[] = {
+        {&::seteuid, ::geteuid(), "65534:" + group}, {&::setegid, ::getegid(), "0:65534"}};
+    for (const auto& [change, own, changed] : cases) {
+        connect();
+        ASSERT_EQ(change(65534), 0);
+        const rcOutcome outcome = call("Ping");
+        ASSERT_EQ(change(own), 0);
+        EXPECT_EQ(outcome, rcOutcome::Lost);
+        EXPECT_EQ(result, "Credentials " + changed + " do not match connection's 0:" + group);
+        EXPECT_FALSE(api.isConnected(false));
+    }
     EXPECT_THAT(peer.commands(), ElementsAre());
 }
 
