@@ -88,6 +88,10 @@ TEST(VantrelKnownServers, FollowsAServerToItsNewAddressesAndName) {
     EXPECT_STREQ(servers.find(VantrelServerId("d", "3", 7549))->info->getDisplayName(), "d");
     EXPECT_EQ(servers.find(VantrelServerId("d", "1", 7549)), nullptr);
     EXPECT_EQ(servers.add(makeInfo({"", "", "d", "1", "", "a"})), Change::Added) << "the address is free";
+    EXPECT_EQ(servers.add(makeInfo({"", "", "d", "4", "", "c", 7600})), Change::Changed);
+    EXPECT_EQ(servers.find(VantrelServerId("d", "4", 7549)), nullptr);
+    EXPECT_EQ(servers.remove(VantrelServerId("d", "4", 7600)).size(), 1u);
+    EXPECT_EQ(servers.add(makeInfo({"", "", "d", "4", "", "c"})), Change::Added) << "so is this one";
     EXPECT_EQ(names(servers.list()), (Strings{"a", "c", "d"}));
 }
 

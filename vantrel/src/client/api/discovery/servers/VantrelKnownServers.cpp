@@ -21,6 +21,15 @@ bool anyAddress(const VantrelDaemonInfo& info, Visit visit) {
     return false;
 }
 
+/// Whether both records are found by the same texts.
+bool hasSameKeys(const VantrelDaemonInfo& left, const VantrelDaemonInfo& right) {
+    const auto areEqual = [](std::string_view one, std::string_view other) { return one == other; };
+    return areEqual(left.getStorageId(), right.getStorageId()) &&
+           areEqual(left.getHostUUID(), right.getHostUUID()) &&
+           areEqual(left.getDatabase(), right.getDatabase()) && left.metadataIPs() == right.metadataIPs() &&
+           left.dataIPs() == right.dataIPs();
+}
+
 }  // namespace
 
 // --- Keys ---
@@ -37,7 +46,8 @@ bool VantrelKnownServers::anyIdentity(const VantrelDaemonInfo& info, Visit visit
 }
 
 void VantrelKnownServers::index(Position position) {
-    const VantrelDaemonInfo& info = *position->server.info;
+    position->indexed = position->server.info;
+    const VantrelDaemonInfo& info = *position->indexed;
     anyIdentity(info, [&](const Identity& identity) {
         identities_.emplace(identity, position);
         return false;
@@ -49,7 +59,7 @@ void VantrelKnownServers::index(Position position) {
 }
 
 void VantrelKnownServers::unindex(Position position) {
-    const VantrelDaemonInfo& info = *position->server.info;
+    const VantrelDaemonInfo& info = *position->indexed;
     anyIdentity(info, [&](const Identity& identity) {
         const auto found = identities_.find(identity);
         if (found != identities_.end() && found->second == position) identities_.erase(found);
@@ -113,13 +123,17 @@ bool VantrelKnownServers::hasRoom() {
 
 void VantrelKnownServers::insert(const VantrelDaemonInfo& info, Microseconds lastUpdate) {
     index(records_.insert(
-        Record{{std::make_shared<const VantrelDaemonInfo>(info), lastUpdate}, ++lastNumber_}));
+        Record{{std::make_shared<const VantrelDaemonInfo>(info), lastUpdate}, {}, ++lastNumber_}));
 }
 
 void VantrelKnownServers::replace(Position position, const VantrelDaemonInfo& info, Microseconds lastUpdate) {
     const VantrelDaemonInfo& before = *position->server.info;
     const bool moves = before < info || info < before;
     VantrelKnownServer changed{std::make_shared<const VantrelDaemonInfo>(info), lastUpdate};
+    if (!moves && hasSameKeys(*position->indexed, info)) {
+        position->server = std::move(changed);
+        return;
+    }
     unindex(position);
     if (moves) {
         Records::node_type node = records_.extract(position);

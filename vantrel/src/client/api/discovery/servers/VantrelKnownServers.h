@@ -70,7 +70,8 @@ class VantrelKnownServers {
   private:
     struct Record {
         mutable VantrelKnownServer server;  ///< changed in place; a new name or database is a new place
-        std::uint64_t number;               ///< of those that ever came
+        mutable std::shared_ptr<const VantrelDaemonInfo> indexed;  ///< whose texts the keys are views of
+        std::uint64_t number;                                      ///< of those that ever came
     };
     struct RecordOrder {
         bool operator()(const Record& left, const Record& right) const {
@@ -81,7 +82,7 @@ class VantrelKnownServers {
     using Position = Records::const_iterator;
 
     /// Kind, text and database (empty for a storage) of what a record identifies its server by. The texts are
-    /// views of the record's own, as in AddressKey.
+    /// views of those of Record::indexed, as in AddressKey.
     enum class Kind : unsigned char { Storage, Host, Address };
     using Identity = std::tuple<Kind, std::string_view, std::string_view>;
     /// An address and the number of a record that has it: many may have the same.
