@@ -19,7 +19,7 @@ constexpr int FEWEST_NAMES = 16;
 constexpr int MOST_NAMES = 16384;
 constexpr unsigned CHILDREN = 100000;
 
-// CPU time of this thread: what other processes do meanwhile is not measured.
+// CPU time of this thread: what other processes do at the same time is not measured.
 class CpuWatch {
   public:
     double seconds() const { return now() - start_; }

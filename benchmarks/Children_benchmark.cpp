@@ -19,7 +19,7 @@ constexpr std::size_t CHILDREN = 100000;
 
 using NodeInfoList = VantrelNodeInterface::NodeInfoList;
 
-/// CPU time of this thread: what other processes do meanwhile is not measured.
+/// CPU time of this thread: what other processes do at the same time is not measured.
 class CpuWatch {
   public:
     double seconds() const { return now() - start_; }

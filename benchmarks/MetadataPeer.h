@@ -9,7 +9,7 @@
 
 namespace VantrelBenchmark {
 
-/// A metadata server that accepts every login, tells where its frame port is, and gives one and the same
+/// A metadata server that accepts every login, reports its frame port, and gives one and the same
 /// answer to everything else.
 class MetadataPeer {
   public:

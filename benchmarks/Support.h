@@ -45,12 +45,12 @@ class Watch {
     double start_;
 };
 
-/// CPU time of this thread: what other threads and processes do meanwhile is not measured.
+/// CPU time of this thread: what other threads and processes do at the same time is not measured.
 struct CpuWatch : Watch {
     CpuWatch() : Watch(CLOCK_THREAD_CPUTIME_ID) {}
 };
 
-/// While it lives, this thread, and the threads that it starts meanwhile, run on one CPU.
+/// While it lives, this thread, and the threads that it starts, run on one CPU.
 class OneCpu {
   public:
     OneCpu() {

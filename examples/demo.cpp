@@ -134,7 +134,7 @@ class Demo {
         }
     }
 
-    // A handle of its own connects anew, so that nothing is answered from memory.
+    // A second handle connects again, so that nothing is answered from memory.
     void compareFrames() {
         const VantrelServerHandle server(server_.getId());
         VantrelNodeHandle clip;

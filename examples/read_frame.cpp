@@ -27,7 +27,7 @@ int main(int argc, char** argv) {
     VantrelClipFormat format;
     if (!clip.getClipFormat(format)) return fail("no clip format", server);
 
-    // The format tells the bytes of one frame; nothing has to be computed from width and height.
+    // The format gives the size of one frame; nothing has to be computed from width and height.
     const unsigned long size = format.frameBufferSize();
     if (size > MAX_FRAME_BYTES) return fail("the frame is too large", server);
     const std::unique_ptr<char[]> frame(new (std::nothrow) char[size]);

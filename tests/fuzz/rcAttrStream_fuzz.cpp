@@ -1,5 +1,5 @@
 // Any text may be read as an attribute stream, changed, and read as a list: reading stays within the text and
-// ends, and what was read survives being written anew.
+// ends, and what was read survives being written again.
 
 #include <cstddef>
 #include <cstdint>

@@ -1,4 +1,4 @@
-// Any text may arrive as a login record: it is parsed, described, handed on and written anew.
+// Any text may arrive as a login record: it is parsed, described, handed on and written again.
 
 #include <cstddef>
 #include <cstdint>

@@ -10,9 +10,9 @@
 
 namespace Vantrel {
 
-/// A frame port that plays a script: for each request it notes the bytes that came and answers what it was
-/// told, whole or in pieces, and then goes on, closes, or falls silent. One connection at a time, on a port
-/// of 127.0.0.1 that the system chose. It knows nothing of the protocol. Thread-safe.
+/// A frame port that plays a script: for each request it notes the bytes that came and answers what
+/// the test asked for, whole or in pieces, and then goes on, closes, or falls silent. One connection at a
+/// time, on a port of 127.0.0.1 that the system chose. It knows nothing of the protocol. Thread-safe.
 class FramePeer {
   public:
     /// What follows a reply. `Stall`: neither reads nor sends any more, but stays connected.

@@ -33,7 +33,7 @@ class NetworkHost {
     NetworkHost(const NetworkHost&) = delete;
     NetworkHost& operator=(const NetworkHost&) = delete;
 
-    /// While it lives, this thread and whatever it starts are on the host.
+    /// While it lives, this thread and the threads and processes that it starts are on the host.
     class Stay {
       public:
         explicit Stay(const NetworkHost& host) : home_(::open(OWN_NAMESPACE, O_RDONLY | O_CLOEXEC)) {

@@ -13,7 +13,7 @@
 
 namespace Vantrel {
 
-/// A metadata server that replies exactly what a test tells it, broken or slow as needed. It listens on a
+/// A metadata server that replies exactly what a test scripted, broken or slow as needed. It listens on a
 /// port of 127.0.0.1 that the system chose and serves every connection from one thread of its own. It speaks
 /// plain sockets and line rules written here a second time, so that a test proves the wire and not that two
 /// ends share a mistake. Thread-safe; settings hold from the next connection or reply on.

@@ -14,8 +14,8 @@ enum VantrelLogLevel : int {
     VANTREL_LOG_DEBUG = 4
 };
 
-/// Receives log messages, on whatever thread posts them; it must be thread-safe. `message` is valid during
-/// the call. It may call any function of the library.
+/// Receives log messages, on any thread of the library or the application; it must be thread-safe. `message`
+/// is valid during the call. It may call any function of the library.
 typedef void (*VantrelLogCallBack)(VantrelLogLevel level, const char* message);
 
 /// Called for a lost connection, on the thread whose call found it lost. `server` is valid during the call.

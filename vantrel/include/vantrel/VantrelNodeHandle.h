@@ -9,11 +9,12 @@ class VantrelNodeImp;
 /// One node of a server's tree: navigation, creation, metadata, clip format and frames.
 ///
 /// The handle keeps what the server said about the node's children, frames, metadata streams, type, name and
-/// format, and answers from it. What this handle changes itself, it asks for anew; changes made elsewhere
-/// show in a new handle or a copy. Pointing the handle at another node (`setNodeId`) forgets all of it.
+/// format, and answers from it. After a change made through this handle it asks the server again; changes
+/// made elsewhere show in a new handle or a copy. Pointing the handle at another node (`setNodeId`) forgets
+/// all of it.
 ///
 /// Every call that returns `bool` returns true on success; on failure it returns false and `lastError`, which
-/// is the server handle's, tells why: the failures that VantrelServerHandle names for every call, the
+/// is the server handle's, says why: the failures that VantrelServerHandle names for every call, the
 /// server's own text (such as for a node that does not exist), what is malformed in its reply, or what a call
 /// below states. "Invalid node id: '%s'." means an id with a comma, which the commands of servers older than
 /// 2013.1.0.6115 cannot carry where they create something or ask for paths. An index is a number from 0 to
@@ -29,7 +30,7 @@ class VANTREL_API VantrelNodeHandle {
   public:
     /// Refers to no node and no server: an output for other calls.
     VantrelNodeHandle();
-    /// Refers to a node by id. Contacts nobody.
+    /// Refers to a node by id. Sends nothing.
     VantrelNodeHandle(const VantrelServerHandle& server, const VantrelNodeId& id);
     VantrelNodeHandle(const VantrelServerHandle& server, const char* id);
     /// Copies refer to the same node and server and start without cached answers.
@@ -75,7 +76,7 @@ class VANTREL_API VantrelNodeHandle {
     bool getParentNode(VantrelNodeHandle& parent);
 
     /// Whether a node of the extended type, such as "REEL", may be created under this one. For servers older
-    /// than 2015.0.0.0 the library tells by this node's type; a type that it does not know fails with
+    /// than 2015.0.0.0 the library decides by this node's type; a type that it does not know fails with
     /// "Unhandled parent node type '%s'".
     bool canCreateNode(const char* extendedType, bool& can);
     /// Creates a container under this node. `stream` and `metaData` give it its first metadata, null for
@@ -86,15 +87,14 @@ class VANTREL_API VantrelNodeHandle {
                     const char* metaData, VantrelNodeHandle& node);
     /// The same with the server's number of the extended type.
     bool createNode(const char* displayName, int extendedType, VantrelNodeHandle& node);
-    /// Creates a clip, without frames, under this node. The format tells what its frames are; `clip` knows it
+    /// Creates a clip, without frames, under this node. The format says what its frames are; `clip` knows it
     /// already.
     bool createClipNode(const char* displayName, const VantrelClipFormat& format, const char* extendedType,
                         VantrelNodeHandle& clip);
     bool createClipNode(const char* displayName, const VantrelClipFormat& format, int extendedType,
                         VantrelNodeHandle& clip);
     /// Copies `source`, a node of the same server, with all that is under it, to a new child of this node.
-    /// "Functionality not supported
-    /// on remote Vantrel server." on servers older than 2017.0.0.144.
+    /// "Functionality not supported on remote Vantrel server." on servers older than 2017.0.0.144.
     bool duplicateNode(const VantrelNodeHandle& source, const char* displayName, VantrelNodeHandle& copy);
     /// Gives the node another name. It may get a new id by that, which the handle then holds.
     bool renameNode(const char* displayName);

@@ -21,11 +21,11 @@ class VANTREL_API VantrelOS {
     /// interfaces. Nothing is looked up on the network.
     static bool isLocalIP(const char* address);
 
-    /// Name of this host; empty when the system does not tell it.
+    /// Name of this host; empty when the system does not know it.
     static VantrelStr getHostName();
     /// Linux.
     static OsType getOSType();
-    /// The system's release; empty when the system does not tell it.
+    /// The system's release; empty when the system does not know it.
     static VantrelStr getOSVersion();
 
     /// Effective user and group id of the process.

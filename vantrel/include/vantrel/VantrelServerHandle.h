@@ -10,7 +10,7 @@ class VantrelServerImp;
 /// connects. Handles to the same server share its metadata connection; frames travel on a connection of the
 /// handle's own.
 ///
-/// Every call that returns `bool` returns true on success; on failure it returns false and `lastError` tells
+/// Every call that returns `bool` returns true on success; on failure it returns false and `lastError` says
 /// why. Every call fails with "API not initialized" before VantrelClientInit, with the system's time-out text
 /// when the server does not answer in time (VANTREL_DEFAULT_CALL_TIMEOUT_MS, default 60000 ms), with the
 /// transport's text when the connection breaks, and with the server's own text when it refuses. A lost
@@ -92,7 +92,8 @@ class VANTREL_API VantrelServerHandle {
     /// Reads the first `size` bytes of a frame into `buffer`. `readAheadId1` and `readAheadId2`, where not
     /// null, name frames that the server may prepare, or for which it may name another server: they are then
     /// read from that one, as long as it can be connected. The bytes are those that were written; their
-    /// layout is told by the clip format (VantrelFormats.h). On failure the content of `buffer` is undefined.
+    /// layout is given by the clip format (VantrelFormats.h). On failure the content of `buffer` is
+    /// undefined.
     bool readFrame(const char* frameId, void* buffer, unsigned long size, const char* readAheadId1 = nullptr,
                    const char* readAheadId2 = nullptr) const;
     /// The same with `requestSize` bytes of parameters for the server.
@@ -120,8 +121,8 @@ class VANTREL_API VantrelServerHandle {
 
     /// Calls `handler` for every event of a node from now on, until it is unregistered. Several handlers of a
     /// node are called in the order of their registration; one that is registered already keeps its place.
-    /// `format` and `meta`, where not null, tell the server in which format and with which metadata tag the
-    /// node's events are wanted; those given last hold for all of its handlers. Where the connection to the
+    /// `format` and `meta`, where not null, ask the server for the node's events in this format and with this
+    /// metadata tag; those given last hold for all of its handlers. Where the connection to the
     /// server is lost it is tried again, after a second at first and every 30 s in the end, and once it is
     /// up events arrive as before, but for those of the time between. An event may come twice. Fails with
     /// "Invalid handler pointer" for a null handler, with "Vantrel client not correctly configured to receive
@@ -139,8 +140,8 @@ class VANTREL_API VantrelServerHandle {
     /// Removes a handler of a node. When it returns, the handler is not running and will not run again for
     /// this node; a call in progress on another thread is waited for. So it must not be called under a lock
     /// that the handler wants. From within a handler it returns at once. False when the handler was not
-    /// registered, or when the server could not be told: the handler is removed all the same. Blocks for that
-    /// as `registerEventHandler` does, when it was the node's last handler.
+    /// registered, or when the server could not be reached or refused: the handler is removed all the same.
+    /// Blocks for that as `registerEventHandler` does, when it was the node's last handler.
     bool unregisterEventHandler(const VantrelNodeId& nodeId, VantrelNodeEvent::Handler* handler) const;
 
     // --- Path translation ---
@@ -158,7 +159,7 @@ class VANTREL_API VantrelServerHandle {
                         const char* dstHost = nullptr, VantrelOS::OsType srcType = VantrelOS::Unknown,
                         VantrelOS::OsType dstType = VantrelOS::Unknown) const;
 
-    /// Each getNum asks the server for a whole table and tells how many entries it has; the call below it
+    /// Each getNum asks the server for a whole table and returns how many entries it has; the call below it
     /// gives one of them without asking again, except when the table was never asked for. An index outside 0
     /// to count - 1 fails with "Index %d is out of the bounds 0,%d." (index, count).
     bool getNumTranslationGroups(int& count) const;

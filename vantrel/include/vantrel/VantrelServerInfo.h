@@ -17,7 +17,7 @@ class VANTREL_API VantrelServerInfo {
     VantrelServerInfo& operator=(const VantrelDaemonInfo& info);
     virtual ~VantrelServerInfo();
 
-    // Texts: never null, empty when the server does not tell; valid until this object changes or goes away.
+    // Texts: never null, empty when the server does not say; valid until this object changes or goes away.
     const char* getHostname() const;
     const char* getHostUUID() const;
     const char* getDisplayName() const;

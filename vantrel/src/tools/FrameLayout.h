@@ -30,7 +30,7 @@ struct FrameLayout {
 /// Name for messages: "8-bit", "16-bit", "half", "float".
 const char* sampleTypeName(SampleType type);
 
-/// The layout that a clip's format tells. Throws ToolError, naming the tag and the reason, when its frames
+/// The layout that a clip's format gives. Throws ToolError, naming the tag and the reason, when its frames
 /// are no uncompressed mono, rgb or rgba pixels of that size.
 FrameLayout frameLayoutOf(const VantrelClipFormat& format);
 

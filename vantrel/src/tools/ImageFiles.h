@@ -15,7 +15,7 @@
 
 struct ImageDescription {
     FrameLayout layout;
-    std::string colourSpace;  ///< as the file tells; often empty
+    std::string colourSpace;  ///< as the file says; often empty
 };
 
 /// What the frame of this file looks like, without reading its pixels. An image whose pixels cover only a

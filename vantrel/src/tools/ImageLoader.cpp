@@ -10,7 +10,7 @@ namespace {
 
 constexpr const char* MODULE = "vantrel-images.so";
 
-// Beside the program, as it is built, or where it is installed. Told from the program's place and not by a
+// Beside the program, as it is built, or where it is installed. Found from the program's place and not by a
 // search path, so that the whole installation can be moved.
 std::string modulePath() {
     std::error_code error;

@@ -15,7 +15,7 @@ class Interrupted : public std::runtime_error {
 };
 
 /// Keeps SIGINT, SIGTERM and SIGHUP from ending the process for as long as it lives, in this thread and in
-/// the threads that start meanwhile: make it before any other thread. A signal that the parent process
+/// the threads that start while it lives: make it before any other thread. A signal that the parent process
 /// ignores (nohup) stays ignored.
 class SignalBlock {
   public:

@@ -20,7 +20,7 @@ struct ProgressStyle {
 /// Standard error; shows only when that is a terminal.
 ProgressStyle standardProgress();
 
-/// A line on the terminal that tells how far a transfer has come, once it takes longer than a second. It is
+/// A line on the terminal that shows how far a transfer has come, once it takes longer than a second. It is
 /// wiped when the transfer ends. Thread safety: `advance` from any thread.
 class Progress {
   public:
