@@ -1,11 +1,11 @@
 #include <netdb.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "CoException.h"
 #include "CoNameLookup.h"
 #include "CoThreadMgr.h"
 #include "DiscoveryFixture.h"
+#include "ForkedChild.h"
 #include "Sanitizers.h"
 
 namespace {
@@ -317,20 +317,16 @@ TEST_F(MulticastClient, AForkedChildStartsAfresh) {
     if (Vantrel::HAS_THREAD_SANITIZER) GTEST_SKIP() << "the sanitizer's runtime does not survive the fork";
     const auto parents = Client::getInstance();
     parents->add(server("s", "10.0.0.1"));
-    const pid_t child = ::fork();
-    if (child == 0) {
-        ::alarm(20);
-        bool good = Client::_getInstance(false) == nullptr;
-        Vantrel::CoThreadMgr::getInstance().stopAll();
-        const auto own = Client::getInstance();
-        VantrelDaemonInfo info;
-        good = good && own->haveAtLeastOneMulticastInterface() && !own->known(storage("s"), info);
-        Client::stop();
-        ::_exit(good ? 0 : 1);
-    }
-    int status = -1;
-    ::waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
+    EXPECT_EQ(inForkedChild([] {
+                  bool good = Client::_getInstance(false) == nullptr;
+                  Vantrel::CoThreadMgr::getInstance().stopAll();
+                  const auto own = Client::getInstance();
+                  VantrelDaemonInfo info;
+                  good = good && own->haveAtLeastOneMulticastInterface() && !own->known(storage("s"), info);
+                  Client::stop();
+                  return good ? 0 : 1;
+              }),
+              0);
     FakeServers network(group());
     network.announce(Protocol::REMOVE_SERVER, server("s", ""));
     EXPECT_EQ(observer.happened.wait(2).back(), "2 s") << "the parent's thread has ended";
