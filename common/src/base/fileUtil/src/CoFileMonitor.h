@@ -10,8 +10,8 @@
 
 namespace Vantrel {
 
-/// Tells whether files have changed, through inotify descriptors that are read, without blocking, when
-/// someone asks: there is no thread. Thread-safe.
+/// Finds out whether files have changed, through inotify descriptors that are read, without blocking, when
+/// the question is asked: there is no thread. Thread-safe.
 class CoFileMonitor {
   public:
     class Watch;
@@ -23,7 +23,7 @@ class CoFileMonitor {
     static bool isRunning();
 };
 
-/// What tells a file's contents from others without reading them.
+/// What distinguishes a file's contents from others without reading them.
 struct CoFileSignature {
     bool exists = false;
     dev_t device = 0;

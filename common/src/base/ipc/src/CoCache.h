@@ -14,8 +14,8 @@
 
 namespace Vantrel {
 
-/// When an entry of a CoCache grows too old. `Idle`: its time runs from its last use, and only while nobody
-/// references it. `Lifetime`: its time runs from its creation, whoever uses it.
+/// When an entry of a CoCache grows too old. `Idle`: its time runs from its last use, and only while it is
+/// not referenced. `Lifetime`: its time runs from its creation, used or not.
 enum class CoCacheExpiry { Idle, Lifetime };
 
 /// A time-limited cache of entries that several users share. A Ref pins its entry: it is not dropped, even
@@ -89,7 +89,7 @@ class CoCache {
     /// The entry of `key`, or an empty reference; creates nothing. Finding an entry counts as a use.
     Ref find(const Key& key);
 
-    /// Forgets the entry of `key`; whoever holds it keeps it. True when there was one.
+    /// Forgets the entry of `key`; references to it stay valid. True when there was one.
     bool remove(const Key& key) {
         return removeIf([&key](const Key& candidate) { return Equal()(candidate, key); }) > 0;
     }
@@ -102,7 +102,7 @@ class CoCache {
     template <typename Visit>
     void forEach(Visit visit);
 
-    /// Drops the entries that nobody references.
+    /// Drops the entries without references.
     void dropUnused();
     /// Forgets all entries; references still held go on working with theirs.
     void reset() {
@@ -145,7 +145,7 @@ class CoCache {
         Slots slots CO_GUARDED_BY(mutex);  ///< least recently used first
 
         /// In a forked child the lock may be held by a thread that only the parent has: what a reference
-        /// names then stays, and nobody counts.
+        /// names then stays, and its pins are not counted.
         bool isOurs() const { return generation == CoProcess::forkGeneration(); }
 
         void pin(Slot& slot) {
@@ -202,7 +202,7 @@ typename CoCache<Key, Entry, Equal>::Ref CoCache<Key, Entry, Equal>::find(const 
     std::shared_ptr<Slot> slot = table_->use(key);
     if (!slot) return Ref();
     if (slot->made.load(std::memory_order_acquire)) return Ref(table_, std::move(slot));
-    --slot->pins;  // somebody is still making it, and holds it
+    --slot->pins;  // another thread is still making it, and pins it
     return Ref();
 }
 

@@ -39,7 +39,7 @@ int parseLevel(const char* text) {
 }
 
 int environmentLevel() {
-    // Without a static variable's guard, for which a forked child could wait in vain.
+    // No static variable with a guard: a forked child could wait for it for ever.
     static std::atomic<int> known{UNREAD_LEVEL};
     int level = known.load(std::memory_order_relaxed);
     if (level == UNREAD_LEVEL) {

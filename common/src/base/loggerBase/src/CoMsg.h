@@ -6,7 +6,7 @@
 namespace Vantrel {
 
 /// Log messages. Every message of the library goes through one router. A message is emitted when its level is
-/// at or below the filter level, which is USER until someone sets it. The environment wins over the program:
+/// at or below the filter level, which is USER until it is set. The environment wins over the program:
 /// once QD_MSG_LEVEL (a number or a level's name) is set, `setFilterLevel` changes nothing. QD_MSG_VERBOSE,
 /// when set, selects the verbose form of the default route, which writes to standard error.
 /// Thread-safe. No lock is held while a router runs.
@@ -54,7 +54,8 @@ class CoMsg {
     /// The line that a message makes: in the verbose form level, process, source and time precede the text.
     static std::string formatLine(const Message& message, bool verbose);
 
-    /// Formats and routes a message; use the macros below, which do not evaluate arguments in vain.
+    /// Formats and routes a message; use the macros below, which evaluate the arguments only when the message
+    /// is emitted.
     static void post(int level, const char* file, int line, const char* format, ...)
         __attribute__((format(printf, 4, 5)));
 };
@@ -65,8 +66,7 @@ std::string coSourceName(const char* file);
 /// printf-like formatting into a text of the size that it takes.
 std::string coFormat(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-/// `text` on one line, for messages that quote what a stranger sent: control characters and backslashes
-/// become
+/// `text` on one line, for messages that quote untrusted text: control characters and backslashes become
 /// "\xNN" and "\\".
 std::string coPrintable(std::string_view text);
 

@@ -5,7 +5,7 @@
 namespace Vantrel {
 
 /// The system's reports that interfaces or addresses came, changed or went: a netlink socket. What a report
-/// says is not read, since the interfaces are listed afresh anyway. The socket is close-on-exec. Not
+/// says is not read, since the interfaces are listed again anyway. The socket is close-on-exec. Not
 /// thread-safe.
 class CoInterfaceReports {
   public:
@@ -13,8 +13,8 @@ class CoInterfaceReports {
     int open();
     void close();
 
-    /// Whether anything was reported since the last call. Also true after the descriptor was closed: nobody
-    /// listened meanwhile. Never waits.
+    /// Whether anything was reported since the last call. Also true after the descriptor was closed: reports
+    /// were missed. Never waits.
     bool take();
 
   private:

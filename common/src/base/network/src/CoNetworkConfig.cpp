@@ -173,13 +173,14 @@ bool CoNetworkConfig::readFile(Creation creation, CoConfigFileReader& reader, bo
 }
 
 /// Gives the host a UUID when the file has none. `reader` keeps one only if the file does: it identifies the
-/// host just as long as everybody finds the same.
+/// host only as long as every program finds the same.
 bool CoNetworkConfig::ensureUUID(Creation creation, bool isNew, const CoFileSignature& read,
                                  CoConfigFileReader& reader) {
     std::string uuid;
     reader.get(LOCAL, UUID_KEY, uuid, {});
     if (!uuid.empty()) return true;
-    // Somebody may be about to write it: unless we were asked to, leave an empty or a changing file alone.
+    // Another program may be about to write it: unless we were asked to, leave an empty or changing file
+    // alone.
     const bool isBeingWritten = read.size == 0 || CoFileSignature::of(fileName_) != read;
     if (creation == Creation::Refused && isBeingWritten) return true;
 

@@ -38,7 +38,7 @@ class CoNetworkConfig {
     const std::string& getConfigFileName() const { return fileName_; }
 
     /// Reads the file when that was not yet done, when it has changed, or always with `force`. `changed`
-    /// tells whether what was read is in force now. False, with the last error set, when the file could not
+    /// says whether what was read is in force now. False, with the last error set, when the file could not
     /// be read, or has no host UUID and could not be given one.
     bool parse(bool& changed, bool force);
     /// Sees to it that the file exists, from the template when it is missing, and names a host UUID. False

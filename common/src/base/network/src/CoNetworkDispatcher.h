@@ -24,18 +24,18 @@ struct CoNetworkInterface {
     bool operator!=(const CoNetworkInterface& other) const { return !(*this == other); }
 };
 
-/// The local network interfaces, chosen by what they are used for. Thread-safe. A forked child starts afresh,
-/// with no observers and a watch of its own.
+/// The local network interfaces, chosen by what they are used for. Thread-safe. A forked child starts with
+/// no observers and a watch of its own.
 class CoNetworkDispatcher {
   public:
     enum class Role { Metadata, Data, Multicast };
 
-    /// Whoever wants to know that the interfaces chosen for a role are others than before.
+    /// Is notified when the interfaces chosen for a role are others than before.
     class Observer {
       public:
         virtual ~Observer() = default;
         /// Called by checkForChanges, on its caller's thread, without a lock of this class; it may add and
-        /// remove observers, itself too. What it throws is logged, and the others are told.
+        /// remove observers, itself too. What it throws is logged, and the others are called.
         virtual void interfacesChanged(Role role) = 0;
     };
 
@@ -58,9 +58,9 @@ class CoNetworkDispatcher {
     /// makes it unreadable again. Opened by the first call, or the first observer, and closed by the last
     /// `uninit`; the next call then gives another one. Negative when the system refuses it (logged once).
     static int changeDescriptor();
-    /// Takes in what the system has reported since the last call, and tells the observers of every role for
-    /// which `getInterfaces` gives another answer now, be it for a change of network.cfg. Never waits; cheap
-    /// when nothing was reported. On several threads at once, each change is told by one of them.
+    /// Takes in what the system has reported since the last call, and notifies the observers of every role
+    /// for which `getInterfaces` gives another answer now, be it for a change of network.cfg. Never waits;
+    /// cheap when nothing was reported. On several threads at once, each change is notified by one of them.
     static void checkForChanges();
 
     /// Every address of every interface, IPv4 and IPv6, in the system's order. Empty as above.

@@ -32,7 +32,7 @@ bool setEffective(cap_t state, int capability, cap_flag_value_t value) {
     return ::cap_set_flag(state, CAP_EFFECTIVE, 1, &capability, value) == 0 && ::cap_set_proc(state) == 0;
 }
 
-// Whether a thread of this process has the capability on. One that is gone meanwhile does not matter.
+// Whether a thread of this process has the capability on. One that has ended in between does not matter.
 bool threadHas(const char* thread, int capability) {
     const std::string path = std::string("/proc/self/task/") + thread + "/status";
     const std::unique_ptr<FILE, int (*)(FILE*)> status(std::fopen(path.c_str(), "re"), &std::fclose);
@@ -79,7 +79,7 @@ CoCapabilities::Raised::Raised(int capability) : capability_(capability) {
 
 CoCapabilities::Raised::~Raised() {
     if (!lower_) return;
-    // Read anew: what was done meanwhile may have changed other capabilities.
+    // Read again: what was done since may have changed other capabilities.
     const State state(::cap_get_proc(), &::cap_free);
     if (state) setEffective(static_cast<cap_t>(state.get()), capability_, CAP_CLEAR);
 }

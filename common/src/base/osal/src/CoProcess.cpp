@@ -38,7 +38,7 @@ std::string CoProcess::getName() {
 }
 
 unsigned CoProcess::getUmask() {
-    // The kernel tells the mask here; umask() would have to change it for a moment to read it.
+    // The kernel shows the mask here; umask() would have to change it for a moment to read it.
     // It stands on the second line, so one short read has it.
     constexpr unsigned USUAL_MASK = 022;
     constexpr const char* LABEL = "\nUmask:";

@@ -16,8 +16,8 @@ class CoProcess {
     static unsigned getUmask();
 
     /// Number of forks between this process and the one that loaded the library: 0 there, 1 in its child.
-    /// Whoever holds a descriptor compares it with the value noted when the descriptor was opened, so that a
-    /// child never speaks on its parent's connection.
+    /// The owner of a descriptor compares it with the value noted when the descriptor was opened, so that a
+    /// child never uses its parent's connection.
     static unsigned forkGeneration();
 };
 

@@ -129,7 +129,7 @@ class CoIoDescriptor {
         TimedOut,  ///< nothing for the whole time
         Woken,     ///< ended early by a signal or by another descriptor's stop request
         Stopped,   ///< stop() was called
-        Failed     ///< errno tells
+        Failed     ///< errno says why
     };
     static constexpr int NO_TIMEOUT = -1;
 

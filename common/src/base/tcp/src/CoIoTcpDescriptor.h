@@ -42,8 +42,8 @@ class CoIoTcpDescriptor : public CoIoDescriptor {
     bool connect(const char* remoteHost, int port, int sendBufSize, int rcvBufSize, int connectionTimeoutSec);
 
     /// Begins to connect to a numeric address and does not wait: the socket, otherwise as `connect` leaves
-    /// it, becomes writable when the outcome is known, and `getLastSocketErrorStr` then tells it. False with
-    /// the last error set when it failed at once: the descriptor is then closed.
+    /// it, becomes writable when the outcome is known, and `getLastSocketErrorStr` then returns it. False
+    /// with the last error set when it failed at once: the descriptor is then closed.
     bool beginConnect(const char* ip, int port, const KeepAlive& keepAlive);
 
     /// Socket options; false with the last error set when the system refuses.

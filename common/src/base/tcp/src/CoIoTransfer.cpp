@@ -36,10 +36,10 @@ std::size_t limited(std::size_t length, const std::atomic<unsigned>& limit) {
     return most == 0 ? length : std::min<std::size_t>(length, most);
 }
 
-// Only sockets can be told not to wait, or not to raise SIGPIPE, for one call. For a pipe this asks first.
+// Only sockets have flags not to wait, or not to raise SIGPIPE, for one call. For a pipe this asks first.
 bool isReady(int id, short event) {
     pollfd entry{id, event, 0};
-    if (::poll(&entry, 1, 0) < 0) return false;  // errno tells
+    if (::poll(&entry, 1, 0) < 0) return false;  // with errno set
     if (entry.revents != 0) return true;
     errno = EAGAIN;
     return false;

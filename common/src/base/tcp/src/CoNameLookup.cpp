@@ -125,7 +125,7 @@ void* runLookup(void* argument) {
     return nullptr;
 }
 
-// Starts a look-up on a thread that nobody joins and that takes no signals.
+// Starts a look-up on a detached thread that takes no signals.
 bool start(const std::shared_ptr<Lookup>& lookup) {
     if (++running() > CoNameLookup::MAX_RUNNING) {
         --running();
@@ -190,7 +190,7 @@ int CoNameLookup::findName(const sockaddr* address, socklen_t size, int flags, u
 std::string CoNameLookup::toNumericText(const sockaddr* address, socklen_t size) {
     char text[NI_MAXHOST] = {};
     if (address->sa_family == AF_INET && size >= sizeof(sockaddr_in)) {
-        // By far the most frequent, and without a scope that only getnameinfo can tell.
+        // By far the most frequent, and without a scope, which only getnameinfo knows.
         const auto& ip = reinterpret_cast<const sockaddr_in*>(address)->sin_addr;
         return ::inet_ntop(AF_INET, &ip, text, sizeof text) ? text : "";
     }

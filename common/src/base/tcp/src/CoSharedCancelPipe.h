@@ -4,10 +4,9 @@
 
 namespace Vantrel {
 
-/// Wakes the blocked waits of the process: each polls its output beside its own descriptor, and whoever wants
-/// to end one puts a stop in. A stop wakes every waiter until it is taken out. Close-on-exec and
-/// non-blocking. Created on first use and never destroyed. A forked child has one of its own, so that it does
-/// not wake its parent. Thread-safe.
+/// Wakes the blocked waits of the process: each polls the output beside its own descriptor, and a stop that
+/// is put in wakes all of them until it is taken out. Close-on-exec and non-blocking. Created on first use
+/// and never destroyed. A forked child has one of its own, so that it does not wake its parent. Thread-safe.
 class CoSharedCancelPipe {
   public:
     static CoSharedCancelPipe& get();
@@ -23,9 +22,9 @@ class CoSharedCancelPipe {
 
     /// Puts one stop in; false with errno set when it cannot.
     bool put() const { return wakeUp_.signal(); }
-    /// Takes one stop out. Whoever put one, or was left one, takes exactly one: they are interchangeable.
+    /// Takes one stop out. The owner of a stop takes exactly one: they are interchangeable.
     void take() const { wakeUp_.drain(); }
-    /// Takes all stops out. Only while nobody waits: it would take those that others own.
+    /// Takes all stops out. Only while there is no waiter: it would take those that others own.
     void flush() const;
 
   private:

@@ -6,10 +6,10 @@ namespace Vantrel {
 
 /// A request to end the wait that one thread is in, made by another through the shared cancel pipe.
 ///
-/// A stop in the pipe wakes every waiter of the process until somebody takes it out, so each has exactly one
+/// A stop in the pipe wakes every waiter of the process until it is taken out, so each has exactly one
 /// owner at any time: first the requester, and once the request is handed over, the waiter, who takes it when
 /// it notices the request or ends its wait. If the waiter is gone before the hand-over, the requester takes
-/// its stop back. So none stays behind, and a request on a descriptor where nobody waits puts none in.
+/// its stop back. So none stays behind, and a request on a descriptor without a waiter puts none in.
 ///
 /// A waiter that blocks in the read of a socket of its own does not see the pipe: a request shuts the socket
 /// down for reading instead, which ends the read. The waiter leaves the read only once that is done, so the
@@ -32,12 +32,12 @@ class CoStopRequest {
 
     /// Around a read that blocks. False when there is a request to look at first.
     bool beginRead();
-    /// False when a request came meanwhile: the socket is then of no more use for reading.
+    /// False when a request came during the read: the socket is then of no more use for reading.
     bool endRead();
 
   private:
     enum State : int {
-        IDLE,         // nobody waits
+        IDLE,         // there is no waiter
         WAITING,      // a wait is in progress
         READING,      // the same, in a read that blocks
         SHUTTING,     // its end is requested; the requester is about to shut the socket down
