@@ -64,7 +64,7 @@ EventLink::Microseconds EventLink::unreachableFor(Microseconds now) const {
 }
 
 void EventLink::advance(Microseconds now) {
-    tellOfDropped();
+    logDropped();
     if (state_ == State::Up) {
         send();
     } else if (now < nextTime_) {
@@ -159,7 +159,7 @@ bool EventLink::flush() {
     return true;
 }
 
-void EventLink::tellOfDropped() {
+void EventLink::logDropped() {
     const std::size_t dropped = queue_->takeDropped();
     if (dropped != 0 && dropped_ == 0)
         CO_MSG_WARNING("Client %s is slower than its events: the oldest are dropped",

@@ -69,7 +69,7 @@ class EventLink : public Vantrel::CoIoHandler {
     bool send();
     bool flush();
     bool fail(const std::string& reason);
-    void tellOfDropped();
+    void logDropped();
 
     Vantrel::rcAppContext& loop_;
     const EventAddress address_;
