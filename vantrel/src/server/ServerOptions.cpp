@@ -45,12 +45,16 @@ VantrelDiscoveryGroup discoveryGroupOf(const ServerOptions& options) {
     return group;
 }
 
-std::optional<int> parseCommandLine(int argc, char** argv, ServerOptions& options) {
-    CLI::App app("Media server over one directory: a tree of nodes with metadata, clips and frames.",
-                 "vantreld");
+namespace {
+
+/// Options that are read further once all have been parsed.
+struct OptionTexts {
     std::string logLevel = CoMsg::levelName(CoMsg::WARNING);
     std::string version;
     std::string redirectTo;
+};
+
+void addIdentity(CLI::App& app, ServerOptions& options) {
     app.add_option("--root", options.root, "Directory that holds everything; made when it is not there")
         ->required();
     app.add_option("--port", options.nodePort, "Node port; 0 takes any free one")
@@ -63,11 +67,14 @@ std::optional<int> parseCommandLine(int argc, char** argv, ServerOptions& option
     app.add_option("--display-name", options.displayName, "Name shown to people; the host's name by default");
     app.add_option("--database", options.database, "Name of the database")->capture_default_str();
     app.add_option("--storage-id", options.storageId, "Identity of the storage; kept in the root by default");
-    app.add_option("--protocol-version", version, "Act as a server of this version, A.B.C.D")
+}
+
+void addBehaviour(CLI::App& app, ServerOptions& options, OptionTexts& texts) {
+    app.add_option("--protocol-version", texts.version, "Act as a server of this version, A.B.C.D")
         ->check([](const std::string& text) {
             return parseProtocolVersion(text) ? std::string() : "'" + text + "' is not of the form A.B.C.D";
         });
-    app.add_option("--redirect-to", redirectTo,
+    app.add_option("--redirect-to", texts.redirectTo,
                    "Send those who announce that they will read a frame to this server, HOST:PORT:FRAMEPORT")
         ->check([](const std::string& text) {
             return parseRedirection(text) ? std::string()
@@ -75,23 +82,37 @@ std::optional<int> parseCommandLine(int argc, char** argv, ServerOptions& option
         });
     app.add_flag("--demo", options.demo, "Fill an empty root with a small tree and a clip of colour bars");
     app.add_flag("--allow-shutdown", options.allowShutdown, "Let clients end the server");
-    app.add_option("--log-level", logLevel, "What is logged on standard error")
+    app.add_option("--log-level", texts.logLevel, "What is logged on standard error")
         ->check(CLI::IsMember({"user", "error", "warn", "notice", "debug"}))
         ->capture_default_str();
+}
+
+void addDiscovery(CLI::App& app, ServerOptions& options) {
     app.add_flag("!--no-discovery", options.discovery, "Neither announce the server nor listen for others");
     app.add_option("--discovery-port", options.discoveryPort,
                    "UDP port of the announcements; network.cfg's by default")
         ->check(CLI::Range(1, Vantrel::HIGHEST_PORT));
     app.add_option("--discovery-scope", options.discoveryScope,
                    "Multicast group of the announcements; network.cfg's by default");
+}
+
+}  // namespace
+
+std::optional<int> parseCommandLine(int argc, char** argv, ServerOptions& options) {
+    CLI::App app("Media server over one directory: a tree of nodes with metadata, clips and frames.",
+                 "vantreld");
+    OptionTexts texts;
+    addIdentity(app, options);
+    addBehaviour(app, options, texts);
+    addDiscovery(app, options);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : USAGE_ERROR;
     }
-    if (!version.empty()) options.version = *parseProtocolVersion(version);
-    options.redirection = parseRedirection(redirectTo);
-    CoMsg::setFilterLevel(levelOf(logLevel));
+    if (!texts.version.empty()) options.version = *parseProtocolVersion(texts.version);
+    options.redirection = parseRedirection(texts.redirectTo);
+    CoMsg::setFilterLevel(levelOf(texts.logLevel));
     return std::nullopt;
 }
 
