@@ -1,5 +1,6 @@
 #pragma once
 
+#include <poll.h>
 #include <sched.h>
 
 #include <cstdlib>
@@ -27,14 +28,22 @@ inline bool runCommand(const std::string& command) {
 }
 
 /// Adds a cable between two new interfaces, of which `name` is for use: "10.0.SUBNET.1/24" and
-/// "fd00:SUBNET::1/64". False when that fails, as it does without iproute2.
+/// "fd00:SUBNET::1/64". False when that fails, as it does without iproute2, or when the system does not take
+/// the addresses into use, which it does some time after the link is up.
 inline bool addCable(const std::string& name, int subnet) {
     const std::string number = std::to_string(subnet);
     const std::string end = "e" + name;
-    return runCommand("ip link add " + name + " type veth peer name " + end + " && ip link set " + name +
-                      " addrgenmode none && ip link set " + end + " addrgenmode none && ip link set " + end +
-                      " up && ip link set " + name + " up && ip addr add 10.0." + number + ".1/24 dev " +
-                      name + " && ip addr add fd00:" + number + "::1/64 dev " + name + " nodad");
+    const bool added =
+        runCommand("ip link add " + name + " type veth peer name " + end + " && ip link set " + name +
+                   " addrgenmode none && ip link set " + end + " addrgenmode none && ip link set " + end +
+                   " up && ip link set " + name + " up && ip addr add 10.0." + number + ".1/24 dev " + name +
+                   " && ip addr add fd00:" + number + "::1/64 dev " + name + " nodad");
+    if (!added) return false;
+    for (int tries = 0; tries < 1000; ++tries) {
+        if (runCommand("test -z \"$(ip -6 addr show dev " + name + " tentative)\"")) return true;
+        ::poll(nullptr, 0, 10);
+    }
+    return false;
 }
 
 }  // namespace Vantrel
