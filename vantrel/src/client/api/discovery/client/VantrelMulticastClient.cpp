@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <optional>
 #include <utility>
 
 #include "CoDeferral.h"
@@ -10,7 +9,6 @@
 #include "CoMsg.h"
 #include "CoProcess.h"
 #include "QdDsoMgr.h"
-#include "VantrelCandidateIds.h"
 #include "VantrelDaemonHost.h"
 #include "VantrelMulticastTime.h"
 #include "VantrelSettings.h"
@@ -51,6 +49,22 @@ CoTime::Microseconds resyncPeriod() {
 
 CoTime::Microseconds latestAnswer() {
     return CoTime::getTime() + VantrelSearches::MAX_WAIT_MS * CoTime::PER_MILLISECOND;
+}
+
+bool isForClients(Protocol::RequestType type) {
+    switch (type) {
+        case Protocol::DISCOVER_SERVERS:
+        case Protocol::DISCOVER_SERVERS_REPLY:
+        case Protocol::REMOVE_SERVER:
+            return true;
+        case Protocol::INVALID:
+        case Protocol::START_OF_SERVICES:
+        case Protocol::FIND_SERVERS:  // servers answer searches, clients do not
+        case Protocol::END_OF_SERVICES:
+            return false;
+    }
+    CO_MSG_WARNING("Unknown request type: %d.", type);
+    return false;
 }
 
 std::string joined(const VantrelIPList& ips) {
@@ -215,20 +229,7 @@ bool VantrelMulticastClient::readFrom(int descriptor) {
 
 void VantrelMulticastClient::handle(Protocol::RequestType type, const rcAttrStream& payload,
                                     const char* fromAddress, unsigned fromPort) {
-    switch (type) {
-        case Protocol::DISCOVER_SERVERS:
-        case Protocol::DISCOVER_SERVERS_REPLY:
-        case Protocol::REMOVE_SERVER:
-            break;
-        case Protocol::INVALID:
-        case Protocol::START_OF_SERVICES:
-        case Protocol::FIND_SERVERS:  // servers answer searches, clients do not
-        case Protocol::END_OF_SERVICES:
-            return;
-        default:
-            CO_MSG_WARNING("Unknown request type: %d.", type);
-            return;
-    }
+    if (!isForClients(type)) return;
     if (logs(DEBUG_REQUESTS)) {
         CO_MSG_DEBUG("Vantrel Multicast: received '%s' from '%s:%u'.", Protocol::getRequestTypeStr(type),
                      fromAddress, fromPort);
@@ -325,6 +326,15 @@ void VantrelMulticastClient::fetchListFromServer(const VantrelServerId& serverId
     }
 }
 
+std::optional<VantrelKnownServer> VantrelMulticastClient::findKnown(
+    const std::vector<VantrelCandidateId>& candidates) const {
+    for (const VantrelCandidateId& each : candidates) {
+        auto found = registry_.find(each.id);
+        if (found && each.admits(*found->info)) return found;
+    }
+    return {};
+}
+
 bool VantrelMulticastClient::resolve(const VantrelServerId& serverId, VantrelDaemonInfo& info,
                                      const std::function<bool()>& cancelled) {
     VantrelServerId id;
@@ -335,20 +345,13 @@ bool VantrelMulticastClient::resolve(const VantrelServerId& serverId, VantrelDae
     const Microseconds latest = latestAnswer();
     const auto candidates =
         vantrelCandidateIds(id, LOOKUP_TIMEOUT_MS, [&] { return stopping_ || isCancelled(); });
-    std::optional<VantrelKnownServer> found;
-    const auto look = [&] {
-        for (const VantrelCandidateId& each : candidates) {
-            found = registry_.find(each.id);
-            if (found && each.admits(*found->info)) return true;
-        }
-        found.reset();
-        return false;
-    };
-    if (!look() && !candidates.empty()) {
+    std::optional<VantrelKnownServer> found = findKnown(candidates);
+    if (!found && !candidates.empty()) {
         CoNetworkDispatcher::checkForChanges();
         if (haveAtLeastOneMulticastInterface()) {
             const auto send = [&] { sendSearch(id.getStorageId()); };
-            searches_.wait(id.getStorageId(), latest, send, [&] { return look() || isCancelled(); });
+            const auto look = [&] { return (found = findKnown(candidates)) || isCancelled(); };
+            searches_.wait(id.getStorageId(), latest, send, look);
         }
     }
     if (!found) {

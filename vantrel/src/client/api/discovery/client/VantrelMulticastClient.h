@@ -3,6 +3,7 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -10,6 +11,7 @@
 #include "CoNetworkDispatcher.h"
 #include "CoThread.h"
 #include "CoTime.h"
+#include "VantrelCandidateIds.h"
 #include "VantrelDaemonInfo.h"
 #include "VantrelMulticastPort.h"
 #include "VantrelSearches.h"
@@ -156,6 +158,7 @@ class VantrelMulticastClient : public std::enable_shared_from_this<VantrelMultic
 
     bool sendSearch(const std::string& storageId);
     void searchForAll();
+    std::optional<VantrelKnownServer> findKnown(const std::vector<VantrelCandidateId>& candidates) const;
     void reportMissingLocalDaemon(Microseconds searchedAt) const;
 
     const unsigned generation_;  ///< of the process that this object belongs to
