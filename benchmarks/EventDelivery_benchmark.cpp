@@ -58,11 +58,11 @@ class Facility {
         loop_ = std::make_unique<Vantrel::CoThread>(
             "node port",
             [this] {
-                while (!stopped_) server_.callIOHandlers(nullptr);
+                while (!stopped_) server_.loop().callIOHandlers(nullptr);
             },
             [this] {
                 stopped_ = true;
-                server_.cancel();
+                server_.loop().cancel();
             });
         handle_ = std::make_unique<VantrelServerHandle>(VantrelServerId(server_.getPort(), "127.0.0.1"));
         if (!handle_->registerEventHandler(store_.rootId().c_str(), &counter_))
