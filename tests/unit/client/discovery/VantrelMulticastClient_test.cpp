@@ -1,5 +1,4 @@
 #include <netdb.h>
-#include <unistd.h>
 
 #include "CoException.h"
 #include "CoNameLookup.h"
