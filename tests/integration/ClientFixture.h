@@ -78,42 +78,38 @@ class Received {
   public:
     static void record() {
         VantrelRegisterLogCallBack([](VantrelLogLevel level, const char* message) {
-            const std::lock_guard<std::mutex> lock(mutex());
-            messages().push_back(std::to_string(static_cast<int>(level)) + ' ' + message);
+            const std::lock_guard<std::mutex> lock(all().mutex);
+            all().messages.push_back(std::to_string(static_cast<int>(level)) + ' ' + message);
         });
         VantrelRegisterDisconnectCallBack([](const VantrelServerId& server) {
-            const std::lock_guard<std::mutex> lock(mutex());
-            lost().push_back(server);
+            const std::lock_guard<std::mutex> lock(all().mutex);
+            all().lost.push_back(server);
         });
     }
     /// "<level> <text>"
     static std::vector<std::string> log() {
-        const std::lock_guard<std::mutex> lock(mutex());
-        return messages();
+        const std::lock_guard<std::mutex> lock(all().mutex);
+        return all().messages;
     }
     static std::vector<VantrelServerId> lostServers() {
-        const std::lock_guard<std::mutex> lock(mutex());
-        return lost();
+        const std::lock_guard<std::mutex> lock(all().mutex);
+        return all().lost;
     }
     static void clear() {
-        const std::lock_guard<std::mutex> lock(mutex());
-        messages().clear();
-        lost().clear();
+        const std::lock_guard<std::mutex> lock(all().mutex);
+        all().messages.clear();
+        all().lost.clear();
     }
 
   private:
-    static std::mutex& mutex() {
-        static std::mutex one;
+    static Received& all() {
+        static Received one;
         return one;
     }
-    static std::vector<std::string>& messages() {
-        static std::vector<std::string> all;
-        return all;
-    }
-    static std::vector<VantrelServerId>& lost() {
-        static std::vector<VantrelServerId> all;
-        return all;
-    }
+
+    std::mutex mutex;
+    std::vector<std::string> messages;
+    std::vector<VantrelServerId> lost;
 };
 
 /// The library beside a scripted server of protocol version 2024.0.0.0.

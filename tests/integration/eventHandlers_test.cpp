@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <memory>
+#include <sstream>
 
 #include "ClientFixture.h"
 #include "EventRecorder.h"
@@ -51,14 +52,15 @@ class EventHandlersTest : public PeerFixture {
     void readRoute() {
         const auto arguments = peer.arguments("RegisterEvents");
         ASSERT_FALSE(arguments.empty());
-        int portDigits = 0, idDigits = 0;
-        char digits[64] = "";
-        ASSERT_EQ(std::sscanf(arguments.back().c_str(), "Port %d %63s", &portDigits, digits), 2);
-        port = std::stoi(std::string(digits).substr(0, static_cast<std::size_t>(portDigits)));
-        ASSERT_EQ(std::sscanf(std::strstr(arguments.back().c_str(), "Connection"), "Connection %d %63s",
-                              &idDigits, digits),
-                  2);
-        connection = std::stoi(std::string(digits).substr(0, static_cast<std::size_t>(idDigits)));
+        const auto number = [&](const std::string& name) {
+            std::istringstream entry(arguments.back().substr(arguments.back().find(name) + name.size()));
+            std::size_t digits = 0;
+            std::string value;
+            entry >> digits >> value;
+            return std::stoi(value.substr(0, digits));
+        };
+        port = number("Port ");
+        connection = number("Connection ");
     }
     void connectSender() {
         readRoute();

@@ -155,14 +155,10 @@ TEST_F(NodeTest, DisplayPathsAreWalkedByOneListPerLevel) {
 TEST_F(NodeTest, WhatMayBeCreatedUnderWhatOnServersThatCannotBeAsked) {
     describe({"2014.9.9.9"});
     const VantrelServerHandle server(id());
-    const std::tuple<const char*, const char*, bool> rows[] = {
-        {"LIBRARY", "REEL", true}, {"REEL", "LIBRARY", false}, {"LIBRARY", "SHELF", false}};
     bool can = false;
-    for (const auto& [parent, type, expected] : rows) {
-        peer.answer("GetNodeTypeStr", ScriptedPeer::ok(parent));
-        ASSERT_TRUE(VantrelNodeHandle(server, "n1").canCreateNode(type, can)) << server.lastError();
-        EXPECT_EQ(can, expected) << type << " under " << parent;
-    }
+    peer.answer("GetNodeTypeStr", ScriptedPeer::ok("LIBRARY"));
+    EXPECT_TRUE(VantrelNodeHandle(server, "n1").canCreateNode("REEL", can) && can) << server.lastError();
+    EXPECT_TRUE(VantrelNodeHandle(server, "n1").canCreateNode("SHELF", can) && !can);
     peer.answer("GetNodeTypeStr", ScriptedPeer::ok("SHELF"));
     EXPECT_FALSE(VantrelNodeHandle(server, "n1").canCreateNode("CLIP", can));
     EXPECT_STREQ(server.lastError(), "Unhandled parent node type 'SHELF'");

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 
 #include "ClientFixture.h"
 #include "FramePeer.h"
@@ -21,8 +22,6 @@ using Then = Vantrel::FramePeer::Then;
 using Vantrel::FramePeer;
 
 namespace {
-
-constexpr unsigned STRANGER = 65534;
 
 // --- On the wire ---
 
@@ -68,6 +67,11 @@ class RedirectionTest : public PeerFixture {
     bool announce(const char* frame) {
         char unused[4];
         return server.readFrame("", unused, sizeof unused, frame);
+    }
+    /// Announces "f2", and the server names the holder.
+    void redirect() {
+        expectAhead("f2", sized(recordOf(holder.port())));
+        ASSERT_TRUE(announce("f2")) << server.lastError();
     }
     std::string read(const char* frame) {
         std::string buffer(4, '?');
@@ -187,8 +191,7 @@ TEST_F(RedirectionTest, AHolderThatCannotBeReachedIsReplacedByTheServerItself) {
 }
 
 TEST_F(RedirectionTest, AFailureOfTheHolderIsTheReadsFailure) {
-    expectAhead("f2", sized(recordOf(holder.port())));
-    ASSERT_TRUE(announce("f2")) << server.lastError();
+    redirect();
     holder.expect(readOf("f2").size(), "No such frame.\0"s);
     EXPECT_EQ(read("f2"), "No such frame.");
     expectRead(holder, "tw", Then::Close);
@@ -224,8 +227,7 @@ TEST_F(RedirectionTest, StopAndDisconnectEndATransferFromTheHolder) {
     const std::function<void()> ends[] = {[&] { server.stop(nullptr); }, [&] { server.disconnect(); }};
     for (const auto& end : ends) {
         const std::size_t before = holder.requests().size();
-        expectAhead("f2", sized(recordOf(holder.port())));
-        ASSERT_TRUE(announce("f2")) << server.lastError();
+        redirect();
         expectRead(holder, "tw", Then::Stall);
         auto reading = std::async(std::launch::async, [&] { return read("f2"); });
         ASSERT_TRUE(holder.waitForRequests(before + 1));
@@ -237,8 +239,7 @@ TEST_F(RedirectionTest, StopAndDisconnectEndATransferFromTheHolder) {
 }
 
 TEST_F(RedirectionTest, DisconnectClosesTheConnectionsToHolders) {
-    expectAhead("f2", sized(recordOf(holder.port())));
-    ASSERT_TRUE(announce("f2")) << server.lastError();
+    redirect();
     expectRead(holder, "two.");
     EXPECT_EQ(read("f2"), "two.");
     server.disconnect();
@@ -311,73 +312,54 @@ TEST_F(RealServersTest, OneSendsItsClientsToTheOther) {
     EXPECT_THAT(Received::log(), Contains(HasSubstr("was redirected to a server that cannot be connected")));
 }
 
-class FrameSocketTest : public RealServersTest {
-  protected:
-    FrameSocketTest() {
-        ::mkdir(folder.path("sockets").c_str(), 0755);
-        process = std::make_unique<ServerProcess>(
-            VANTRELD_PROGRAM, folder.path("root"),
-            std::vector<std::string>{"--display-name", "Render 1", "--storage-id", "stor-1"});
-        path = folder.path("sockets/vantrel-frame.") + std::to_string(process->framePort());
-        ids = fill(VantrelServerHandle(VantrelServerId(process->id().c_str())), content);
-        Received::clear();
-    }
-    /// Reads through a handle of its own; the connection messages of the frame connection.
-    std::vector<std::string> messagesOfARead() {
+TEST_F(RealServersTest, FramesOfThisHostComeThroughItsSocketFileOrElseOverTcp) {
+    ::mkdir(folder.path("sockets").c_str(), 0755);
+    ServerProcess process(VANTRELD_PROGRAM, folder.path("root"),
+                          {"--display-name", "Render 1", "--storage-id", "stor-1"});
+    const VantrelServerId id(process.id().c_str());
+    const std::string content(3'000'000, 'c');  // more than the socket's buffers hold
+    const auto ids = fill(VantrelServerHandle(id), content);
+    const auto messagesOfARead = [&] {
         Received::clear();
         VantrelSetLogLevel(VANTREL_LOG_NOTICE);
-        const VantrelServerHandle server(VantrelServerId(process->id().c_str()));
-        EXPECT_EQ(read(server, ids[0], content.size()), content);
-        EXPECT_EQ(read(server, ids[1], content.size()), content);
-        std::vector<std::string> messages;
-        for (const std::string& line : Received::log()) {
-            if (line.find(" server 'Render 1' / 'stor-1'") != std::string::npos ||
-                line.find("socket pipe file") != std::string::npos)
-                messages.push_back(line);
-        }
+        const VantrelServerHandle server(id);
+        for (const std::string& frame : ids) EXPECT_EQ(read(server, frame, content.size()), content);
+        std::vector<std::string> messages = Received::log();
+        messages.erase(std::remove_if(messages.begin(), messages.end(),
+                                      [](const std::string& line) {
+                                          return line.find(" server 'Render 1' / 'stor-1'") ==
+                                                     std::string::npos &&
+                                                 line.find("socket pipe file") == std::string::npos;
+                                      }),
+                       messages.end());
         return messages;
-    }
-    std::vector<std::string> messagesOverTcp() const {
-        return {"3 Connecting to server 'Render 1' / 'stor-1' using '127.0.0.1:" +
-                    std::to_string(process->framePort()) + "'.",
-                "3 Connected to server 'Render 1' / 'stor-1'."};
-    }
-    std::vector<std::string> messagesAfterFailure(const std::string& reason) const {
-        auto messages = messagesOverTcp();
-        messages.insert(messages.begin(),
-                        {"3 Connecting to server 'Render 1' / 'stor-1' using '" + path + "'.",
-                         "2 Could not connect to socket pipe file '" + path + "': " + reason});
-        return messages;
-    }
-
-    const std::string content = std::string(3'000'000, 'c');  // more than the socket's buffers hold
-    std::unique_ptr<ServerProcess> process;
-    std::string path;
-    std::vector<std::string> ids;
-};
-
-TEST_F(FrameSocketTest, FramesOfThisHostComeThroughIt) {
+    };
+    const std::string path = folder.path("sockets/vantrel-frame.") + std::to_string(process.framePort());
+    const std::string address = "127.0.0.1:" + std::to_string(process.framePort());
+    const std::string connecting = "3 Connecting to server 'Render 1' / 'stor-1' using '";
+    const std::string connected = "3 Connected to server 'Render 1' / 'stor-1'";
     EXPECT_THAT(messagesOfARead(),
-                ElementsAre("3 Connecting to server 'Render 1' / 'stor-1' using '" + path + "'.",
-                            "3 Connected to server 'Render 1' / 'stor-1' using '" + path + "'."));
-}
+                ElementsAre(connecting + path + "'.", connected + " using '" + path + "'."));
 
-TEST_F(FrameSocketTest, OneThatIsNotTheServersGivesWayToTcp) {
-    if (::geteuid() == 0) {  // who can give a file away
-        ASSERT_EQ(::chown(path.c_str(), STRANGER, 0), 0);
-        const std::string reason = "It belongs to user 65534, who is neither root nor this process's user";
-        EXPECT_EQ(messagesOfARead(), messagesAfterFailure(reason));
-    }
-    ASSERT_EQ(::unlink(path.c_str()), 0);
-    const int dead = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    ASSERT_EQ(::bind(dead, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    std::filesystem::rename(path, path + ".kept");
+    const int dead = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);  // what a killed server leaves
+    sockaddr_un file{};
+    file.sun_family = AF_UNIX;
+    path.copy(file.sun_path, sizeof file.sun_path - 1);
+    ASSERT_EQ(::bind(dead, reinterpret_cast<const sockaddr*>(&file), sizeof file), 0);
     ::close(dead);
-    EXPECT_EQ(messagesOfARead(), messagesAfterFailure(std::strerror(ECONNREFUSED)));
+    EXPECT_THAT(messagesOfARead(), ElementsAre(connecting + path + "'.",
+                                               "2 Could not connect to socket pipe file '" + path +
+                                                   "': " + std::strerror(ECONNREFUSED),
+                                               connecting + address + "'.", connected + "."));
+    std::filesystem::rename(path + ".kept", path);
+
     folder.write("network.cfg", "[Local]\nUUID=0d2f7b0a-95c5-4f7e-8f2d-5a6b1b7e9c11\n");
-    EXPECT_EQ(messagesOfARead(), messagesOverTcp()) << "that of another host is not looked at";
+    EXPECT_THAT(messagesOfARead(), ElementsAre(connecting + address + "'.", connected + "."))
+        << "that of another host is not looked at";
+    process.process().signal(SIGTERM);
+    process.process().wait(std::chrono::seconds(20));
+    EXPECT_FALSE(std::filesystem::exists(path)) << "the server takes its file along";
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 #include "rcServerContext.h"
 
 #include <climits>
-#include <future>
 #include <stdexcept>
 #include <vector>
 
@@ -131,38 +130,13 @@ TEST_F(rcServerContextTest, SaysOnWhichPortItCannotListen) {
     EXPECT_GT(next.getPort(), port());
 }
 
-TEST_F(rcServerContextTest, KnowsItsClientsAndTellsWhenTheyLeave) {
-    std::promise<unsigned> seen;
-    add("Who", [this, &seen](int, rcParam::Array&, rcParam&) {
-        const unsigned id = context.getCurrentClientId();
-        EXPECT_EQ(context.findClient(id), context.getCurrentClient());
-        seen.set_value(id);
-        return true;
-    });
-    start();
-    RawClient client(port());
-    client.send("sync 0 Who \n");
-    EXPECT_EQ(client.readLine(), "ok ");
-    const unsigned id = seen.get_future().get();
-    EXPECT_NE(id, 0U);
-    EXPECT_TRUE(context.isIdValid(id));
-    EXPECT_EQ(context.gone, 0U);
-    client.close();
-
-    RawClient other(port());  // answered after the loop has seen the first one leave
-    other.send("sync 0 _ping \n");
-    EXPECT_EQ(other.readLine(), "ok ");
-    EXPECT_EQ(context.gone, 1U);
-    EXPECT_FALSE(context.isIdValid(id));
-    EXPECT_FALSE(context.returnFromDelayedCommand(id, true, "too late"));
-}
-
 class rcServerDelayTest : public ServerFixture {
   protected:
     void SetUp() override {
         addEcho();
         rcMethod later = describe("Later", [this](int, rcParam::Array& parameters, rcParam& result) {
             clients.push_back(context.getCurrentClientId());
+            EXPECT_EQ(context.findClient(clients.back()), context.getCurrentClient());
             result.setStringValue("not sent");
             if (parameters[0].stringValue() == "throw") throw std::runtime_error("gave up");
             if (parameters[0].stringValue() == "now") {
@@ -217,14 +191,20 @@ TEST_F(rcServerDelayTest, IsOnlyForAClientThatWaits) {
 }
 
 TEST_F(rcServerDelayTest, MayFindItsClientGone) {
-    auto client = std::make_unique<RawClient>(port());
-    sendAndWait(*client, "sync 0 Later x\n");
-    client.reset();
-    RawClient other(port());
+    RawClient client(port());
+    sendAndWait(client, "sync 0 Later x\n");
+    const unsigned id = clients.back();
+    EXPECT_NE(id, 0U);
+    EXPECT_TRUE(context.isIdValid(id));
+    EXPECT_EQ(context.gone, 0U);
+    client.close();
+
+    RawClient other(port());  // answered after the loop has seen the first one leave
     other.send("sync 0 Echo x\n");
     EXPECT_EQ(other.readLine(), "ok x");
     EXPECT_EQ(context.gone, 1U);
-    EXPECT_FALSE(context.returnFromDelayedCommand(clients.back(), true, "late"));
+    EXPECT_FALSE(context.isIdValid(id));
+    EXPECT_FALSE(context.returnFromDelayedCommand(id, true, "late"));
 }
 
 TEST_F(rcServerContextTest, AClientThatDoesNotReadHoldsUpNobodyAndLosesNothing) {
