@@ -29,6 +29,16 @@ std::atomic<bool> running{false};
 
 /// Every watch of this process, so that `stop` leaves no descriptor open.
 struct Registry {
+    void add(CoFileMonitor::Watch* watch) CO_EXCLUDES(mutex) {
+        const CoLock lock(mutex);
+        watches.push_back(watch);
+    }
+    void remove(const CoFileMonitor::Watch* watch) CO_EXCLUDES(mutex) {
+        const CoLock lock(mutex);
+        const auto found = std::find(watches.begin(), watches.end(), watch);
+        if (found != watches.end()) watches.erase(found);  // a forked child's registry lacks its parent's
+    }
+
     CoMutex mutex;  ///< taken before a watch's own
     std::vector<CoFileMonitor::Watch*> watches CO_GUARDED_BY(mutex);
 };
@@ -83,16 +93,11 @@ bool CoFileMonitor::isRunning() {
 
 CoFileMonitor::Watch::Watch(std::string path)
     : path_(std::move(path)), directory_(CoFilePath::directoryOf(path_)), name_(nameOf(path_)) {
-    Registry& all = registry();
-    const CoLock lock(all.mutex);
-    all.watches.push_back(this);
+    registry().add(this);
 }
 
 CoFileMonitor::Watch::~Watch() {
-    Registry& all = registry();
-    const CoLock lock(all.mutex);
-    const auto found = std::find(all.watches.begin(), all.watches.end(), this);
-    if (found != all.watches.end()) all.watches.erase(found);  // a forked child's registry lacks its parent's
+    registry().remove(this);
 }
 
 void CoFileMonitor::Watch::accept() {

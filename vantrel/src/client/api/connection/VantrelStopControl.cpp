@@ -10,17 +10,17 @@
 using Vantrel::CoCondition;
 using Vantrel::CoLock;
 
-VantrelStopControl::Operation::Operation(VantrelStopControl& control) : control_(control) {
-    const CoLock lock(control_.mutex_);
-    if (control_.operations_++ > 0) return;
-    endpointOperation_.emplace(control_.endpoint_);
-    control_.requested_ = false;
+void VantrelStopControl::begin(EndpointOperation& outermost) {
+    const CoLock lock(mutex_);
+    if (operations_++ > 0) return;
+    outermost.emplace(endpoint_);
+    requested_ = false;
 }
 
-VantrelStopControl::Operation::~Operation() {
-    const CoLock lock(control_.mutex_);
-    --control_.operations_;
-    endpointOperation_.reset();
+void VantrelStopControl::end(EndpointOperation& outermost) {
+    const CoLock lock(mutex_);
+    --operations_;
+    outermost.reset();
 }
 
 void VantrelStopControl::stop(const char* reason) {

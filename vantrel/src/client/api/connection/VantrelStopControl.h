@@ -19,14 +19,14 @@ class VantrelStopControl {
     /// Marks a connect or a call in progress, so that a stop() at any moment of it is noticed. Nests.
     class Operation {
       public:
-        explicit Operation(VantrelStopControl& control);
+        explicit Operation(VantrelStopControl& control) : control_(control) { control_.begin(outermost_); }
         Operation(const Operation&) = delete;
         Operation& operator=(const Operation&) = delete;
-        ~Operation();
+        ~Operation() { control_.end(outermost_); }
 
       private:
         VantrelStopControl& control_;
-        std::optional<Vantrel::rcAPI::Operation> endpointOperation_;
+        std::optional<Vantrel::rcAPI::Operation> outermost_;  // none of one that is nested in another
     };
 
     /// Ends the operation in progress; null stands for the system's text for an interrupted call.
@@ -40,6 +40,10 @@ class VantrelStopControl {
     bool isConnected() const { return endpoint_.isConnected(false); }
 
   private:
+    using EndpointOperation = std::optional<Vantrel::rcAPI::Operation>;
+    void begin(EndpointOperation& outermost) CO_EXCLUDES(mutex_);
+    void end(EndpointOperation& outermost) CO_EXCLUDES(mutex_);
+
     Vantrel::rcAPI& endpoint_;
     mutable Vantrel::CoMutex mutex_;
     Vantrel::CoCondition signal_;

@@ -16,27 +16,32 @@ constexpr std::chrono::milliseconds STOP_INTERVAL(10);
 /// While it lives, the thread calls a connection's server.
 class VantrelEventServerCalls::Scope {
   public:
-    Scope(VantrelEventServerCalls& calls, const Connection& connection, bool restoring) : calls_(calls) {
-        const CoLock lock(calls_.mutex_);
-        allowed_ = !restoring || calls_.mayRestore_;
-        if (!allowed_) return;
-        calls_.called_ = connection;
-        calls_.restoring_ = restoring;
-    }
+    Scope(VantrelEventServerCalls& calls, const Connection& connection, bool restoring)
+        : calls_(calls), allowed_(calls.beginCall(connection, restoring)) {}
     Scope(const Scope&) = delete;
     Scope& operator=(const Scope&) = delete;
-    ~Scope() {
-        Connection called;  // destroyed without the mutex
-        const CoLock lock(calls_.mutex_);
-        called = std::exchange(calls_.called_, nullptr);
-        calls_.changed_.notifyAll();
-    }
+    ~Scope() { calls_.endCall(); }
     bool allowed() const { return allowed_; }
 
   private:
     VantrelEventServerCalls& calls_;
-    bool allowed_ = false;
+    const bool allowed_;
 };
+
+bool VantrelEventServerCalls::beginCall(const Connection& connection, bool restoring) {
+    const CoLock lock(mutex_);
+    if (restoring && !mayRestore_) return false;
+    called_ = connection;
+    restoring_ = restoring;
+    return true;
+}
+
+void VantrelEventServerCalls::endCall() {
+    Connection called;  // destroyed without the mutex
+    const CoLock lock(mutex_);
+    called = std::exchange(called_, nullptr);
+    changed_.notifyAll();
+}
 
 bool VantrelEventServerCalls::restore(const Connection& connection) {
     const Scope scope(*this, connection, true);

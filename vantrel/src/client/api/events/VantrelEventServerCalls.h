@@ -40,6 +40,8 @@ class VantrelEventServerCalls {
 
   private:
     class Scope;
+    bool beginCall(const Connection& connection, bool restoring) CO_EXCLUDES(mutex_);
+    void endCall() CO_EXCLUDES(mutex_);
     bool next(Deregistration& deregistration, unsigned& limitMs) CO_EXCLUDES(mutex_);
     bool timeIsOver() const CO_REQUIRES(mutex_) { return limit_ && limit_->passed(); }
 
