@@ -34,7 +34,7 @@ class FuzzedContext : public rcServerContext {
     std::string serve(const char* bytes, std::size_t size) {
         int ends[2];
         if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends) != 0) __builtin_trap();
-        handleConnection(ends[0]);
+        handleConnection(CoFd(ends[0]));
         gone_ = false;
         std::string answers;
         int passes = 0;

@@ -111,7 +111,7 @@ bool FrameServer::acceptLocal() {
 }
 
 void FrameServer::addConnection(CoFd socket) {
-    reapFinished();
+    reapFinished();  // those that have just ended make room
     if (connections_.size() >= settings_.maxConnections) {
         CO_MSG_WARNING("Frame connection refused: %zu are open already.", connections_.size());
         return;
