@@ -37,7 +37,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             break;
         }
         case 1:
-            VantrelNodeCodec::parseChildren(reply, children, error);
+            static_cast<void>(VantrelNodeCodec::parseChildren(reply, children, error));
             break;
         case 2:
             VantrelNodeCodec::parseCommaList(reply, texts);
@@ -51,7 +51,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                 std::abort();
             break;
         default:
-            VantrelNodeCodec::parseNumberPair(reply, first, second);
+            static_cast<void>(VantrelNodeCodec::parseNumberPair(reply, first, second));
             VantrelNodeCodec::parseNumber(reply);
             break;
     }
