@@ -8,10 +8,7 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <chrono>
 #include <functional>
-#include <future>
 #include <map>
 #include <tuple>
 
@@ -108,8 +105,6 @@ TEST(CoNetworkDispatcher, TakesTheNamesOfTheRoleFromTheConfiguration) {
 }
 
 // --- Changes ---
-
-constexpr std::chrono::seconds LIMIT{20};
 
 /// Counts what it is told.
 class Counter : public CoNetworkDispatcher::Observer {

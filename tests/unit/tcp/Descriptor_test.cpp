@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <memory>
 #include <tuple>
 #include <utility>
 
@@ -58,20 +57,6 @@ TEST(Descriptor, WithoutADescriptorEveryTransferIsNotConnected) {
     EXPECT_EQ(descriptor.readLine(nullptr, 5), 0);
     EXPECT_FALSE(descriptor.writeStr(nullptr));
     EXPECT_EQ(log.texts(CoMsg::ERROR).size(), 2U) << "null is an assertion that fails safely";
-}
-
-TEST(Descriptor, OwnsItsDescriptor) {
-    Pair first;
-    const int id = first.descriptor.getId();
-    first.descriptor.setId(id);  // the same one again: still open
-    EXPECT_GE(::fcntl(id, F_GETFD), 0);
-    auto owner = std::make_unique<CoIoDescriptor>(::dup(id));
-    const int copy = owner->getId();
-    owner->setId(::dup(id));
-    EXPECT_LT(::fcntl(copy, F_GETFD), 0) << "the one held before was not closed";
-    const int last = owner->getId();
-    owner.reset();
-    EXPECT_LT(::fcntl(last, F_GETFD), 0);
 }
 
 TEST(Descriptor, ReadWaitsForDataAndTellsSilenceFromTheEnd) {
