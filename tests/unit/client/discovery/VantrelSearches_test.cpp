@@ -41,14 +41,14 @@ class Searches : public testing::Test {
 TEST_F(Searches, LastAsLongAsRepliesCome) {
     const struct {
         const char* what;
-        int repliesUpTo;
         Microseconds latest;
+        int repliesUpTo;
         int looks;
-    } cases[] = {{"none comes", 0, FAR, 4},
-                 {"early ones", 1, FAR, 4},
-                 {"until 300 ms", 4, FAR, 6},
-                 {"all the time", 100, FAR, 21},
-                 {"the caller has less time", 100, 2 * STEP, 3},
+    } cases[] = {{"none comes", FAR, 0, 4},
+                 {"early ones", FAR, 1, 4},
+                 {"until 300 ms", FAR, 4, 6},
+                 {"all the time", FAR, 100, 21},
+                 {"the caller has less time", 2 * STEP, 100, 3},
                  {"the caller has none", 0, 0, 1}};
     for (const auto& c : cases) {
         const int looks = wait("", c.latest, [&](int look) {
