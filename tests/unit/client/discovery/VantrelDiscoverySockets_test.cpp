@@ -49,6 +49,7 @@ std::vector<int> descriptorsOf(const VantrelDiscoverySockets& sockets) {
     std::vector<pollfd> polled;
     sockets.addTo(polled);
     std::vector<int> descriptors;
+    descriptors.reserve(polled.size());
     for (const pollfd& each : polled) descriptors.push_back(each.fd);
     return descriptors;
 }
