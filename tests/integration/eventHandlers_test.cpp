@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 
 #include <cstring>
+#include <list>
 #include <memory>
 #include <sstream>
 
@@ -259,6 +260,18 @@ TEST_F(EventHandlersTest, RegisteringHasATimeOutOfItsOwn) {
     peer.neverAnswer("RegisterEvents");
     within(seconds(10), [&] { EXPECT_FALSE(add("n1", handler)); });
     EXPECT_STREQ(server->lastError(), std::strerror(ETIMEDOUT));
+}
+
+TEST_F(EventHandlersTest, ThePortServesSoManyServersAtATime) {
+    constexpr int MOST = 256;
+    EventRecorder handler;
+    ASSERT_TRUE(add("n1", handler));
+    readRoute();
+    std::list<RawClient> servers;
+    for (int i = 0; i <= MOST; ++i) {
+        servers.emplace_back(port).send(LOGIN);
+        ASSERT_EQ(servers.back().readLine(), i < MOST ? "ok " : "") << i;
+    }
 }
 
 TEST_F(EventHandlersTest, ThePortIsOneOfTheRangeOfTheNextStart) {
