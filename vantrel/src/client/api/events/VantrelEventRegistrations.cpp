@@ -64,10 +64,11 @@ void VantrelEventRegistrations::reconnected() {
 
 bool VantrelEventRegistrations::restore() {
     const unsigned reconnectionsBefore = reconnections_;
-    if (!client_->restore(RESTORE_TIMEOUT_MS)) return false;
+    VantrelClientConnection& connection = *client_.get();
+    if (!connection.restore(RESTORE_TIMEOUT_MS)) return false;
     // Not connected now: the thread that is connecting registers, or, if the connection was closed on
     // purpose, the one that opens it again.
-    if (!client_->isConnected()) return true;
+    if (!connection.isConnected()) return true;
     const bool renewing = std::exchange(renewal_, false);
     if (reconnections_ != reconnectionsBefore) return refusedSubjects().empty();
     return renewing ? addAgain(wanted_.subjects(), Again::Renewal)
