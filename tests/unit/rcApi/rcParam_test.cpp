@@ -7,11 +7,51 @@
 #include <vector>
 
 #include "CapturedLog.h"
+#include "rcParamNumbers.h"
 
 namespace Vantrel {
 namespace {
 
 using testing::ElementsAreArray;
+
+TEST(rcParam, EveryKindReadsAndWritesItsText) {
+    const struct {
+        const rcParam::Type& type;
+        const char* name;
+        const char* read;
+        const char* written;
+    } cases[] = {
+        {rcParamInt::TYPE, "int", "-42", "-42"},
+        {rcParamInt::TYPE, "int", " 7 apples", "7"},
+        {rcParamInt::TYPE, "int", "0x10", "0"},
+        {rcParamLong::TYPE, "long", "-9223372036854775808", "-9223372036854775808"},
+        {rcParamFloat::TYPE, "float", "23.976", "23.976000"},
+        {rcParamFloat::TYPE, "float", "-1e3 frames", "-1000.000000"},
+        {rcParamBool::TYPE, "bool", "true", "true"},
+        {rcParamBool::TYPE, "bool", "YES", "true"},
+        {rcParamBool::TYPE, "bool", "1", "true"},
+        {rcParamBool::TYPE, "bool", "true ", "false"},
+        {rcParamString::TYPE, "const char *", "a \"b\"\\\n", "a \"b\"\\\n"},
+        {rcParamVoid::TYPE, "void", "anything", ""},
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(std::string(test.name) + " from '" + test.read + "'");
+        EXPECT_STREQ(test.type.name(), test.name);
+        const auto parameter = test.type.alloc();
+        parameter->setStringValue(test.read);
+        EXPECT_EQ(parameter->stringValue(), test.written);
+    }
+}
+
+TEST(rcParam, HoldsNothingOfAnotherKind) {
+    const CapturedLog log;
+    rcParamString text;
+    text.setStringValue("7");
+    text.setLongValue(8);
+    EXPECT_EQ(text.intValue(), 0);
+    EXPECT_EQ(text.stringValue(), "7");
+    EXPECT_TRUE(log.contains("Assertion"));
+}
 
 TEST(rcParamArray, SplitsTheArgumentAmongSeveralParameters) {
     const std::pair<std::string, std::vector<std::string>> cases[] = {

@@ -43,10 +43,21 @@ class rcParam {
 
     virtual const Type& type() const = 0;
 
+    // The value by type. The integer kinds answer both integer pairs; any other mismatch is a programming
+    // error: it logs an assertion, gives 0 or false, and changes nothing.
+    virtual int intValue() const;
+    virtual long longValue() const;
+    virtual float floatValue() const;
+    virtual bool boolValue() const;
+    virtual void setIntValue(int value);
+    virtual void setLongValue(long value);
+    virtual void setFloatValue(float value);
+    virtual void setBoolValue(bool value);
+
     /// The value as text, of every kind; void has an empty one. Valid until the parameter changes or goes
     /// away.
     virtual const std::string& stringValue() const = 0;
-    /// Reads the value from text, of every kind.
+    /// Reads the value from text, of every kind. Text that is no number gives 0.
     virtual void setStringValue(std::string text) = 0;
     /// The same; null counts as an empty text.
     void setStringValue(const char* text) { setStringValue(std::string(text ? text : "")); }
