@@ -26,7 +26,8 @@ constexpr const char* NOT_USABLE = "Vantrel client not correctly configured to r
 /// Servers, each with one connection: beyond this the port is being abused.
 constexpr std::size_t MAX_CLIENTS = 256;
 
-struct PortRange {
+/// Aligned as one number, so that every compiler reads and writes it in one step.
+struct alignas(2 * sizeof(int)) PortRange {
     int low = -1;
     int high = -1;
 };
