@@ -9,7 +9,8 @@ function(vantrel_defaults target)
         -Woverloaded-virtual -Wcast-align -Wformat=2 -Wnull-dereference
         $<$<BOOL:${VANTREL_WERROR}>:-Werror>
         $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety -Wthread-safety-beta>
-        -ffile-prefix-map=${PROJECT_SOURCE_DIR}/= -ffile-prefix-map=${VANTREL_SOURCE_FROM_BUILD}=)
+        -fdebug-prefix-map=${PROJECT_SOURCE_DIR}/= -fdebug-prefix-map=${VANTREL_SOURCE_FROM_BUILD}=
+        -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/= -fmacro-prefix-map=${VANTREL_SOURCE_FROM_BUILD}=)
     set_target_properties(${target} PROPERTIES
         CXX_VISIBILITY_PRESET hidden
         VISIBILITY_INLINES_HIDDEN ON

@@ -20,7 +20,7 @@ using Protocol = VantrelMulticastProtocol;
 using Infos = std::vector<VantrelDaemonInfo>;
 using Texts = std::vector<std::string>;
 
-constexpr const char* SOURCE = "vantrel/src/client/api/wire/VantrelMulticastProtocol";
+constexpr const char* SOURCE = "vantrel/src/client/api/VantrelMulticastProtocol";
 
 std::string toText(const VantrelDaemonInfo& info) {
     return info.toAttrStream().text();
