@@ -17,7 +17,7 @@
 #include "ScriptedPeer.h"
 #include "TemporaryDirectory.h"
 
-/// A server as a scripted peer tells of it, in text that is written here by the rules of attribute streams.
+/// A server as a scripted peer describes it, in text that is written here by the rules of attribute streams.
 struct PeerInfo {
     std::string version = "2024.0.0.0";  // a.b.c.d
     int framePort = 0;

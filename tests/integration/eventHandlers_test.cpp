@@ -149,9 +149,9 @@ TEST_F(EventHandlersTest, WhatIsNoEventIsAnsweredAndDisturbsNobody) {
     EXPECT_EQ(sendLine("sync 0 NodeEvent " + nodeEvent("n1", "t")), "error Invalid Object: 0");
     EXPECT_EQ(sendLine("sync 77 NodeEvent " + nodeEvent("n1", "t")), "error Invalid Object: 77");
     EXPECT_EQ(send(nodeEvent("n1", "", "no stream")), "ok ");
-    RawClient stranger(port);
-    stranger.send("sync " + std::to_string(connection) + " NodeEvent " + nodeEvent("n1", "t") + "\n");
-    EXPECT_EQ(stranger.readLine(), NOT_LOGGED_IN);
+    RawClient unauthenticated(port);
+    unauthenticated.send("sync " + std::to_string(connection) + " NodeEvent " + nodeEvent("n1", "t") + "\n");
+    EXPECT_EQ(unauthenticated.readLine(), NOT_LOGGED_IN);
     EXPECT_THAT(handler.events(), ElementsAre("n1  no stream"));
     EXPECT_EQ(::getenv("QD_RC_CONNINFO"), nullptr);  // the environment is the application's
 }
@@ -168,7 +168,7 @@ TEST_F(EventHandlersTest, RegistrationsAreRestoredByWhoeverFindsTheConnectionLos
     peer.refuse();  // nobody calls now
     peer.listenAgain();
     awaitRegistrations("-n1+n1");
-    ASSERT_TRUE(server->ping(0));  // whoever restored them is done
+    ASSERT_TRUE(server->ping(0));  // the thread that restored them is done
     // The peer answers for longer than this lasts.
     peer.answerWith([refusals = 1](const std::string& method, const std::string&) mutable {
         const bool refuse = method == "RegisterEvents" && refusals-- > 0;
@@ -301,11 +301,11 @@ TEST_F(EventHandlersTest, AForkedChildHasAMonitorOfItsOwn) {
     const pid_t child = ::fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
-        std::promise<void> told;
-        EventRecorder childs([&told] { told.set_value(); });
+        std::promise<void> notified;
+        EventRecorder childs([&notified] { notified.set_value(); });
         const bool inherited = server->unregisterEventHandler("n1", &handler);
         const bool added = !inherited && add("n2", childs);
-        const bool came = added && told.get_future().wait_for(seconds(30)) == std::future_status::ready;
+        const bool came = added && notified.get_future().wait_for(seconds(30)) == std::future_status::ready;
         server.reset();
         std::_Exit(came && handler.events().empty() ? 0 : 1);
     }

@@ -286,7 +286,7 @@ TEST_F(FramesTest, AFramePortThatMovedIsFoundByTheNextCall) {
                 Contains("3 Connecting to server 'Render 1' / 'stor-1' using '127.0.0.1:7550'."));
     describeFrames("2010.1.1.0");
     expectNextTransferWorks();
-    EXPECT_EQ(peer.connections(), 1U) << "the metadata connection is asked, not made anew";
+    EXPECT_EQ(peer.connections(), 1U) << "the metadata connection is asked, not made again";
 }
 
 TEST_F(FramesTest, TransfersToAndFromFilesThatAreNoFilesAreRefused) {

@@ -1,4 +1,4 @@
-// What a server handle tells of its server, and the handles at work on a real server.
+// What a server handle says of its server, and the handles at work on a real server.
 #include <sys/wait.h>
 #include <unistd.h>
 

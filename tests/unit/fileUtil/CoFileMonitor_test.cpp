@@ -72,7 +72,7 @@ TEST_F(CoFileMonitorTest, TellsEveryKindOfChangeOnce) {
         EXPECT_FALSE(watch.changed());
         each.change();
         EXPECT_EQ(each.changed, watch.changed());
-        EXPECT_FALSE(watch.changed()) << "told once";
+        EXPECT_FALSE(watch.changed()) << "reported once";
         fs::create_directory(directory.path("cfg"));
         write("something else");
         EXPECT_TRUE(watch.changed()) << "and the next change is seen, whatever came before";
@@ -99,7 +99,7 @@ TEST_F(CoFileMonitorTest, WhileStoppedNothingChangesAndNoDescriptorIsOpen) {
     write();
     EXPECT_FALSE(watch.changed());
     CoFileMonitor::start();
-    EXPECT_TRUE(watch.changed()) << "what happened meanwhile is noticed";
+    EXPECT_TRUE(watch.changed()) << "what happened between the two is noticed";
     EXPECT_EQ(before + 1, countDescriptors());
     CoFileMonitor::stop();
     EXPECT_EQ(before, countDescriptors());

@@ -106,11 +106,11 @@ TEST(CoNetworkDispatcher, TakesTheNamesOfTheRoleFromTheConfiguration) {
 
 // --- Changes ---
 
-/// Counts what it is told.
+/// Counts its notifications.
 class Counter : public CoNetworkDispatcher::Observer {
   public:
-    void interfacesChanged(Role role) override { ++told[role]; }
-    std::map<Role, int> told;
+    void interfacesChanged(Role role) override { ++notified[role]; }
+    std::map<Role, int> notified;
 };
 
 /// Makes QD_NETWORK_CFG_FILE name a file whose multicast interfaces are `names`, and has it read.
@@ -134,7 +134,7 @@ void followChangesOfTheHost(const TemporaryDirectory& directory) {
     const struct {
         const char* what;
         std::function<bool()> change;
-        std::map<Role, int> told;
+        std::map<Role, int> notified;
     } cases[] = {
         {"nothing", [] { return true; }, {}},
         {"an interface", [] { return runCommand("ip link set lo up"); }, both},
@@ -152,12 +152,12 @@ void followChangesOfTheHost(const TemporaryDirectory& directory) {
     for (const Role role : {Role::Metadata, Role::Multicast})
         CoNetworkDispatcher::addObserver(role, &counter);
     for (const auto& c : cases) {
-        counter.told.clear();
+        counter.notified.clear();
         ASSERT_TRUE(c.change()) << c.what;
         // Several steps of the system make up one change; the observers may hear of each.
-        follow([&] { return counter.told.size() >= c.told.size(); });
-        EXPECT_EQ(counter.told.size(), c.told.size()) << c.what;
-        for (const auto& each : c.told) EXPECT_GE(counter.told[each.first], each.second) << c.what;
+        follow([&] { return counter.notified.size() >= c.notified.size(); });
+        EXPECT_EQ(counter.notified.size(), c.notified.size()) << c.what;
+        for (const auto& each : c.notified) EXPECT_GE(counter.notified[each.first], each.second) << c.what;
     }
     for (const Role role : {Role::Metadata, Role::Multicast}) {
         CoNetworkDispatcher::removeObserver(role, &counter);

@@ -57,7 +57,7 @@ TEST_F(CoIoTcpServerHandlerTest, PausesWhenItCannotAcceptAndRecovers) {
     int passes = 0;
     for (const CoDeadline limit(350); !limit.passed(); ++passes) loop.callIOHandlers(limit.leftMs());
     EXPECT_GE(pauses, 2);  // it tries again
-    EXPECT_LE(passes, 6);  // and does not spin meanwhile
+    EXPECT_LE(passes, 6);  // and does not spin while it waits
     EXPECT_THAT(log.texts(CoMsg::ERROR), SizeIs(1));
     EXPECT_TRUE(log.contains(coErrorText(EOPNOTSUPP)));
     EXPECT_THAT(log.texts(CoMsg::WARNING), SizeIs(0));

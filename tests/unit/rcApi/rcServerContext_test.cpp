@@ -159,7 +159,7 @@ class rcServerDelayTest : public ServerFixture {
     }
 
     std::atomic<unsigned> calls{0};
-    std::vector<unsigned> clients;  ///< read only after `calls` has told of a new one
+    std::vector<unsigned> clients;  ///< read only after `calls` has counted a new one
 };
 
 TEST_F(rcServerDelayTest, ReturnsFromAnotherThreadBeforeTheNextCommandIsProcessed) {

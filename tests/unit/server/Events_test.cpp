@@ -50,7 +50,7 @@ NodeChange numbered(int number) {
     return NodeChange::metaDataSet(1, std::to_string(number));
 }
 
-std::string told(int number) {
+std::string eventText(int number) {
     const std::string text = std::to_string(number);
     return "n1 MetaDataChanged Stream " + std::to_string(text.size()) + " " + text;
 }
@@ -100,7 +100,7 @@ TEST(EventPublisher, ASlowClientDelaysNobodyAndLosesTheOldest) {
     }
     slow.releaseReplies();
     ASSERT_TRUE(
-        eventually([&] { return !slow.events().empty() && slow.events().back() == told(EVENTS - 1); }));
+        eventually([&] { return !slow.events().empty() && slow.events().back() == eventText(EVENTS - 1); }));
     EXPECT_LT(slow.events().size(), static_cast<std::size_t>(EVENTS));
     EXPECT_TRUE(log.contains("is slower than its events"));
 }

@@ -35,9 +35,9 @@ TEST_F(NodeServerTest, TheDaemonInfoTellsWhatTheServerIsAndWhereItWasReached) {
         {"VersionMaint", "2"}, {"VersionBuild", "3"},     {"StorageId", store().storageId()},
     };
     for (const auto& [name, value] : expected) {
-        std::string told;
-        EXPECT_TRUE(stream.getStringValue(name, told)) << name;
-        EXPECT_EQ(told, value) << name;
+        std::string text;
+        EXPECT_TRUE(stream.getStringValue(name, text)) << name;
+        EXPECT_EQ(text, value) << name;
     }
 }
 

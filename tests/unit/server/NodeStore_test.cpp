@@ -183,12 +183,12 @@ TEST_F(NodeStoreTest, AFullDiskAtTheCommitLeavesTheEarlierFrameAndNoFile) {
 }
 
 TEST_F(NodeStoreTest, WhatIsNotItsOwnInTheRootStays) {
-    const char* const strangers[] = {"frames/shot.0001.dpx", "frames/0123456789abcdeF",
-                                     "uploads/0123456789abcdef0", "uploads/notes.txt"};
-    for (const char* each : strangers) directory_.write(each, "precious");
+    const char* const foreign[] = {"frames/shot.0001.dpx", "frames/0123456789abcdeF",
+                                   "uploads/0123456789abcdef0", "uploads/notes.txt"};
+    for (const char* each : foreign) directory_.write(each, "precious");
     directory_.write("uploads/0123456789abcdef", "half");
     reopen();
-    for (const char* each : strangers) EXPECT_EQ(directory_.read(each), "precious") << each;
+    for (const char* each : foreign) EXPECT_EQ(directory_.read(each), "precious") << each;
     EXPECT_FALSE(std::filesystem::exists(directory_.path("uploads/0123456789abcdef")));
 }
 

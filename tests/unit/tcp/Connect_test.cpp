@@ -31,7 +31,7 @@ TEST_F(Connect, GivesASocketThatIsReadyToUse) {
     ASSERT_TRUE(client.connect("127.0.0.1", server.getPort(), 8192, 16384, 10)) << client.lastErrorText();
     EXPECT_EQ(client.lastError(), IoError::None);
     EXPECT_EQ(socketOption(client.getId(), IPPROTO_TCP, TCP_NODELAY), 1);
-    // The system doubles what it is told, for its own book-keeping.
+    // The system doubles what it is given, for its own book-keeping.
     EXPECT_EQ(socketOption(client.getId(), SOL_SOCKET, SO_SNDBUF), 2 * 8192);
     EXPECT_EQ(socketOption(client.getId(), SOL_SOCKET, SO_RCVBUF), 2 * 16384);
     EXPECT_NE(::fcntl(client.getId(), F_GETFL) & O_NONBLOCK, 0);

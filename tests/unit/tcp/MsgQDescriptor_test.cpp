@@ -16,7 +16,7 @@ namespace {
 
 using IoError = CoIoDescriptor::IoError;
 
-constexpr uid_t STRANGER = 65534;
+constexpr uid_t OTHER_USER = 65534;
 
 /// Makes `path` a socket file; listening on it is the caller's part.
 int bindTo(const std::string& path) {
@@ -135,7 +135,8 @@ class MsgQOwner : public MsgQConnect {
 };
 
 TEST_F(MsgQOwner, TheFileAndTheListenerMustBelongToRootOrToThisUser) {
-    const std::tuple<uid_t, uid_t, bool> cases[] = {{0, 0, true}, {STRANGER, 0, false}, {0, STRANGER, false}};
+    const std::tuple<uid_t, uid_t, bool> cases[] = {
+        {0, 0, true}, {OTHER_USER, 0, false}, {0, OTHER_USER, false}};
     for (const auto& [file, listener, trusted] : cases) {
         ASSERT_EQ(::chown(path.c_str(), file, 0), 0);
         listenAs(listener);

@@ -63,25 +63,25 @@ const char* const FORMAT_STREAM =
     "some "
     "\"data\"cs 7 Rec 709";
 
-std::string told(const VantrelClipFormat& f) {
+std::string asText(const VantrelClipFormat& f) {
     return std::to_string(f.width()) + "x" + std::to_string(f.height()) + " " +
            std::to_string(f.frameBufferSize()) + " " + f.formatTag() + " " + f.metaDataTag() + " [" +
            f.metaData() + "] " + f.colourSpace();
 }
 
-std::string told(const Texts& texts) {
+std::string asText(const Texts& texts) {
     std::string all;
     for (const std::string& text : texts) all += "<" + text + ">";
     return all;
 }
 
-std::string told(const Frames& frames) {
+std::string asText(const Frames& frames) {
     Texts texts;
     for (const VantrelFrameId& frame : frames) texts.emplace_back(frame.id());
-    return told(texts);
+    return asText(texts);
 }
 
-std::string told(const Api::NodeInfoList& children) {
+std::string asText(const Api::NodeInfoList& children) {
     std::string all;
     for (std::size_t i = 0; i < children.size(); ++i) {
         all += "<" + std::string(children[i].id()) + "|" + std::string(children[i].displayName()) + ">";
@@ -89,16 +89,16 @@ std::string told(const Api::NodeInfoList& children) {
     return all;
 }
 
-std::string told(const VantrelNodeId& id) {
+std::string asText(const VantrelNodeId& id) {
     return id.id();
 }
-std::string told(const std::string& text) {
+std::string asText(const std::string& text) {
     return text;
 }
-std::string told(const VantrelStr& text) {
+std::string asText(const VantrelStr& text) {
     return text.c_str();
 }
-std::string told(int number) {
+std::string asText(int number) {
     return std::to_string(number);
 }
 
@@ -108,7 +108,7 @@ Operation giving(bool (Api::*operation)(Parameters...), In... in) {
     using Last = std::tuple_element_t<sizeof...(Parameters) - 1, std::tuple<Parameters...>>;
     return [=](Api& api) {
         std::remove_reference_t<Last> value{};
-        return (api.*operation)(in..., value) ? told(value) : std::string("error: ") + api.lastError();
+        return (api.*operation)(in..., value) ? asText(value) : std::string("error: ") + api.lastError();
     };
 }
 
@@ -198,7 +198,7 @@ INSTANTIATE_TEST_SUITE_P(
         Exchange{"RenameNode",
                  [](Api& api) {
                      VantrelNodeId node("n 1");
-                     return api.renameNode(node, "new \"name\"") ? told(node)
+                     return api.renameNode(node, "new \"name\"") ? asText(node)
                                                                  : std::string("error: ") + api.lastError();
                  },
                  "Node 3 n 1Displ 10 new \"name\"", "n2", "n2"},

@@ -23,7 +23,7 @@ VantrelStrList list(const std::vector<const char*>& texts) {
     return all;
 }
 
-std::string told(const VantrelStrList& texts) {
+std::string asText(const VantrelStrList& texts) {
     std::string all;
     for (unsigned i = 0; i < texts.size(); ++i) all += std::string("<") + texts.getStr(i) + ">";
     return all;
@@ -49,7 +49,7 @@ TEST_F(Translations, PathsGoOutAndComeBackInOrder) {
     ASSERT_TRUE(server_.translatePaths(list({"/a b", "/c\"\\d"}), result, "one", "two", VantrelOS::Linux,
                                        VantrelOS::WindowsNT))
         << server_.lastError();
-    EXPECT_EQ(told(result), "</x,1><C:\\new \"2\">");
+    EXPECT_EQ(asText(result), "</x,1><C:\\new \"2\">");
     EXPECT_THAT(peer_.arguments("TranslatePaths"), ElementsAre(R"("one" 2 "two" 3 "/a b","/c\"\\d")"));
 }
 
@@ -91,7 +91,7 @@ TEST_F(Translations, RepliesThatDoNotFitTheRequestAreRefused) {
         VantrelStrList result = list({"kept"});
         EXPECT_FALSE(server_.translatePaths(list({"/1", "/2"}), result, "one", "two")) << line;
         EXPECT_STREQ(server_.lastError(), error);
-        EXPECT_EQ(told(result), "<kept>");
+        EXPECT_EQ(asText(result), "<kept>");
     }
     peer_.answer("TranslatePaths", ScriptedPeer::ok(""));
     VantrelStrList none = list({"old"});

@@ -13,7 +13,7 @@ using std::string_literals::operator""s;
 using Codec = VantrelTranslationCodec;
 using Texts = std::vector<std::string>;
 
-std::string told(const VantrelTranslationRequest& r) {
+std::string asText(const VantrelTranslationRequest& r) {
     std::string all =
         r.srcHost + " " + std::to_string(r.srcType) + " " + r.dstHost + " " + std::to_string(r.dstType);
     for (const std::string& path : r.paths) all += " <" + path + ">";
@@ -37,7 +37,7 @@ TEST(TranslationCodec, RequestsOnTheWire) {
         parsed.paths = {"old"};
         std::string error;
         EXPECT_TRUE(Codec::parseRequest(text, 3, parsed, error)) << text << ": " << error;
-        EXPECT_EQ(told(parsed), told(request));
+        EXPECT_EQ(asText(parsed), asText(request));
     }
 }
 
@@ -59,12 +59,12 @@ TEST(TranslationCodec, RequestsThatSayWhatIsWrong) {
         std::string error;
         EXPECT_FALSE(Codec::parseRequest(text, 2, request, error)) << text;
         EXPECT_EQ(error, std::string("Invalid TranslatePaths parameter: ") + wrong) << text;
-        EXPECT_EQ(told(request), "old 1 older 4 <oldest>") << text;
+        EXPECT_EQ(asText(request), "old 1 older 4 <oldest>") << text;
     }
     VantrelTranslationRequest request;
     std::string error;
     EXPECT_TRUE(Codec::parseRequest("\"one\" -7 \"two\" 5 ", 0, request, error));
-    EXPECT_EQ(told(request), "one 0 two 0") << "numbers of systems that nobody knows";
+    EXPECT_EQ(asText(request), "one 0 two 0") << "numbers of systems that nobody knows";
 }
 
 TEST(TranslationCodec, PathsOfReplies) {
@@ -84,15 +84,15 @@ TEST(TranslationCodec, PathsOfReplies) {
 }
 
 // What one entry of each table says, and the texts by hand.
-std::string told(const VantrelPathTranslationGroup& g) {
+std::string asText(const VantrelPathTranslationGroup& g) {
     std::string all = g.name + "|" + VantrelOS::OsTypeStr(g.osType);
     for (const std::string& host : g.hosts) all += "|" + host;
     return all;
 }
-std::string told(const VantrelHostTranslation& t) {
+std::string asText(const VantrelHostTranslation& t) {
     return t.srcHost + "|" + t.srcPath + "|" + t.dstHost + "|" + t.dstPath;
 }
-std::string told(const VantrelOsTypeTranslation& t) {
+std::string asText(const VantrelOsTypeTranslation& t) {
     return std::string(VantrelOS::OsTypeStr(t.srcType)) + "|" + t.srcPath + "|" +
            VantrelOS::OsTypeStr(t.dstType) + "|" + t.dstPath;
 }
@@ -110,7 +110,7 @@ std::string parsed(Parse<Entry> parse, const std::string& text) {
     std::vector<Entry> table(3);
     if (!parse(text, table)) return table.size() == 3 ? "malformed" : "malformed and changed";
     std::string all;
-    for (const Entry& entry : table) all += "[" + told(entry) + "]";
+    for (const Entry& entry : table) all += "[" + asText(entry) + "]";
     return all;
 }
 

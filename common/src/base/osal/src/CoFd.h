@@ -6,7 +6,7 @@
 
 namespace Vantrel {
 
-/// The owner of one descriptor, which it closes. Whoever opens one makes it close-on-exec.
+/// The owner of one descriptor, which it closes. The code that opens one makes it close-on-exec.
 /// Thread-safe in that a descriptor is closed, or given up, only once. That none is closed while another
 /// thread uses it is up to the owner of this object.
 class CoFd {

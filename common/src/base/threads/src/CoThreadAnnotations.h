@@ -1,6 +1,6 @@
 #pragma once
 
-/// What the compiler is told of locks. Clang's thread-safety analysis checks it (-Wthread-safety); other
+/// What the compiler knows of locks. Clang's thread-safety analysis checks it (-Wthread-safety); other
 /// compilers see nothing. A member that a mutex protects says CO_GUARDED_BY, a function that wants the mutex
 /// held CO_REQUIRES, one that takes it itself and must not be called under it CO_EXCLUDES.
 
