@@ -19,7 +19,12 @@ CoIoTcpServerHandler::CoIoTcpServerHandler(ConnectionHandler handleConnection, P
     : handleConnection_(std::move(handleConnection)), handlePause_(std::move(handlePause)) {}
 
 bool CoIoTcpServerHandler::wantsRead() const {
-    return pausedUntil_ == 0 || CoTime::getTime() >= pausedUntil_;
+    if (pausedUntil_ == 0) return true;
+    const CoTime::Microseconds left = pausedUntil_ - CoTime::getTime();
+    if (left <= 0) return true;
+    // Each time: the loop's next look at the interests may be another's, and before the end of this pause.
+    handlePause_(static_cast<unsigned>(left / CoTime::PER_MILLISECOND) + 1);
+    return false;
 }
 
 bool CoIoTcpServerHandler::handleRead() {
@@ -49,7 +54,6 @@ bool CoIoTcpServerHandler::acceptOne() {
     }
     failing_ = true;
     pausedUntil_ = CoTime::getTime() + ACCEPT_PAUSE_MS * CoTime::PER_MILLISECOND;
-    handlePause_(ACCEPT_PAUSE_MS);
     return false;
 }
 

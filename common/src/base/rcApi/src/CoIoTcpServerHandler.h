@@ -14,7 +14,7 @@ namespace Vantrel {
 class CoIoTcpServerHandler : public CoIoHandler {
   public:
     using ConnectionHandler = std::function<void(CoFd connection)>;
-    /// Is called with the milliseconds that accepting pauses for.
+    /// Is called, when the loop asks for interests during a pause, with the milliseconds left of it.
     using PauseHandler = std::function<void(unsigned pauseMs)>;
 
     CoIoTcpServerHandler(ConnectionHandler handleConnection, PauseHandler handlePause);

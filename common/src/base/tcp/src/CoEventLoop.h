@@ -50,7 +50,8 @@ class CoEventLoop {
     bool stopRequested() const { return stopped_; }
 
     /// Makes the wait in progress ask handlers for their interests again by the time `at`, though no
-    /// descriptor may be ready by then.
+    /// descriptor may be ready by then. The earliest time of all handlers is kept: one that is asked before
+    /// its own time asks for it again.
     void reviewInterestsAt(Microseconds at);
 
   private:
