@@ -46,6 +46,8 @@ struct FrameServer::Connection {
 };
 
 FrameServer::FrameServer(NodeStore& store, const Settings& settings) : store_(store), settings_(settings) {
+    // Without one the accepting thread could not be ended. The reason is logged.
+    if (!loop_.canBeWoken()) throw CoException("Cannot make the frame port's wake-up descriptor.");
     const char* address = settings.bindAddress.empty() ? nullptr : settings.bindAddress.c_str();
     if (!listener_.listen(settings.port, address))
         throw CoException(
@@ -63,13 +65,14 @@ FrameServer::Listener::Listener(Vantrel::CoEventLoop& loop, int descriptorId, st
     : loop_(loop), descriptorId_(descriptorId), accept_(std::move(accept)) {}
 
 bool FrameServer::Listener::wantsRead() const {
-    return CoTime::getTime() >= pausedUntil_;
+    if (CoTime::getTime() >= pausedUntil_) return true;
+    // Each time: the review that comes next may be another's, and before the end of this pause.
+    loop_.reviewInterestsAt(pausedUntil_);
+    return false;
 }
 
 bool FrameServer::Listener::handleRead() {
-    if (accept_()) return true;
-    pausedUntil_ = CoTime::getTime() + ACCEPT_BACK_OFF;
-    loop_.reviewInterestsAt(pausedUntil_);
+    if (!accept_()) pausedUntil_ = CoTime::getTime() + ACCEPT_BACK_OFF;
     return true;
 }
 
