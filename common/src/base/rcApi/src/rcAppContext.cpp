@@ -18,6 +18,10 @@ CoTime::Microseconds toMicroseconds(const timeval& time) {
 
 }  // namespace
 
+void rcAppContext::cancel() {
+    if (!loop_.wakeUp()) CO_MSG_ERROR("Could not wake the IO handlers: %s", coErrorText(errno).c_str());
+}
+
 int rcAppContext::callIOHandlers(unsigned timeoutMs) {
     timeval timeout{};
     timeout.tv_sec = static_cast<time_t>(timeoutMs / 1000);

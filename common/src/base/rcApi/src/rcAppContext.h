@@ -24,7 +24,7 @@ class rcAppContext {
     bool unregisterIOHandler(CoIoHandler* handler) { return handler && loop_.remove(*handler); }
 
     /// Makes the pass in progress, or the next one, return at once.
-    void cancel() { loop_.wakeUp(); }
+    void cancel();
 
     /// One pass of the loop, which waits up to `timeoutMs`: see CoEventLoop::pass.
     int callIOHandlers(unsigned timeoutMs);
