@@ -68,7 +68,8 @@ int CoAtomicFile::setMode(mode_t mode) {
 }
 
 int CoAtomicFile::sync() {
-    return ::fsync(file_.get()) == 0 ? 0 : errno;
+    // The size goes with the data; when the file was changed is not worth a second write.
+    return ::fdatasync(file_.get()) == 0 ? 0 : errno;
 }
 
 int CoAtomicFile::moveTo(const std::string& target, Existing existing) {
