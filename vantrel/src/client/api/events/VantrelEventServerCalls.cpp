@@ -49,9 +49,10 @@ bool VantrelEventServerCalls::restore(const Connection& connection) {
 }
 
 void VantrelEventServerCalls::deregister() {
-    Deregistration current;
-    unsigned limitMs = 0;
-    while (next(current, limitMs)) {
+    for (;;) {
+        Deregistration current;  // destroyed without the mutex
+        unsigned limitMs = 0;
+        if (!next(current, limitMs)) return;
         {
             const Scope scope(*this, current.connection, false);
             current.connection->registrations().remove(current.subjects, Vantrel::CoDeadline(limitMs));
@@ -87,9 +88,10 @@ void VantrelEventServerCalls::await() {
     const CoLock lock(mutex_);
     while (called_ || (!pending_.empty() && !timeIsOver())) {
         if (called_ && (restoring_ || timeIsOver())) {
-            const Connection called = called_;
+            Connection called = called_;
             const CoUnlock unlock(mutex_);
             called->registrations().client().stop(nullptr);
+            called.reset();  // without the mutex: it may be the last reference
         }
         changed_.waitFor(mutex_, STOP_INTERVAL);
     }
