@@ -19,6 +19,11 @@ namespace {
 constexpr char SEPARATOR = '/';
 constexpr mode_t DIRECTORY_MODE = 0777;
 
+bool isDirectory(const std::string& path) {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
 }  // namespace
 
 std::string CoFilePath::clean(std::string_view path) {
@@ -56,11 +61,11 @@ std::string CoFilePath::followLinks(const std::string& path) {
 }
 
 int CoFilePath::makeDirectories(const std::string& path) {
+    // Asked first: in a directory that is not writable, network file systems may refuse to make even one that
+    // exists with EACCES or EROFS.
+    if (isDirectory(path)) return 0;
     if (::mkdir(path.c_str(), DIRECTORY_MODE) == 0) return syncDirectory(directoryOf(path));
-    if (errno == EEXIST) {
-        struct stat status {};
-        return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) ? 0 : ENOTDIR;
-    }
+    if (errno == EEXIST) return isDirectory(path) ? 0 : ENOTDIR;
     const std::string above = directoryOf(path);
     if (errno != ENOENT || above == path || path.empty()) return errno;
     if (const int error = makeDirectories(above)) return error;
