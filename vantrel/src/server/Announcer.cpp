@@ -1,5 +1,7 @@
 #include "Announcer.h"
 
+#include <sys/socket.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <utility>
@@ -163,8 +165,10 @@ bool Announcer::Reader::handleRead() {
 }
 
 bool Announcer::Reader::handleError() {
-    VantrelDiscoverySockets::Datagram none;
-    announcer_.sockets_->receive(descriptorId_, none);  // takes the error away
+    int error = 0;
+    socklen_t size = sizeof error;
+    // Takes the error away, which a reader that pauses would be called for again and again, but no datagram.
+    ::getsockopt(descriptorId_, SOL_SOCKET, SO_ERROR, &error, &size);
     return true;
 }
 
