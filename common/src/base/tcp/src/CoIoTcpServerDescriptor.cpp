@@ -13,8 +13,6 @@
 
 namespace Vantrel {
 
-namespace {}  // namespace
-
 bool CoIoTcpServerDescriptor::listen(int port, const char* bindAddress) {
     close();
     clearLastError();
