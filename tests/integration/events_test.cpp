@@ -59,10 +59,10 @@ class EventsTest : public ClientFixture {
 
 TEST_F(EventsTest, ClientsSeeEachOthersChanges) {
     start();
+    EventRecorder recorder;  // before the handle, which ends its calls
     const VantrelServerHandle server(VantrelServerId(process->id().c_str()));
     VantrelNodeHandle root, volume;
     ASSERT_TRUE(server.getRootNode(root)) << server.lastError();
-    EventRecorder recorder;
     ASSERT_TRUE(server.registerEventHandler(root.getNodeId(), &recorder)) << server.lastError();
     std::size_t changes = 0;
     const auto watcher = watch(root, {"--count", "3", "--json"}, changes);
@@ -87,10 +87,10 @@ TEST_F(EventsTest, ClientsSeeEachOthersChanges) {
 TEST_F(EventsTest, EventsComeAgainAfterTheServerWasAway) {
     set("VANTREL_DEFAULT_CALL_TIMEOUT_MS", "500");
     start();
+    EventRecorder recorder;  // before the handle, which ends its calls
     const VantrelServerHandle server(VantrelServerId(process->id().c_str()));
     VantrelNodeHandle root;
     ASSERT_TRUE(server.getRootNode(root)) << server.lastError();
-    EventRecorder recorder;
     ASSERT_TRUE(server.registerEventHandler(root.getNodeId(), &recorder)) << server.lastError();
     ASSERT_TRUE(isHeard(server, root, recorder));
     std::size_t changes = 0;
@@ -134,9 +134,9 @@ class FastEventsTest : public EventsTest {
 
 TEST_F(FastEventsTest, TheOrderIsKept) {
     constexpr std::size_t EVENTS = 100000;
+    EventRecorder recorder;  // before the handle, which ends its calls
     const VantrelServerHandle server(id());
     const VantrelNodeId root(store_.rootId().c_str());
-    EventRecorder recorder;
     ASSERT_TRUE(server.registerEventHandler(root, &recorder)) << server.lastError();
     for (std::size_t i = 0; i < EVENTS; ++i) change(static_cast<int>(i));
     ASSERT_TRUE(recorder.waitFor(EVENTS));
