@@ -11,7 +11,6 @@
 namespace vantreld {
 
 using Vantrel::coErrorText;
-using Vantrel::CoIoDescriptor;
 using Vantrel::CoTime;
 using Vantrel::rcCommand;
 
