@@ -107,8 +107,9 @@ void receiving(benchmark::State& state) {
         throw std::runtime_error(server.lastError());
     const std::string lines = [&] {
         const std::string registration = peer.firstLines().back();
-        const std::size_t at = registration.find("Connection ");
-        const std::string id = registration.substr(at + 13, registration.find("Subject") - at - 13);
+        // "Connection", the number of digits, the id.
+        const std::size_t at = registration.find(' ', registration.find("Connection ") + 11) + 1;
+        const std::string id = registration.substr(at, registration.find("Subject") - at);
         const std::string argument = entry("NodeId", nodeId(0)) + entry("Type", "NodeChanged") +
                                      entry("Details", entry("Child", "n2"));
         std::string all;
