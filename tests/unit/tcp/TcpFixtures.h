@@ -68,10 +68,13 @@ struct Pair {
     CoIoDescriptor peer;
 };
 
-/// Calls `stop` on a descriptor again and again until `action` returns, so that no moment has to be guessed.
+/// Calls `stop` on a descriptor again and again until `action` returns, so that no moment has to be guessed;
+/// it begins when `action` has read what the peer sent before.
 inline void stopWhile(CoIoDescriptor& descriptor, const std::function<void()>& action) {
     std::atomic<bool> ended{false};
     std::thread stopper([&] {
+        char byte;
+        while (::recv(descriptor.getId(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) > 0) std::this_thread::yield();
         while (!ended) {
             descriptor.stop();
             std::this_thread::yield();
