@@ -21,11 +21,11 @@ TEST(rcAppContext, LogsItsWaits) {
     context.callIOHandlers(&fine);
     context.cancel();
     context.callIOHandlers(nullptr);
+    const std::string waiting = "Waiting for IO handlers ";
     EXPECT_THAT(
         log.texts(CoMsg::DEBUG),
-        ElementsAre("Waiting for IO handlers (0.000000000 sec)", "IO handlers timed out",
-                    "Waiting for IO handlers (3600.000000000 sec)",
-                    "Waiting for IO handlers (12.345678000 sec)", "Waiting for IO handlers (no-timeout)"));
+        ElementsAre(waiting + "(0.000000000 sec)", "IO handlers timed out", waiting + "(3600.000000000 sec)",
+                    waiting + "(12.345678000 sec)", waiting + "(no-timeout)"));
 }
 
 }  // namespace

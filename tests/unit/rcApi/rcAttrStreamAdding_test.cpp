@@ -19,7 +19,6 @@ TEST(AttrStreamAdding, WritesEachTypeAndBlanksTheEarlierEntry) {
     const std::pair<void (*)(rcAttrStream&), std::string> cases[] = {
         {[](auto& s) { s.addStringValue("Name", "abc def"), s.addIntValue("Port", 7555); },
          "Name 7 abc defPort 4 7555"},
-        {[](auto& s) { s.addIntValue("A", 1), s.addIntValue("A", 22); }, "  1 1A 2 22"},
         {[](auto& s) { s.addStringValue("Name", "x"), s.addStringValue("Name", ""); }, "     1 xName 0 "},
         {[](auto& s) { s.addStringValue("AB", "A 1 x"), s.addIntValue("A", 1), s.addIntValue("A", 2); },
          "AB 5 A 1 x  1 1A 1 2"},  // neither a longer name nor text within a value is mistaken for the name
@@ -28,7 +27,6 @@ TEST(AttrStreamAdding, WritesEachTypeAndBlanksTheEarlierEntry) {
         {[](auto& s) { s.addUInt32Value("U", 255), s.addUInt32Value("Z", 0); }, "U 4 0xffZ 3 0x0"},
         {[](auto& s) { s.addUInt64Value("L", 0xFEDCBA9876543210UL); }, "L 18 0xfedcba9876543210"},
         {[](auto& s) { s.addBoolValue("T", true), s.addBoolValue("F", false); }, "T 1 1F 1 0"},
-        {[](auto& s) { s.addFloatValue("F", 0.1F); }, "F 3 0.1"},
         {[](auto& s) { s.addFloatValue("F", -23.976F), s.addFloatValue("G", 25.0F); }, "F 7 -23.976G 2 25"},
         {[](auto& s) { s.addFloatValue("F", 1e-5F), s.addFloatValue("G", 0.0F); }, "F 5 1e-05G 1 0"},
     };
@@ -40,17 +38,15 @@ TEST(AttrStreamAdding, WritesEachTypeAndBlanksTheEarlierEntry) {
 }
 
 TEST(AttrStreamAdding, RefusesWhatTheEncodingCannotHold) {
-    const std::pair<void (*)(rcAttrStream&), const char*> cases[] = {
-        {[](auto& s) { s.addStringValue(nullptr, "x"); }, "Assertion"},
-        {[](auto& s) { s.addStringValue("A", static_cast<const char*>(nullptr)); }, "Assertion"},
-        {[](auto& s) { s.addStringValue("", "x"); }, "Assertion"},
-        {[](auto& s) { s.addStringValue("two words", "x"); },
-         "Illegal character: ' ' in attribute 'two words'."},
-    };
-    for (const auto& [add, message] : cases) {
+    const std::tuple<const char*, const char*, const char*> cases[] = {
+        {nullptr, "x", "Assertion"},
+        {"A", nullptr, "Assertion"},
+        {"", "x", "Assertion"},
+        {"two words", "x", "Illegal character: ' ' in attribute 'two words'."}};
+    for (const auto& [name, value, message] : cases) {
         const CapturedLog log;
         rcAttrStream stream("A 1 1"s);
-        add(stream);
+        stream.addStringValue(name, value);
         EXPECT_EQ(stream.text(), "A 1 1");
         EXPECT_TRUE(log.contains(message)) << message;
         EXPECT_TRUE(log.contains("common/src/base/rcApi/src/rcAttrStream"));
@@ -68,48 +64,28 @@ TEST(AttrStreamAdding, TakesValuesThatLieInItsOwnText) {
     EXPECT_EQ(stream.text(), "    " + entry + "A" + entry + "B" + entry + "C" + entry + "Name" + entry);
 }
 
-// What the text must be after a row of additions: every entry ever added, blanked when a later one replaced
-// it.
-class TextModel {
-  public:
-    void add(const std::string& name, const std::string& value) {
-        remove(name);
-        entries_.emplace_back(name, value);
-    }
-    void remove(const std::string& name) {
-        for (auto& entry : entries_) {
-            if (entry.first == name) entry.first.assign(name.size(), ' ');
-        }
-    }
-    std::string text() const {
-        std::string text;
-        for (const auto& [name, value] : entries_) {
-            text += name + ' ' + std::to_string(value.size()) + ' ' + value;
-        }
-        return text;
-    }
-
-  private:
-    std::vector<std::pair<std::string, std::string>> entries_;
-};
-
 TEST(AttrStreamAdding, KeepsTheBlankedEntriesExactlyAtEverySize) {
     std::mt19937 random(20240);
     for (const unsigned names : {1U, 5U, 12U, 13U, 14U, 40U, 300U}) {
         rcAttrStream stream;
-        TextModel model;
+        std::vector<std::pair<std::string, std::string>> entries;  // every one ever added
         for (unsigned step = 0; step < 4 * names + 40; ++step) {
             const std::string name = "n" + std::to_string(random() % names);
+            for (auto& entry : entries) {
+                if (entry.first == name) entry.first.assign(name.size(), ' ');
+            }
             if (random() % 8 == 0) {
                 rcAttrStream::Iterator(stream).remove(name.c_str());
-                model.remove(name);
             } else {
                 stream.addIntValue(name.c_str(), static_cast<int>(step));
-                model.add(name, std::to_string(step));
+                entries.emplace_back(name, std::to_string(step));
             }
             if (random() % 64 == 0) stream = rcAttrStream(stream);
             if (random() % 64 == 0) stream = rcAttrStream(stream.text());
-            ASSERT_EQ(stream.text(), model.text()) << names << " names, step " << step;
+            std::string text;
+            for (const auto& [key, value] : entries)
+                text.append(key).append(" " + std::to_string(value.size()) + " ").append(value);
+            ASSERT_EQ(stream.text(), text) << names << " names, step " << step;
         }
     }
 }
@@ -130,27 +106,23 @@ TEST(AttrStreamAdding, ToReceivedTextReplacesOnlyWhatAReaderSees) {
         stream.addIntValue(name, 9);
         EXPECT_EQ(stream.text(), text);
     }
-    rcAttrStream twice(many + "A 1 1A 1 2");
-    twice.addIntValue("A", 8);
-    twice.addIntValue("A", 9);
-    EXPECT_EQ(twice.text(), many + "  1 1  1 2A 1 8A 1 9");
 }
 
 TEST(AttrStreamRemoving, StartsAgainAtTheFirstEntry) {
     rcAttrStream stream("A 1 1Bcd 1 2C 1 3"s);
     rcAttrStream::Iterator iterator(stream);
-    std::string_view name;
     std::string_view value;
-    ASSERT_TRUE(iterator.next(name, value));
-    ASSERT_TRUE(iterator.next(name, value));
-    iterator.remove("nope");
-    iterator.remove("");
-    iterator.remove("Bcd");
+    std::string_view name;
+    for (const char* expected : {"A", "Bcd"}) {
+        ASSERT_TRUE(iterator.next(name, value));
+        EXPECT_EQ(name, expected);
+    }
+    for (const char* removed : {"nope", "", "Bcd"}) iterator.remove(removed);
     EXPECT_EQ(stream.text(), "A 1 1    1 2C 1 3");
-    ASSERT_TRUE(iterator.next(name, value));
-    EXPECT_EQ(name, "A");
-    ASSERT_TRUE(iterator.next(name, value));
-    EXPECT_EQ(name, "C");
+    for (const char* expected : {"A", "C"}) {
+        ASSERT_TRUE(iterator.next(name, value));
+        EXPECT_EQ(name, expected);
+    }
     const CapturedLog log;
     iterator.remove(nullptr);
     EXPECT_TRUE(log.contains("Assertion"));

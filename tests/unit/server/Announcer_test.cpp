@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <optional>
+#include <tuple>
 
 #include "CapturedLog.h"
 #include "CoMulticast.h"
@@ -35,13 +36,9 @@ VantrelDaemonInfo record(const char* storageId, const char* database = "SXAFS") 
 class AnnouncerTest : public testing::Test {
   protected:
     AnnouncerTest() : port_(Vantrel::freeUdpPort()), group_(port_, SCOPE, "lo"), party_(port_, SCOPE, "lo") {
-        ::setenv("QD_NETWORK_CFG_FILE",
-                 directory_
-                     .write("network.cfg",
-                            "[Local]\nUUID=00000000-0000-4000-8000-000000000000\n"
-                            "[Interfaces]\nMulticast=lo\n")
-                     .c_str(),
-                 1);
+        const std::string content =
+            "[Local]\nUUID=00000000-0000-4000-8000-000000000000\n[Interfaces]\nMulticast=lo\n";
+        ::setenv("QD_NETWORK_CFG_FILE", directory_.write("network.cfg", content).c_str(), 1);
         group_.bind(CoMulticast::PUBLIC);
         group_.join();
         party_.bind(CoMulticast::PRIVATE);
@@ -104,21 +101,14 @@ TEST_F(AnnouncerTest, AnnouncesSearchesAndWithdraws) {
 }
 
 TEST_F(AnnouncerTest, AnswersTheSearchesThatItMatches) {
-    const struct {
-        const char* storageId;
-        const char* database;
-        bool answered;
-    } cases[] = {{"", "", true},           {"own", "", true},       {"", "SXAFS", true},
-                 {"own", "SXAFS", true},   {"own", "other", false}, {"ow", "", false},
-                 {"Own", "", false},       {"", "sxafs", false},    {"other", "", false},
-                 {"other", "SXAFS", false}};
-    for (const auto& each : cases) {
-        SCOPED_TRACE(std::string(each.storageId) + '/' + each.database);
-        VantrelDaemonInfo wanted;
-        wanted.setStorageId(each.storageId);
-        wanted.setDatabase(each.database);
-        send(Protocol::FIND_SERVERS, wanted);
-        if (each.answered) {
+    const std::tuple<const char*, const char*, bool> cases[] = {
+        {"", "", true},         {"own", "", true},       {"", "SXAFS", true},
+        {"own", "SXAFS", true}, {"own", "other", false}, {"ow", "", false},
+        {"Own", "", false},     {"", "sxafs", false},    {"other", "SXAFS", false}};
+    for (const auto& [storageId, database, answered] : cases) {
+        SCOPED_TRACE(std::string(storageId) + '/' + database);
+        send(Protocol::FIND_SERVERS, record(storageId, database));
+        if (answered) {
             EXPECT_THAT(received(party_, 1), ElementsAre("72 own"));
         }
         settle();
@@ -172,17 +162,13 @@ TEST_F(AnnouncerTest, NeitherAnswersNorListensWithoutMeasure) {
     EXPECT_LT(answers, 2000u);
 
     // An announcement is for all who were left without an answer.
-    const auto drain = [this] {
-        bool announced = false;
-        for (std::string one = take(group_); !one.empty(); one = take(group_)) announced |= one == "71 own";
-        return announced;
-    };
-    drain();
+    while (!take(group_).empty()) {
+    }
     bool announced = false;
     for (const Vantrel::CoDeadline deadline(LIMIT_MS); !announced && !deadline.passed();) {
         for (int i = 0; i < 16; ++i) send(Protocol::FIND_SERVERS, {});
         pass();
-        announced = drain();
+        for (std::string one = take(group_); !one.empty(); one = take(group_)) announced |= one == "71 own";
     }
     EXPECT_TRUE(announced);
 }
@@ -203,16 +189,15 @@ TEST(RateLimit, AllowsABurstAndThenAnEvenRate) {
 }
 
 TEST(FitIntoDatagram, LeavesOutTheLastAddresses) {
+    VantrelDaemonInfo info = record("some");
     bool cut = true;
-    EXPECT_EQ(fitIntoDatagram(record("small"), cut), record("small"));
+    EXPECT_EQ(fitIntoDatagram(info, cut), info);
     EXPECT_FALSE(cut);
-
-    VantrelDaemonInfo large = record("large");
     for (unsigned i = 0; i < VantrelDaemonInfo::MAX_IPS; ++i) {
-        large.setMetadataIP(i, ("10.0.0." + std::to_string(i)).c_str());
-        if (i < 40) large.setDataIP(i, ("10.0.1." + std::to_string(i)).c_str());
+        info.setMetadataIP(i, ("10.0.0." + std::to_string(i)).c_str());
+        if (i < 40) info.setDataIP(i, ("10.0.1." + std::to_string(i)).c_str());
     }
-    const VantrelDaemonInfo fit = fitIntoDatagram(large, cut);
+    const VantrelDaemonInfo fit = fitIntoDatagram(info, cut);
     EXPECT_TRUE(cut);
     const std::size_t size = Protocol::create(Protocol::DISCOVER_SERVERS, fit.toAttrStream()).size();
     EXPECT_LE(size, Protocol::MAX_DATAGRAM_BYTES);

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <functional>
 #include <memory>
+#include <tuple>
 
 #include "CapturedLog.h"
 #include "TemporaryDirectory.h"
@@ -30,10 +31,12 @@ CoFd bound(const std::string& path, int (*call)(int, const sockaddr*, socklen_t)
 class LocalSocketTest : public testing::Test {
   protected:
     bool canConnect() const { return bound(path, ::connect).isOpen(); }
-    bool exists() const {
+    /// 0 without a file.
+    mode_t mode() const {
         struct stat file {};
-        return ::lstat(path.c_str(), &file) == 0;
+        return ::lstat(path.c_str(), &file) == 0 ? file.st_mode : 0;
     }
+    bool exists() const { return mode() != 0; }
 
     const Vantrel::TemporaryDirectory directory;
     const std::string path = directory.path("socket");
@@ -46,9 +49,7 @@ TEST_F(LocalSocketTest, AnyUsersClientConnectsWhileItLives) {
         EXPECT_FALSE(socket.accept().isOpen());
         EXPECT_TRUE(canConnect());
         EXPECT_TRUE(socket.accept().isOpen());
-        struct stat file {};
-        ASSERT_EQ(::lstat(path.c_str(), &file), 0);
-        EXPECT_EQ(file.st_mode & 0777, 0666u);
+        EXPECT_EQ(mode() & 0777, 0666u);
     }
     EXPECT_EQ(directory.countEntries(), 0u);
     EXPECT_TRUE(log.texts(Vantrel::CoMsg::WARNING).empty());
@@ -65,11 +66,7 @@ TEST_F(LocalSocketTest, TheFileOfAKilledServerIsReplaced) {
 
 TEST_F(LocalSocketTest, WhatIsInUseOrNoSocketIsLeftAlone) {
     std::unique_ptr<LocalSocket> running;
-    const struct {
-        const char* what;
-        std::function<void()> prepare;
-        std::function<bool()> isAsBefore;
-    } cases[] = {
+    const std::tuple<const char*, std::function<void()>, std::function<bool()>> cases[] = {
         {"a server", [&] { running = std::make_unique<LocalSocket>(path); }, [&] { return canConnect(); }},
         {"a file", [&] { directory.write("socket", "text"); },
          [&] { return directory.read("socket") == "text"; }},
@@ -77,17 +74,13 @@ TEST_F(LocalSocketTest, WhatIsInUseOrNoSocketIsLeftAlone) {
          [&] { return exists(); }},
         {"a folder", [&] { EXPECT_EQ(::mkdir(path.c_str(), 0700), 0); }, [&] { return exists(); }},
     };
-    for (const auto& each : cases) {
-        SCOPED_TRACE(each.what);
+    std::size_t warnings = 0;
+    for (const auto& [what, prepare, isAsBefore] : cases) {
         std::remove(path.c_str());
-        each.prepare();
-        const std::size_t warnings = log.texts(Vantrel::CoMsg::WARNING).size();
-        {
-            const LocalSocket socket(path);
-            EXPECT_LT(socket.fd(), 0);
-            EXPECT_EQ(log.texts(Vantrel::CoMsg::WARNING).size(), warnings + 1);
-        }
-        EXPECT_TRUE(each.isAsBefore());
+        prepare();
+        EXPECT_LT(LocalSocket(path).fd(), 0) << what;
+        EXPECT_EQ(log.texts(Vantrel::CoMsg::WARNING).size(), ++warnings) << what;
+        EXPECT_TRUE(isAsBefore()) << what;
         running.reset();
     }
 }

@@ -21,11 +21,6 @@ VantrelDaemonInfo testInfo() {
     return info;
 }
 
-/// One attribute of a stream, as it travels.
-std::string attribute(const std::string& name, const std::string& value) {
-    return name + " " + std::to_string(value.size()) + " " + value;
-}
-
 /// A store with nodes n1 (root) > n2 (volume) > n3 (project) > n4 (library) > n5 (clip of two frames).
 class NodeCommandsTest : public StoreFixture {
   protected:
@@ -65,16 +60,12 @@ TEST_F(NodeCommandsTest, EachCommandAnswersInItsOwnForm) {
         {"GetRootNode", "", "n1"},
         {"GetParentNode", "Node 2 n5", "n4"},
         {"GetChildren", "n4", "n5,a \"b\" \\c"},
-        {"GetChildren", "\"n4\"", "n5,a \"b\" \\c"},
-        {"GetChildren", "n1", "n2,stor_1"},
-        {"GetChildren", "n5", ""},
+        {"GetChildren", "\"n1\"", "n2,stor_1"},
         {"GetChildrenEx", "n4", attribute("0", child)},
         {"GetChildrenEx", "n1", attribute("0", "Id 2 n2Displ 6 stor,1")},
         {"GetChildrenEx", "n5", ""},
         {"GetDisplayName", "n4", "line\n\"1\""},
-        {"GetDisplayNameEx", "n4", "line\n\"1\""},
         {"GetNodeType", "n5", "1 8"},
-        {"GetNodeType", "n4", "0 5"},
         {"GetNodeTypeStr", "n5", "CLIP"},
         {"CanCreateNode", "Node 2 n4ExtendedType 4 REEL", "TRUE"},
         {"CanCreateNode", "Node 2 n4ExtendedType 6 VOLUME", "FALSE"},
@@ -94,11 +85,9 @@ TEST_F(NodeCommandsTest, EachCommandAnswersInItsOwnForm) {
         {"GetFramesEx", "Node 2 n5", "2 4 n5-04 n5-1"},
         {"GetFramePaths", "n5 host 2 \"5.10\"", "n5-0,n5-1"},
         {"AllocateFramesEx", "Node 2 n5NumFrames 1 1" + attribute("Fmt", FORMAT_STREAM), "1 4 n5-0"},
-        {"SetFramePaths", "n5 x/1,x/2 host 2 5.10 " + FORMAT, ""},
-        {"GetFramePaths", "n5 host 2 \"5.10 x\"", "x/1,x/2"},
         {"SetFramePathsEx", "Parent 2 n5Paths 9 1 5 a, bc", ""},
         {"GetFramePathsEx", "Parent 2 n5HostName 1 hOSType 1 2OSVersion 0 ", "1 5 a, bc"},
-        {"GetFramePaths", "n5 host 2 \"5.10\"", "a_ bc"},
+        {"GetFramePaths", "n5 host 2 \"5.10 x\"", "a_ bc"},
         {"SetFramePaths", "n5 ,x/1,,x/3, host 2 5.10 " + FORMAT, ""},
         {"GetFramePathsEx", "Parent 2 n5HostName 1 hOSType 1 2OSVersion 0 ", "5 0 3 x/10 3 x/30 "},
         {"SetFramePaths", "n5  host 2 5.10 " + FORMAT, ""},
@@ -110,12 +99,12 @@ TEST_F(NodeCommandsTest, EachCommandAnswersInItsOwnForm) {
 }
 
 TEST_F(NodeCommandsTest, ExtendedCreationTakesFormatAndFirstMetadata) {
-    const std::string format = attribute("Fmt",
-                                         "w 1 2h 1 3bpp 1 8nch 1 1szu 11 0x100000000asp 1 1rate 2 25"
-                                         "fmt 4 monoscan 1 0metag 0 meta 0 cs 7 Rec.709");
-    EXPECT_EQ(
-        ask("CreateNodeEx", "Parent 2 n4Displ 1 xType 1 1ExType 1 8" + format + "Stream 3 XMLMeta 4 <m/>"),
-        "n6");
+    const std::string format =
+        "w 1 2h 1 3bpp 1 8nch 1 1szu 11 0x100000000asp 1 1rate 2 25fmt 4 monoscan 1 0metag 0 meta 0 cs 7 "
+        "Rec.709";
+    EXPECT_EQ(ask("CreateNodeEx", "Parent 2 n4Displ 1 xType 1 1ExType 1 8" + attribute("Fmt", format) +
+                                      "Stream 3 XMLMeta 4 <m/>"),
+              "n6");
     EXPECT_EQ(ask("GetMetaData", "n6 XML \"\" 0"), "<m/>");
     EXPECT_THAT(ask("GetClipFormatEx", "n6"), HasSubstr("cs 7 Rec.709"));
     EXPECT_THAT(ask("GetClipFormat", "n6"), HasSubstr("2 3 8 1 4294967296 1 25 mono 0 none "));
@@ -129,24 +118,20 @@ TEST_F(NodeCommandsTest, ABadRequestGetsAnErrorThatNamesItAndChangesNothing) {
         {"CreateNode", "n4 \"x\" one CLIP", "Invalid CreateNode parameter: type is 'one', not a number."},
         {"CreateNode", "n4 \"x\" 1 REEL 1 1", "Cannot create clip 'x': a REEL is not a clip."},
         {"CreateNode", "n4 \"x\" 0  1 1", "Cannot create 'x': unknown node type ''."},
-        {"CreateNodeEx", "Parent 2 n4Displ 1 xType 1 1", "Missing CreateNodeEx parameter: Fmt"},
         {"CreateNodeEx", "Parent 2 n4Displ 1 xType 1 1Fmt 5 w 1 1", "h"},
         {"CreateNodeEx", "Parent 2 n4Displ 1 xType 1 0ExType 4 REELStream 2 NO",
          "Metadata stream 'NO' is not supported."},
         {"SetMetaData", "n5 XML", "Missing SetMetaData parameter: data"},
         {"SetMetaData", "n5 XML half of it", "text follows the data"},
-        {"SetMetaData", "n5 JPG \"x\"", "Metadata stream 'JPG' is not supported."},
         {"AllocateFrames", "n5 -1 ", "-1"},
         {"AllocateFrames", "n5 2x ",
          "Invalid AllocateFrames parameter: number of frames is '2x', not a number."},
         {"AllocateFramesEx", "Node 2 n5NumFrames 10 4294967296", "4294967296"},
         {"AllocateFramesEx", "Node 2 n5NumFrames 10 2147483647", "A clip cannot have 2147483647 frames"},
-        {"AllocateFramesEx", "Node 2 n5", "Missing AllocateFramesEx parameter: NumFrames"},
         {"SetFramePathsEx", "Parent 2 n5Paths 14 999999999 1 a", "Paths is a malformed list."},
         {"SetFramePaths", "n5 my dir/a,b host 2 5 ", "OS type"},
         {"GetFrames", "n4", "Node 'n4' is a LIBRARY, not a clip."},
         {"GetStreamId", "n4", "Node 'n4' is a LIBRARY, not a clip."},
-        {"GetClipFormatEx", "n4", "Node 'n4' is a LIBRARY, not a clip."},
     };
     for (const auto& [command, argument, error] : cases) {
         EXPECT_THAT(ask(command, argument), testing::AllOf(testing::StartsWith("error: "), HasSubstr(error)))

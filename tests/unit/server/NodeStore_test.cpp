@@ -16,6 +16,12 @@ using testing::HasSubstr;
 
 class NodeStoreTest : public StoreFixture {
   protected:
+    /// A clip's only frame.
+    std::string createFrame(const std::string& content) {
+        const std::string frame = store().frameIds(createClip(1))[0];
+        write(frame, content);
+        return frame;
+    }
     std::size_t frameFiles() const {
         const std::filesystem::directory_iterator files(directory_.path("frames"));
         return static_cast<std::size_t>(std::distance(begin(files), end(files)));
@@ -28,11 +34,10 @@ TEST_F(NodeStoreTest, EverythingIsThereAgainAfterReopening) {
     write(store().frameIds(clip)[1], "pixels");
     const std::string storageId = store().storageId();
     EXPECT_THAT(storageId, testing::StartsWith("vantreld-"));
-    const std::string library = store().parentId(clip);
     reopen();
     EXPECT_EQ(store().storageId(), storageId);
     EXPECT_EQ(store().node(clip).type, "CLIP");
-    EXPECT_EQ(store().parentId(clip), library);
+    EXPECT_EQ(store().node(store().parentId(clip)).displayName, "l");
     EXPECT_EQ(store().metaData(clip, "XML"), "<a/>");
     EXPECT_EQ(store().metaData(clip, "BLOB"), "");
     EXPECT_EQ(store().clipFormat(clip), "w 1 7");
@@ -47,11 +52,10 @@ TEST_F(NodeStoreTest, ASecondServerIsKeptOut) {
 
 TEST_F(NodeStoreTest, DisplayNamesAreKeptByteForByteOrRefused) {
     const std::string volume = create(store().rootId(), "VOLUME", "v");
-    const std::string names[] = {"\xff\xfe\x80", "'; DROP TABLE nodes; --",
-                                 std::string(MAX_DISPLAY_NAME_BYTES, 'x')};
+    const std::string longest(MAX_DISPLAY_NAME_BYTES, 'x');
+    const std::string names[] = {"\xff\xfe\x80", "'; DROP TABLE nodes; --", longest};
     for (const std::string& name : names) create(volume, "PROJECT", name);
-    for (const std::string& name :
-         {std::string(), std::string("a\0b", 3), std::string(MAX_DISPLAY_NAME_BYTES + 1, 'x')}) {
+    for (const std::string& name : {std::string(), std::string("a\0b", 3), longest + "x"}) {
         EXPECT_NE(failureOf([&] { create(volume, "PROJECT", name); }), "");
         EXPECT_NE(failureOf([&] { store().rename(volume, name); }), "");
     }
@@ -75,19 +79,15 @@ TEST_F(NodeStoreTest, NodeIdsHaveOneSpellingAndAreNeverUsedAgain) {
     EXPECT_EQ(root.find_first_of(" ,\"\\"), std::string::npos);
 }
 
-TEST_F(NodeStoreTest, TheRootStays) {
+TEST_F(NodeStoreTest, TheRootStaysAndAParentRefusesWhatDoesNotBelongUnderIt) {
     const std::string root = store().rootId();
+    const std::string library = createLibrary();
     EXPECT_EQ(failureOf([&] { store().destroy(root); }), "The root node cannot be destroyed.");
     EXPECT_EQ(failureOf([&] { store().rename(root, "x"); }), "The root node cannot be renamed.");
-    EXPECT_EQ(failureOf([&] { store().parentId(root); }), "The root node has no parent.");
-}
-
-TEST_F(NodeStoreTest, AParentRefusesWhatDoesNotBelongUnderIt) {
-    const std::string library = createLibrary();
     EXPECT_EQ(failureOf([&] { create(library, "VOLUME", "x"); }),
               "Cannot create 'x' under node '" + library + "': a LIBRARY accepts no VOLUME.");
-    EXPECT_EQ(failureOf([&] { store().duplicate(store().rootId(), library, "x"); }),
-              "Cannot create 'x' under node '" + store().rootId() + "': a HOST accepts no LIBRARY.");
+    EXPECT_EQ(failureOf([&] { store().duplicate(root, library, "x"); }),
+              "Cannot create 'x' under node '" + root + "': a HOST accepts no LIBRARY.");
     EXPECT_TRUE(store().children(library).empty());
 }
 
@@ -152,34 +152,23 @@ TEST_F(NodeStoreTest, TheNumberOfFramesIsTheTotalThatWasSet) {
 }
 
 TEST_F(NodeStoreTest, AnUnfinishedWriteLeavesTheEarlierFrameAndNoFile) {
-    const std::string clip = createClip(1);
-    const std::string frame = store().frameIds(clip)[0];
-    write(frame, "earlier");
+    const std::string frame = createFrame("earlier");
     { store().beginFrame(frame)->write("half", 4); }
-    EXPECT_EQ(read(frame), "earlier");
-    EXPECT_EQ(frameFiles(), 1u);
-    // What a killed server leaves goes at the next start.
-    directory_.write("frames/0123456789abcdef", "half");
-    reopen();
-    EXPECT_EQ(read(frame), "earlier");
-    EXPECT_EQ(frameFiles(), 1u);
-}
-
-TEST_F(NodeStoreTest, AFullDiskAtTheCommitLeavesTheEarlierFrameAndNoFile) {
-    const std::string clip = createClip(1);
-    const std::string frame = store().frameIds(clip)[0];
-    write(frame, "earlier");
     {
         const auto content = store().beginFrame(frame);
         content->write("later", 5);
-        const Vantrel::FileSizeLimit limit(std::filesystem::file_size(directory_.path("vantreld.db-wal")));
+        const Vantrel::FileSizeLimit fullDisk(std::filesystem::file_size(directory_.path("vantreld.db-wal")));
         EXPECT_THAT(failureOf([&] { store().commitFrame(frame, *content); }),
                     HasSubstr("Cannot use database"));
     }
     EXPECT_EQ(read(frame), "earlier");
     EXPECT_EQ(frameFiles(), 1u);
     write(frame, "later");
+    // What a killed server leaves goes at the next start.
+    directory_.write("frames/0123456789abcdef", "half");
+    reopen();
     EXPECT_EQ(read(frame), "later");
+    EXPECT_EQ(frameFiles(), 1u);
 }
 
 TEST_F(NodeStoreTest, WhatIsNotItsOwnInTheRootStays) {
@@ -193,7 +182,7 @@ TEST_F(NodeStoreTest, WhatIsNotItsOwnInTheRootStays) {
 }
 
 TEST_F(NodeStoreTest, FramesThatLostTheirDatabaseAreNotSweptAway) {
-    write(store().frameIds(createClip(1))[0], "precious");
+    createFrame("precious");
     store_.reset();
     std::filesystem::rename(directory_.path("vantreld.db"), directory_.path("saved"));
     EXPECT_THAT(failureOf([&] { NodeStore without(directory_.path()); }), HasSubstr("vantreld.db"));
@@ -213,16 +202,13 @@ TEST_F(NodeStoreTest, AFrameThatVanishesDuringItsWriteIsNotBroughtBack) {
 }
 
 TEST_F(NodeStoreTest, AnOpenFrameOutlivesItsOverwriting) {
-    const std::string clip = createClip(1);
-    const std::string frame = store().frameIds(clip)[0];
-    write(frame, "old");
+    const std::string frame = createFrame("old");
     const ReadableFile file = store().openFrame(frame);
     write(frame, "new content");
     char content[4] = {};
     ASSERT_EQ(::read(file.fd.get(), content, 3), 3);
     EXPECT_STREQ(content, "old");
     EXPECT_EQ(read(frame), "new content");
-    EXPECT_EQ(frameFiles(), 1u);
 }
 
 TEST_F(NodeStoreTest, LinkedFramesStayWithinTheFileFolder) {

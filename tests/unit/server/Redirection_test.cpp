@@ -2,39 +2,27 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 namespace vantreld {
 namespace {
 
 TEST(Redirection, IsHostPortAndFramePort) {
-    const struct {
-        const char* text;
-        const char* host;  // null: refused
-        int nodePort;
-        int framePort;
-    } cases[] = {
+    const std::tuple<const char*, const char*, int, int> cases[] = {
         {"render02:7549:7550", "render02", 7549, 7550},
         {"10.0.0.2:1:65535", "10.0.0.2", 1, 65535},
-        {"[fe80::1]:7549:7550", "fe80::1", 7549, 7550},
-        {"", nullptr, 0, 0},
-        {"render02", nullptr, 0, 0},
-        {"render02:7550", nullptr, 0, 0},
-        {":7549:7550", nullptr, 0, 0},
-        {"[]:7549:7550", nullptr, 0, 0},
-        {"fe80::1:7549:7550", nullptr, 0, 0},
-        {"render02:0:7550", nullptr, 0, 0},
-        {"render02:7549:65536", nullptr, 0, 0},
-        {"render02:7549:-1", nullptr, 0, 0},
-        {"render02:7549:7550 ", nullptr, 0, 0},
-        {"render02:7549:", nullptr, 0, 0},
-    };
-    for (const auto& each : cases) {
-        const auto redirection = parseRedirection(each.text);
-        ASSERT_EQ(redirection.has_value(), each.host != nullptr) << each.text;
-        if (!redirection) continue;
-        EXPECT_EQ(redirection->host, each.host);
-        EXPECT_EQ(redirection->nodePort, each.nodePort) << each.text;
-        EXPECT_EQ(redirection->framePort, each.framePort) << each.text;
+        {"[fe80::1]:7549:7550", "fe80::1", 7549, 7550}};
+    for (const auto& [text, host, nodePort, framePort] : cases) {
+        const auto redirection = parseRedirection(text);
+        ASSERT_TRUE(redirection) << text;
+        EXPECT_EQ(redirection->host, host);
+        EXPECT_EQ(redirection->nodePort, nodePort);
+        EXPECT_EQ(redirection->framePort, framePort);
     }
+    for (const char* text : {"", "render02", "render02:7550", ":7549:7550", "[]:7549:7550",
+                             "fe80::1:7549:7550", "render02:0:7550", "render02:7549:65536",
+                             "render02:7549:-1", "render02:7549:7550 ", "render02:7549:"})
+        EXPECT_FALSE(parseRedirection(text)) << text;
 }
 
 }  // namespace

@@ -24,6 +24,11 @@ std::string failureOf(Action action) {
     return {};
 }
 
+/// One attribute of a stream, as it travels.
+inline std::string attribute(const std::string& name, const std::string& value) {
+    return name + " " + std::to_string(value.size()) + " " + value;
+}
+
 /// A store in a folder of its own, with short ways to fill it and to look.
 class StoreFixture : public testing::Test {
   protected:

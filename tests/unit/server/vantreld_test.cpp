@@ -20,11 +20,7 @@ constexpr std::chrono::seconds LIMIT(30);
 TEST(vantreld, TellsWhyItCannotRun) {
     const Vantrel::TemporaryDirectory root;
     const std::string file = root.write("file", "");
-    const struct {
-        std::vector<std::string> arguments;
-        int status;
-        std::string error;
-    } cases[] = {
+    const std::tuple<std::vector<std::string>, int, std::string> cases[] = {
         {{}, 2, "--root"},
         {{"--root", root.path(), "--port", "65536"}, 2, "--port"},
         {{"--root", root.path(), "--protocol-version", "2012"}, 2, "A.B.C.D"},
@@ -32,12 +28,12 @@ TEST(vantreld, TellsWhyItCannotRun) {
         {{"--root", file}, 1, "vantreld: Cannot create directory '" + file + "'"},
         {{"--root", root.path("a"), "--bind", "no address"}, 1, "vantreld: Cannot listen on frame port"},
     };
-    for (const auto& each : cases) {
+    for (const auto& [arguments, status, error] : cases) {
         std::vector<std::string> command{VANTRELD};
-        command.insert(command.end(), each.arguments.begin(), each.arguments.end());
+        command.insert(command.end(), arguments.begin(), arguments.end());
         const ChildProcess::Result result = ChildProcess(command).wait(LIMIT);
-        EXPECT_EQ(result.status, each.status) << each.error;
-        EXPECT_THAT(result.err, HasSubstr(each.error));
+        EXPECT_EQ(result.status, status) << error;
+        EXPECT_THAT(result.err, HasSubstr(error));
         EXPECT_EQ(result.out, "");
     }
 }
