@@ -68,6 +68,12 @@ class RawClient {
         }
     }
 
+    /// The line that answers `line`.
+    std::string ask(std::string_view line) {
+        send(line);
+        return readLine();
+    }
+
     /// The next `size` bytes; fewer when the connection ended before.
     std::string readBytes(std::size_t size) {
         while (received_.size() < size && receive()) {

@@ -32,11 +32,11 @@ TEST_F(rcServerContextTest, AnswersEachCommandInOrder) {
         {"sync 5 Nope x", "error Unknown method: Nope"},
         {"sync 5 Echo x", "error Invalid Object: 5"},
         {"sync 4294967296 Echo x", "error Invalid Object: 2147483647"},
-        {"sync 7 Id ", "ok 7"},
+        {"sync 7 Id x", "ok 7x"},
         {"sync 0 Id ", "ok 0"},
         {"sync words Id ", "ok 0"},
         {"sync 0 Swap 2 -5", "ok -52"},
-        {"sync 0 Refuse why\\tnot", "error why\\tnot"},
+        {"sync 8 Id \\t", "error 8\\t"},
         {"sync 0 Throw went wrong", "error went wrong"},
         {"sync 0 Throw ", "error Unknown error"},
         {"sync 0 ThrowNumber ", "error Unknown error"},
@@ -44,13 +44,9 @@ TEST_F(rcServerContextTest, AnswersEachCommandInOrder) {
         {"sync 0 Void x", "ok "},
     };
     addEcho();
-    add("Id", [](int objectId, rcParam::Array&, rcParam& result) {
-        result.setStringValue(std::to_string(objectId));
-        return true;
-    });
-    add("Refuse", [](int, rcParam::Array& parameters, rcParam& result) {
-        result.setStringValue(parameters[0].stringValue());
-        return false;
+    add("Id", [](int objectId, rcParam::Array& parameters, rcParam& result) {
+        result.setStringValue(std::to_string(objectId) + parameters[0].stringValue());
+        return objectId < 8;
     });
     add("Throw", [](int, rcParam::Array& parameters, rcParam&) -> bool {
         throw std::runtime_error(parameters[0].stringValue());
@@ -65,7 +61,7 @@ TEST_F(rcServerContextTest, AnswersEachCommandInOrder) {
     rcMethod nothing = describe("Void", [](int, rcParam::Array&, rcParam&) { return true; });
     nothing.resultType = nullptr;
     ASSERT_TRUE(context.registerMethod(nothing));
-    ASSERT_TRUE(context.registerObject(7));
+    for (const int object : {7, 8}) ASSERT_TRUE(context.registerObject(object));
     start();
 
     std::string lines;
@@ -139,9 +135,8 @@ class rcServerDelayTest : public ServerFixture {
     void sendAndWait(RawClient& client, const std::string& lines) {
         const unsigned before = calls;
         client.send(lines);
-        const CoDeadline limit(10000);
-        while (calls == before && !limit.passed()) std::this_thread::yield();
-        ASSERT_NE(calls, before);
+        for (const CoDeadline limit(10000); calls == before; std::this_thread::yield())
+            ASSERT_FALSE(limit.passed());
     }
 
     std::atomic<unsigned> calls{0};
@@ -155,8 +150,7 @@ TEST_F(rcServerDelayTest, ReturnsFromAnotherThreadBeforeTheNextCommandIsProcesse
     EXPECT_TRUE(context.returnFromDelayedCommand(clients.back(), false, "late\nnews"));
     EXPECT_EQ(client.readLine(), "error late\\nnews");
     EXPECT_EQ(client.readLine(), "ok after");
-    client.send("sync 0 Later now\nsync 0 Later throw\nsync 0 Echo end\n");
-    EXPECT_EQ(client.readLine(), "ok at once");
+    EXPECT_EQ(client.ask("sync 0 Later now\nsync 0 Later throw\nsync 0 Echo end\n"), "ok at once");
     EXPECT_EQ(client.readLine(), "error gave up");
     EXPECT_EQ(client.readLine(), "ok end");
 }
@@ -180,14 +174,11 @@ TEST_F(rcServerDelayTest, MayFindItsClientGone) {
     RawClient client(port());
     sendAndWait(client, "sync 0 Later x\n");
     const unsigned id = clients.back();
-    EXPECT_NE(id, 0U);
-    EXPECT_TRUE(context.isIdValid(id));
+    EXPECT_TRUE(id != 0 && context.isIdValid(id));
     EXPECT_EQ(context.gone, 0U);
     client.close();
-
-    RawClient other(port());  // answered after the loop has seen the first one leave
-    other.send("sync 0 Echo x\n");
-    EXPECT_EQ(other.readLine(), "ok x");
+    // Answered after the loop has seen the first one leave.
+    EXPECT_EQ(RawClient(port()).ask("sync 0 Echo x\n"), "ok x");
     EXPECT_EQ(context.gone, 1U);
     EXPECT_FALSE(context.isIdValid(id));
     EXPECT_FALSE(context.returnFromDelayedCommand(id, true, "late"));
@@ -211,16 +202,11 @@ TEST_F(rcServerContextTest, AClientThatDoesNotReadHoldsUpNobodyAndLosesNothing) 
     slow.finishSending();
 
     RawClient other(port());
-    for (int i = 0; i < COMMANDS; ++i) {
-        other.send("sync 0 Echo still here\n");
-        ASSERT_EQ(other.readLine(), "ok still here");
-    }
+    for (int i = 0; i < COMMANDS; ++i) ASSERT_EQ(other.ask("sync 0 Echo still here\n"), "ok still here");
     // Sockets hold some results, the context one more: it has not read on.
     EXPECT_LT(processed, COMMANDS / 2);
     for (int i = 0; i < COMMANDS; ++i) {
-        const std::string line = slow.readLine();
-        ASSERT_EQ(line.size(), 3 + std::to_string(i).size() + 1 + SIZE);
-        ASSERT_EQ(line.compare(0, line.find('x'), "ok " + std::to_string(i) + "."), 0);
+        ASSERT_TRUE(slow.readLine() == "ok " + std::to_string(i) + "." + std::string(SIZE, 'x')) << i;
     }
     EXPECT_TRUE(slow.isClosedByPeer());
 }
@@ -232,13 +218,11 @@ TEST_F(rcServerContextTest, DropsAClientWhoseCommandIsTooLong) {
     const std::string argument(20000 - 12, 'x');  // with "sync 0 Echo "
     RawClient bystander(port());
     RawClient client(port());
-    client.send("sync 0 Echo " + argument + "\n");
-    EXPECT_EQ(client.readLine(), "ok " + argument);
+    EXPECT_EQ(client.ask("sync 0 Echo " + argument + "\n"), "ok " + argument);
     client.send("sync 0 Echo " + argument + "x");  // no newline yet
     EXPECT_TRUE(client.isClosedByPeer());
     EXPECT_TRUE(log.contains("exceeds 20000 bytes (VANTREL_MAX_COMMAND_BYTES), breaking connection"));
-    bystander.send("sync 0 Echo fine\n");
-    EXPECT_EQ(bystander.readLine(), "ok fine");
+    EXPECT_EQ(bystander.ask("sync 0 Echo fine\n"), "ok fine");
 }
 
 }  // namespace

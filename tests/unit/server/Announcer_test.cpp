@@ -137,11 +137,11 @@ TEST_F(AnnouncerTest, RubbishIsLoggedABitAndChangesNothing) {
     settle();
     const Vantrel::CapturedLog log;
     const std::string good = Protocol::create(Protocol::DISCOVER_SERVERS, record("x").toAttrStream());
-    const std::string cases[] = {"x", std::string(1023, 'V'), std::string(60000, '\0'),
-                                 good.substr(0, good.find("Data")), "Version 1 0Type 2 71Data 0 "};
-    for (int i = 0; i < 2000; ++i) {
-        send(cases[static_cast<std::size_t>(i) % std::size(cases)]);
-        if (i % 16 == 0) pass();
+    for (int i = 0; i < 500; ++i) {
+        for (const std::string& each : {std::string("x"), std::string(1023, 'V'), std::string(60000, '\0'),
+                                        good.substr(0, good.find("Data"))})
+            send(each);
+        if (i % 4 == 0) pass();
     }
     CoTime::advance(CoTime::PER_SECOND);  // its share of this second may be used up
     settle();
@@ -175,17 +175,13 @@ TEST_F(AnnouncerTest, NeitherAnswersNorListensWithoutMeasure) {
 
 TEST(RateLimit, AllowsABurstAndThenAnEvenRate) {
     RateLimit limit(10);
-    const auto burst = [&limit] {
+    for (const auto& [passedMs, burst] : {std::pair(0, 10), {200, 2}, {3600000, 10}}) {
+        CoTime::advance(passedMs * CoTime::PER_MILLISECOND);
         int count = 0;
         while (limit.take()) ++count;
-        return count;
-    };
-    EXPECT_NEAR(burst(), 10, 1);
-    EXPECT_GT(limit.waitMs(), 0u);
-    CoTime::advance(200 * CoTime::PER_MILLISECOND);
-    EXPECT_NEAR(burst(), 2, 1);
-    CoTime::advance(3600 * CoTime::PER_SECOND);
-    EXPECT_NEAR(burst(), 10, 1);
+        EXPECT_NEAR(count, burst, 1);
+        EXPECT_GT(limit.waitMs(), 0u);
+    }
 }
 
 TEST(FitIntoDatagram, LeavesOutTheLastAddresses) {

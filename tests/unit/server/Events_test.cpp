@@ -59,22 +59,22 @@ bool eventually(const std::function<bool()>& condition) {
 }
 
 TEST(EventQueue, TheOldestGiveWay) {
-    const auto text = [](std::size_t size) { return std::make_shared<const std::string>(size, 'x'); };
     EventQueue queue({3, 100});
     QueuedEvent event;
-    for (int i = 1; i <= 5; ++i) queue.push({i, text(1)});
+    const auto push = [&](int connection, std::size_t size) {
+        queue.push({connection, std::make_shared<const std::string>(size, 'x')});
+    };
+    const auto next = [&] { return queue.take(event) ? event.connection : 0; };
+    for (int i = 1; i <= 5; ++i) push(i, 1);
     EXPECT_EQ(queue.takeDropped(), 2U);
-    EXPECT_TRUE(queue.take(event));
-    EXPECT_EQ(event.connection, 3);
+    EXPECT_EQ(next(), 3);
     queue.putBack({event});
-    queue.push({6, text(99)});  // 3, 4 and 5 for number and for bytes
+    push(6, 99);  // 3, 4 and 5 for number and for bytes
     EXPECT_EQ(queue.takeDropped(), 2U);
-    EXPECT_TRUE(queue.take(event));
-    EXPECT_EQ(event.connection, 5);
-    queue.push({7, text(1000)});
-    EXPECT_TRUE(queue.take(event));
-    EXPECT_EQ(event.connection, 7) << "a single one stays, however long";
-    EXPECT_FALSE(queue.take(event));
+    EXPECT_EQ(next(), 5);
+    push(7, 1000);
+    EXPECT_EQ(next(), 7) << "a single one stays, however long";
+    EXPECT_EQ(next(), 0);
 }
 
 TEST(EventPublisher, ASlowClientDelaysNobodyAndLosesTheOldest) {

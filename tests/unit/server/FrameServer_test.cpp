@@ -51,10 +51,9 @@ class FrameServerTest : public StoreFixture {
     }
     /// The connection still answers the next request.
     void expectUsable(Peer& peer) { EXPECT_EQ(peer.ask("NoOp\0InvalidateCache\0"s, 1), OK); }
-    static bool isLogged(const Vantrel::CapturedLog& log, const std::string& text) {
-        const Vantrel::CoDeadline limit(LIMIT_MS);
-        while (!log.contains(text) && !limit.passed()) ::poll(nullptr, 0, 1);
-        return log.contains(text);
+    static void waitFor(const Vantrel::CapturedLog& log, const std::string& text) {
+        for (const Vantrel::CoDeadline limit(LIMIT_MS); !log.contains(text); ::poll(nullptr, 0, 1))
+            ASSERT_FALSE(limit.passed()) << text;
     }
 
     std::unique_ptr<FrameServer> server_;
@@ -107,8 +106,7 @@ TEST_F(FrameServerTest, FramesLargerThanTheSocketBuffersPassWhole) {
     const std::string size = std::to_string(pixels.size());
     Peer peer = connect();
     EXPECT_EQ(peer.ask("WriteFrame\0n5-0\0"s + size + OK + pixels, 1), OK);
-    const std::string frame = peer.ask("ReadFrameNoAck\0n5-0\0"s + size + "\0"s, pixels.size());
-    EXPECT_TRUE(frame == pixels);
+    EXPECT_TRUE(peer.ask("ReadFrameNoAck\0n5-0\0"s + size + OK, pixels.size()) == pixels);
     // A refused one of that size is taken from the connection all the same.
     EXPECT_EQ(peer.ask("WriteFrame\0n5-9\0"s + size + "\0"s + pixels, 29), "Frame 'n5-9' does not exist.\0"s);
     expectUsable(peer);
@@ -146,7 +144,7 @@ TEST_F(FrameServerTest, AnUploadCutShortLeavesTheEarlierFrame) {
     writeFrames(peer);
     const Vantrel::CapturedLog log;
     connect().send("WriteFrame\0n5-0\0001000\0half"s);
-    EXPECT_TRUE(isLogged(log, "the peer closed within a request"));
+    waitFor(log, "the peer closed within a request");
     EXPECT_EQ(peer.ask("ReadFrame\0n5-0\00010\0"s, 11), OK + "0123456789");
 }
 
@@ -161,7 +159,7 @@ TEST_F(FrameServerTest, APeerThatStallsWithinARequestIsDroppedAndAnIdleOneIsNot)
     const Vantrel::CapturedLog log;
     Peer neverReads = connect();
     neverReads.send("ReadFrameNoAck\0n5-0\0001000000000\0"s);  // far more than the sockets hold
-    EXPECT_TRUE(isLogged(log, Vantrel::coErrorText(ETIMEDOUT)));
+    waitFor(log, Vantrel::coErrorText(ETIMEDOUT));
     expectUsable(idle);
 }
 
