@@ -16,12 +16,11 @@ constexpr const char* NOT_INITIALIZED = "API not initialized";
 using LifecycleTest = PeerFixture;
 
 TEST_F(LifecycleTest, InitIsCounted) {
+    int version[3] = {-1, -1, -1};
+    VantrelClientGetVersion(version[0], version[1], version[2]);
+    EXPECT_THAT(version, ::testing::ElementsAre(2024, 0, 0));
     const VantrelServerHandle server(id());
-    EXPECT_FALSE(VantrelClientIsInitialized());
-    EXPECT_FALSE(server.ping(0));
-    EXPECT_STREQ(server.lastError(), NOT_INITIALIZED);
-    EXPECT_TRUE(VantrelClientInit());
-    EXPECT_TRUE(VantrelClientInit());
+    EXPECT_TRUE(VantrelClientInit() && VantrelClientInit());
     VantrelClientUninit();
     EXPECT_TRUE(VantrelClientIsInitialized());
     EXPECT_TRUE(server.ping(0)) << server.lastError();
@@ -33,14 +32,12 @@ TEST_F(LifecycleTest, InitIsCounted) {
 TEST_F(LifecycleTest, AnUnmatchedUninitLeavesTheCounterOneShort) {
     const VantrelServerHandle server(id());
     VantrelClientUninit();
-    EXPECT_FALSE(server.ping(0)) << "there is no connection cache";
-    EXPECT_STREQ(server.lastError(), NOT_INITIALIZED);
-    EXPECT_TRUE(VantrelClientInit());
-    EXPECT_FALSE(VantrelClientIsInitialized());
-    EXPECT_FALSE(server.ping(0));
-    EXPECT_STREQ(server.lastError(), NOT_INITIALIZED);
-    EXPECT_TRUE(VantrelClientInit());
-    EXPECT_TRUE(server.ping(0)) << server.lastError();
+    for (const bool isUp : {false, false, true}) {
+        EXPECT_EQ(VantrelClientIsInitialized(), isUp);
+        EXPECT_EQ(server.ping(0), isUp) << "there is no connection cache";
+        EXPECT_TRUE(isUp || server.lastError() == std::string(NOT_INITIALIZED));
+        EXPECT_TRUE(VantrelClientInit());
+    }
 }
 
 TEST_F(LifecycleTest, AClientObjectUndoesOnlyItsOwnInit) {
@@ -58,34 +55,22 @@ TEST_F(LifecycleTest, AClientObjectUndoesOnlyItsOwnInit) {
     EXPECT_TRUE(VantrelClientIsInitialized());
 }
 
-TEST_F(LifecycleTest, Version) {
-    int version[3] = {-1, -1, -1};
-    VantrelClientGetVersion(version[0], version[1], version[2]);
-    EXPECT_THAT(version, ::testing::ElementsAre(2024, 0, 0));
-}
-
 TEST_F(LifecycleTest, TheLogLevelSelectsMessagesAndIgnoresOtherNumbers) {
     set("VANTREL_NETWORK_DEBUG", "1");  // messages of level 0 with each connection
     Received::record();
     VantrelClient client(false);
-    const auto highestLevel = [&] {
+    const int initial = 99;
+    // Nothing here posts level 2.
+    for (const auto& [level, highest] :
+         {std::pair(initial, 0), {4, 4}, {5, 4}, {-1, 4}, {3, 3}, {2, 1}, {0, 0}}) {
+        if (level != initial) VantrelSetLogLevel(static_cast<VantrelLogLevel>(level));
         Received::clear();
-        peer.answer("Ping", Vantrel::ScriptedPeer::ok(""));
         peer.dropConnections();
-        const VantrelServerHandle server(id());
-        EXPECT_TRUE(server.ping(0)) << server.lastError();
-        const VantrelServerHandle nobody(VantrelServerId("not:an:address"));
-        EXPECT_FALSE(nobody.ping(0));
-        char highest = '0' - 1;
-        for (const std::string& message : Received::log()) highest = std::max(highest, message[0]);
-        return highest - '0';
-    };
-    EXPECT_EQ(highestLevel(), 0) << "as initialised";
-    const std::pair<int, int> rows[] = {{4, 4}, {5, 4}, {-1, 4}, {3, 3},
-                                        {2, 1}, {1, 1}, {0, 0}};  // nothing here posts level 2
-    for (const auto& [level, highest] : rows) {
-        VantrelSetLogLevel(static_cast<VantrelLogLevel>(level));
-        EXPECT_EQ(highestLevel(), highest) << level;
+        EXPECT_TRUE(VantrelServerHandle(id()).ping(0));
+        EXPECT_FALSE(VantrelServerHandle(VantrelServerId("not:an:address")).ping(0));
+        char found = '0' - 1;
+        for (const std::string& message : Received::log()) found = std::max(found, message[0]);
+        EXPECT_EQ(found - '0', highest) << level;
     }
 }
 
@@ -113,10 +98,9 @@ void useLibrary() {
     inside = true;
     ++callbackCalls;
     VantrelNodeHandle root;
-    if (!VantrelResolveDisplayPath(*callbackServer, "/", root)) ++callbackFailures;
-    callbackServer->lastError();
-    callbackServer->isConnected();
     const VantrelServerHandle copy(*callbackServer);
+    if (!VantrelResolveDisplayPath(*callbackServer, "/", root)) ++callbackFailures;
+    callbackServer->isConnected();
     VantrelClientInit();
     VantrelClientUninit();
     VantrelClientReleaseUnusedConnections(false);
@@ -141,10 +125,10 @@ TEST_F(LifecycleTest, CallbacksMayUseTheLibraryAndTheServerThatTheCallIsAbout) {
         server.stop(nullptr);
         VantrelClientReleaseUnusedConnections(true);
     });
-    EXPECT_GT(callbackCalls, 10);
-    EXPECT_EQ(callbackFailures, 0);
     VantrelRegisterLogCallBack(nullptr);
     VantrelRegisterDisconnectCallBack(nullptr);
+    EXPECT_GT(callbackCalls, 10);
+    EXPECT_EQ(callbackFailures, 0);
 }
 
 // --- Network configuration ---
@@ -156,22 +140,19 @@ TEST_F(LifecycleTest, CreatesTheNetworkConfiguration) {
     EXPECT_STREQ(error.c_str(), "as before");
     const std::string created = folder.read("created.cfg");
     EXPECT_THAT(created, AllOf(HasSubstr("UUID="), Not(HasSubstr("UUID=\n"))));
-    EXPECT_TRUE(VantrelCreateNetworkConfig(nullptr));
-    EXPECT_TRUE(VantrelCreateNetworkConfig(NULL));
-    EXPECT_TRUE(VantrelCreateNetworkConfig(0));
+    EXPECT_TRUE(VantrelCreateNetworkConfig(nullptr) && VantrelCreateNetworkConfig(NULL) &&
+                VantrelCreateNetworkConfig(0));
     EXPECT_EQ(folder.read("created.cfg"), created) << "an existing one is kept";
     EXPECT_TRUE(VantrelCreateNetworkConfig(folder.path("template.cfg").c_str()));
     EXPECT_EQ(folder.read("template.cfg").size(), 7982U);
     EXPECT_FALSE(VantrelCreateNetworkConfig(folder.path("no/such/directory").c_str()));
-    EXPECT_FALSE(VantrelClientIsInitialized());
 }
 
-TEST_F(LifecycleTest, TellsWhyTheNetworkConfigurationCannotBeCreated) {
+TEST_F(LifecycleTest, SaysWhyTheNetworkConfigurationCannotBeCreated) {
     set("QD_NETWORK_CFG_FILE", folder.write("file", "") + "/network.cfg");
     VantrelStr error;
-    EXPECT_FALSE(VantrelCreateNetworkConfig(&error));
+    EXPECT_FALSE(VantrelCreateNetworkConfig(nullptr) || VantrelCreateNetworkConfig(&error));
     EXPECT_THAT(error.c_str(), HasSubstr(std::strerror(ENOTDIR)));
-    EXPECT_FALSE(VantrelCreateNetworkConfig(nullptr));
 }
 
 }  // namespace

@@ -17,22 +17,27 @@ class StopTest : public PeerFixture {
   protected:
     StopTest() { set("VANTREL_CONNECTION_TIMEOUT_MS", "60000"); }
     VantrelClient client{false};
+    const VantrelServerHandle server{id()};
 };
 
 TEST_F(StopTest, EndsACallAtOnceInEveryPhaseOfIt) {
     std::size_t before = 0;
+    const auto called = [&] { return peer.waitForCommands(2); };
     const auto connected = [&] { return peer.waitForConnections(before + 1); };
+    const auto stop = [&] { server.stop("Enough."); };
     const struct {
         const char* name;
         std::function<void()> prepare;
         std::function<bool()> inProgress;
+        std::function<void()> end;
+        const char* error;
     } rows[] = {
-        {"awaiting a reply", [this] { peer.neverAnswer("Ping"); },
-         [this] { return peer.waitForCommands(2); }},
-        {"logging in", [this] { peer.neverAnswer("_login"); }, connected},
-        {"between two attempts", [this] { peer.closeOnAccept(true); }, connected},
+        {"awaiting a reply", [&] { peer.neverAnswer("Ping"); }, called, stop, "Enough."},
+        {"logging in", [&] { peer.neverAnswer("_login"); }, connected, stop, "Enough."},
+        {"between two attempts", [&] { peer.closeOnAccept(true); }, connected, stop, "Enough."},
+        {"disconnect", [&] { peer.neverAnswer("_login"); }, connected, [&] { server.disconnect(); },
+         std::strerror(EINTR)},
     };
-    const VantrelServerHandle server(id());
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         peer.dropConnections();
@@ -41,10 +46,11 @@ TEST_F(StopTest, EndsACallAtOnceInEveryPhaseOfIt) {
         within(seconds(30), [&] {
             auto pinging = std::async(std::launch::async, [&] { return server.ping(60000); });
             EXPECT_TRUE(row.inProgress());
-            server.stop("Enough.");
+            row.end();
             EXPECT_FALSE(pinging.get());
         });
-        EXPECT_STREQ(server.lastError(), "Enough.");
+        EXPECT_STREQ(server.lastError(), row.error);
+        EXPECT_FALSE(server.isConnected());
         peer.closeOnAccept(false);
         peer.answer("Ping", ScriptedPeer::ok(""));
         peer.answer("_login", ScriptedPeer::ok(""));
@@ -52,21 +58,7 @@ TEST_F(StopTest, EndsACallAtOnceInEveryPhaseOfIt) {
     }
 }
 
-TEST_F(StopTest, DisconnectEndsACallOfAnotherThread) {
-    const VantrelServerHandle server(id());
-    peer.neverAnswer("Ping");
-    within(seconds(30), [&] {
-        auto pinging = std::async(std::launch::async, [&] { return server.ping(60000); });
-        ASSERT_TRUE(peer.waitForCommands(2));
-        server.disconnect();
-        EXPECT_FALSE(pinging.get());
-    });
-    EXPECT_STREQ(server.lastError(), std::strerror(EINTR));
-    EXPECT_TRUE(peer.waitForNoClients());
-}
-
 TEST_F(StopTest, WithoutACallInProgressItHasNoEffect) {
-    const VantrelServerHandle server(id());
     server.stop("never");
     for (int i = 0; i < 3; ++i) {
         EXPECT_TRUE(server.ping(0)) << server.lastError();
@@ -78,10 +70,7 @@ TEST_F(StopTest, WithoutACallInProgressItHasNoEffect) {
 
 // --- Sharing ---
 
-class SharingTest : public PeerFixture {
-  protected:
-    VantrelClient client{false};
-};
+using SharingTest = StopTest;
 
 TEST_F(SharingTest, HandlesToOneServerShareOneConnectionUntilItIsReleased) {
     {
@@ -101,27 +90,18 @@ TEST_F(SharingTest, HandlesToOneServerShareOneConnectionUntilItIsReleased) {
         EXPECT_TRUE(late.ping(0));
         EXPECT_EQ(peer.connections(), 2U);
     }
-    const VantrelServerHandle again(id());
-    EXPECT_TRUE(again.ping(0));
-    EXPECT_EQ(peer.connections(), 2U) << "the cached one serves on";
-}
-
-TEST_F(SharingTest, AnUnusedConnectionIsClosedWhenReleased) {
     { EXPECT_TRUE(VantrelServerHandle(id()).ping(0)); }
+    EXPECT_EQ(peer.connections(), 2U) << "the cached one serves on";
     EXPECT_FALSE(peer.waitForNoClients(100)) << "kept for its idle time";
     VantrelClientReleaseUnusedConnections(false);
     EXPECT_TRUE(peer.waitForNoClients());
 }
 
-class FewConnectionsTest : public PeerFixture {
-  protected:
-    FewConnectionsTest() {
-        set("VANTREL_SHARED_CONNECTIONS", "2");
-        VantrelClientInit();
-    }
-};
+using FewConnectionsTest = PeerFixture;
 
 TEST_F(FewConnectionsTest, OneVariableSetsTheirNumberAndTheirIdleSeconds) {
+    set("VANTREL_SHARED_CONNECTIONS", "2");
+    VantrelClientInit();
     ScriptedPeer other;
     other.answer("GetDaemonInfo", ScriptedPeer::ok(PeerInfo().text(other.port())));
     other.answer("Ping", ScriptedPeer::ok(""));
