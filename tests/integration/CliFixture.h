@@ -4,10 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstdlib>
-#include <fstream>
 #include <nlohmann/json.hpp>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -25,12 +22,7 @@ class CliFixture : public ::testing::Test {
         return arguments;
     }
     static ChildProcess::Result run(std::vector<std::string> arguments) {
-        return ChildProcess(command(std::move(arguments)), {"LC_ALL=C.UTF-8", sanitizerOptions()})
-            .wait(LIMIT);
-    }
-    static std::string sanitizerOptions() {
-        const char* given = std::getenv("TSAN_OPTIONS");
-        return std::string("TSAN_OPTIONS=suppressions=" VANTREL_TSAN_SUPPRESSIONS " ") + (given ? given : "");
+        return ChildProcess(command(std::move(arguments)), {"LC_ALL=C.UTF-8"}).wait(LIMIT);
     }
     /// Standard output of a command that must succeed.
     static std::string good(std::vector<std::string> arguments) {
@@ -43,12 +35,6 @@ class CliFixture : public ::testing::Test {
     static nlohmann::json json(std::vector<std::string> arguments) {
         arguments.emplace_back("--json");
         return nlohmann::json::parse(good(std::move(arguments)), nullptr, false);
-    }
-
-    static std::string readFile(const std::string& path) {
-        std::ostringstream content;
-        content << std::ifstream(path, std::ios::binary).rdbuf();
-        return content.str();
     }
 
     void makeReel() const {

@@ -37,10 +37,9 @@ class DiscoveryFixture : public ::testing::Test {
     /// The variable that names a network.cfg with this content, beside the host's UUID.
     std::string config(const std::string& content = {}) {
         const std::string number = std::to_string(++files_);
+        const std::string uuid = std::string(12, '0').replace(12 - number.size(), std::string::npos, number);
         return "QD_NETWORK_CFG_FILE=" +
-               folder_.write("network" + number + ".cfg", "[Local]\nUUID=00000000-0000-4000-8000-" +
-                                                              std::string(12 - number.size(), '0') + number +
-                                                              "\n" + content);
+               folder_.write(number, "[Local]\nUUID=00000000-0000-4000-8000-" + uuid + "\n" + content);
     }
 
     /// A server of that name, which its storage id has too.
@@ -53,11 +52,8 @@ class DiscoveryFixture : public ::testing::Test {
         return *servers_.back();
     }
 
-    static ChildProcess::Result run(const NetworkHost& host, Strings variables, Strings arguments) {
+    static ChildProcess::Result run(const NetworkHost& host, const Strings& variables, Strings arguments) {
         arguments.insert(arguments.begin(), VANTREL_PROGRAM);
-        const char* given = ::getenv("TSAN_OPTIONS");
-        variables.push_back(std::string("TSAN_OPTIONS=suppressions=" VANTREL_TSAN_SUPPRESSIONS " ") +
-                            (given ? given : ""));
         const NetworkHost::Stay stay(host);
         return ChildProcess(arguments, variables).wait(LIMIT);
     }
@@ -75,8 +71,8 @@ class DiscoveryFixture : public ::testing::Test {
 
     /// Whether `condition` comes true within the limit; it is asked again and again.
     template <typename Condition>
-    static bool eventually(Condition condition, std::chrono::milliseconds limit = LIMIT) {
-        const auto deadline = std::chrono::steady_clock::now() + limit;
+    static bool eventually(Condition condition) {
+        const auto deadline = std::chrono::steady_clock::now() + LIMIT;
         while (!condition()) {
             if (std::chrono::steady_clock::now() > deadline) return false;
             ::poll(nullptr, 0, 10);
