@@ -20,16 +20,14 @@ using Vantrel::ScriptedPeer;
 
 namespace {
 
-constexpr const char* NOT_LOGGED_IN = "error Not logged in.";
-
 /// A record with an empty password: its checksum is that of the address, the time stamp and the serial.
 const std::string LOGIN =
     "sync 0 _login StrUserName 4 janeStrPassword 0 StrProcessName 4 testIntProcessId 2 77StrHostName 2 "
     "wsStrIpAddr 8 10.0.0.1IntSerial 1 5IntTimestamp 1 0IntCRC 10 -125785413ULongVersion 3 0x0\n";
 
 std::string nodeEvent(const std::string& node, const std::string& type, const std::string& details = "") {
-    return PeerInfo::entry("NodeId", node) + PeerInfo::entry("Type", type) +
-           PeerInfo::entry("Details", details);
+    const auto entry = PeerInfo::entry;
+    return entry("NodeId", node) + entry("Type", type) + entry("Details", details);
 }
 
 class EventHandlersTest : public PeerFixture {
@@ -44,24 +42,14 @@ class EventHandlersTest : public PeerFixture {
         sender.reset();
         server.reset();
     }
-
-    bool add(const char* node, EventRecorder& handler, const char* format = nullptr,
-             const char* meta = nullptr) {
-        return server->registerEventHandler(node, &handler, format, meta);
+    bool add(const char* node, EventRecorder& handler) {
+        return server->registerEventHandler(node, &handler);
     }
     /// Port and connection that the last registration named.
     void readRoute() {
         const auto arguments = peer.arguments("RegisterEvents");
         ASSERT_FALSE(arguments.empty());
-        const auto number = [&](const std::string& name) {
-            std::istringstream entry(arguments.back().substr(arguments.back().find(name) + name.size()));
-            std::size_t digits = 0;
-            std::string value;
-            entry >> digits >> value;
-            return std::stoi(value.substr(0, digits));
-        };
-        port = number("Port ");
-        connection = number("Connection ");
+        std::sscanf(arguments.back().c_str(), "Port %*d %dConnection %*d %d", &port, &connection);
     }
     void connectSender() {
         readRoute();
@@ -69,24 +57,23 @@ class EventHandlersTest : public PeerFixture {
         sender->send(LOGIN);
         EXPECT_EQ(sender->readLine(), "ok ");
     }
-    /// What the client answers to an event, or to anything else, that comes on its event port.
+    std::string line(const std::string& argument) const {
+        return "sync " + std::to_string(connection) + " NodeEvent " + argument + "\n";
+    }
+    /// What the client answers to an event that comes on its event port.
     std::string send(const std::string& argument) {
         if (!sender) connectSender();
-        return sendLine("sync " + std::to_string(connection) + " NodeEvent " + argument);
-    }
-    std::string sendLine(const std::string& line) {
-        sender->send(line + "\n");
+        sender->send(line(argument));
         return sender->readLine();
     }
     /// "+node" for every registration and "-node" for every unregistration since the last call.
     std::string takeRegistrations() {
         std::string all;
-        const auto lines = peer.commands();
-        for (; seen < lines.size(); ++seen) {
+        for (const auto lines = peer.commands(); seen < lines.size(); ++seen) {
             const std::size_t subject = lines[seen].find("Subject 2 ");
             if (subject == std::string::npos) continue;
-            const bool removes = lines[seen].find("UnregisterEvents") != std::string::npos;
-            all += (removes ? "-" : "+") + lines[seen].substr(subject + 10, 2);
+            all += lines[seen].find("UnregisterEvents") != std::string::npos ? '-' : '+';
+            all += lines[seen].substr(subject + 10, 2);
         }
         return all;
     }
@@ -104,10 +91,10 @@ class EventHandlersTest : public PeerFixture {
     std::size_t seen = 0;
 };
 
-TEST_F(EventHandlersTest, TheServerIsToldWhereToSendWhat) {
+TEST_F(EventHandlersTest, RegistrationsSayWhereToSendWhat) {
     EventRecorder first, second;
     EXPECT_TRUE(add("n1", first));
-    EXPECT_TRUE(add("n1", second, "rgb", "tag 1"));
+    EXPECT_TRUE(server->registerEventHandler("n1", &second, "rgb", "tag 1"));
     readRoute();
     const std::string route = PeerInfo::entry("Port", std::to_string(port)) +
                               PeerInfo::entry("Connection", std::to_string(connection)) +
@@ -138,20 +125,20 @@ TEST_F(EventHandlersTest, TheServerIsToldWhereToSendWhat) {
 TEST_F(EventHandlersTest, WhatIsNoEventIsAnsweredAndDisturbsNobody) {
     EventRecorder handler;
     ASSERT_TRUE(add("n1", handler));
-    readRoute();
-    EXPECT_EQ(send(PeerInfo::entry("Type", "t") + PeerInfo::entry("Details", "")),
-              "error Missing 'NodeId' parameter");
-    EXPECT_EQ(send(PeerInfo::entry("NodeId", "n1") + PeerInfo::entry("Details", "")),
-              "error Missing 'Type' parameter");
-    EXPECT_EQ(send(PeerInfo::entry("NodeId", "n1") + PeerInfo::entry("Type", "t")),
-              "error Missing 'Details' parameter");
+    const std::string node = PeerInfo::entry("NodeId", "n1");
+    const std::string type = PeerInfo::entry("Type", "t");
+    EXPECT_EQ(send(type + "Details 0 "), "error Missing 'NodeId' parameter");
+    EXPECT_EQ(send(node + "Details 0 "), "error Missing 'Type' parameter");
+    EXPECT_EQ(send(node + type), "error Missing 'Details' parameter");
     EXPECT_EQ(send("NodeId -7 x"), "error Missing 'NodeId' parameter");
-    EXPECT_EQ(sendLine("sync 0 NodeEvent " + nodeEvent("n1", "t")), "error Invalid Object: 0");
-    EXPECT_EQ(sendLine("sync 77 NodeEvent " + nodeEvent("n1", "t")), "error Invalid Object: 77");
+    for (const char* object : {"0", "77"}) {
+        sender->send(std::string("sync ") + object + " NodeEvent " + nodeEvent("n1", "t") + "\n");
+        EXPECT_EQ(sender->readLine(), std::string("error Invalid Object: ") + object);
+    }
     EXPECT_EQ(send(nodeEvent("n1", "", "no stream")), "ok ");
     RawClient unauthenticated(port);
-    unauthenticated.send("sync " + std::to_string(connection) + " NodeEvent " + nodeEvent("n1", "t") + "\n");
-    EXPECT_EQ(unauthenticated.readLine(), NOT_LOGGED_IN);
+    unauthenticated.send(line(nodeEvent("n1", "t")));
+    EXPECT_EQ(unauthenticated.readLine(), "error Not logged in.");
     EXPECT_THAT(handler.events(), ElementsAre("n1  no stream"));
     EXPECT_EQ(::getenv("QD_RC_CONNINFO"), nullptr);  // the environment is the application's
 }
@@ -222,7 +209,7 @@ TEST_F(EventHandlersTest, AHandlerMayEndItsServerHandleAndTheLibrary) {
     });
     ASSERT_TRUE(add("n1", ending));
     readRoute();
-    sender->send("sync " + std::to_string(connection) + " NodeEvent " + nodeEvent("n1", "t") + "\n");
+    sender->send(line(nodeEvent("n1", "t")));
     ASSERT_EQ(ended.get_future().wait_for(seconds(30)), std::future_status::ready);
     EXPECT_FALSE(VantrelClientIsInitialized());
 
@@ -242,6 +229,14 @@ TEST_F(EventHandlersTest, DestroyingAHandleDoesNotWaitForADeadServer) {
     EXPECT_EQ(peer.arguments("UnregisterEvents").size(), 1U);  // and is not connected again for the other
 }
 
+TEST_F(EventHandlersTest, RegisteringHasATimeOutOfItsOwn) {
+    set("VANTREL_EVENTS_CALL_TIMEOUT_MS", "300");
+    EventRecorder handler;
+    peer.neverAnswer("RegisterEvents");
+    within(seconds(10), [&] { EXPECT_FALSE(add("n1", handler)); });
+    EXPECT_STREQ(server->lastError(), std::strerror(ETIMEDOUT));
+}
+
 TEST_F(EventHandlersTest, ShuttingDownDoesNotWaitForADeadServer) {
     EventRecorder handler;
     const VantrelServerHandle second(id());
@@ -252,14 +247,6 @@ TEST_F(EventHandlersTest, ShuttingDownDoesNotWaitForADeadServer) {
     readRoute();
     EXPECT_THROW(RawClient{port}, std::system_error);
     EXPECT_FALSE(server->unregisterEventHandler("n1", &handler));
-}
-
-TEST_F(EventHandlersTest, RegisteringHasATimeOutOfItsOwn) {
-    set("VANTREL_EVENTS_CALL_TIMEOUT_MS", "300");
-    EventRecorder handler;
-    peer.neverAnswer("RegisterEvents");
-    within(seconds(10), [&] { EXPECT_FALSE(add("n1", handler)); });
-    EXPECT_STREQ(server->lastError(), std::strerror(ETIMEDOUT));
 }
 
 TEST_F(EventHandlersTest, ThePortServesSoManyServersAtATime) {
@@ -276,11 +263,7 @@ TEST_F(EventHandlersTest, ThePortServesSoManyServersAtATime) {
 
 TEST_F(EventHandlersTest, ThePortIsOneOfTheRangeOfTheNextStart) {
     EventRecorder handler;
-    int wanted = 0;
-    {
-        const ScriptedPeer free;
-        wanted = free.port();
-    }
+    const int wanted = ScriptedPeer().port();
     VantrelClientSetEventsPortRange(wanted, wanted);
     ASSERT_TRUE(add("n1", handler)) << server->lastError();
     readRoute();

@@ -29,18 +29,17 @@ TEST(ExamplesTest, EachEndsWithItsResult) {
 TEST(ExamplesTest, ListServersFindsTheServer) {
     const Vantrel::TemporaryDirectory folder;
     const std::string port = std::to_string(Vantrel::freeUdpPort());
-    const auto config = [&folder](const std::string& name, const std::string& more) {
-        const std::string content = "[Local]\nUUID=00000000-0000-4000-8000-000000000000\n[Interfaces]\n";
-        return "QD_NETWORK_CFG_FILE=" +
-               folder.write(name, content + "Multicast=lo\n[SelfDiscovery]\n" + more + "\n");
+    const auto config = [&folder](const std::string& number) {
+        return "QD_NETWORK_CFG_FILE=" + folder.write(number,
+                                                     "[Local]\nUUID=00000000-0000-4000-8000-000000000000\n"
+                                                     "[Interfaces]\nMulticast=lo\n[SelfDiscovery]\nPort=" +
+                                                         number + "\n");
     };
     const auto server = ServerProcess::onNetwork(
         VANTRELD_PROGRAM, folder.path("root"),
         {"--bind", "127.0.0.1", "--display-name", "shown", "--storage-id", "kept", "--discovery-port", port},
-        {config("server.cfg", "Port=1")});
-    const ChildProcess::Result result =
-        ChildProcess({LIST_SERVERS_PROGRAM}, {config("client.cfg", "Port=" + port)})
-            .wait(std::chrono::seconds(60));
+        {config("1")});
+    const auto result = ChildProcess({LIST_SERVERS_PROGRAM}, {config(port)}).wait(std::chrono::seconds(60));
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.out, "shown\t" + server.id() + "\tkept\n");
 }

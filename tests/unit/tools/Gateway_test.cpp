@@ -2,40 +2,24 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 namespace {
 
 TEST(Gateway, IsAnAddressAndPerhapsAPort) {
-    const struct {
-        const char* text;
-        const char* address;  // null: refused
-        int port;
-    } cases[] = {
-        {"host", "host", 0},
-        {"host:1", "host", 1},
-        {"10.0.0.1:65535", "10.0.0.1", 65535},
-        {"fd00::1", "fd00::1", 0},
-        {"[fd00::1]", "fd00::1", 0},
-        {"[fd00::1]:7549", "fd00::1", 7549},
-        {"", nullptr, 0},
-        {":7549", nullptr, 0},
-        {"host:", nullptr, 0},
-        {"host:0", nullptr, 0},
-        {"host:65536", nullptr, 0},
-        {"host:7x", nullptr, 0},
-        {"host:-1", nullptr, 0},
-        {"[fd00::1", nullptr, 0},
-        {"[]:1", nullptr, 0},
-        {"[fd00::1]7549", nullptr, 0},
-        {"[fd00::1]:", nullptr, 0},
+    const std::tuple<const char*, const char*, int> cases[] = {
+        {"host", "host", 0},       {"host:1", "host", 1},       {"10.0.0.1:65535", "10.0.0.1", 65535},
+        {"fd00::1", "fd00::1", 0}, {"[fd00::1]", "fd00::1", 0}, {"[fd00::1]:7549", "fd00::1", 7549},
     };
-    for (const auto& each : cases) {
-        SCOPED_TRACE(each.text);
-        const auto gateway = parseGateway(each.text);
-        ASSERT_EQ(gateway.has_value(), each.address != nullptr);
-        if (!gateway) continue;
-        EXPECT_EQ(gateway->address, each.address);
-        EXPECT_EQ(gateway->port, each.port);
+    for (const auto& [text, address, port] : cases) {
+        const auto gateway = parseGateway(text);
+        ASSERT_TRUE(gateway) << text;
+        EXPECT_EQ(gateway->address, address);
+        EXPECT_EQ(gateway->port, port);
     }
+    for (const char* text : {"", ":7549", "host:", "host:0", "host:65536", "host:7x", "host:-1", "[fd00::1",
+                             "[]:1", "[fd00::1]7549", "[fd00::1]:"})
+        EXPECT_FALSE(parseGateway(text)) << text;
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include "Progress.h"
@@ -36,11 +37,8 @@ class ProgressTest : public ::testing::Test {
     }
     // Returns when something is to be read.
     void waitUntilShown() const {
-        fd_set set;
-        FD_ZERO(&set);
-        FD_SET(ends_[0], &set);
-        timeval limit{30, 0};
-        ASSERT_EQ(select(ends_[0] + 1, &set, nullptr, nullptr, &limit), 1);
+        pollfd waiting{ends_[0], POLLIN, 0};
+        ASSERT_EQ(poll(&waiting, 1, 30000), 1);
     }
 
     int ends_[2] = {-1, -1};
@@ -59,13 +57,10 @@ TEST_F(ProgressTest, ALongTransferShowsItsStepsAndWipesThem) {
 }
 
 TEST_F(ProgressTest, AShortOneAndOneWithoutATerminalShowNothing) {
-    {
-        ProgressStyle style = style_;
-        style.delay = std::chrono::hours(1);
-        const Progress shortOne("short", 1, "frames", style);
-        style.delay = std::chrono::milliseconds(0);
-        style.terminal = false;
-        const Progress unseen("unseen", 1, "frames", style);
+    for (const bool terminal : {true, false}) {
+        style_.terminal = terminal;
+        style_.delay = std::chrono::hours(terminal ? 1 : 0);
+        const Progress unseen("unseen", 1, "frames", style_);
     }
     EXPECT_EQ(shown(), "");
 }
