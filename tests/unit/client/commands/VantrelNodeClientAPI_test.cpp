@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <sys/utsname.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <functional>
@@ -15,18 +14,17 @@
 #include <vector>
 
 #include "ScriptedPeer.h"
+#include "ShownFormat.h"
 #include "VantrelClientConnection.h"
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 using Vantrel::ScriptedPeer;
 
 namespace {
 
 using Api = VantrelNodeClientAPI;
-using Frames = std::vector<VantrelFrameId>;
 using Texts = std::vector<std::string>;
-/// Performs one operation and tells its result as text.
+/// Performs one operation and gives its result as text.
 using Operation = std::function<std::string(Api&)>;
 
 /// One entry of an attribute stream, by the rules of the wire.
@@ -34,20 +32,15 @@ std::string entry(const std::string& key, const std::string& value) {
     return key + " " + std::to_string(value.size()) + " " + value;
 }
 
-std::string hostName() {
-    char name[256] = "";
-    ::gethostname(name, sizeof name - 1);
-    return name;
-}
-
-std::string osVersion() {
+utsname machine() {
     utsname facts{};
     ::uname(&facts);
-    return facts.release;
+    return facts;
 }
 
 std::string hostEntries() {
-    return entry("HostName", hostName()) + entry("OSType", "2") + entry("OSVersion", osVersion());
+    return entry("HostName", machine().nodename) + entry("OSType", "2") +
+           entry("OSVersion", machine().release);
 }
 
 VantrelClipFormat clipFormat() {
@@ -57,40 +50,14 @@ VantrelClipFormat clipFormat() {
     return format;
 }
 
-const char* const PLAIN_FORMAT = "1920 1080 24 3 6220800 1.5 29.97 rgb 4 tag \"some \\\"data\\\"\"";
-const char* const FORMAT_STREAM =
-    "w 4 1920h 4 1080bpp 2 24nch 1 3sz 7 6220800asp 3 1.5rate 5 29.97fmt 3 rgbscan 1 4metag 3 tagmeta 11 "
-    "some "
-    "\"data\"cs 7 Rec 709";
+const std::string PLAIN_FORMAT = "1920 1080 24 3 6220800 1.5 29.97 rgb 4 tag \"some \\\"data\\\"\"";
+const std::string FORMAT_ENTRY =
+    entry("Fmt",
+          "w 4 1920h 4 1080bpp 2 24nch 1 3sz 7 6220800asp 3 1.5rate 5 29.97fmt 3 rgbscan 1 4metag 3 tagmeta "
+          "11 some \"data\"cs 7 Rec 709");
 
-std::string asText(const VantrelClipFormat& f) {
-    return std::to_string(f.width()) + "x" + std::to_string(f.height()) + " " +
-           std::to_string(f.frameBufferSize()) + " " + f.formatTag() + " " + f.metaDataTag() + " [" +
-           f.metaData() + "] " + f.colourSpace();
-}
-
-std::string asText(const Texts& texts) {
-    std::string all;
-    for (const std::string& text : texts) all += "<" + text + ">";
-    return all;
-}
-
-std::string asText(const Frames& frames) {
-    Texts texts;
-    for (const VantrelFrameId& frame : frames) texts.emplace_back(frame.id());
-    return asText(texts);
-}
-
-std::string asText(const Api::NodeInfoList& children) {
-    std::string all;
-    for (std::size_t i = 0; i < children.size(); ++i) {
-        all += "<" + std::string(children[i].id()) + "|" + std::string(children[i].displayName()) + ">";
-    }
-    return all;
-}
-
-std::string asText(const VantrelNodeId& id) {
-    return id.id();
+std::string asText(int number) {
+    return std::to_string(number);
 }
 std::string asText(const std::string& text) {
     return text;
@@ -98,8 +65,25 @@ std::string asText(const std::string& text) {
 std::string asText(const VantrelStr& text) {
     return text.c_str();
 }
-std::string asText(int number) {
-    return std::to_string(number);
+std::string asText(const VantrelClipFormat& format) {
+    return Vantrel::show(format);
+}
+std::string asText(const VantrelNodeInterface::NodeInfo& child) {
+    return std::string(child.id()) + "|" + std::string(child.displayName());
+}
+template <typename Id>
+auto asText(const Id& id) -> decltype(std::string(id.id())) {
+    return id.id();
+}
+template <typename List>
+auto asText(const List& list) -> decltype(list.size(), asText(list[0])) {
+    std::string all;
+    for (std::size_t i = 0; i < list.size(); ++i) all += "<" + asText(list[i]) + ">";
+    return all;
+}
+
+std::string failure(const Api& api) {
+    return std::string("error: ") + api.lastError();
 }
 
 /// An operation with its arguments, whose last parameter is its only output.
@@ -108,16 +92,14 @@ Operation giving(bool (Api::*operation)(Parameters...), In... in) {
     using Last = std::tuple_element_t<sizeof...(Parameters) - 1, std::tuple<Parameters...>>;
     return [=](Api& api) {
         std::remove_reference_t<Last> value{};
-        return (api.*operation)(in..., value) ? asText(value) : std::string("error: ") + api.lastError();
+        return (api.*operation)(in..., value) ? asText(value) : failure(api);
     };
 }
 
 /// An operation without output.
 template <typename... Parameters, typename... In>
 Operation doing(bool (Api::*operation)(Parameters...), In... in) {
-    return [=](Api& api) {
-        return (api.*operation)(in...) ? std::string() : std::string("error: ") + api.lastError();
-    };
+    return [=](Api& api) { return (api.*operation)(in...) ? std::string() : failure(api); };
 }
 
 struct Exchange {
@@ -177,136 +159,115 @@ TEST_P(NodeClient, PassesTheServersErrorOn) {
     EXPECT_EQ(c.operation(api_), "error: no\nway");
 }
 
-const VantrelNodeId N1("n1");
-const VantrelNodeId SPACED("n \"1");
-
-INSTANTIATE_TEST_SUITE_P(
-    Tree, NodeClient,
-    testing::Values(
-        Exchange{"GetStorageId", giving(&Api::getStorageId), "", "st 1", "st 1"},
-        Exchange{"QueryNodePlugInVendor", giving(&Api::queryNodePlugInVendor), "", "Vend", "Vend"},
-        Exchange{"QueryNodePlugInProduct", giving(&Api::queryNodePlugInProduct), "", "Prod", "Prod"},
-        Exchange{"GetRootNode", giving(&Api::getRootNode), "", "root", "root"},
-        Exchange{"GetParentNode", giving(&Api::getParentNode, SPACED), "Node 4 n \"1", "n0", "n0"},
-        Exchange{"GetChildren", giving(&Api::getChildren, SPACED), "\"n \\\"1\"", "a,one,b,two,c",
-                 "<a|one><b|two>"},
-        Exchange{"GetChildrenEx", giving(&Api::getChildren, SPACED), "n \"1", "0 17 Id 1 aDispl 3 one",
-                 "<a|one>"},
-        Exchange{"GetDisplayName", giving(&Api::getDisplayName, SPACED), "\"n \\\"1\"", "a\nb", "a\nb"},
-        Exchange{"GetDisplayNameEx", giving(&Api::getDisplayName, SPACED), "n \"1", "caf\xc3\xa9",
-                 "caf\xc3\xa9"},
-        Exchange{"RenameNode",
-                 [](Api& api) {
-                     VantrelNodeId node("n 1");
-                     return api.renameNode(node, "new \"name\"") ? asText(node)
-                                                                 : std::string("error: ") + api.lastError();
-                 },
-                 "Node 3 n 1Displ 10 new \"name\"", "n2", "n2"},
-        Exchange{"DuplicateNode", giving(&Api::duplicateNode, VantrelNodeId("p 1"), N1, "copy"),
-                 "ParentNodeId 3 p 1DupeNodeId 2 n1DisplayName 4 copy", "n3", "n3"},
-        Exchange{"DestroyNode", doing(&Api::destroyNode, SPACED), "\"n \\\"1\"", "ignored", ""},
-        Exchange{"CreateNode",
-                 giving(&Api::createNode, VantrelNodeId("p 1"), "a \"name\"", VantrelNodeInterface::CLIP,
-                        "CLIP", nullptr, nullptr, clipFormat()),
-                 std::string("\"p 1\" \"a \\\"name\\\"\" 1 CLIP ") + PLAIN_FORMAT, "n4", "n4"},
-        Exchange{"CreateNodeEx",
-                 giving(&Api::createNode, VantrelNodeId("p,1"), "name", VantrelNodeInterface::CONTAINER,
-                        "REEL", "XML", "<a/>", clipFormat()),
-                 std::string("Parent 3 p,1Displ 4 nameType 1 0ExType 4 REEL") + entry("Fmt", FORMAT_STREAM) +
-                     "Stream 3 XMLMeta 4 <a/>",
-                 "n5", "n5"},
-        Exchange{
-            "CreateNodeEx",
-            giving(&Api::createNode, N1, nullptr, VantrelNodeInterface::CLIP, "", nullptr, "", clipFormat()),
-            std::string("Parent 2 n1Displ 0 Type 1 1") + entry("Fmt", FORMAT_STREAM), "n6", "n6"}));
-
 std::string typeOf(Api& api) {
     Api::Type type;
-    if (!api.getType(SPACED, type)) return std::string("error: ") + api.lastError();
+    if (!api.getType("n1", type)) return failure(api);
     return std::to_string(type.kind) + "/" + std::to_string(type.extended) + "/" + type.text;
 }
 
 std::string canCreate(Api& api) {
     std::optional<Api::Type> unasked;
     bool can = false;
-    if (!api.canCreateNode(N1, unasked, "CLIP", can)) return std::string("error: ") + api.lastError();
+    if (!api.canCreateNode("n1", unasked, "CLIP", can)) return failure(api);
     return can && !unasked ? "yes" : "no";
 }
 
 std::string versionOf(Api& api) {
     int major = -1;
     int minor = -1;
-    if (!api.queryNodePlugInVersion(major, minor)) return std::string("error: ") + api.lastError();
+    if (!api.queryNodePlugInVersion(major, minor)) return failure(api);
     return std::to_string(major) + "/" + std::to_string(minor);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Facts, NodeClient,
-    testing::Values(Exchange{"GetNodeTypeStr", typeOf, "\"n \\\"1\"", "CLIP", "1/7/CLIP"},
-                    Exchange{"QueryNodePlugInVersion", versionOf, "", "2024 1", "2024/1"},
-                    Exchange{"QueryNodePlugInVersion", versionOf, "", "", "error: Invalid version"},
-                    Exchange{"GetNbReadAheads", giving(&Api::getNbReadAheads, N1), "n1", "12", "12"},
-                    Exchange{"GetStreamId", giving(&Api::getStreamId, SPACED), "\"n \\\"1\"", "s1", "s1"},
-                    Exchange{"CanCreateNode", canCreate, "Node 2 n1ExtendedType 4 CLIP", "true", "yes"},
-                    Exchange{"CanCreateNode", canCreate, "Node 2 n1ExtendedType 4 CLIP", "TRUE!", "no"},
-                    Exchange{"QueryMetaDataSupport", giving(&Api::queryMetaDataSupport, SPACED),
-                             "\"n \\\"1\"", "XML,BLOB", "<XML><BLOB>"},
-                    Exchange{"SetMetaData", doing(&Api::setMetaData, SPACED, "XML", "<a b=\"c\\d\"/>"),
-                             "\"n \\\"1\" XML \"<a b=\\\"c\\\\d\\\"/>\"", "", ""},
-                    Exchange{"GetMetaData", giving(&Api::getMetaData, N1, "XML", "a b", 3),
-                             "n1 XML \"a b\" 3", "<x>\n\t</x>", "<x>\n\t</x>"},
-                    Exchange{"GetMetaData", giving(&Api::getMetaData, SPACED, "XML", "f", -1),
-                             "\"n \\\"1\" XML f -1", "m", "m"},
-                    Exchange{"GetMetaData", giving(&Api::getMetaData, N1, "XML", nullptr, 0), "n1 XML \"\" 0",
-                             "m", "m"}));
+std::string renamed(Api& api) {
+    VantrelNodeId node("n 1");
+    return api.renameNode(node, "new \"name\"") ? asText(node) : failure(api);
+}
 
-const std::string LOCAL_WORDS = hostName() + " 2 ";
+Operation creating(const VantrelNodeId& parent, const char* name, VantrelNodeInterface::NodeType kind,
+                   const char* type, const char* stream, const char* metaData) {
+    return giving(&Api::createNode, parent, name, kind, type, stream, metaData, clipFormat());
+}
 
-INSTANTIATE_TEST_SUITE_P(
-    Clips, NodeClient,
-    testing::Values(
-        Exchange{"GetClipFormat", giving(&Api::getClipFormat, SPACED), "\"n \\\"1\"",
-                 "64 32 24 3 6144 1 25 rgb 4 none some  data", "64x32 6144 rgb none [some  data] "},
-        Exchange{"GetClipFormatEx", giving(&Api::getClipFormat, SPACED), "n \"1",
-                 "w 2 64h 2 32bpp 2 24nch 1 3szu 3 0x0sz 4 6144asp 1 1rate 2 25fmt 3 rgbscan 1 4metag 4 "
-                 "nonemeta 9 "
-                 "some datacs 7 Rec 709",
-                 "64x32 6144 rgb none [some data] Rec 709"},
-        Exchange{"GetFrames", giving(&Api::getFrames, SPACED), "\"n \\\"1\"", "f1,f2", "<f1><f2>"},
-        Exchange{"GetFramesEx", giving(&Api::getFrames, SPACED), "Node 4 n \"1", "2 3 a,b1 c", "<a,b><c>"},
-        Exchange{"GetFramesEx", giving(&Api::getFrames, N1), "Node 2 n1", "2 3 a,b",
-                 "error: Invalid frame list"},
-        Exchange{"AllocateFrames", giving(&Api::allocateFrames, VantrelNodeId("n 1"), 24, clipFormat()),
-                 std::string("\"n 1\" 24 ") + PLAIN_FORMAT, "f1,f2", "<f1><f2>"},
-        Exchange{"AllocateFramesEx", giving(&Api::allocateFrames, VantrelNodeId("n,1"), 24, clipFormat()),
-                 std::string("Node 3 n,1NumFrames 2 24") + entry("Fmt", FORMAT_STREAM), "1 2 f1", "<f1>"},
-        Exchange{"AllocateFramesEx", giving(&Api::allocateFrames, N1, -1, clipFormat()),
-                 std::string("Node 2 n1NumFrames 2 -1") + entry("Fmt", FORMAT_STREAM), "rubbish",
-                 "error: Invalid frame list"},
-        Exchange{"GetFramePaths", giving(&Api::getFramePaths, SPACED),
-                 "\"n \\\"1\" " + LOCAL_WORDS + "\"" + osVersion() + "\"", "/a b,/c", "</a b></c>"},
-        Exchange{"GetFramePathsEx", giving(&Api::getFramePaths, N1), "Parent 2 n1" + hostEntries(),
-                 "2 2 /a4 /b,c", "</a></b,c>"},
-        Exchange{"GetFramePathsEx", giving(&Api::getFramePaths, N1), "Parent 2 n1" + hostEntries(), "2 9 /a",
-                 "error: Invalid file list"},
-        Exchange{"SetFramePaths",
-                 doing(&Api::setFramePaths, VantrelNodeId("n 1"), Texts{"/a b", "/c"}, clipFormat()),
-                 "\"n 1\" /a b,/c " + LOCAL_WORDS + osVersion() + " " + PLAIN_FORMAT, "", ""},
-        Exchange{"SetFramePathsEx", doing(&Api::setFramePaths, N1, Texts{"/a b,c", "/d"}, clipFormat()),
-                 entry("Fmt", FORMAT_STREAM) + "Parent 2 n1" + "Paths 14 2 6 /a b,c2 /d" + hostEntries(), "",
-                 ""}));
+constexpr auto CLIP = VantrelNodeInterface::CLIP;
+const VantrelNodeId N1("n1");
+const VantrelNodeId COMMA("n,1");
+const VantrelNodeId LONG(std::string(600, 'x').c_str());
+const VantrelNodeId SPACED("n \"1");
+const std::string SPACED_WORD = "\"n \\\"1\"";
+const std::string LOCAL_WORDS = std::string(machine().nodename) + " 2 ";
+
+const std::vector<Exchange> EXCHANGES = {
+    {"GetStorageId", giving(&Api::getStorageId), "", "st 1", "st 1"},
+    {"QueryNodePlugInVendor", giving(&Api::queryNodePlugInVendor), "", "Vend", "Vend"},
+    {"QueryNodePlugInProduct", giving(&Api::queryNodePlugInProduct), "", "Prod", "Prod"},
+    {"QueryNodePlugInVersion", versionOf, "", "2024 1", "2024/1"},
+    {"QueryNodePlugInVersion", versionOf, "", "", "error: Invalid version"},
+    {"GetRootNode", giving(&Api::getRootNode), "", "root", "root"},
+    {"GetParentNode", giving(&Api::getParentNode, SPACED), "Node 4 n \"1", "n0", "n0"},
+    {"GetChildren", giving(&Api::getChildren, SPACED), SPACED_WORD, "a,one,b,two,c", "<a|one><b|two>"},
+    {"GetChildrenEx", giving(&Api::getChildren, SPACED), "n \"1", "0 17 Id 1 aDispl 3 one", "<a|one>"},
+    {"GetDisplayName", giving(&Api::getDisplayName, SPACED), SPACED_WORD, "a\nb", "a\nb"},
+    {"GetDisplayNameEx", giving(&Api::getDisplayName, SPACED), "n \"1", "caf\xc3\xa9", "caf\xc3\xa9"},
+    {"GetNodeTypeStr", typeOf, "n1", "CLIP", "1/7/CLIP"},
+    {"GetNbReadAheads", giving(&Api::getNbReadAheads, N1), "n1", "12", "12"},
+    {"GetStreamId", giving(&Api::getStreamId, SPACED), SPACED_WORD, "s1", "s1"},
+    {"CanCreateNode", canCreate, "Node 2 n1ExtendedType 4 CLIP", "true", "yes"},
+    {"CanCreateNode", canCreate, "Node 2 n1ExtendedType 4 CLIP", "TRUE!", "no"},
+    {"RenameNode", renamed, "Node 3 n 1Displ 10 new \"name\"", "n2", "n2"},
+    {"DuplicateNode", giving(&Api::duplicateNode, SPACED, N1, "copy"),
+     "ParentNodeId 4 n \"1DupeNodeId 2 n1DisplayName 4 copy", "n3", "n3"},
+    {"DestroyNode", doing(&Api::destroyNode, SPACED), SPACED_WORD, "ignored", ""},
+    {"CreateNode", creating(SPACED, "a \"name\"", CLIP, "CLIP", nullptr, nullptr),
+     SPACED_WORD + " \"a \\\"name\\\"\" 1 CLIP " + PLAIN_FORMAT, "n4", "n4"},
+    {"CreateNodeEx", creating(COMMA, "name", VantrelNodeInterface::CONTAINER, "REEL", "XML", "<a/>"),
+     "Parent 3 n,1Displ 4 nameType 1 0ExType 4 REEL" + FORMAT_ENTRY + "Stream 3 XMLMeta 4 <a/>", "n5", "n5"},
+    {"CreateNodeEx", creating(N1, nullptr, CLIP, "", nullptr, ""),
+     "Parent 2 n1Displ 0 Type 1 1" + FORMAT_ENTRY, "n6", "n6"},
+    {"QueryMetaDataSupport", giving(&Api::queryMetaDataSupport, SPACED), SPACED_WORD, "XML,BLOB",
+     "<XML><BLOB>"},
+    {"SetMetaData", doing(&Api::setMetaData, SPACED, "XML", "<a b=\"c\\d\"/>"),
+     SPACED_WORD + " XML \"<a b=\\\"c\\\\d\\\"/>\"", "", ""},
+    {"GetMetaData", giving(&Api::getMetaData, N1, "XML", "a b", 3), "n1 XML \"a b\" 3", "<x>\n\t</x>",
+     "<x>\n\t</x>"},
+    {"GetMetaData", giving(&Api::getMetaData, SPACED, "XML", "f", -1), SPACED_WORD + " XML f -1", "m", "m"},
+    {"GetMetaData", giving(&Api::getMetaData, N1, "XML", nullptr, 0), "n1 XML \"\" 0", "m", "m"},
+    {"GetClipFormat", giving(&Api::getClipFormat, SPACED), SPACED_WORD,
+     "64 32 24 3 6144 1 25 rgb 4 none some  data",
+     "64x32 24/3 6144 ratio 1 rate 25 [rgb] scan 4 [none] [some  data] []"},
+    {"GetClipFormatEx", giving(&Api::getClipFormat, SPACED), "n \"1", FORMAT_ENTRY.substr(8),
+     "1920x1080 24/3 6220800 ratio 1.5 rate 29.97 [rgb] scan 4 [tag] [some \"data\"] [Rec 709]"},
+    {"GetFrames", giving(&Api::getFrames, SPACED), SPACED_WORD, "f1,f2", "<f1><f2>"},
+    {"GetFramesEx", giving(&Api::getFrames, SPACED), "Node 4 n \"1", "2 3 a,b1 c", "<a,b><c>"},
+    {"GetFramesEx", giving(&Api::getFrames, N1), "Node 2 n1", "2 3 a,b", "error: Invalid frame list"},
+    {"AllocateFrames", giving(&Api::allocateFrames, SPACED, 24, clipFormat()),
+     SPACED_WORD + " 24 " + PLAIN_FORMAT, "f1,f2", "<f1><f2>"},
+    {"AllocateFramesEx", giving(&Api::allocateFrames, COMMA, 24, clipFormat()),
+     "Node 3 n,1NumFrames 2 24" + FORMAT_ENTRY, "1 2 f1", "<f1>"},
+    {"AllocateFramesEx", giving(&Api::allocateFrames, N1, -1, clipFormat()),
+     "Node 2 n1NumFrames 2 -1" + FORMAT_ENTRY, "rubbish", "error: Invalid frame list"},
+    {"GetFramePaths", giving(&Api::getFramePaths, SPACED),
+     SPACED_WORD + " " + LOCAL_WORDS + "\"" + machine().release + "\"", "/a b,/c", "</a b></c>"},
+    {"GetFramePaths", giving(&Api::getFramePaths, LONG), std::string(511, 'x'), "/a", "</a>"},
+    {"GetFramePathsEx", giving(&Api::getFramePaths, N1), "Parent 2 n1" + hostEntries(), "2 2 /a4 /b,c",
+     "</a></b,c>"},
+    {"GetFramePathsEx", giving(&Api::getFramePaths, N1), "Parent 2 n1" + hostEntries(), "2 9 /a",
+     "error: Invalid file list"},
+    {"SetFramePaths", doing(&Api::setFramePaths, SPACED, Texts{"/a b", "/c"}, clipFormat()),
+     SPACED_WORD + " /a b,/c " + LOCAL_WORDS + machine().release + " " + PLAIN_FORMAT, "", ""},
+    {"SetFramePathsEx", doing(&Api::setFramePaths, N1, Texts{"/a b,c", "/d"}, clipFormat()),
+     FORMAT_ENTRY + "Parent 2 n1" + "Paths 14 2 6 /a b,c2 /d" + hostEntries(), "", ""}};
+
+INSTANTIATE_TEST_SUITE_P(Commands, NodeClient, testing::ValuesIn(EXCHANGES));
 
 TEST_F(NodeClient, PlainCreatorsRefuseAComma) {
-    const VantrelNodeId comma("n,1");
     const VantrelNodeId longId((std::string(200, 'x') + ",").c_str());
     const std::string refused = "error: Invalid node id: 'n,1'.";
     const std::pair<Operation, std::string> cases[] = {
-        {giving(&Api::createNode, comma, "name", VantrelNodeInterface::CLIP, "CLIP", nullptr, nullptr,
-                clipFormat()),
-         refused},
-        {giving(&Api::getFramePaths, comma), refused},
-        {doing(&Api::setFramePaths, comma, Texts{}, clipFormat()), refused},
-        {giving(&Api::allocateFrames, comma, 1, clipFormat()), refused},
+        {creating(COMMA, "name", CLIP, "CLIP", nullptr, nullptr), refused},
+        {giving(&Api::getFramePaths, COMMA), refused},
+        {doing(&Api::setFramePaths, COMMA, Texts{}, clipFormat()), refused},
+        {giving(&Api::allocateFrames, COMMA, 1, clipFormat()), refused},
         {giving(&Api::getFramePaths, longId), "error: Invalid node id: '" + std::string(127 - 18, 'x')},
     };
     describe(OLD);

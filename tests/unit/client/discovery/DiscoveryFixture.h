@@ -15,6 +15,7 @@
 
 #include "CapturedLog.h"
 #include "CoNetworkConfig.h"
+#include "DaemonRecord.h"
 #include "TemporaryDirectory.h"
 #include "VantrelDiscoverySockets.h"
 #include "VantrelMulticastClient.h"
@@ -145,11 +146,7 @@ class DiscoveryTest : public testing::Test {
     VantrelDiscoveryGroup group(unsigned ttl = 1) const { return {holder_.getPort(), SCOPE, ttl}; }
 
     static VantrelDaemonInfo server(const char* storageId, const char* ip, const char* displayName = "") {
-        VantrelDaemonInfo info;
-        info.setStorageId(storageId);
-        info.setDisplayName(displayName);
-        if (*ip) info.setMetadataIP(0, ip);
-        return info;
+        return Vantrel::DaemonRecord{storageId, "", "", ip, "", displayName, 0}.info();
     }
     static VantrelServerId storage(const char* storageId) {
         VantrelServerId id;
@@ -161,9 +158,7 @@ class DiscoveryTest : public testing::Test {
     static long took(Call call) {
         const auto before = std::chrono::steady_clock::now();
         call();
-        return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
-                                                                     before)
-            .count();
+        return (std::chrono::steady_clock::now() - before) / std::chrono::milliseconds(1);
     }
 
   private:

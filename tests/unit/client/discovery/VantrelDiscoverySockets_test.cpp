@@ -1,47 +1,21 @@
 #include "VantrelDiscoverySockets.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <stdlib.h>
-
-#include <string>
-#include <vector>
-
 #include "BareHost.h"
-#include "CapturedLog.h"
-#include "CoNetworkConfig.h"
-#include "TemporaryDirectory.h"
+#include "DiscoveryFixture.h"
 
 namespace {
 
 using Datagram = VantrelDiscoverySockets::Datagram;
-using Protocol = VantrelMulticastProtocol;
-using Strings = std::vector<std::string>;
-using testing::Contains;
 using Vantrel::coFormat;
 using Vantrel::CoMulticast;
 using Vantrel::rcAttrStream;
 
-constexpr const char* SCOPE = "239.255.71.55";
 constexpr int LIMIT_MS = 20000;
 
-/// Has the process use these interfaces for multicast, and gives it a port that nobody else uses.
-class VantrelDiscoverySocketsTest : public testing::Test {
+/// Has the process use some interfaces for multicast.
+class VantrelDiscoverySocketsTest : public DiscoveryTest {
   protected:
-    VantrelDiscoverySocketsTest() : holder_(0, SCOPE, "") { holder_.bind(CoMulticast::PUBLIC); }
-
-    void use(const std::string& interfaces) {
-        const std::string file =
-            directory_.write("network.cfg", "[Local]\nUUID=x\n[Interfaces]\nMulticast=" + interfaces + '\n');
-        ::setenv("QD_NETWORK_CFG_FILE", file.c_str(), 1);
-        bool changed = false;
-        Vantrel::CoNetworkConfig::getInstance().parse(changed, true);
-    }
-    VantrelDiscoveryGroup group(unsigned ttl = 1) const { return {holder_.getPort(), SCOPE, ttl}; }
-
-  private:
-    const Vantrel::TemporaryDirectory directory_;
-    CoMulticast holder_;
+    void use(const std::string& interfaces) const { configure("Multicast=" + interfaces, ""); }
 };
 
 /// The public socket's descriptor comes last.
@@ -49,7 +23,6 @@ std::vector<int> descriptorsOf(const VantrelDiscoverySockets& sockets) {
     std::vector<pollfd> polled;
     sockets.addTo(polled);
     std::vector<int> descriptors;
-    descriptors.reserve(polled.size());
     for (const pollfd& each : polled) descriptors.push_back(each.fd);
     return descriptors;
 }
@@ -131,15 +104,14 @@ TEST_F(VantrelDiscoverySocketsTest, OpensNothingWhereThereIsNothingToUse) {
     }
 }
 
-/// The interfaces of the private sockets that were opened, in their order.
-Strings openedOn(const Vantrel::CapturedLog& log) {
-    const std::string before = "' on  '";
-    Strings names;
+/// The interfaces of the private sockets that were opened, in their order, each followed by a blank.
+std::string openedOn(const Vantrel::CapturedLog& log) {
+    std::string names;
     for (const std::string& text : log.texts(Vantrel::CoMsg::DEBUG)) {
-        const std::size_t at = text.find(before);
-        if (text.find("opened private socket") == std::string::npos) continue;
-        names.push_back(
-            text.substr(at + before.size(), text.find('\'', at + before.size()) - at - before.size()));
+        char name[32] = "";
+        if (std::sscanf(text.c_str(), "Vantrel Multicast: opened private socket '%*d' on  '%31[^']", name) ==
+            1)
+            names += std::string(name) + ' ';
     }
     return names;
 }
@@ -147,38 +119,36 @@ Strings openedOn(const Vantrel::CapturedLog& log) {
 void useSeveralInterfaces(const VantrelDiscoveryGroup& group) {
     const Vantrel::CapturedLog log;
     VantrelDiscoverySockets sockets(group);
-    EXPECT_EQ(openedOn(log), (Strings{"link2", "link1", "link1:1"}));
+    EXPECT_EQ(openedOn(log), "link2 link1 link1:1 ");
     EXPECT_TRUE(log.texts(Vantrel::CoMsg::ERROR).empty()) << "one membership for each device";
 
-    CoMulticast receiver(0, SCOPE, "");
+    CoMulticast receiver(0, group.scope, "");
     receiver.bind(CoMulticast::PRIVATE);
-    const struct {
-        const char* to;
-        const char* from;
-    } cases[] = {{"10.0.1.1", "10.0.1.1"},
-                 {"10.0.2.1", "10.0.2.1"},
-                 {"10.0.3.1", "10.0.2.1"},  // a second address of link2, which sends from its first
-                 {"10.0.4.1", "10.0.4.1"},
-                 {"127.0.0.1", "10.0.2.1"}};
-    for (const auto& c : cases) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"10.0.1.1", "10.0.1.1"},
+        {"10.0.2.1", "10.0.2.1"},
+        {"10.0.3.1", "10.0.2.1"},  // a second address of link2, which sends from its first
+        {"10.0.4.1", "10.0.4.1"},
+        {"127.0.0.1", "10.0.2.1"}};
+    for (const auto& [to, from] : cases) {
         EXPECT_TRUE(
-            sockets.send(Protocol::DISCOVER_SERVERS_REPLY, payloadOf(1), c.to, receiver.getLocalPort()));
+            sockets.send(Protocol::DISCOVER_SERVERS_REPLY, payloadOf(1), to, receiver.getLocalPort()));
         char buffer[1024];
         std::size_t length = sizeof buffer;
-        sockaddr_storage from{};
+        sockaddr_storage sender{};
         pollfd entry{receiver.getId(), POLLIN, 0};
         EXPECT_EQ(::poll(&entry, 1, LIMIT_MS), 1);
-        EXPECT_TRUE(receiver.receive(buffer, length, from, false));
+        EXPECT_TRUE(receiver.receive(buffer, length, sender, false));
         std::string ip;
         unsigned port = 0;
-        CoMulticast::addrToIPAndPort(from, ip, port);
-        EXPECT_EQ(ip, c.from) << c.to;
+        CoMulticast::addrToIPAndPort(sender, ip, port);
+        EXPECT_EQ(ip, from) << to;
     }
 
     EXPECT_TRUE(Vantrel::runCommand("ip link delete link2"));
     const Vantrel::CapturedLog reopening;
     sockets.reopen();
-    EXPECT_EQ(openedOn(reopening), (Strings{"link1", "link1:1"}));
+    EXPECT_EQ(openedOn(reopening), "link1 link1:1 ");
 }
 
 TEST_F(VantrelDiscoverySocketsTest, UsesEveryInterfaceOnce) {

@@ -4,41 +4,22 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "CapturedLog.h"
+#include "DaemonRecord.h"
 
 namespace {
 
 using Change = VantrelKnownServers::Change;
-using Strings = std::vector<std::string>;
+using Server = Vantrel::DaemonRecord;
 using Vantrel::CoTime;
 
-struct Server {
-    const char* storageId = "";
-    const char* hostUUID = "";
-    const char* database = "";
-    const char* metadataIP = "";
-    const char* dataIP = "";
-    const char* name = "";
-    int port = 7549;
-};
-
-VantrelDaemonInfo makeInfo(const Server& server) {
-    VantrelDaemonInfo info;
-    info.setStorageId(server.storageId);
-    info.setHostUUID(server.hostUUID);
-    info.setDatabase(server.database);
-    info.setMetadataIP(0, server.metadataIP);
-    info.setDataIP(0, server.dataIP);
-    info.setDisplayName(server.name);
-    info.setNodePort(server.port);
-    return info;
-}
-
-Strings names(const VantrelKnownServers::Servers& servers) {
-    Strings all;
-    for (const VantrelKnownServer& each : servers) all.push_back(each.info->getDisplayName());
+/// The display names, each followed by a blank.
+std::string names(const VantrelKnownServers::Servers& servers) {
+    std::string all;
+    for (const VantrelKnownServer& each : servers) all += std::string(each.info->getDisplayName()) + ' ';
     return all;
 }
 
@@ -49,12 +30,7 @@ VantrelServerId storage(const char* storageId) {
 }
 
 TEST(VantrelKnownServers, TellsServersApart) {
-    const struct {
-        const char* what;
-        Server first;
-        Server second;
-        Change change;
-    } cases[] = {
+    const std::tuple<const char*, Server, Server, Change> cases[] = {
         {"the same again", {"s", "u", "d", "1", "2", "n"}, {"s", "u", "d", "1", "2", "n"}, Change::None},
         {"a storage elsewhere", {"s", "u", "d", "1"}, {"s", "v", "e", "2"}, Change::Changed},
         {"another storage there", {"s", "u", "d", "1"}, {"t", "u", "d", "1"}, Change::Added},
@@ -71,28 +47,28 @@ TEST(VantrelKnownServers, TellsServersApart) {
         {"a text as another kind", {"x", "", "d"}, {"", "x", "d", "1"}, Change::Added},
         {"nothing that identifies it", {"s"}, {"", "", "d", "", "", "n"}, Change::Refused},
     };
-    for (const auto& c : cases) {
+    for (const auto& [what, first, second, change] : cases) {
         VantrelKnownServers servers(10);
-        ASSERT_EQ(servers.add(makeInfo(c.first)), Change::Added) << c.what;
-        EXPECT_EQ(servers.add(makeInfo(c.second)), c.change) << c.what;
-        EXPECT_EQ(servers.size(), c.change == Change::Added ? 2u : 1u) << c.what;
+        ASSERT_EQ(servers.add(first.info()), Change::Added) << what;
+        EXPECT_EQ(servers.add(second.info()), change) << what;
+        EXPECT_EQ(servers.size(), change == Change::Added ? 2u : 1u) << what;
     }
 }
 
 TEST(VantrelKnownServers, FollowsAServerToItsNewAddressesAndName) {
     VantrelKnownServers servers(10);
-    servers.add(makeInfo({"", "", "d", "1", "2", "b"}));
-    servers.add(makeInfo({"", "", "d", "4", "", "c"}));
-    EXPECT_EQ(servers.add(makeInfo({"", "", "d", "2", "3", "d"})), Change::Changed);
-    EXPECT_EQ(names(servers.list()), (Strings{"c", "d"}));
+    servers.add(Server{"", "", "d", "1", "2", "b"}.info());
+    servers.add(Server{"", "", "d", "4", "", "c"}.info());
+    EXPECT_EQ(servers.add(Server{"", "", "d", "2", "3", "d"}.info()), Change::Changed);
+    EXPECT_EQ(names(servers.list()), "c d ");
     EXPECT_STREQ(servers.find(VantrelServerId("d", "3", 7549))->info->getDisplayName(), "d");
     EXPECT_EQ(servers.find(VantrelServerId("d", "1", 7549)), nullptr);
-    EXPECT_EQ(servers.add(makeInfo({"", "", "d", "1", "", "a"})), Change::Added) << "the address is free";
-    EXPECT_EQ(servers.add(makeInfo({"", "", "d", "4", "", "c", 7600})), Change::Changed);
+    EXPECT_EQ(servers.add(Server{"", "", "d", "1", "", "a"}.info()), Change::Added) << "the address is free";
+    EXPECT_EQ(servers.add(Server{"", "", "d", "4", "", "c", 7600}.info()), Change::Changed);
     EXPECT_EQ(servers.find(VantrelServerId("d", "4", 7549)), nullptr);
     EXPECT_EQ(servers.remove(VantrelServerId("d", "4", 7600)).size(), 1u);
-    EXPECT_EQ(servers.add(makeInfo({"", "", "d", "4", "", "c"})), Change::Added) << "so is this one";
-    EXPECT_EQ(names(servers.list()), (Strings{"a", "c", "d"}));
+    EXPECT_EQ(servers.add(Server{"", "", "d", "4", "", "c"}.info()), Change::Added) << "so is this one";
+    EXPECT_EQ(names(servers.list()), "a c d ");
 }
 
 TEST(VantrelKnownServers, TakesOutWhatAServerIdDenotes) {
@@ -100,35 +76,28 @@ TEST(VantrelKnownServers, TakesOutWhatAServerIdDenotes) {
                                        {"t", "u", "e", "1", "2", "b", 1},
                                        {"", "u", "d", "1", "", "c", 2},
                                        {"", "", "d", "10.0.0.1", "", "d", 1}};
-    const struct {
-        const char* storageId;
-        const char* database;
-        const char* address;
-        int port;
-        Strings removed;
-    } cases[] = {
-        {"s", "other", "9", 9, {"a"}},
-        {"none", "d", "1", 1, {}},
-        {"", "d", "1", 1, {"a"}},
-        {"", "d", "1", 0, {"a", "c"}},
-        {"", "", "1", 1, {"a", "b"}},
-        {"", "", "1", 0, {"a", "b", "c"}},
-        {"", "", "2", 0, {"b"}},
-        {"", "d", "2", 0, {}},
-        {"", "d", "1", 3, {}},
-        {"", "", "", 1, {}},
-        {"", "d", "::ffff:10.0.0.1", 1, {"d"}},
+    const std::tuple<const char*, const char*, const char*, int, std::string> cases[] = {
+        {"s", "other", "9", 9, "a "},
+        {"none", "d", "1", 1, ""},
+        {"", "d", "1", 1, "a "},
+        {"", "d", "1", 0, "a c "},
+        {"", "", "1", 1, "a b "},
+        {"", "", "1", 0, "a b c "},
+        {"", "", "2", 0, "b "},
+        {"", "d", "2", 0, ""},
+        {"", "d", "1", 3, ""},
+        {"", "", "", 1, ""},
+        {"", "d", "::ffff:10.0.0.1", 1, "d "},
     };
-    for (const auto& c : cases) {
+    for (const auto& [storageId, database, address, port, expected] : cases) {
         VantrelKnownServers servers(10);
-        for (const Server& each : known) servers.add(makeInfo(each));
-        VantrelServerId id(c.database, c.address, c.port);
-        id.setStorageId(c.storageId);
+        for (const Server& each : known) servers.add(each.info());
+        VantrelServerId id(database, address, port);
+        id.setStorageId(storageId);
         const VantrelKnownServer* const found = servers.find(id);
-        EXPECT_EQ(found ? found->info->getDisplayName() : std::string(),
-                  c.removed.empty() ? "" : c.removed[0]);
+        EXPECT_EQ(found ? names({*found}) : "", expected.substr(0, 2));
         const VantrelKnownServers::Servers removed = servers.remove(id);
-        EXPECT_EQ(names(removed), c.removed) << c.storageId << c.database << c.address << c.port;
+        EXPECT_EQ(names(removed), expected) << storageId << database << address << port;
         EXPECT_EQ(servers.size(), known.size() - removed.size());
         EXPECT_EQ(servers.find(id), nullptr);
     }
@@ -136,39 +105,39 @@ TEST(VantrelKnownServers, TakesOutWhatAServerIdDenotes) {
 
 TEST(VantrelKnownServers, ForgetsTheSilentOnes) {
     VantrelKnownServers servers(10);
-    for (const char* id : {"a", "b", "c"}) servers.add(makeInfo({id, "", "", "", "", id}));
+    for (const char* id : {"a", "b", "c"}) servers.add(Server{id, "", "", "", "", id}.info());
     CoTime::advance(CoTime::PER_SECOND);
     const CoTime::Microseconds threshold = CoTime::getTime();
-    EXPECT_EQ(servers.add(makeInfo({"a", "", "", "", "", "a"})), Change::None);
-    EXPECT_TRUE(servers.stamp(makeInfo({"b"})));
-    EXPECT_FALSE(servers.stamp(makeInfo({"d"})));
-    EXPECT_EQ(names(servers.removeOlder(threshold)), Strings{"c"});
-    EXPECT_EQ(names(servers.list()), (Strings{"a", "b"}));
+    EXPECT_EQ(servers.add(Server{"a", "", "", "", "", "a"}.info()), Change::None);
+    EXPECT_TRUE(servers.stamp(Server{"b"}.info()));
+    EXPECT_FALSE(servers.stamp(Server{"d"}.info()));
+    EXPECT_EQ(names(servers.removeOlder(threshold)), "c ");
+    EXPECT_EQ(names(servers.list()), "a b ");
     EXPECT_GE(servers.find(storage("a"))->record().getLastUpdate(), threshold);
 }
 
 TEST(VantrelKnownServers, RefusesWhatItHasNoRoomFor) {
     const Vantrel::CapturedLog log;
     VantrelKnownServers servers(2);
-    for (const char* id : {"a", "b", "c", "d"}) servers.add(makeInfo({id}));
+    for (const char* id : {"a", "b", "c", "d"}) servers.add(Server{id}.info());
     EXPECT_EQ(servers.size(), 2u);
-    EXPECT_EQ(servers.add(makeInfo({"a", "", "", "1"})), Change::Changed);
+    EXPECT_EQ(servers.add(Server{"a", "", "", "1"}.info()), Change::Changed);
     EXPECT_EQ(log.texts(Vantrel::CoMsg::WARNING).size(), 1u);
     EXPECT_EQ(servers.remove(storage("a")).size(), 1u);
-    EXPECT_EQ(servers.add(makeInfo({"c"})), Change::Added);
-    EXPECT_EQ(servers.add(makeInfo({"d"})), Change::Refused);
+    EXPECT_EQ(servers.add(Server{"c"}.info()), Change::Added);
+    EXPECT_EQ(servers.add(Server{"d"}.info()), Change::Refused);
     EXPECT_EQ(log.texts(Vantrel::CoMsg::WARNING).size(), 2u);
 }
 
 TEST(VantrelKnownServers, IsReplacedAndCopiedAsAWhole) {
     VantrelKnownServers servers(3);
-    servers.add(makeInfo({"old"}));
-    servers.assign({makeInfo({"s", "", "d", "", "", "b"}), makeInfo({"t", "", "e", "", "", "a"}),
-                    makeInfo({"s", "", "d", "", "", "c"}), makeInfo({"", "", "", "", "", "nobody"})});
-    EXPECT_EQ(names(servers.list()), (Strings{"a", "c"}));
-    EXPECT_EQ(names(servers.list("")), (Strings{"a", "c"}));
-    EXPECT_EQ(names(servers.list("d")), Strings{"c"});
-    EXPECT_EQ(names(servers.list("D")), Strings{});
+    servers.add(Server{"old"}.info());
+    servers.assign({Server{"s", "", "d", "", "", "b"}.info(), Server{"t", "", "e", "", "", "a"}.info(),
+                    Server{"s", "", "d", "", "", "c"}.info(), Server{"", "", "", "", "", "nobody"}.info()});
+    EXPECT_EQ(names(servers.list()), "a c ");
+    EXPECT_EQ(names(servers.list("")), "a c ");
+    EXPECT_EQ(names(servers.list("d")), "c ");
+    EXPECT_EQ(names(servers.list("D")), "");
     EXPECT_EQ(servers.find(storage("s"))->lastUpdate, 0);
     EXPECT_EQ(servers.find(storage("old")), nullptr);
 }

@@ -2,42 +2,37 @@
 
 #include <gtest/gtest.h>
 
-#include <set>
 #include <string>
+#include <utility>
 
 namespace {
 
-// In the order of their numbers, which databases and applications keep.
-const struct {
-    const char* type;
-    std::set<std::string> children;
-} TYPES[] = {
-    {"HOST", {"VOLUME"}},
-    {"VOLUME", {"PROJECT"}},
-    {"PROJECT", {"WORKSPACE", "LIBRARY", "SHARED_VAULT"}},
-    {"WORKSPACE", {"LIBRARY"}},
-    {"SHARED_VAULT", {"LIBRARY"}},
-    {"LIBRARY", {"FOLDER", "REEL", "CLIP"}},
-    {"REEL", {"CLIP"}},
-    {"FOLDER", {"FOLDER", "REEL", "CLIP"}},
-    {"CLIP", {}},
-    {"HIRES", {}},
-    {"LOWRES", {}},
-    {"SLATE", {}},
-    {"FILE", {}},
-    {"BINENTRY", {}},
-};
+// Each type with those that it accepts, in the order of their numbers, which databases and applications keep.
+const std::pair<std::string, std::string> TYPES[] = {{"HOST", "VOLUME "},
+                                                     {"VOLUME", "PROJECT "},
+                                                     {"PROJECT", "WORKSPACE SHARED_VAULT LIBRARY "},
+                                                     {"WORKSPACE", "LIBRARY "},
+                                                     {"SHARED_VAULT", "LIBRARY "},
+                                                     {"LIBRARY", "REEL FOLDER CLIP "},
+                                                     {"REEL", "CLIP "},
+                                                     {"FOLDER", "REEL FOLDER CLIP "},
+                                                     {"CLIP", ""},
+                                                     {"HIRES", ""},
+                                                     {"LOWRES", ""},
+                                                     {"SLATE", ""},
+                                                     {"FILE", ""},
+                                                     {"BINENTRY", ""}};
 
 TEST(VantrelNodeTypes, EachHasItsNumberAndAcceptsWhatBelongsUnderItAndNothingElse) {
     int number = 0;
-    for (const auto& parent : TYPES) {
-        EXPECT_EQ(vantrelNodeTypeNumber(parent.type), number);
-        EXPECT_EQ(vantrelFindNodeType(parent.type), parent.type);
-        EXPECT_EQ(vantrelFindNodeType(std::to_string(number++)), parent.type);
-        for (const auto& child : TYPES) {
-            EXPECT_EQ(vantrelNodeTypeAccepts(parent.type, child.type), parent.children.count(child.type) == 1)
-                << parent.type << " > " << child.type;
-        }
+    for (const auto& [parent, accepted] : TYPES) {
+        EXPECT_EQ(vantrelNodeTypeNumber(parent), number);
+        EXPECT_EQ(vantrelFindNodeType(parent), parent);
+        EXPECT_EQ(vantrelFindNodeType(std::to_string(number++)), parent);
+        std::string children;
+        for (const auto& [child, none] : TYPES)
+            if (vantrelNodeTypeAccepts(parent, child)) children += child + ' ';
+        EXPECT_EQ(children, accepted) << parent;
     }
 }
 

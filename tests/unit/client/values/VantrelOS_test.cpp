@@ -56,21 +56,18 @@ TEST(VantrelOS, KnowsLoopbacksAndItsOwnAddresses) {
         EXPECT_TRUE(VantrelOS::isLoopBackIP(loopback)) << loopback;
         EXPECT_TRUE(VantrelOS::isLocalIP(loopback)) << loopback;
     }
-    // The last two are of networks for documentation, which no machine carries.
-    for (const char* other : {"", "LOCALHOST", "127.0.0.2", "192.0.2.1", "::ffff:192.0.2.1"}) {
+    // The addresses are of a network for documentation, which no machine carries.
+    for (const char* other : {"", "LOCALHOST", "192.0.2.1", "::ffff:192.0.2.1", "no-such-host.invalid"}) {
         EXPECT_FALSE(VantrelOS::isLoopBackIP(other)) << other;
-    }
-    for (const char* other : {"", "192.0.2.1", "::ffff:192.0.2.1", "no-such-host.invalid"}) {
         EXPECT_FALSE(VantrelOS::isLocalIP(other)) << other;
     }
-    EXPECT_FALSE(VantrelOS::isLoopBackIP(nullptr));
-    EXPECT_FALSE(VantrelOS::isLocalIP(nullptr));
+    EXPECT_FALSE(VantrelOS::isLoopBackIP("127.0.0.2"));
+    EXPECT_FALSE(VantrelOS::isLoopBackIP(nullptr) || VantrelOS::isLocalIP(nullptr));
     EXPECT_TRUE(VantrelOS::isLocalIP(VantrelOS::getHostName()));
     for (const Vantrel::CoNetworkInterface& local : Vantrel::CoNetworkDispatcher::getAllInterfaces()) {
         EXPECT_TRUE(VantrelOS::isLocalIP(local.ip.c_str())) << local.ip;
-        if (local.ip.find(':') == std::string::npos) {
-            EXPECT_TRUE(VantrelOS::isLocalIP(("::ffff:" + local.ip).c_str())) << local.ip;
-        }
+        if (local.ip.find(':') != std::string::npos) continue;
+        EXPECT_TRUE(VantrelOS::isLocalIP(("::ffff:" + local.ip).c_str())) << local.ip;
     }
 }
 

@@ -21,54 +21,50 @@ const char* emptyBuffer() {
 }
 
 TEST(VantrelStr, IsBuiltFromTheBytesItIsGiven) {
-    const std::tuple<const char*, VantrelStr, std::string> cases[] = {
-        {"nothing", VantrelStr(), ""},
-        {"null", VantrelStr(nullptr), ""},
-        {"text", VantrelStr("reel 1"), "reel 1"},
-        {"null with a count", VantrelStr(nullptr, 3), ""},
-        {"empty text with a count", VantrelStr("\0bc", 3), ""},
-        {"part of a text", VantrelStr("abcdef", 3), "abc"},
-        {"bytes with a zero", VantrelStr("a\0c", 3), std::string("a\0c", 3)},
-        {"the middle", VantrelStr("abcdef").substr(2, 3), "cde"},
-        {"clipped at the end", VantrelStr("abcdef").substr(4, 4294967295U), "ef"},
-        {"from the end", VantrelStr("abc").substr(3, 1), ""},
+    const std::pair<VantrelStr, std::string> cases[] = {
+        {VantrelStr(), ""},
+        {VantrelStr(nullptr), ""},
+        {VantrelStr("reel 1"), "reel 1"},
+        {VantrelStr(nullptr, 3), ""},
+        {VantrelStr("\0bc", 3), ""},
+        {VantrelStr("abcdef", 3), "abc"},
+        {VantrelStr("a\0c", 3), std::string("a\0c", 3)},
+        {VantrelStr("abcdef").substr(2, 3), "cde"},
+        {VantrelStr("abcdef").substr(4, 4294967295U), "ef"},
+        {VantrelStr("abc").substr(3, 1), ""},
     };
-    for (const auto& [name, str, expected] : cases) {
-        SCOPED_TRACE(name);
+    for (const auto& [str, expected] : cases) {
         EXPECT_EQ(std::string(str.c_str(), str.length()), expected);
         EXPECT_EQ(str.c_str()[str.length()], '\0');
         EXPECT_EQ(str.isEmpty(), expected.empty());
-        EXPECT_EQ(str.c_str() == emptyBuffer(), expected.empty());
+        EXPECT_EQ(str.c_str() == emptyBuffer(), expected.empty()) << expected;
     }
 }
 
 TEST(VantrelStr, AssignsAndAppends) {
-    struct Case {
-        const char* name;
+    const struct {
         const char* before;
         void (*change)(VantrelStr&);
         const char* after;
+    } cases[] = {
+        {"null", [](VantrelStr& s) { s = nullptr; }, ""},
+        {"abcdefghijkl", [](VantrelStr& s) { s = "x"; }, "x"},
+        {"abcdefghijkl", [](VantrelStr& s) { s = s.c_str() + 3; }, "defghijkl"},
+        {"itself", [](VantrelStr& s) { s = *&s; }, "itself"},
+        {"", [](VantrelStr& s) { s += "reel"; }, "reel"},
+        {"", [](VantrelStr& s) { s += 's'; }, "s"},
+        {"character 0", [](VantrelStr& s) { s += '\0'; }, "character 0"},
+        {"null", [](VantrelStr& s) { s += static_cast<const char*>(nullptr); }, "null"},
+        {"abcdefghijkl", [](VantrelStr& s) { s += s; }, "abcdefghijklabcdefghijkl"},
+        {"abcdefghijkl", [](VantrelStr& s) { s += s.c_str() + 9; }, "abcdefghijkljkl"},
+        {"clear", [](VantrelStr& s) { s.clear(); }, ""},
+        {"reset", [](VantrelStr& s) { s.reset(); }, ""},
     };
-    const Case cases[] = {
-        {"null empties", "abc", [](VantrelStr& s) { s = nullptr; }, ""},
-        {"shorter text", "abcdefghijkl", [](VantrelStr& s) { s = "x"; }, "x"},
-        {"own tail", "abcdefghijkl", [](VantrelStr& s) { s = s.c_str() + 3; }, "defghijkl"},
-        {"itself", "abc", [](VantrelStr& s) { s = *&s; }, "abc"},
-        {"append to nothing", "", [](VantrelStr& s) { s += "reel"; }, "reel"},
-        {"append a character to nothing", "", [](VantrelStr& s) { s += 's'; }, "s"},
-        {"append the character 0", "reel", [](VantrelStr& s) { s += '\0'; }, "reel"},
-        {"append null", "reel", [](VantrelStr& s) { s += static_cast<const char*>(nullptr); }, "reel"},
-        {"append itself", "abcdefghijkl", [](VantrelStr& s) { s += s; }, "abcdefghijklabcdefghijkl"},
-        {"append own tail", "abcdefghijkl", [](VantrelStr& s) { s += s.c_str() + 9; }, "abcdefghijkljkl"},
-        {"clear", "abc", [](VantrelStr& s) { s.clear(); }, ""},
-        {"reset", "abc", [](VantrelStr& s) { s.reset(); }, ""},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& c : cases) {
         VantrelStr str(c.before);
         c.change(str);
-        EXPECT_STREQ(str.c_str(), c.after);
-        EXPECT_EQ(str.length(), std::strlen(c.after));
+        EXPECT_STREQ(str.c_str(), c.after) << c.before;
+        EXPECT_EQ(str.length(), std::strlen(c.after)) << c.before;
         EXPECT_EQ(*emptyBuffer(), '\0') << "the shared empty buffer was written";
     }
 }
@@ -106,11 +102,8 @@ TEST(VantrelStr, BecomesEmptyWhenMemoryRunsOut) {
     appended += large.c_str();
     const VantrelStr built(large.c_str());
     ::setrlimit(RLIMIT_AS, &before);
-    for (const VantrelStr* str :
-         {static_cast<const VantrelStr*>(&assigned), static_cast<const VantrelStr*>(&appended), &built}) {
-        EXPECT_EQ(str->length(), 0U);
-        EXPECT_STREQ(str->c_str(), "");
-    }
+    EXPECT_EQ(assigned.length() + appended.length() + built.length(), 0U);
+    EXPECT_EQ(std::string(assigned) + appended.c_str() + built.c_str(), "");
 }
 
 VantrelStrList listOf(std::initializer_list<const char*> texts) {
@@ -154,7 +147,6 @@ TEST(VantrelStrList, BadIndexIsLoggedAndGivesAnEmptyText) {
 TEST(VantrelDictionary, WritesAndReadsTheAttributeStream) {
     VantrelDictionary dictionary;
     EXPECT_TRUE(dictionary.isEmpty());
-    EXPECT_STREQ(dictionary.getStream(), "");
     dictionary.setString("Name", "abc def");
     dictionary.setInteger("Port", 7555);
     EXPECT_STREQ(dictionary.getStream(), "Name 7 abc defPort 4 7555");
@@ -166,8 +158,7 @@ TEST(VantrelDictionary, WritesAndReadsTheAttributeStream) {
     EXPECT_STREQ(text.c_str(), "abc def");
     EXPECT_TRUE(received.getInteger("Port", number));
     EXPECT_EQ(number, 7555);
-    EXPECT_FALSE(received.getString("name", text));
-    EXPECT_FALSE(received.getInteger("Missing", number));
+    EXPECT_FALSE(received.getString("name", text) || received.getInteger("Missing", number));
     EXPECT_STREQ(text.c_str(), "abc def");
     EXPECT_EQ(number, 7555);
     EXPECT_TRUE(received.getString("Empty", text));
@@ -187,39 +178,28 @@ TEST(VantrelDictionary, ComparesEntriesNotTheirOrder) {
     EXPECT_TRUE(VantrelDictionary() == VantrelDictionary("  1 x")) << "a removed entry does not count";
 }
 
-std::string textOf(const VantrelStr& str) {
-    return str.c_str();
-}
-std::string textOf(const VantrelStrList& list) {
-    return ::testing::PrintToString(textsOf(list));
-}
-std::string textOf(const VantrelDictionary& dictionary) {
-    return dictionary.getStream();
-}
-
 template <typename Value>
 void expectValueSemantics(Value value, void (*change)(Value&)) {
-    const std::string text = textOf(value);
+    const Value original(value);
+    const Value empty;
     Value copy(value);
     change(copy);
-    EXPECT_EQ(textOf(value), text);
-    EXPECT_NE(textOf(copy), text);
+    EXPECT_TRUE(value == original && copy != original);
     Value& itself = value;
     value = itself;
     value = std::move(itself);
-    EXPECT_EQ(textOf(value), text);
+    EXPECT_TRUE(value == original) << "though assigned to itself";
 
     Value moved(std::move(value));
-    EXPECT_EQ(textOf(value), textOf(Value()));
+    EXPECT_TRUE(value == empty && moved == original);
     copy = std::move(moved);
-    EXPECT_EQ(textOf(copy), text);
-    EXPECT_EQ(textOf(moved), textOf(Value()));
+    EXPECT_TRUE(moved == empty && copy == original);
     change(moved);
     moved = copy;
     change(copy);
-    EXPECT_EQ(textOf(moved), text) << "what was moved from can be used";
+    EXPECT_TRUE(moved == original) << "what was moved from can be used";
     moved = Value();
-    EXPECT_EQ(textOf(moved), textOf(Value()));
+    EXPECT_TRUE(moved == empty);
 }
 
 TEST(VantrelValues, CopiesAreIndependentAndMovesLeaveNothing) {
@@ -240,9 +220,7 @@ TEST(VantrelMetaDataBlob, HasFourKeysInOrder) {
     const VantrelMetaData::Blob received("FORMAT 1 fVERSION_MAJOR 2 12VERSION_MINOR 1 7DATA 4 a\n\"b");
     int majorVersion = 0;
     int minorVersion = 0;
-    EXPECT_TRUE(received.getVersion(majorVersion, minorVersion));
-    EXPECT_EQ(majorVersion, 12);
-    EXPECT_EQ(minorVersion, 7);
+    EXPECT_TRUE(received.getVersion(majorVersion, minorVersion) && majorVersion == 12 && minorVersion == 7);
     EXPECT_STREQ(received.getFormat(), "f");
     EXPECT_STREQ(received.getData(), "a\n\"b");
 
@@ -250,8 +228,7 @@ TEST(VantrelMetaDataBlob, HasFourKeysInOrder) {
     EXPECT_FALSE(partial.getVersion(majorVersion, minorVersion));
     EXPECT_EQ(majorVersion, 12);
     EXPECT_TRUE(partial.getData().isEmpty());
-    EXPECT_STREQ(VantrelMetaData::STREAM_BLOB(), "BLOB");
-    EXPECT_STREQ(VantrelMetaData::STREAM_XML(), "XML");
+    EXPECT_EQ(std::string(VantrelMetaData::STREAM_BLOB()) + VantrelMetaData::STREAM_XML(), "BLOBXML");
 }
 
 }  // namespace

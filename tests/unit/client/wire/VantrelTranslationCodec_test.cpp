@@ -1,9 +1,8 @@
 #include "VantrelTranslationCodec.h"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <string>
-#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -22,23 +21,25 @@ std::string asText(const VantrelTranslationRequest& r) {
 
 TEST(TranslationCodec, RequestsOnTheWire) {
     const std::pair<VantrelTranslationRequest, const char*> cases[] = {
-        {{"one", VantrelOS::Linux, "two", VantrelOS::WindowsNT, {"/a"}}, R"("one" 2 "two" 3 "/a")"},
         {{"one", VantrelOS::Unknown, "two", VantrelOS::MacOSX, {"/a b", "", "c,d"}},
          R"("one" 0 "two" 4 "/a b","","c,d")"},
-        {{"a\\b", VantrelOS::Irix, "two", VantrelOS::Linux, {R"(C:\x "y")", "\\"}},
-         R"("a\\b" 1 "two" 2 "C:\\x \"y\"","\\")"},
+        {{"a\\b", VantrelOS::Irix, "two", VantrelOS::WindowsNT, {R"(C:\x "y")", "\\"}},
+         R"("a\\b" 1 "two" 3 "C:\\x \"y\"","\\")"},
         {{"one", VantrelOS::Linux, "two", VantrelOS::Linux, {}}, R"("one" 2 "two" 2 )"},
         {{"one", VantrelOS::Linux, "two", VantrelOS::Linux, {"line\nend\t"}},
          "\"one\" 2 \"two\" 2 \"line\nend\t\""},
     };
+    std::string error;
     for (const auto& [request, text] : cases) {
         EXPECT_EQ(Codec::formatRequest(request), text);
         VantrelTranslationRequest parsed;
         parsed.paths = {"old"};
-        std::string error;
         EXPECT_TRUE(Codec::parseRequest(text, 3, parsed, error)) << text << ": " << error;
         EXPECT_EQ(asText(parsed), asText(request));
     }
+    VantrelTranslationRequest request;
+    EXPECT_TRUE(Codec::parseRequest("\"one\" -7 \"two\" 5 ", 0, request, error));
+    EXPECT_EQ(asText(request), "one 0 two 0") << "numbers of systems that nobody knows";
 }
 
 TEST(TranslationCodec, RequestsThatSayWhatIsWrong) {
@@ -61,10 +62,6 @@ TEST(TranslationCodec, RequestsThatSayWhatIsWrong) {
         EXPECT_EQ(error, std::string("Invalid TranslatePaths parameter: ") + wrong) << text;
         EXPECT_EQ(asText(request), "old 1 older 4 <oldest>") << text;
     }
-    VantrelTranslationRequest request;
-    std::string error;
-    EXPECT_TRUE(Codec::parseRequest("\"one\" -7 \"two\" 5 ", 0, request, error));
-    EXPECT_EQ(asText(request), "one 0 two 0") << "numbers of systems that nobody knows";
 }
 
 TEST(TranslationCodec, PathsOfReplies) {
@@ -83,82 +80,67 @@ TEST(TranslationCodec, PathsOfReplies) {
     EXPECT_EQ(paths, Texts());
 }
 
-// What one entry of each table says, and the texts by hand.
-std::string asText(const VantrelPathTranslationGroup& g) {
-    std::string all = g.name + "|" + VantrelOS::OsTypeStr(g.osType);
-    for (const std::string& host : g.hosts) all += "|" + host;
-    return all;
-}
-std::string asText(const VantrelHostTranslation& t) {
-    return t.srcHost + "|" + t.srcPath + "|" + t.dstHost + "|" + t.dstPath;
-}
-std::string asText(const VantrelOsTypeTranslation& t) {
-    return std::string(VantrelOS::OsTypeStr(t.srcType)) + "|" + t.srcPath + "|" +
-           VantrelOS::OsTypeStr(t.dstType) + "|" + t.dstPath;
-}
-
 const std::string GROUP = "name 2 g1osType 1 2hosts 12 2 3 one3 two";
-const std::string HOST_TRANSLATION = "srcHost 3 onesrcPath 4 /a bdstHost 3 twodstPath 1 /";
-const std::string OS_TYPE_TRANSLATION = "srcType 1 2srcPath 4 /mntdstType 1 3dstPath 2 Z:";
 
+/// What `format` makes of the table that `parse` reads; "malformed" when it is refused, and then nothing else
+/// has changed.
 template <typename Entry>
-using Parse = bool (*)(std::string_view, std::vector<Entry>&);
-
-/// What a table's text gives; "malformed" when it is refused, and then nothing else has changed.
-template <typename Entry>
-std::string parsed(Parse<Entry> parse, const std::string& text) {
+std::string rewritten(bool (*parse)(std::string_view, std::vector<Entry>&),
+                      std::string (*format)(const std::vector<Entry>&), const std::string& text) {
     std::vector<Entry> table(3);
-    if (!parse(text, table)) return table.size() == 3 ? "malformed" : "malformed and changed";
-    std::string all;
-    for (const Entry& entry : table) all += "[" + asText(entry) + "]";
-    return all;
+    if (parse(text, table)) return format(table);
+    return table.size() == 3 ? "malformed" : "malformed and changed";
 }
 
 TEST(TranslationCodec, TablesOnTheWire) {
     const std::string groups = "numGroups 1 20 40 " + GROUP + "1 27 name 0 osType 1 0hosts 2 0 ";
     EXPECT_EQ(Codec::formatGroups({{"g1", VantrelOS::Linux, {"one", "two"}}, {"", VantrelOS::Unknown, {}}}),
               groups);
-    EXPECT_EQ(parsed(Codec::parseGroups, groups), "[g1|Linux|one|two][|Unknown]");
+    EXPECT_EQ(rewritten(Codec::parseGroups, Codec::formatGroups, groups), groups);
 
-    const std::string hosts = "numHostTranslations 1 10 51 " + HOST_TRANSLATION;
+    const std::string hosts =
+        "numHostTranslations 1 10 51 srcHost 3 onesrcPath 4 /a bdstHost 3 twodstPath 1 /";
     EXPECT_EQ(Codec::formatHostTranslations({{"one", "/a b", "two", "/"}}), hosts);
-    EXPECT_EQ(parsed(Codec::parseHostTranslations, hosts), "[one|/a b|two|/]");
-
-    const std::string osTypes = "numOsTypeTranslations 1 10 48 " + OS_TYPE_TRANSLATION;
+    const std::string osTypes =
+        "numOsTypeTranslations 1 10 48 srcType 1 2srcPath 4 /mntdstType 1 3dstPath 2 Z:";
     EXPECT_EQ(Codec::formatOsTypeTranslations({{VantrelOS::Linux, "/mnt", VantrelOS::WindowsNT, "Z:"}}),
               osTypes);
-    EXPECT_EQ(parsed(Codec::parseOsTypeTranslations, osTypes), "[Linux|/mnt|WindowsNT|Z:]");
+    for (const auto& [text, result] :
+         {std::pair(hosts, hosts),
+          std::pair("numHostTranslations 1 10 40 " + hosts.substr(29), "malformed"s)})
+        EXPECT_EQ(rewritten(Codec::parseHostTranslations, Codec::formatHostTranslations, text), result);
+    for (const auto& [text, result] :
+         {std::pair(osTypes, osTypes), std::pair("numGroups 1 0"s, "malformed"s)})
+        EXPECT_EQ(rewritten(Codec::parseOsTypeTranslations, Codec::formatOsTypeTranslations, text), result);
 }
 
 TEST(TranslationCodec, TablesThatAreOddOrMalformed) {
     const std::string one = "0 40 " + GROUP;
-    const std::string good = "[g1|Linux|one|two]";
     const std::string bad = "malformed";
-    const std::tuple<const char*, std::string, std::string> cases[] = {
-        {"empty table", "numGroups 1 0", ""},
-        {"no count", one, bad},
-        {"count behind the entries", one + "numGroups 1 1", good},
-        {"entries in any order", "numGroups 1 21 27 name 0 osType 1 9hosts 2 0 " + one, good + "[|Unknown]"},
-        {"more entries than counted", "numGroups 1 1" + one + "1 3 xyz", good},
-        {"empty list of hosts", "numGroups 1 10 25 name 0 osType 1 4hosts 0 ", "[|MacOSX]"},
-        {"the first of two entries with one key", "numGroups 1 1" + one + "0 3 xyz", good},
-        {"fewer entries than counted", "numGroups 1 2" + one, bad},
-        {"negative count", "numGroups 2 -1" + one, bad},
-        {"count with rubbish behind", "numGroups 2 1x" + one, bad},
-        {"huge count", "numGroups 10 2147483647" + one, bad},
-        {"no hosts", "numGroups 1 10 19 name 2 g1osType 1 2", bad},
-        {"no OS type", "numGroups 1 10 17 name 2 g1hosts 0 ", bad},
-        {"no name", "numGroups 1 10 31 osType 1 2hosts 12 2 3 one3 two", bad},
-        {"more hosts than there are", "numGroups 1 10 32 name 2 g1osType 1 2hosts 5 9 1 a", bad},
-        {"NUL in a name", "numGroups 1 10 28 name 1 "s + '\0' + "osType 1 2hosts 4 1 0 ", bad},
-        {"NUL in a host", "numGroups 1 10 30 name 0 osType 1 2hosts 5 1 1 "s + '\0', bad},
+    const std::pair<std::string, std::string> cases[] = {
+        {"numGroups 1 0", "numGroups 1 0"},
+        // Entries count wherever they stand, once, and as far as the count goes.
+        {one + "numGroups 1 1", "numGroups 1 1" + one},
+        {"numGroups 1 21 27 name 0 osType 1 9hosts 2 0 " + one,
+         "numGroups 1 2" + one + "1 27 name 0 osType 1 0hosts 2 0 "},
+        {"numGroups 1 1" + one + "1 3 xyz", "numGroups 1 1" + one},
+        {"numGroups 1 1" + one + "0 3 xyz", "numGroups 1 1" + one},
+        {"numGroups 1 10 25 name 0 osType 1 4hosts 0 ", "numGroups 1 10 27 name 0 osType 1 4hosts 2 0 "},
+        {one, bad},
+        {"numGroups 1 2" + one, bad},
+        {"numGroups 2 -1" + one, bad},
+        {"numGroups 2 1x" + one, bad},
+        {"numGroups 10 2147483647" + one, bad},
+        // A field is missing, cut or has a NUL.
+        {"numGroups 1 10 19 name 2 g1osType 1 2", bad},
+        {"numGroups 1 10 17 name 2 g1hosts 0 ", bad},
+        {"numGroups 1 10 31 osType 1 2hosts 12 2 3 one3 two", bad},
+        {"numGroups 1 10 32 name 2 g1osType 1 2hosts 5 9 1 a", bad},
+        {"numGroups 1 10 28 name 1 "s + '\0' + "osType 1 2hosts 4 1 0 ", bad},
+        {"numGroups 1 10 30 name 0 osType 1 2hosts 5 1 1 "s + '\0', bad},
     };
-    for (const auto& [what, text, result] : cases)
-        EXPECT_EQ(parsed(Codec::parseGroups, text), result) << what;
-
-    EXPECT_EQ(parsed(Codec::parseHostTranslations, "numHostTranslations 1 10 40 " + HOST_TRANSLATION), bad)
-        << "cut before the last field";
-    EXPECT_EQ(parsed(Codec::parseOsTypeTranslations, "numGroups 1 0"), bad) << "another table";
+    for (const auto& [text, result] : cases)
+        EXPECT_EQ(rewritten(Codec::parseGroups, Codec::formatGroups, text), result) << text;
 }
 
 TEST(TranslationCodec, TablesHaveALimit) {
