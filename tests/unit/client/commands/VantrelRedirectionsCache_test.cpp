@@ -6,6 +6,7 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "CoException.h"
@@ -55,34 +56,28 @@ class Listener {
 
 // Steps: "+a1" adds frame a with frame port 1, "?a" looks it up; each a second after the one before.
 TEST_F(RedirectionsCache, AddTakesTheSameIdElseAFreeSlotElseTheLeastRecentlyUsed) {
-    const struct {
-        unsigned capacity;
-        const char* steps;
-        const char* remembered;
-    } cases[] = {{0, "+a1", ""},
-                 {1, "+a1 +b2", "b2"},
-                 {2, "+a1 +b2 +c3", "b2 c3"},
-                 {2, "+a1 +b2 ?a +c3", "a1 c3"},
-                 {2, "+a1 +a2 +b3", "a2 b3"},
-                 {2, "+a1 +b2 +a3 +c4", "a3 c4"},
-                 {2, "+a1 +b2 +c3 +d4 +e5", "d4 e5"}};
-    for (const auto& each : cases) {
-        SCOPED_TRACE(each.steps);
-        VantrelRedirectionsCache cache(each.capacity);
-        std::istringstream steps(each.steps);
+    const std::tuple<unsigned, std::string, const char*> cases[] = {{0, "+a1", ""},
+                                                                    {1, "+a1 +b2", "b2 "},
+                                                                    {2, "+a1 +b2 +c3", "b2 c3 "},
+                                                                    {2, "+a1 +b2 ?a +c3", "a1 c3 "},
+                                                                    {2, "+a1 +a2 +b3", "a2 b3 "},
+                                                                    {2, "+a1 +b2 +a3 +c4", "a3 c4 "},
+                                                                    {2, "+a1 +b2 +c3 +d4 +e5", "d4 e5 "}};
+    for (const auto& [capacity, text, expected] : cases) {
+        VantrelRedirectionsCache cache(capacity);
+        std::istringstream steps(text);
         for (std::string step; steps >> step; CoTime::advance(CoTime::PER_SECOND)) {
             const std::string id = step.substr(1, 1);
             if (step[0] == '+') cache.add(id, serverAt(std::stoi(step.substr(2))));
             if (step[0] == '?') cache.find(id, &fallback);
         }
         std::string remembered;
-        for (const char* id : {"a", "b", "c", "d", "e"}) {
+        for (const std::string id : {"a", "b", "c", "d", "e"}) {
             const VantrelDaemonInfo* target = cache.target(id);
             EXPECT_EQ(cache.find(id, &fallback) == &fallback, target == nullptr) << id;
-            if (!target) continue;
-            remembered += (remembered.empty() ? "" : " ") + (id + std::to_string(target->getFramePort()));
+            if (target) remembered += id + std::to_string(target->getFramePort()) + ' ';
         }
-        EXPECT_EQ(remembered, each.remembered);
+        EXPECT_EQ(remembered, expected) << text;
     }
 }
 

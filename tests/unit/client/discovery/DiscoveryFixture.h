@@ -76,24 +76,22 @@ class FakeServers {
             const std::lock_guard<std::mutex> lock(mutex_);
             VantrelDiscoverySockets::Datagram datagram;
             while (sockets_.receive(polled.back().fd, datagram)) answer(datagram);
-            if (searcher_.port == 0 || !answeringOn_) continue;
-            VantrelDaemonInfo another;
-            another.setStorageId("another");
-            sockets_.send(Protocol::DISCOVER_SERVERS_REPLY, another.toAttrStream(), searcher_.ip,
-                          searcher_.port);
+            if (searcher_.port != 0 && answeringOn_) reply(Vantrel::DaemonRecord{"another"}.info());
         }
     }
 
     void answer(const VantrelDiscoverySockets::Datagram& datagram) {
         const auto request = Protocol::parse(datagram.text);
         if (!request || request->type != Protocol::FIND_SERVERS) return;
+        searcher_ = datagram;
         const std::string storageId = VantrelDaemonInfo(request->payload).getStorageId();
         searches.add(storageId);
-        for (const VantrelDaemonInfo& each : servers_) {
-            if (!storageId.empty() && storageId != each.getStorageId()) continue;
-            sockets_.send(Protocol::DISCOVER_SERVERS_REPLY, each.toAttrStream(), datagram.ip, datagram.port);
-        }
-        searcher_ = datagram;
+        for (const VantrelDaemonInfo& each : servers_)
+            if (storageId.empty() || storageId == each.getStorageId()) reply(each);
+    }
+
+    void reply(const VantrelDaemonInfo& info) {
+        sockets_.send(Protocol::DISCOVER_SERVERS_REPLY, info.toAttrStream(), searcher_.ip, searcher_.port);
     }
 
     std::mutex mutex_;  // guards sending
@@ -135,10 +133,10 @@ class DiscoveryTest : public testing::Test {
     ~DiscoveryTest() override { VantrelMulticastClient::stop(); }
 
     void configure(const std::string& interfaces, const std::string& more) const {
-        const std::string file = directory_.write(
-            "network.cfg", "[Local]\nUUID=" + std::string(LOCAL_UUID) + "\n[Interfaces]\n" + interfaces +
-                               "\n[SelfDiscovery]\nPort=" + std::to_string(group().port) +
-                               "\nScope=" + SCOPE + '\n' + more + '\n');
+        const std::string text =
+            Vantrel::coFormat("[Local]\nUUID=%s\n[Interfaces]\n%s\n[SelfDiscovery]\nPort=%u\nScope=%s\n%s\n",
+                              LOCAL_UUID, interfaces.c_str(), group().port, SCOPE, more.c_str());
+        const std::string file = directory_.write("network.cfg", text);
         ::setenv("QD_NETWORK_CFG_FILE", file.c_str(), 1);
         bool changed = false;
         Vantrel::CoNetworkConfig::getInstance().parse(changed, true);

@@ -87,20 +87,17 @@ TEST_F(VantrelDiscoverySocketsTest, SendsNothingThatReceiversWouldCut) {
 }
 
 TEST_F(VantrelDiscoverySocketsTest, OpensNothingWhereThereIsNothingToUse) {
-    const struct {
-        const char* interfaces;
-        unsigned ttl;
-        Strings warnings;
-    } cases[] = {{"lo", 0, {}}, {"none", 1, {"No multicast interface available"}}};
-    for (const auto& c : cases) {
-        use(c.interfaces);
+    const std::tuple<const char*, unsigned, Strings> cases[] = {
+        {"lo", 0, {}}, {"none", 1, {"No multicast interface available"}}};
+    for (const auto& [interfaces, ttl, warnings] : cases) {
+        use(interfaces);
         const Vantrel::CapturedLog log;
-        const VantrelDiscoverySockets sockets(group(c.ttl));
+        const VantrelDiscoverySockets sockets(group(ttl));
         EXPECT_FALSE(sockets.haveInterface());
         EXPECT_TRUE(descriptorsOf(sockets).empty());
         EXPECT_FALSE(sockets.send(Protocol::FIND_SERVERS, payloadOf(1)));
         EXPECT_FALSE(sockets.send(Protocol::FIND_SERVERS, payloadOf(1), "127.0.0.1", 9));
-        EXPECT_EQ(log.texts(Vantrel::CoMsg::WARNING), c.warnings);
+        EXPECT_EQ(log.texts(Vantrel::CoMsg::WARNING), warnings);
     }
 }
 
@@ -133,12 +130,12 @@ void useSeveralInterfaces(const VantrelDiscoveryGroup& group) {
     for (const auto& [to, from] : cases) {
         EXPECT_TRUE(
             sockets.send(Protocol::DISCOVER_SERVERS_REPLY, payloadOf(1), to, receiver.getLocalPort()));
-        char buffer[1024];
-        std::size_t length = sizeof buffer;
-        sockaddr_storage sender{};
         pollfd entry{receiver.getId(), POLLIN, 0};
         EXPECT_EQ(::poll(&entry, 1, LIMIT_MS), 1);
-        EXPECT_TRUE(receiver.receive(buffer, length, sender, false));
+        char byte = 0;
+        std::size_t length = sizeof byte;
+        sockaddr_storage sender{};
+        EXPECT_TRUE(receiver.receive(&byte, length, sender, false));
         std::string ip;
         unsigned port = 0;
         CoMulticast::addrToIPAndPort(sender, ip, port);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 
 namespace {
 
@@ -20,14 +21,14 @@ class Searches : public testing::Test {
     template <typename OnLook>
     int wait(const std::string& storageId, Microseconds latest, OnLook onLook) {
         int looks = 0;
+        const auto send = [this] { ++sent; };
         const auto done = [&] {
             onLook(++looks);
             CoTime::advance(STEP);
             searches.recheck();
             return looks > 100;
         };
-        searches.wait(
-            storageId, CoTime::getTime() + latest, [this] { ++sent; }, done);
+        searches.wait(storageId, CoTime::getTime() + latest, send, done);
         return looks;
     }
     int waitQuietly(const std::string& storageId) {
@@ -39,59 +40,50 @@ class Searches : public testing::Test {
 };
 
 TEST_F(Searches, LastAsLongAsRepliesCome) {
-    const struct {
-        const char* what;
-        Microseconds latest;
-        int repliesUpTo;
-        int looks;
-    } cases[] = {{"none comes", FAR, 0, 4},
-                 {"early ones", FAR, 1, 4},
-                 {"until 300 ms", FAR, 4, 6},
-                 {"all the time", FAR, 100, 21},
-                 {"the caller has less time", 2 * STEP, 100, 3},
-                 {"the caller has none", 0, 0, 1}};
-    for (const auto& c : cases) {
-        const int looks = wait("", c.latest, [&](int look) {
-            if (look <= c.repliesUpTo) searches.noteReply();
+    const std::tuple<const char*, Microseconds, int, int> cases[] = {
+        {"none comes", FAR, 0, 4},
+        {"early ones", FAR, 1, 4},
+        {"until 300 ms", FAR, 4, 6},
+        {"all the time", FAR, 100, 21},
+        {"the caller has less time", 2 * STEP, 100, 3},
+        {"the caller has none", 0, 0, 1}};
+    for (const auto& [what, latest, repliesUpTo, expected] : cases) {
+        const int looks = wait("", latest, [this, last = repliesUpTo](int look) {
+            if (look <= last) searches.noteReply();
         });
-        EXPECT_EQ(looks, c.looks) << c.what;
+        EXPECT_EQ(looks, expected) << what;
         CoTime::advance(FAR);
     }
 }
 
 TEST_F(Searches, EndWithWhatIsSearchedForOrWithAStop) {
     int asked = 0;
-    const auto find = [&] { return ++asked == 2; };
+    const auto find = [&asked] { return ++asked == 2; };
+    const auto recheck = [this] { searches.recheck(); };
     const auto begun = CoTime::getTime();
-    EXPECT_GE(searches.wait(
-                  "s", begun + FAR, [this] { searches.recheck(); }, find),
-              begun);
+    EXPECT_GE(searches.wait("s", begun + FAR, recheck, find), begun);
     EXPECT_EQ(asked, 2);
     EXPECT_EQ(wait("s", FAR, [&](int) { searches.stop(); }), 1);
     EXPECT_EQ(waitQuietly("s"), 0);
 }
 
 TEST_F(Searches, AreSharedWhileTheyRun) {
-    const auto joinAtSecondLook = [&](const std::string& storageId) {
-        return [this, storageId](int look) {
-            if (look != 2) return;
-            EXPECT_LT(waitQuietly(storageId), 4);
-        };
-    };
-    wait("s", FAR, joinAtSecondLook("s"));
-    EXPECT_EQ(sent, 1);
-    wait("", FAR, joinAtSecondLook(""));
-    EXPECT_EQ(sent, 2);
-    waitQuietly("s");
-    EXPECT_EQ(sent, 3) << "that one was over";
-    wait("s", FAR, [&](int look) {
-        if (look == 2) waitQuietly("t");
-    });
-    EXPECT_EQ(sent, 5) << "of another storage";
-    wait("s", FAR, [&](int look) {
-        if (look == 4) waitQuietly("s");
-    });
-    EXPECT_EQ(sent, 7) << "servers that came up since have not heard it";
+    // The storage of a search, that of one that joins it, at which look it does, and how often is sent.
+    const std::tuple<const char*, const char*, int, int> cases[] = {
+        {"s", "s", 2, 1},
+        {"", "", 2, 1},
+        {"s", "t", 2, 2},
+        {"s", "s", 4, 2}};  // servers that came up since have not heard it
+    for (const auto& [first, second, joinedAt, expected] : cases) {
+        sent = 0;
+        int looks = 0;
+        wait(first, FAR, [&, other = second, at = joinedAt](int look) {
+            if (look == at) looks = waitQuietly(other);
+        });
+        EXPECT_EQ(sent, expected) << first << ", " << second << " at " << joinedAt;
+        EXPECT_EQ(looks < 4, expected == 1);
+        CoTime::advance(FAR);
+    }
 }
 
 TEST_F(Searches, ThatBeginLaterDoNotProlongAnEarlierOne) {

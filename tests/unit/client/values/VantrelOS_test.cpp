@@ -24,7 +24,8 @@ constexpr unsigned SECOND_USER = 65533;
 bool hasSetUid(cap_flag_t flag) {
     const std::unique_ptr<void, int (*)(void*)> state(::cap_get_proc(), &::cap_free);
     cap_flag_value_t value = CAP_CLEAR;
-    return ::cap_get_flag(static_cast<cap_t>(state.get()), CAP_SETUID, flag, &value) == 0 && value == CAP_SET;
+    ::cap_get_flag(static_cast<cap_t>(state.get()), CAP_SETUID, flag, &value);
+    return value == CAP_SET;
 }
 
 void dropSetUid() {

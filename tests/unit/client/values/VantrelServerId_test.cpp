@@ -10,28 +10,23 @@
 namespace {
 
 TEST(VantrelServerId, ReadsItsTextForm) {
-    const struct {
-        const char* text;
-        const char* address;
-        const char* storage;
-        int port;
-    } cases[] = {{"host:7549", "host", "", 7549},
-                 {"host:stor1", "host", "stor1", 0},
-                 {"host:", "host", "", 0},
-                 {"a:b:c", "a:b", "c", 0},
-                 {"host:99999999999", "host", "99999999999", 0},
-                 {"host", "host", "SXAFS", 0},
-                 {"", "", "SXAFS", 0}};
-    for (const auto& c : cases) {
+    const std::tuple<std::string, const char*, const char*, int> cases[] = {
+        {"host:7549", "host", "", 7549},
+        {"host:stor1", "host", "stor1", 0},
+        {"host:", "host", "", 0},
+        {"a:b:c", "a:b", "c", 0},
+        {"host:99999999999", "host", "99999999999", 0},
+        {"host", "host", "SXAFS", 0},
+        {"", "", "SXAFS", 0}};
+    for (const auto& [text, address, storage, port] : cases) {
         VantrelServerId id("old", "other", 1);
-        id.setId(c.text);
-        EXPECT_STREQ(id.getIPAddr(), c.address) << c.text;
-        EXPECT_STREQ(id.getDB(), c.storage) << c.text;
-        EXPECT_EQ(id.getPort(), c.port) << c.text;
-        const bool hasColon = std::string(c.text).find(':') != std::string::npos;
-        EXPECT_EQ(id.getId(), hasColon ? c.text : std::string(c.text) + ":SXAFS");
+        id.setId(text.c_str());
+        EXPECT_STREQ(id.getIPAddr(), address) << text;
+        EXPECT_STREQ(id.getDB(), storage) << text;
+        EXPECT_EQ(id.getPort(), port) << text;
+        EXPECT_EQ(id.getId(), text.find(':') != std::string::npos ? text : text + ":SXAFS");
         id.setId(id.getId());
-        EXPECT_STREQ(id.getIPAddr(), c.address) << "its own text read again";
+        EXPECT_STREQ(id.getIPAddr(), address) << "its own text read again";
     }
 }
 

@@ -4,6 +4,7 @@
 
 #include <clocale>
 #include <string>
+#include <tuple>
 
 namespace {
 
@@ -12,12 +13,7 @@ using Converter = VantrelBaseInterface::Converter;
 TEST(BaseInterface, ConvertsBothWays) {
     std::string longText;
     for (int i = 0; i < 1000; ++i) longText += "\xc3\xa9";
-    const struct {
-        const char* from;
-        const char* to;
-        std::string text;
-        std::string expected;
-    } cases[] = {
+    const std::tuple<const char*, const char*, std::string, std::string> cases[] = {
         {"UTF-8", "ISO-8859-1", "caf\xc3\xa9 no\xc3\xabl", "caf\xe9 no\xebl"},
         {"ISO-8859-1", "UTF-8", "caf\xe9", "caf\xc3\xa9"},
         {"ISO-8859-1", "UTF-8", std::string(1000, '\xe9'), longText},
@@ -26,11 +22,11 @@ TEST(BaseInterface, ConvertsBothWays) {
         {"UTF-8", "ISO-8859-1", "caf\xe9", "caf\xe9"},
         {"UTF-8", "NO-SUCH-CODE", "caf\xc3\xa9", "caf\xc3\xa9"},
     };
-    for (const auto& c : cases) {
+    for (const auto& [from, to, text, expected] : cases) {
         std::string buffer;
-        Converter converter(c.from, c.to);
-        EXPECT_EQ(converter.convert(c.text, buffer), c.expected) << c.to;
-        EXPECT_EQ(converter.convert(c.text, buffer), c.expected) << c.to << ", again";
+        Converter converter(from, to);
+        EXPECT_EQ(converter.convert(text, buffer), expected) << to;
+        EXPECT_EQ(converter.convert(text, buffer), expected) << to << ", again";
     }
 }
 
