@@ -137,6 +137,13 @@ TEST_F(CliTest, NamesOfAnyBytesAreListedAndFound) {
     }
 }
 
+TEST_F(CliTest, FramePathsAreThoseThatTheServerNames) {
+    ScriptedPeer withoutFrames;
+    withoutFrames.answer("GetDaemonInfo", ScriptedPeer::ok("VersionMajor 4 2024"));
+    withoutFrames.answer("GetFramePathsEx", ScriptedPeer::ok("3 2 /a2 /b2 /c"));
+    EXPECT_EQ(good({"frame-paths", withoutFrames.address(), "id:n1"}), "/a\n/b\n/c\n");
+}
+
 TEST_F(CliTest, NodesAreShownRenamedDuplicatedAndRemoved) {
     makeReel();
     EXPECT_EQ(good({"tree", server, "/stor1", "--depth", "0"}), "stor1\n");

@@ -173,6 +173,7 @@ class CommandsTest : public NodeTest {
         {"`getFrameId`", ON_NODE(getFrameId(1, text))},
         {"`setNumFrames`", ON_NODE(setNumFrames(1))},
         {"`getFrameIdPath`", ON_NODE(getFrameIdPath(1, text))},
+        {"`getNumFrameIdPaths`", ON_NODE(getNumFrameIdPaths(number))},
         {"`linkToFrames`", ON_NODE(linkToFrames(paths, 1))},
         {"`getStreamId`", ON_NODE(getStreamId(text))},
         {"`getNbReadAheads`", ON_NODE(getNbReadAheads(number))},

@@ -126,8 +126,10 @@ class VANTREL_API VantrelNodeHandle {
     /// Makes the clip have exactly `count` frames. Fails with "Invalid number of frames: %u" above
     /// 2147483647.
     bool setNumFrames(unsigned int count);
-    /// Path of the frame's file as this host sees it. The list is asked for once.
+    /// Path of the frame's file as this host sees it. The list is asked for once; how many paths it has is
+    /// the server's choice, and need not be the number of frames.
     bool getFrameIdPath(int index, VantrelStr& path);
+    bool getNumFrameIdPaths(int& count);
     /// Makes the clip's frames the `count` files of `paths`, which stay where they are. "Server does not
     /// support linking to existing media files." on servers older than 2.6.0.0; "Invalid list of %d frame
     /// paths" for a negative count and for null in place of paths.

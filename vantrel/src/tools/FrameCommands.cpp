@@ -26,32 +26,33 @@ struct WriteFrameOptions {
     std::string file;
 };
 
-using FrameText = bool (VantrelNodeHandle::*)(int, VantrelStr&);
+using Count = bool (VantrelNodeHandle::*)(int&);
+using Text = bool (VantrelNodeHandle::*)(int, VantrelStr&);
 
-// One text for each frame of a clip.
-void listFrames(const Program& program, const ClipPathOptions& options, FrameText frameText) {
+// The texts of a list that a clip has.
+void listTexts(const Program& program, const ClipPathOptions& options, Count countOf, Text textAt) {
     const Session session(program, options.server);
     const Output& out = session.output();
     VantrelNodeHandle node = session.node(options.path);
     const std::string failed = Session::failed("list the frames of", options.path);
     int count = 0;
-    session.require(node.getNumFrames(count), failed);
+    session.require((node.*countOf)(count), failed);
     Json texts = Json::array();
     for (int i = 0; i < count; ++i) {
         session.checkInterrupt();
         VantrelStr text;
-        session.require((node.*frameText)(i, text), failed);
+        session.require((node.*textAt)(i, text), failed);
         texts.push_back(out.text(text));
     }
     out.list(texts);
 }
 
 void frames(const Program& program, const ClipPathOptions& options) {
-    listFrames(program, options, &VantrelNodeHandle::getFrameId);
+    listTexts(program, options, &VantrelNodeHandle::getNumFrames, &VantrelNodeHandle::getFrameId);
 }
 
 void framePaths(const Program& program, const ClipPathOptions& options) {
-    listFrames(program, options, &VantrelNodeHandle::getFrameIdPath);
+    listTexts(program, options, &VantrelNodeHandle::getNumFrameIdPaths, &VantrelNodeHandle::getFrameIdPath);
 }
 
 std::string frameName(int index, const std::string& path) {

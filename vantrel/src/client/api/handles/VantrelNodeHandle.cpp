@@ -183,6 +183,11 @@ bool VantrelNodeHandle::getFrameIdPath(int index, VantrelStr& path) {
     return found != nullptr;
 }
 
+bool VantrelNodeHandle::getNumFrameIdPaths(int& count) {
+    VantrelNodeImp* node = imp();
+    return node && countOf(node->framePaths(), count);
+}
+
 // --- Tree ---
 
 bool VantrelNodeHandle::getParentNode(VantrelNodeHandle& parent) {
