@@ -50,7 +50,8 @@ class VANTREL_API VantrelServerList {
     /// ago the last search was. A host name is looked up, within the same 2 seconds. False when nobody
     /// answers, and at once when there is no multicast interface; `info` is then as it was.
     bool resolve(const VantrelServerId& serverId, VantrelServerInfo& info);
-    /// The full id of the server that serves a storage. Waits and fails like `resolve`.
+    /// The full id of the server that serves a storage. Waits and fails like `resolve`; the last error is
+    /// then "Server not found: :0", as the text form of an id does not show its storage id.
     bool resolveStorageId(const char* storageId, VantrelServerId& serverId);
 
     /// Why the last call that returned false did so; never null, valid until the next call on this thread.

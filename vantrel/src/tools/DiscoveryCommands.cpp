@@ -26,6 +26,9 @@ struct ResolveOptions {
 /// The library's reason when there is nowhere to search.
 constexpr const char* NO_INTERFACE = "No multicast interface found.";
 
+/// How the library's reason begins when nobody answered; what follows does not show a storage id.
+constexpr const char* NOT_FOUND = "Server not found: ";
+
 constexpr const char* NO_INTERFACE_ADVICE =
     "Servers are searched for on interfaces that are up and capable of multicast. Check the Multicast= line "
     "of\n"
@@ -114,9 +117,12 @@ void resolve(const Program& program, const ResolveOptions& options) {
     const Output out(program.json);
     Discovery discovery(program, Gateway());
     VantrelServerId id;
-    if (!discovery.list().resolveStorageId(options.storageId.c_str(), id))
-        throw ToolError("no server with storage id '" + options.storageId +
-                        "': " + discovery.list().lastError());
+    if (!discovery.list().resolveStorageId(options.storageId.c_str(), id)) {
+        const std::string reason = discovery.list().lastError();
+        const bool unanswered = reason.rfind(NOT_FOUND, 0) == 0;
+        throw ToolError("no server with storage id '" + options.storageId + "'" +
+                        (unanswered ? " answered" : ": " + reason));
+    }
     const std::string text = out.text(addressAndPort(id).c_str());
     if (out.json())
         out.document({{"id", text}});
