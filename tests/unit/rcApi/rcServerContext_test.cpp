@@ -1,11 +1,32 @@
 #include "rcServerContext.h"
 
 #include <climits>
+#include <cstdlib>
+#include <new>
 #include <stdexcept>
 #include <vector>
 
 #include "RcSettings.h"
 #include "ServerFixture.h"
+#include "rcServerClient.h"
+
+namespace {
+
+/// Allocations of at least so many bytes fail.
+std::atomic<std::size_t> tooMuch{SIZE_MAX};
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+    void* const memory = size < tooMuch ? std::malloc(size) : nullptr;
+    return memory ? memory : throw std::bad_alloc();
+}
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
 
 namespace Vantrel {
 namespace {
@@ -209,6 +230,24 @@ TEST_F(rcServerContextTest, AClientThatDoesNotReadHoldsUpNobodyAndLosesNothing) 
         ASSERT_TRUE(slow.readLine() == "ok " + std::to_string(i) + "." + std::string(SIZE, 'x')) << i;
     }
     EXPECT_TRUE(slow.isClosedByPeer());
+}
+
+TEST_F(rcServerContextTest, ServesTheOthersWhenThereIsNoMemoryForAClient) {
+    addEcho();
+    start();
+    RawClient bystander(port());
+    RawClient greedy(port());
+    const std::string much = "sync 0 Echo " + std::string(4U << 20, 'x');
+    tooMuch = 1U << 20;
+    greedy.send(much);
+    EXPECT_TRUE(greedy.isClosedByPeer());
+    EXPECT_EQ(bystander.ask("sync 0 Echo fine\n"), "ok fine");
+    tooMuch = sizeof(rcServerContext::Client);
+    EXPECT_TRUE(RawClient(port()).isClosedByPeer());
+    EXPECT_EQ(bystander.ask("sync 0 Echo fine\n"), "ok fine");
+    tooMuch = SIZE_MAX;
+    EXPECT_EQ(RawClient(port()).ask("sync 0 Echo again\n"), "ok again");
+    EXPECT_EQ(context.gone, 1U);
 }
 
 TEST_F(rcServerContextTest, DropsAClientWhoseCommandIsTooLong) {

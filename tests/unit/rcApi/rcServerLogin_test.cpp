@@ -124,6 +124,29 @@ TEST_F(rcServerLoginTest, IsNeededInTimeWhenRequired) {
     EXPECT_EQ(guest.ask("sync 0 Echo x\n"), "ok x");
 }
 
+TEST_F(rcServerLoginTest, IsReadBeforeItsTimeIsJudged) {
+    context.requireLogin(true);
+    RawClient* waiting = nullptr;
+    std::string line;
+    add("Block", [&](int, rcParam::Array&, rcParam&) {
+        waiting->send(line);
+        CoTime::advance((rcServerContext::LOGIN_TIME_MS + 1) * CoTime::PER_MILLISECOND);
+        return true;
+    });
+    start();
+    RawClient guest(port());
+    EXPECT_EQ(guest.ask(login(record("jane"))), "ok ");
+    for (const bool logsIn : {true, false}) {
+        RawClient client(port());
+        EXPECT_EQ(client.ask("sync 0 _ping \n"), "ok ");
+        waiting = &client;
+        line = logsIn ? login(record("joe")) : "sync 0 _ping \n";
+        EXPECT_EQ(guest.ask("sync 0 Block x\n"), "ok ");
+        EXPECT_EQ(client.readLine(), "ok ");
+        EXPECT_EQ(client.ask("sync 0 Echo x\n"), logsIn ? "ok x" : "");
+    }
+}
+
 TEST_F(rcServerLoginTest, IsWaitedForFromFewAtATime) {
     context.requireLogin(true);
     context.limitClients(rcServerContext::MAX_UNAUTHENTICATED + 2);

@@ -1,9 +1,12 @@
 #include "rcServerClient.h"
 
+#include <poll.h>
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <climits>
+#include <exception>
+#include <utility>
 
 #include "CoDeferral.h"
 #include "CoMsg.h"
@@ -21,6 +24,11 @@ constexpr std::size_t KEPT_OUTPUT_CAPACITY = 64 * 1024;
 /// limited.
 constexpr std::size_t MAX_BYTES_BEFORE_LOGIN = 64 * 1024;
 
+bool hasInput(int descriptor) {
+    pollfd waiting{descriptor, POLLIN, 0};
+    return ::poll(&waiting, 1, 0) > 0 && (waiting.revents & POLLIN) != 0;
+}
+
 }  // namespace
 
 rcServerContext::Client::Client(rcServerContext& context, unsigned id, CoFd connection)
@@ -30,12 +38,17 @@ rcServerContext::Client::Client(rcServerContext& context, unsigned id, CoFd conn
 }
 
 void rcServerContext::Client::setLoggedIn(bool loggedIn) {
-    if (loggedIn_ && !loggedIn) loginDeadline_ = CoDeadline(LOGIN_TIME_MS);
+    if (loggedIn_ && !loggedIn) {
+        loginDeadline_ = CoDeadline(LOGIN_TIME_MS);
+        readLate_ = false;
+    }
     loggedIn_ = loggedIn;
 }
 
 int rcServerContext::Client::descriptorId() const {
-    return isUnauthenticated() && loginDeadline_.passed() ? CoIoDescriptor::INVALID_ID : descriptor_.getId();
+    if (!isUnauthenticated() || !loginDeadline_.passed()) return descriptor_.getId();
+    const bool readFirst = !std::exchange(readLate_, true) && wantsRead() && hasInput(descriptor_.getId());
+    return readFirst ? descriptor_.getId() : CoIoDescriptor::INVALID_ID;
 }
 
 void rcServerContext::Client::takeInheritedInfo() {
@@ -67,7 +80,30 @@ bool rcServerContext::Client::mayProcess() const {
     return !awaitingReturn_ && !leaving_ && output_.size() - outputStart_ <= BATCH_OUTPUT;
 }
 
+/// A client that fails, because it wants more memory than there is, goes; the others stay.
+bool rcServerContext::Client::guarded(bool (Client::*step)()) noexcept {
+    try {
+        try {
+            return (this->*step)();
+        } catch (const std::exception& error) {
+            context_.current_ = nullptr;
+            CO_MSG_ERROR("Client %u failed, breaking connection: %s", id_, error.what());
+        }
+    } catch (...) {
+        // There is no memory for the log either.
+    }
+    return false;
+}
+
 bool rcServerContext::Client::handleRead() {
+    return guarded(&Client::receive);
+}
+
+bool rcServerContext::Client::handleWrite() {
+    return guarded(&Client::goOn);
+}
+
+bool rcServerContext::Client::receive() {
     {
         const CoDeferral deferral;  // descriptors log: not under the lock
         const CoLock lock(mutex_);
@@ -81,7 +117,7 @@ bool rcServerContext::Client::handleRead() {
     return processInput();
 }
 
-bool rcServerContext::Client::handleWrite() {
+bool rcServerContext::Client::goOn() {
     if (!sendPending()) return handleError();
     if (leaving_) return !finishLeaving();
     return processInput();

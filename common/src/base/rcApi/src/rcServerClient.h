@@ -25,8 +25,9 @@ class rcServerContext::Client : public CoIoHandler {
     /// Logging out gives new time to log in again.
     void setLoggedIn(bool loggedIn);
 
-    /// None, so that the loop drops it, when the time to log in is over.
-    int descriptorId() const override;
+    /// None, so that the loop drops it, when the time to log in is over. What has come by then is read first:
+    /// the loop may have been busy since.
+    int descriptorId() const override CO_EXCLUDES(mutex_);
     bool wantsRead() const override CO_EXCLUDES(mutex_);
     bool wantsWrite() const override CO_EXCLUDES(mutex_);
     bool handleRead() override CO_EXCLUDES(mutex_);
@@ -53,6 +54,9 @@ class rcServerContext::Client : public CoIoHandler {
     bool inputLeft() const { return inputStart_ != inputEnd_; }
     bool outputPending() const CO_REQUIRES(mutex_) { return outputStart_ != output_.size(); }
     bool mayProcess() const CO_EXCLUDES(mutex_);
+    bool guarded(bool (Client::*step)()) noexcept;
+    bool receive() CO_EXCLUDES(mutex_);
+    bool goOn() CO_EXCLUDES(mutex_);
     bool processInput() CO_EXCLUDES(mutex_);
     bool sendPending() CO_EXCLUDES(mutex_);
     bool isCommandTooLong() const;
@@ -68,7 +72,8 @@ class rcServerContext::Client : public CoIoHandler {
     rcConnectionInfo info_;
     bool loggedIn_ = false;
     CoDeadline loginDeadline_{LOGIN_TIME_MS};
-    bool leaving_ = false;  ///< to be dropped as soon as its results have gone
+    mutable bool readLate_ = false;  ///< after the deadline: once
+    bool leaving_ = false;           ///< to be dropped as soon as its results have gone
     std::array<char, READ_SIZE> input_;
     std::size_t inputStart_ = 0;  ///< what was received and not yet processed
     std::size_t inputEnd_ = 0;

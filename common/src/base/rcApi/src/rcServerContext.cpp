@@ -163,6 +163,16 @@ bool rcServerContext::login(const rcConnectionInfo&) {
 
 void rcServerContext::handleConnection(CoFd connection) {
     if (isFull()) return;
+    try {
+        addClient(std::move(connection));
+    } catch (const std::exception& error) {
+        if (Client* const client = findClient(lastClientId_)) unregisterIOHandler(client);
+        removeClient(lastClientId_);
+        CO_MSG_ERROR("Could not serve a connection on port %d: %s", getPort(), error.what());
+    }
+}
+
+void rcServerContext::addClient(CoFd connection) {
     do {
         ++lastClientId_;
     } while (lastClientId_ == 0 || isIdValid(lastClientId_));
@@ -220,13 +230,15 @@ void rcServerContext::loggedInOrOut(Client& client, bool loggedIn) {
 void rcServerContext::drop(Client& client) {
     const unsigned id = client.getId();
     client.close();
-    unauthenticated_.erase(id);
-    {
-        // A delayed return on another thread may still hold the client; it then finds it closed.
-        const CoLock lock(tablesMutex_);
-        clients_.erase(id);
-    }
+    removeClient(id);
     if (clientGone_) clientGone_(id);
+}
+
+void rcServerContext::removeClient(unsigned id) {
+    unauthenticated_.erase(id);
+    // A delayed return on another thread may still hold the client; it then finds it closed.
+    const CoLock lock(tablesMutex_);
+    clients_.erase(id);
 }
 
 rcServerContext::Outcome rcServerContext::processCommand(Client& client, rcCommand& command) {

@@ -110,7 +110,8 @@ class rcServerContext : public rcAppContext {
     void setClientGone(ClientGone clientGone) { clientGone_ = std::move(clientGone); }
 
   protected:
-    /// Serves a connection that was accepted, and owns its descriptor from then on.
+    /// Serves a connection that was accepted, and owns its descriptor from then on; closes it when there is
+    /// no memory to serve it.
     void handleConnection(CoFd connection) CO_EXCLUDES(tablesMutex_);
 
   private:
@@ -124,6 +125,8 @@ class rcServerContext : public rcAppContext {
     bool findObject(const rcCommand& command, int& objectId) CO_EXCLUDES(tablesMutex_);
     bool callMethod(const rcMethod& method, int objectId, std::string argument) CO_EXCLUDES(tablesMutex_);
     void drop(Client& client) CO_EXCLUDES(tablesMutex_);
+    void addClient(CoFd connection) CO_EXCLUDES(tablesMutex_);
+    void removeClient(unsigned id) CO_EXCLUDES(tablesMutex_);
     bool isFull() CO_EXCLUDES(tablesMutex_);
     void limitUnauthenticated();
     void loggedInOrOut(Client& client, bool loggedIn);
