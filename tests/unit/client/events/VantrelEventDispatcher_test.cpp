@@ -113,6 +113,18 @@ TEST_F(EventDispatcherTest, BeyondTheBoundTheOldestUndeliveredEventsAreDropped) 
     EXPECT_THAT(log.texts(Vantrel::CoMsg::WARNING), ElementsAre(HasSubstr("7 undelivered events dropped")));
 }
 
+TEST_F(EventDispatcherTest, EventsAreTracedOnRequest) {
+    ::setenv("QD_DEBUG_VANTREL_EVENTS", "0", 1);  // set is on
+    const Vantrel::CapturedLog log;
+    Handler handler(noting("h"));
+    dispatcher.add({"n1", "", ""}, &handler);
+    dispatcher.notify(event("n1", "type"));
+    const auto* address = static_cast<void*>(&handler);
+    EXPECT_THAT(log.texts(Vantrel::CoMsg::USER),
+                ElementsAre("Received node event n1/type [].",
+                            Vantrel::coFormat("Notifying event handler %p of event n1/type [].", address)));
+}
+
 // The sanitizers see a call that comes later, or lasts longer, than its handler's life.
 TEST(EventDispatcherThreadsTest, NoEventIsLostOrOvertakesAnotherOrReachesARemovedHandler) {
     constexpr int THREADS = 4;

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "CoDeferral.h"
 #include "CoMutex.h"
 #include "VantrelServerFinder.h"
 #include "VantrelStopControl.h"
@@ -55,6 +56,16 @@ class VantrelClientConnection {
     /// The same with a connection that is up: never connects.
     Vantrel::rcOutcome callConnected(const char* method, const char* argument, std::string& result,
                                      unsigned callTimeoutMs);
+
+    /// Runs `action`, which may call the server, while no other thread does; false when one does so now.
+    template <typename Action>
+    [[nodiscard]] bool tryUse(Action action) {
+        const Vantrel::CoDeferral deferral;
+        if (!mutex_.try_lock()) return false;
+        const Vantrel::CoLock lock(mutex_, std::adopt_lock);
+        action();
+        return true;
+    }
 
     /// What the server said of itself when connecting, connecting now if need be; with `refresh` it is asked
     /// again. `info` is not null when it was Answered, else `error` says why.

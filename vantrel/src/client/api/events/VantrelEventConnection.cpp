@@ -5,7 +5,6 @@
 
 #include "CoMsg.h"
 #include "CoProcess.h"
-#include "VantrelSettings.h"
 
 using Vantrel::coFormat;
 
@@ -13,6 +12,9 @@ namespace {
 
 constexpr const char* INVALID_HANDLER = "Invalid handler pointer";
 constexpr const char* CLOSED = "Event connection is closed";
+
+/// Only the port's thread queues events, and waits for the handlers: a few at most are ever queued.
+constexpr std::size_t MAX_QUEUED_EVENTS = 100000;
 
 constexpr unsigned FIRST_IDS = 1U << 30;
 
@@ -39,7 +41,7 @@ VantrelEventConnection::VantrelEventConnection(const std::shared_ptr<VantrelEven
     : id_(nextId()),
       forkGeneration_(Vantrel::CoProcess::forkGeneration()),
       port_(port),
-      dispatcher_(static_cast<std::size_t>(VantrelSettings::maxQueuedEvents.get())),
+      dispatcher_(MAX_QUEUED_EVENTS),
       registrations_(port, id_, client, dispatcher_) {}
 
 VantrelEventConnection::~VantrelEventConnection() {

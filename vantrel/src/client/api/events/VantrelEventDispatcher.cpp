@@ -222,8 +222,7 @@ void VantrelEventDispatcher::deliverBatch() {
     const std::size_t dropped = std::exchange(dropped_, 0);
     if (dropped > 0) {
         const CoUnlock unlock(mutex_);
-        CO_MSG_WARNING("%zu undelivered events dropped: more than %zu waited (%s)", dropped, maxQueued_,
-                       VantrelSettings::maxQueuedEvents.name());
+        CO_MSG_WARNING("%zu undelivered events dropped: more than %zu waited", dropped, maxQueued_);
     }
     for (std::size_t i = first; i < batch_.size(); ++i) deliver(batch_[i]);
     for (std::size_t i = 0; i < first; ++i) deliver(batch_[i]);

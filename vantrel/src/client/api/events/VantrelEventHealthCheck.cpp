@@ -10,14 +10,31 @@ namespace {
 constexpr CoTime::Microseconds INTERVAL = CoTime::PER_SECOND;
 constexpr CoTime::Microseconds SHORTEST_INTERVAL = 100 * CoTime::PER_MILLISECOND;
 
-// Pauses between attempts to restore a connection.
+// Pauses between attempts to restore a connection, and between renewals of its registrations.
 constexpr unsigned FIRST_PAUSE_MS = 1000;
 constexpr unsigned LONGEST_PAUSE_MS = 30000;
 
 }  // namespace
 
-void VantrelEventHealthCheck::registrationsMayBeLost() {
-    lost_ = true;
+void VantrelEventHealthCheck::Pause::extend(Microseconds from) {
+    lengthMs = std::clamp(2 * lengthMs, FIRST_PAUSE_MS, LONGEST_PAUSE_MS);
+    end = from + lengthMs * CoTime::PER_MILLISECOND;
+}
+
+void VantrelEventHealthCheck::delivered(unsigned clientId, int connectionId) {
+    // Asked first: most events come from the same server as the one before.
+    const std::pair<unsigned, int> delivery(clientId, connectionId);
+    if (delivery == lastDelivery_) return;
+    deliveredTo_[clientId].insert(connectionId);
+    lastDelivery_ = delivery;
+}
+
+void VantrelEventHealthCheck::clientGone(unsigned clientId) {
+    const auto found = deliveredTo_.find(clientId);
+    if (found == deliveredTo_.end()) return;
+    for (const int connectionId : found->second) watched_[connectionId].renew = true;
+    deliveredTo_.erase(found);
+    lastDelivery_ = {};
     request();
 }
 
@@ -28,52 +45,52 @@ VantrelEventHealthCheck::Microseconds VantrelEventHealthCheck::due(Microseconds 
 
 void VantrelEventHealthCheck::run(Microseconds now, const Connections& connections, const Restore& restore) {
     last_ = now;
-    next_ = NEVER;
-    renewAfterLoss(now, connections);
-    forgetPausesOfOthers(connections);
+    next_ = now + INTERVAL;  // should this end early
+    forgetOthers(connections);
+    Microseconds next = NEVER;
     for (const auto& connection : connections) {
         if (!connection->hasHandlers()) continue;
-        next_ = now + INTERVAL;
-        if (isPaused(*connection, now)) continue;
-        if (restore(connection)) {
-            pauses_.erase(connection->getId());
-            continue;
+        next = std::min(next, now + INTERVAL);
+        if (now < watched_[connection->getId()].restoring.end) continue;
+        renewWhereDue(now, *connection);
+        const Restored result = restore(connection);
+        if (result == Restored::Failed) {
+            pause(*connection, connections);
+            // The attempt took time: first the events that came in it, then the other connections.
+            next_ = now;
+            return;
         }
-        pause(*connection, connections);
-        // The attempt took time: first the events that came in it, then the other connections.
-        next_ = now;
-        return;
+        watched_[connection->getId()].restoring = {};
+        if (result == Restored::Busy) next = now + SHORTEST_INTERVAL;
     }
+    next_ = next;
 }
 
-/// At intervals, however many servers come and go.
-void VantrelEventHealthCheck::renewAfterLoss(Microseconds now, const Connections& connections) {
-    if (now < nextRenewal_ || !lost_.exchange(false)) return;
-    nextRenewal_ = now + INTERVAL;
-    for (const auto& connection : connections) connection->registrations().renewLater();
-}
-
-bool VantrelEventHealthCheck::isPaused(const VantrelEventConnection& connection, Microseconds now) const {
-    const auto found = pauses_.find(connection.getId());
-    return found != pauses_.end() && now < found->second.end;
+void VantrelEventHealthCheck::renewWhereDue(Microseconds now, VantrelEventConnection& connection) {
+    Watched& watched = watched_[connection.getId()];
+    if (!watched.renew || now < watched.renewing.end) return;
+    watched.renew = false;
+    // One that was left in peace for long enough starts again with the shortest pause.
+    if (now > watched.renewing.end + LONGEST_PAUSE_MS * CoTime::PER_MILLISECOND) watched.renewing = {};
+    watched.renewing.extend(now);
+    connection.registrations().renewLater();
 }
 
 /// With all connections to the same server.
 void VantrelEventHealthCheck::pause(VantrelEventConnection& connection, const Connections& connections) {
-    Pause longer = pauses_[connection.getId()];
-    longer.lengthMs = std::clamp(2 * longer.lengthMs, FIRST_PAUSE_MS, LONGEST_PAUSE_MS);
-    longer.end = CoTime::getTime() + longer.lengthMs * CoTime::PER_MILLISECOND;
+    Pause longer = watched_[connection.getId()].restoring;
+    longer.extend(CoTime::getTime());
     const VantrelClientConnection* const client = &connection.registrations().client();
     for (const auto& other : connections) {
-        if (&other->registrations().client() == client) pauses_[other->getId()] = longer;
+        if (&other->registrations().client() == client) watched_[other->getId()].restoring = longer;
     }
 }
 
-void VantrelEventHealthCheck::forgetPausesOfOthers(const Connections& connections) {
-    for (auto pause = pauses_.begin(); pause != pauses_.end();) {
-        const bool known =
-            std::any_of(connections.begin(), connections.end(),
-                        [&pause](const auto& connection) { return connection->getId() == pause->first; });
-        pause = known ? std::next(pause) : pauses_.erase(pause);
+void VantrelEventHealthCheck::forgetOthers(const Connections& connections) {
+    for (auto at = watched_.begin(); at != watched_.end();) {
+        const bool known = std::any_of(connections.begin(), connections.end(), [&at](const auto& connection) {
+            return connection->getId() == at->first;
+        });
+        at = known ? std::next(at) : watched_.erase(at);
     }
 }

@@ -1,6 +1,6 @@
 #include "VantrelEventMonitor.h"
 
-#include <algorithm>
+#include <chrono>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -25,6 +25,8 @@ constexpr const char* NOT_USABLE = "Vantrel client not correctly configured to r
 
 /// Servers, each with one connection: beyond this the port is being abused.
 constexpr std::size_t MAX_CLIENTS = 256;
+
+constexpr std::chrono::milliseconds RECOVERY_PAUSE(100);
 
 /// Aligned as one number, so that every compiler reads and writes it in one step.
 struct alignas(2 * sizeof(int)) PortRange {
@@ -110,7 +112,7 @@ VantrelEventMonitor::VantrelEventMonitor(int lowPort, int highPort) : context_(l
     context_.requireLogin(true);
     context_.limitClients(MAX_CLIENTS);
     context_.useLoginEnvironment(false);  // it is the application's
-    context_.setClientGone([this](unsigned) { healthCheck_.registrationsMayBeLost(); });
+    context_.setClientGone([this](unsigned clientId) { healthCheck_.clientGone(clientId); });
     Vantrel::rcSysCalls::registerSysCallHandler(context_);
     registerNodeEvent();
 }
@@ -219,15 +221,33 @@ void VantrelEventMonitor::watchSoon() {
 void VantrelEventMonitor::run() {
     threadId_ = std::this_thread::get_id();
     while (!stopping_) {
-        serverCalls_.deregister();
-        const CoTime::Microseconds now = CoTime::getTime();
-        if (now >= healthCheck_.due(now)) {
-            healthCheck_.run(now, connections(),
-                             [this](const auto& connection) { return serverCalls_.restore(connection); });
+        try {
+            serve();
+        } catch (const std::exception& error) {
+            recover(error);
         }
-        context_.callIOHandlersUntil(healthCheck_.due(now));
     }
     serverCalls_.deregister();
+}
+
+void VantrelEventMonitor::serve() {
+    serverCalls_.deregister();
+    const CoTime::Microseconds now = CoTime::getTime();
+    if (now >= healthCheck_.due(now)) {
+        healthCheck_.run(now, connections(),
+                         [this](const auto& connection) { return serverCalls_.restore(connection); });
+    }
+    context_.callIOHandlersUntil(healthCheck_.due(now));
+}
+
+/// Memory that is short now may be there again in a moment.
+void VantrelEventMonitor::recover(const std::exception& error) noexcept {
+    try {
+        CO_MSG_ERROR("Thread '%s' goes on in a moment: %s", THREAD_NAME, error.what());
+    } catch (...) {
+        // There is none for the log either.
+    }
+    std::this_thread::sleep_for(RECOVERY_PAUSE);
 }
 
 bool VantrelEventMonitor::receive(int connectionId, rcParam::Array& parameters) {
@@ -236,6 +256,7 @@ bool VantrelEventMonitor::receive(int connectionId, rcParam::Array& parameters) 
     const std::shared_ptr<Connection> connection = find(connectionId);
     if (!connection)
         throw Vantrel::CoException(coFormat(Vantrel::rcServerContext::INVALID_OBJECT, connectionId));
+    healthCheck_.delivered(context_.getCurrentClientId(), connectionId);
     connection->notify(std::move(event));
     return true;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <exception>
 #include <memory>
 #include <thread>
 #include <unordered_map>
@@ -60,6 +61,8 @@ class VantrelEventMonitor : public VantrelEventPort {
     void start(const std::shared_ptr<VantrelEventMonitor>& self);
     void registerNodeEvent();
     void run() CO_EXCLUDES(mutex_);
+    void serve() CO_EXCLUDES(mutex_);
+    static void recover(const std::exception& error) noexcept;
     bool receive(int connectionId, Vantrel::rcParam::Array& parameters) CO_EXCLUDES(mutex_);
     void end() CO_EXCLUDES(mutex_);
 

@@ -53,50 +53,61 @@ void VantrelEventRegistrations::remove(const std::vector<VantrelEventSubject>& s
 
 void VantrelEventRegistrations::reconnected() {
     // Taken now, under the connection's lock: what is unregistered from here on is sent after this.
-    const auto subjects = wanted_.subjects();
+    Subjects subjects;
+    for (auto& subject : wanted_.subjects()) subjects.emplace_back(std::move(subject), Again::AfterLoss);
     {
-        const CoLock lock(refusedMutex_);
-        refused_.clear();
+        const CoLock lock(pendingMutex_);
+        pending_.clear();
     }
-    addAgain(subjects, Again::AfterLoss);
+    addAgain(subjects);
     ++reconnections_;
 }
 
-bool VantrelEventRegistrations::restore() {
+VantrelEventRegistrations::Restored VantrelEventRegistrations::restore() {
     const unsigned reconnectionsBefore = reconnections_;
     VantrelClientConnection& connection = *client_.get();
-    if (!connection.restore(RESTORE_TIMEOUT_MS)) return false;
+    if (!connection.restore(RESTORE_TIMEOUT_MS)) return Restored::Failed;
     // Not connected now: the thread that is connecting registers, or, if the connection was closed on
     // purpose, the one that opens it again.
-    if (!connection.isConnected()) return true;
+    if (!connection.isConnected()) return Restored::Up;
     const bool renewing = std::exchange(renewal_, false);
-    if (reconnections_ != reconnectionsBefore) return refusedSubjects().empty();
-    return renewing ? addAgain(wanted_.subjects(), Again::Renewal)
-                    : addAgain(refusedSubjects(), Again::AfterRefusal);
+    if (reconnections_ != reconnectionsBefore)
+        return pendingSubjects().empty() ? Restored::Up : Restored::Failed;
+    if (renewing) renewAll();
+    return addAgain(pendingSubjects());
 }
 
-/// What the server refuses is kept in refused_.
-bool VantrelEventRegistrations::addAgain(const std::vector<VantrelEventSubject>& subjects, Again occasion) {
-    const int logLevel = occasion == Again::AfterRefusal ? CoMsg::DEBUG : CoMsg::ERROR;
+void VantrelEventRegistrations::renewAll() {
+    const auto subjects = wanted_.subjects();
+    const CoLock lock(pendingMutex_);
+    for (const VantrelEventSubject& subject : subjects) pending_[subject.nodeId] = Again::Renewal;
+}
+
+/// What the server refuses stays in pending_, and what was not reached.
+VantrelEventRegistrations::Restored VantrelEventRegistrations::addAgain(const Subjects& subjects) {
     VantrelBaseClientAPI api(*client_.get());
-    bool all = true;
-    for (const VantrelEventSubject& subject : subjects) {
-        const bool ok = addAgain(api, subject, occasion);
+    auto result = Restored::Up;
+    for (const auto& [subject, occasion] : subjects) {
+        bool ok = false;
+        // Not waited for: a call of the application may last, and events are served on this thread.
+        if (!client_->tryUse([&, &wanted = subject, why = occasion] { ok = addAgain(api, wanted, why); }))
+            return Restored::Busy;
         if (!ok) {
-            CO_MSG_AT(logLevel, "Could not register again for the events of '%s': %s", subject.nodeId.c_str(),
+            CO_MSG_AT(occasion == Again::AfterRefusal ? CoMsg::DEBUG : CoMsg::ERROR,
+                      "Could not register again for the events of '%s': %s", subject.nodeId.c_str(),
                       api.lastError());
+            result = Restored::Failed;
         }
-        if (!client_->isConnected()) return false;  // lost again: all are registered when it is back
-        all = all && ok;
-        const CoLock lock(refusedMutex_);
+        if (!client_->isConnected()) return Restored::Failed;  // lost again: all when it is back
+        const CoLock lock(pendingMutex_);
         if (ok) {
-            refused_.erase(subject.nodeId);
+            pending_.erase(subject.nodeId);
         } else {
-            refused_.insert(subject.nodeId);
+            pending_[subject.nodeId] = Again::AfterRefusal;
         }
         if (closed_) break;
     }
-    return all;
+    return result;
 }
 
 bool VantrelEventRegistrations::addAgain(VantrelBaseClientAPI& api, const VantrelEventSubject& subject,
@@ -123,14 +134,13 @@ unsigned VantrelEventRegistrations::answerLimitMs() const {
     return port && port->isOwnThread() ? RESTORE_TIMEOUT_MS : std::numeric_limits<unsigned>::max();
 }
 
-std::vector<VantrelEventSubject> VantrelEventRegistrations::refusedSubjects() const {
-    const CoLock lock(refusedMutex_);
-    if (refused_.empty()) return {};
-    auto subjects = wanted_.subjects();
-    subjects.erase(std::remove_if(subjects.begin(), subjects.end(),
-                                  [this](const VantrelEventSubject& subject) CO_REQUIRES(refusedMutex_) {
-                                      return refused_.count(subject.nodeId) == 0;
-                                  }),
-                   subjects.end());
+VantrelEventRegistrations::Subjects VantrelEventRegistrations::pendingSubjects() const {
+    Subjects subjects;
+    const CoLock lock(pendingMutex_);
+    if (pending_.empty()) return subjects;
+    for (auto& subject : wanted_.subjects()) {
+        const auto found = pending_.find(subject.nodeId);
+        if (found != pending_.end()) subjects.emplace_back(std::move(subject), found->second);
+    }
     return subjects;
 }

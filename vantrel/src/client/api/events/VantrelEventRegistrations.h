@@ -1,9 +1,10 @@
 #pragma once
 
 #include <atomic>
+#include <map>
 #include <memory>
-#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "CoMutex.h"
@@ -38,24 +39,30 @@ class VantrelEventRegistrations {
 
     /// The connection was lost and is up again: registers everything, logging failures, which are left to
     /// `restore`.
-    void reconnected() CO_EXCLUDES(refusedMutex_);
+    void reconnected() CO_EXCLUDES(pendingMutex_);
 
     // --- On the port's thread ---
 
+    enum class Restored {
+        Up,      ///< and everything is registered
+        Busy,    ///< another thread is calling the server: it is not waited for, and something is left to do
+        Failed,  ///< the server cannot be reached, or refuses something
+    };
     /// Connects again when the connection was lost, registers again what failed before, or, after
-    /// `renewLater`, all; false when anything fails. May take a second and more.
-    bool restore() CO_EXCLUDES(refusedMutex_);
+    /// `renewLater`, all. May take a second and more.
+    Restored restore() CO_EXCLUDES(pendingMutex_);
     /// The server may have dropped what is registered with it.
     void renewLater() { renewal_ = true; }
 
   private:
     enum class Again { AfterLoss, Renewal, AfterRefusal };
+    using Subjects = std::vector<std::pair<VantrelEventSubject, Again>>;
 
-    bool addAgain(const std::vector<VantrelEventSubject>& subjects, Again occasion)
-        CO_EXCLUDES(refusedMutex_);
+    Restored addAgain(const Subjects& subjects) CO_EXCLUDES(pendingMutex_);
     bool addAgain(VantrelBaseClientAPI& api, const VantrelEventSubject& subject, Again occasion) const;
     unsigned answerLimitMs() const;
-    std::vector<VantrelEventSubject> refusedSubjects() const CO_EXCLUDES(refusedMutex_);
+    void renewAll() CO_EXCLUDES(pendingMutex_);
+    Subjects pendingSubjects() const CO_EXCLUDES(pendingMutex_);
 
     const std::weak_ptr<VantrelEventPort> port_;
     const unsigned portNumber_;
@@ -66,6 +73,6 @@ class VantrelEventRegistrations {
     std::atomic<unsigned> reconnections_{0};
     bool renewal_ = false;  // the port's thread's
 
-    mutable Vantrel::CoMutex refusedMutex_;
-    std::set<std::string> refused_ CO_GUARDED_BY(refusedMutex_);  // nodes that could not be registered again
+    mutable Vantrel::CoMutex pendingMutex_;
+    std::map<std::string, Again> pending_ CO_GUARDED_BY(pendingMutex_);  // nodes still to register, and why
 };

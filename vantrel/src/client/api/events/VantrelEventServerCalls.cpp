@@ -43,9 +43,9 @@ void VantrelEventServerCalls::endCall() {
     changed_.notifyAll();
 }
 
-bool VantrelEventServerCalls::restore(const Connection& connection) {
+VantrelEventServerCalls::Restored VantrelEventServerCalls::restore(const Connection& connection) {
     const Scope scope(*this, connection, true);
-    return !scope.allowed() || connection->registrations().restore();
+    return scope.allowed() ? connection->registrations().restore() : Restored::Up;
 }
 
 void VantrelEventServerCalls::deregister() {
@@ -53,7 +53,7 @@ void VantrelEventServerCalls::deregister() {
         Deregistration current;  // destroyed without the mutex
         unsigned limitMs = 0;
         if (!next(current, limitMs)) return;
-        {
+        if (current.connection) {  // none: an earlier attempt ended early
             const Scope scope(*this, current.connection, false);
             current.connection->registrations().remove(current.subjects, Vantrel::CoDeadline(limitMs));
         }

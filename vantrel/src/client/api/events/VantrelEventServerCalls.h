@@ -23,8 +23,9 @@ class VantrelEventServerCalls {
 
     // --- On the port's thread ---
 
-    /// Restores a connection; false when that failed. Does nothing once the end has begun.
-    bool restore(const Connection& connection) CO_EXCLUDES(mutex_);
+    using Restored = VantrelEventRegistrations::Restored;
+    /// Restores a connection. Does nothing once the end has begun.
+    Restored restore(const Connection& connection) CO_EXCLUDES(mutex_);
     /// Deregisters what was submitted.
     void deregister() CO_EXCLUDES(mutex_);
 

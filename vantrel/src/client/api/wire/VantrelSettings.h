@@ -41,8 +41,6 @@ inline const Vantrel::CoEnvInt sharedConnectionsIdleSec("VANTREL_SHARED_CONNECTI
 /// Calls that register and unregister events, in milliseconds.
 inline const Vantrel::CoEnvInt eventsCallTimeoutMs("VANTREL_EVENTS_CALL_TIMEOUT_MS", 15000, 0,
                                                    MAX_MILLISECONDS);
-/// Events that wait for a busy handler, for each server handle; beyond it the oldest are dropped.
-inline const Vantrel::CoEnvInt maxQueuedEvents("VANTREL_EVENTS_MAX_QUEUED", 100000, 1, 0x7fffffff);
 /// Logs every event received and delivered, at user level.
 inline const Vantrel::CoEnvFlag debugEvents("QD_DEBUG_VANTREL_EVENTS", Vantrel::CoEnvFlag::Rule::SetMeansOn);
 
