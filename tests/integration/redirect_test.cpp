@@ -171,6 +171,22 @@ TEST_F(RedirectionTest, AFailureOfTheHolderIsTheReadsFailure) {
     EXPECT_THAT(main.requests(), ElementsAre(aheadOf("f2")));
 }
 
+TEST_F(RedirectionTest, AClosedConnectionLeadsToTheHolderOfTheFrameThatIsRead) {
+    FramePeer other;
+    for (const char* frame : {"f1", "f2"}) {
+        expectAhead(frame, sized(recordOf(holder.port())));
+        ASSERT_TRUE(announce(frame)) << server.lastError();
+    }
+    expectRead(holder, "one.", Then::Close);
+    EXPECT_EQ(read("f1"), "one.");
+    expectAhead("f1", sized(recordOf(other.port())));
+    ASSERT_TRUE(announce("f1") && holder.waitForClosed(1)) << server.lastError();
+    expectRead(holder, "two.");
+    expectRead(other, "oth.");
+    EXPECT_EQ(read("f2"), "two.");
+    EXPECT_EQ(read("f1"), "oth.");
+}
+
 TEST_F(RedirectionTest, ABadAnswerFailsTheCallAndClosesTheConnection) {
     const std::tuple<std::string, Then, const char*> cases[] = {
         {"65537\0"s, Then::GoOn, "Redirection of 65537 bytes; at most 65536 are taken."},

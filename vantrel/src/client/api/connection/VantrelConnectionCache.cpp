@@ -21,8 +21,9 @@ VantrelRawDataClientConnection* VantrelConnectionCache::get(VantrelDaemonInfoMgr
     }
     Slot& slot = found->second;
     slot.lastUse = ++uses_;
-    // The holder that it was made for may have come to stand for another server.
-    if (!slot.connection.isConnected()) slot.connection.setServer(holder);
+    // Also while it is open: the peer may have closed it, and what it was made for, or used for last, may
+    // have come to stand for another server.
+    slot.connection.setServer(holder);
     return &slot.connection;
 }
 

@@ -20,9 +20,9 @@ class VantrelConnectionCache {
     VantrelConnectionCache& operator=(const VantrelConnectionCache&) = delete;
     ~VantrelConnectionCache() = default;
 
-    /// The connection of the holder's frame port, made when there is none; it is not yet connected then. A
-    /// closed one learns from `holder` where to connect. Null when the holder has no record. Valid until the
-    /// next call; `holder` must outlive the cache.
+    /// The connection of the holder's frame port, made when there is none; it is not yet connected then. It
+    /// learns from `holder` where to connect when it is, or turns out to be, closed. Null when the holder has
+    /// no record. Valid until the next call; `holder` must outlive the cache.
     VantrelRawDataClientConnection* get(VantrelDaemonInfoMgr& holder);
 
     /// Ends the operation in progress on any of the connections.
