@@ -23,6 +23,7 @@ struct PeerInfo {
     int framePort = 0;
     std::string database = "SXAFS";
     std::string storageId = "stor-1";
+    std::vector<const char*> frameAddresses = {"127.0.0.9", "127.0.0.1"};  // nobody listens at the first
 
     static std::string entry(const std::string& name, const std::string& value) {
         return name + " " + std::to_string(value.size()) + " " + value;
@@ -30,11 +31,12 @@ struct PeerInfo {
     std::string text(int nodePort) const {
         int numbers[4] = {};
         std::sscanf(version.c_str(), "%d.%d.%d.%d", &numbers[0], &numbers[1], &numbers[2], &numbers[3]);
-        // Nobody listens at the first data address.
-        return entry("IP0", "127.0.0.1") + entry("FrameIP0", "127.0.0.9") + entry("FrameIP1", "127.0.0.1") +
-               entry("HostName", "render01") + entry("DisplayName", "Render 1") +
-               entry("Database", database) + entry("NodePort", std::to_string(nodePort)) +
-               entry("FramePort", std::to_string(framePort)) +
+        std::string frameIps;
+        for (std::size_t i = 0; i < frameAddresses.size(); ++i)
+            frameIps += entry("FrameIP" + std::to_string(i), frameAddresses[i]);
+        return entry("IP0", "127.0.0.1") + frameIps + entry("HostName", "render01") +
+               entry("DisplayName", "Render 1") + entry("Database", database) +
+               entry("NodePort", std::to_string(nodePort)) + entry("FramePort", std::to_string(framePort)) +
                entry("VersionMajor", std::to_string(numbers[0])) +
                entry("VersionMinor", std::to_string(numbers[1])) +
                entry("VersionMaint", std::to_string(numbers[2])) +

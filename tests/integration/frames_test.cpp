@@ -244,6 +244,19 @@ TEST_F(FramesTest, AFramePortThatMovedIsFoundByTheNextCall) {
     EXPECT_EQ(peer.connections(), 1U) << "the metadata connection is asked, not made again";
 }
 
+TEST_F(FramesTest, WithoutADataInterfaceNoFrameTravelsOverTheMetadataAddress) {
+    PeerInfo info;
+    info.version = "2010.1.1.0";
+    info.framePort = frames.port();
+    info.frameAddresses.clear();
+    describe(info);
+    EXPECT_FALSE(read(4));
+    EXPECT_STREQ(server.lastError(), "No data interface found");
+    EXPECT_EQ(frames.connections(), 0U);
+    describeFrames("2010.1.1.0");
+    expectNextTransferWorks();
+}
+
 TEST_F(FramesTest, TransfersToAndFromFilesThatAreNoFilesAreRefused) {
     const std::tuple<bool, std::string, int> rows[] = {
         {true, folder.path("missing"), ENOENT},

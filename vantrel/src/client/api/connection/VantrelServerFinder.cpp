@@ -237,14 +237,13 @@ VantrelServerFinder::Info VantrelServerFinder::readDaemonInfo(std::string reply)
     return info;
 }
 
-// Makes a record one that this client can use: a remote server's loopback addresses lead nowhere from here,
-// and the address that was reached serves for frames when the record names no other.
+// Makes a record one that this client can use: a remote server's loopback addresses lead nowhere from here.
+// Frames keep to the interfaces that the server names for them: one that names none has no frames to give.
 void VantrelServerFinder::complete(VantrelDaemonInfo& info) const {
     if (info.getNodePort() == 0) info.setNodePort(VantrelDaemonInfo::DEFAULT_NODE_PORT);
     const char* reached = reachedAddress_.c_str();
     if (!VantrelOS::isLoopBackIP(reached) && !VantrelOS::isLocalIP(reached)) info.removeLoopbackIPs();
     if (!*info.getMetadataIP(0)) info.setMetadataIP(0, reached);
-    if (!*info.getDataIP(0)) info.setDataIP(0, reached);
 }
 
 // Why this is not the server asked for; empty when it is.
