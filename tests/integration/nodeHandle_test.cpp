@@ -194,6 +194,30 @@ TEST_F(NodeTest, NumbersOfExtendedTypesTravelAsText) {
     EXPECT_TRUE(node.getNodeType(number) && node.getIsClipNode(isClip) && number == 6 && !isClip);
 }
 
+TEST_F(NodeTest, AColourSpaceThatTheServerDoesNotGiveIsLeftAsItIs) {
+    const std::tuple<const char*, bool, std::string> rows[] = {
+        {"2016.0.0.0", false, ""}, {"2016.0.0.0", true, "cs 4 ACES"}, {"2024.0.0.0", true, "cs 3 P3 "}};
+    std::string reply =
+        "w 1 4h 1 2bpp 2 24nch 1 3sz 2 24asp 1 1rate 2 24fmt 3 rgbscan 1 4metag 4 nonemeta 0 cs 3 P3 ";
+    peer.answer("GetClipFormatEx", ScriptedPeer::ok(reply));
+    VantrelClipFormat format;
+    format.setColourSpace("ACES");
+    const VantrelStr paths[] = {"/a"};
+    for (const auto& [version, creates, sent] : rows) {
+        describe({version});
+        VantrelClientReleaseUnusedConnections(true);
+        const VantrelServerHandle server(id());
+        VantrelNodeHandle clip(server, "n9");
+        EXPECT_TRUE(!creates || VantrelNodeHandle(server, "n1").createClipNode("c", format, "CLIP", clip));
+        EXPECT_TRUE(clip.setNumFrames(1) && clip.linkToFrames(paths, 1)) << server.lastError();
+        for (const char* command : {"AllocateFramesEx", "SetFramePathsEx"}) {
+            const std::string argument = peer.arguments(command).back();
+            EXPECT_THAT(argument, HasSubstr(sent)) << version;
+            EXPECT_EQ(argument.find("cs ") == std::string::npos, sent.empty()) << argument;
+        }
+    }
+}
+
 TEST_F(NodeTest, MovedFromAndEmptyHandlesFailSafely) {
     Received::record();
     VantrelSetLogLevel(VANTREL_LOG_ERROR);

@@ -95,4 +95,5 @@ class VantrelNodeClientAPI : public VantrelCommandClient {
 
   private:
     [[nodiscard]] bool checkNoComma(const VantrelNodeId& node);
+    [[nodiscard]] bool addFormatOfClip(Vantrel::rcAttrStream& argument, const VantrelClipFormat& format);
 };

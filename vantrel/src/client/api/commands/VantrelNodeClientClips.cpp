@@ -71,6 +71,16 @@ bool VantrelNodeClientAPI::getClipFormat(const VantrelNodeId& node, VantrelClipF
     });
 }
 
+// The format as the server gave it. Servers of some versions take a colour space but do not give it: an empty
+// one is then unknown, and sent it would erase the clip's.
+bool VantrelNodeClientAPI::addFormatOfClip(rcAttrStream& argument, const VantrelClipFormat& format) {
+    const VantrelCommand* form = formOf(Commands::GET_CLIP_FORMAT);
+    if (!form) return false;
+    const bool known = form != &Commands::GET_CLIP_FORMAT || *format.colourSpace();
+    addFormat(argument, format, known ? ColourSpace::Included : ColourSpace::LeftOut);
+    return true;
+}
+
 bool VantrelNodeClientAPI::getFrames(const VantrelNodeId& node, std::vector<VantrelFrameId>& frames) {
     const VantrelCommand* form = formOf(Commands::GET_FRAMES);
     if (!form) return false;
@@ -92,7 +102,7 @@ bool VantrelNodeClientAPI::allocateFrames(const VantrelNodeId& node, int count,
     rcAttrStream argument;
     argument.addStringValue("Node", node.id());
     argument.addIntValue("NumFrames", count);
-    addFormat(argument, format);
+    if (!addFormatOfClip(argument, format)) return false;
     return ask(*form, argument.text(), takeFrames(false, frames));
 }
 
@@ -127,7 +137,7 @@ bool VantrelNodeClientAPI::setFramePaths(const VantrelNodeId& node, const std::v
                               localHostWords("") + ' ' + VantrelClipFormatCodec::toRequestText(format));
     }
     rcAttrStream argument;
-    addFormat(argument, format);
+    if (!addFormatOfClip(argument, format)) return false;
     argument.addStringValue("Parent", node.id());
     argument.addStringValue("Paths", std::string_view(Vantrel::rcAttrList<std::string>(paths).toString()));
     addLocalHost(argument);

@@ -117,7 +117,8 @@ const std::vector<std::string>* VantrelNodeImp::metaDataStreams() {
 }
 
 bool VantrelNodeImp::fetchClipFormat() {
-    VantrelClipFormat fetched;
+    VantrelClipFormat fetched =
+        clipFormat_.value_or(VantrelClipFormat());  // some servers do not give all of it
     const Session session(serverImp());
     if (!session || !session.nodes().getClipFormat(id_, fetched)) return false;
     clipFormat_ = fetched;

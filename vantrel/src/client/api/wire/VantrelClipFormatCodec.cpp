@@ -233,7 +233,8 @@ void VantrelClipFormatCodec::fromReplyText(std::string_view text, VantrelClipFor
     fields.store(format);
 }
 
-void VantrelClipFormatCodec::toStream(const VantrelClipFormat& format, rcAttrStream& stream) {
+void VantrelClipFormatCodec::toStream(const VantrelClipFormat& format, rcAttrStream& stream,
+                                      ColourSpace colourSpace) {
     stream.addIntValue("w", format.width());
     stream.addIntValue("h", format.height());
     stream.addIntValue("bpp", format.bitsPerPixel());
@@ -249,7 +250,7 @@ void VantrelClipFormatCodec::toStream(const VantrelClipFormat& format, rcAttrStr
     stream.addIntValue("scan", format.scanFormat());
     stream.addStringValue("metag", format.metaDataTag());
     stream.addStringValue("meta", format.metaData());
-    stream.addStringValue("cs", format.colourSpace());
+    if (colourSpace == ColourSpace::Included) stream.addStringValue("cs", format.colourSpace());
 }
 
 bool VantrelClipFormatCodec::fromStream(const rcAttrStream& stream, const char* command,

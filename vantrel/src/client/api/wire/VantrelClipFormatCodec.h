@@ -31,8 +31,11 @@ class VantrelClipFormatCodec {
     /// become 0 or empty. Metadata is cut after 4095 bytes. The colour space stays as it is.
     static void fromReplyText(std::string_view text, VantrelClipFormat& format);
 
-    /// Adds the twelve keys to a stream, in the order of the wire.
-    static void toStream(const VantrelClipFormat& format, rcAttrStream& stream);
+    enum class ColourSpace { Included, LeftOut };
+
+    /// Adds the twelve keys to a stream, in the order of the wire, or all but the last, the colour space.
+    static void toStream(const VantrelClipFormat& format, rcAttrStream& stream,
+                         ColourSpace colourSpace = ColourSpace::Included);
     /// Reads them. False when one is missing or the scan format is unknown: `error` names `command` and the
     /// key, and `format` is as it was.
     [[nodiscard]] static bool fromStream(const rcAttrStream& stream, const char* command,
