@@ -3,11 +3,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <unistd.h>
 #include <vantrel/VantrelClientAPI.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <fstream>
+#include <functional>
 #include <future>
 #include <mutex>
 #include <string>
@@ -73,6 +77,26 @@ class ClientFixture : public ::testing::Test {
     }
 
     Vantrel::TemporaryDirectory folder;
+};
+
+/// A call on a thread of its own.
+class BackgroundCall {
+  public:
+    explicit BackgroundCall(std::function<bool()> call)
+        : result_(std::async(std::launch::async, [this, call] {
+              thread_ = ::gettid();
+              return call();
+          })) {}
+    bool result() { return result_.get(); }
+    /// Returns once the call waits for something: its turn, or an answer.
+    void awaitSleep() const {
+        for (std::string stat; stat.find(") S") == std::string::npos; std::this_thread::yield())
+            std::getline(std::ifstream("/proc/self/task/" + std::to_string(thread_) + "/stat"), stat);
+    }
+
+  private:
+    std::atomic<pid_t> thread_{0};
+    std::future<bool> result_;
 };
 
 /// Log messages and lost connections, as an application's callbacks get them.

@@ -296,17 +296,20 @@ class StopTransferTest : public FramesTest {
     StopTransferTest() { set("VANTREL_FRAME_STALL_TIMEOUT_MS", "0"); }  // read with the first transfer
 };
 
-TEST_F(StopTransferTest, EndsTheTransferInProgress) {
+TEST_F(StopTransferTest, EndsTheTransferInProgressAndThoseThatWait) {
     const std::string large(LARGE, 'L');
     const struct {
         const char* name;
         std::function<bool()> run;
         std::function<void()> end;
+        const char* lastError;
     } rows[] = {
-        {"stop while reading", [&] { return read(4); }, [&] { server.stop("unused"); }},
-        {"disconnect while reading", [&] { return read(4); }, [&] { server.disconnect(); }},
+        {"stop while reading", [&] { return read(4); }, [&] { server.stop("Enough."); }, "Enough."},
+        {"disconnect while reading", [&] { return read(4); }, [&] { server.disconnect(); },
+         std::strerror(EINTR)},
         {"stop while writing", [&] { return server.writeFrame("f1", large.data(), large.size()); },
-         [&] { server.stop(nullptr); }},
+         [&] { server.stop(nullptr); }, std::strerror(EINTR)},
+        {"the library's end", [&] { return read(4); }, [&] { VantrelClientUninit(); }, "API not initialized"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -314,12 +317,17 @@ TEST_F(StopTransferTest, EndsTheTransferInProgress) {
         const std::size_t before = frames.requests().size();
         frames.expect(READ_SHORT_BYTES, "", Then::Stall);
         within(std::chrono::seconds(30), [&] {
-            auto transfer = std::async(std::launch::async, row.run);
+            BackgroundCall transfer(row.run);
             EXPECT_TRUE(frames.waitForRequests(before + 1));
+            BackgroundCall waiting([&] { return server.writeFrame("f1", "x", 1); });
+            waiting.awaitSleep();
             row.end();
-            EXPECT_FALSE(transfer.get());
+            EXPECT_FALSE(transfer.result() || waiting.result());
         });
-        EXPECT_STREQ(server.lastError(), "Operation aborted.");
+        EXPECT_STREQ(server.lastError(), row.lastError) << "of the call that waited";
+        if (VantrelClientIsInitialized()) continue;
+        EXPECT_TRUE(frames.waitForClosed(frames.connections()));
+        EXPECT_TRUE(VantrelClientInit());
         expectNextTransferWorks();
     }
 }

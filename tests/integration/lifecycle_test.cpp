@@ -1,4 +1,6 @@
 // Bringing the library up and down, its log and its callbacks, as an application sees them.
+#include <sys/resource.h>
+
 #include <atomic>
 
 #include "ClientFixture.h"
@@ -38,6 +40,20 @@ TEST_F(LifecycleTest, AnUnmatchedUninitLeavesTheCounterOneShort) {
         EXPECT_TRUE(isUp || server.lastError() == std::string(NOT_INITIALIZED));
         EXPECT_TRUE(VantrelClientInit());
     }
+}
+
+TEST_F(LifecycleTest, AFailedInitIsForgottenByTheUninitThatBalancesIt) {
+    rlimit limit{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit none{0, limit.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    EXPECT_FALSE(VantrelClientInit());
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+    EXPECT_TRUE(VantrelClientInit()) << "which does not try again";
+    VantrelClientUninit();
+    VantrelClientUninit();
+    EXPECT_TRUE(VantrelClientInit());
+    EXPECT_TRUE(VantrelServerHandle(id()).ping(0));
 }
 
 TEST_F(LifecycleTest, AClientObjectUndoesOnlyItsOwnInit) {

@@ -1,6 +1,7 @@
 // Ending calls from another thread, and how handles share connections.
 #include <cerrno>
 #include <functional>
+#include <list>
 
 #include "ClientFixture.h"
 
@@ -56,6 +57,34 @@ TEST_F(StopTest, EndsACallAtOnceInEveryPhaseOfIt) {
         peer.answer("_login", ScriptedPeer::ok(""));
         EXPECT_TRUE(server.ping(0)) << server.lastError();
     }
+}
+
+TEST_F(StopTest, CallsThatWaitForTheirTurnEndWithTheOneThatRuns) {
+    const VantrelServerHandle other(id());
+    const std::pair<std::function<void()>, const char*> ends[] = {
+        {[&] { server.stop("Enough."); }, "Enough."}, {[&] { other.disconnect(); }, std::strerror(EINTR)}};
+    for (const auto& [end, error] : ends) {
+        ASSERT_TRUE(server.ping(0) && other.ping(0)) << server.lastError();
+        const std::size_t before = peer.arguments("Ping").size();
+        peer.neverAnswer("Ping");
+        within(seconds(30), [&, &stop = end] {
+            BackgroundCall running([&] { return server.ping(0); });
+            while (peer.arguments("Ping").size() == before) std::this_thread::yield();
+            std::list<BackgroundCall> waiting;
+            for (const VantrelServerHandle* handle : {&server, &server, &other, &other}) {
+                waiting.emplace_back([handle] { return handle->ping(0); });
+                waiting.back().awaitSleep();
+            }
+            stop();
+            EXPECT_FALSE(running.result());
+            for (BackgroundCall& call : waiting) EXPECT_FALSE(call.result());
+        });
+        EXPECT_EQ(peer.arguments("Ping").size(), before + 1) << "none of those that waited was sent";
+        EXPECT_STREQ(server.lastError(), error);
+        EXPECT_STREQ(other.lastError(), error);
+        peer.answer("Ping", ScriptedPeer::ok(""));
+    }
+    EXPECT_TRUE(server.ping(0) && other.ping(0)) << server.lastError();
 }
 
 TEST_F(StopTest, WithoutACallInProgressItHasNoEffect) {

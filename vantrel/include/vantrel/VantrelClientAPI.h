@@ -21,11 +21,15 @@
 #include <vantrel/VantrelTypes.h>
 
 /// Brings the library up. Counted: each call wants one VantrelClientUninit. False when the network layer
-/// cannot be brought up; calls after a failed first one return true without trying again. Adopts the log of a
-/// host program that exports `CoMsg_getFilterLevel` and `CoMsg_getRouter`. Thread-safe, but the first call
-/// and the last VantrelClientUninit must not race with other calls.
+/// cannot be brought up; calls after a failed first one return true without trying again, until they and the
+/// failed one were undone: the next call is then a first one. Adopts the log of a host program that exports
+/// `CoMsg_getFilterLevel` and `CoMsg_getRouter`. The first call sets the log level to that of the host, and
+/// to 0 without one: VantrelSetLogLevel comes after it. Callbacks that were registered before are kept and
+/// used from then on. Thread-safe, but the first call and the last VantrelClientUninit must not race with
+/// other calls.
 VANTREL_API bool VantrelClientInit();
-/// Undoes one VantrelClientInit; the last one closes every connection and joins every thread of the library.
+/// Undoes one VantrelClientInit; the last one ends every call and frame transfer in progress, closes every
+/// connection and joins every thread of the library.
 VANTREL_API void VantrelClientUninit();
 /// Whether VantrelClientInit was called more often than VantrelClientUninit. Thread-safe.
 VANTREL_API bool VantrelClientIsInitialized();
@@ -34,12 +38,14 @@ VANTREL_API bool VantrelClientIsInitialized();
 VANTREL_API void VantrelClientGetVersion(int& major, int& minor, int& patch);
 
 /// Which log messages are emitted; 0 to 4, any other value changes nothing. The environment variable
-/// QD_MSG_LEVEL, when set, wins. Valid at any time, as the registrations below, which last until they are
-/// replaced; all are thread-safe. A callback that was replaced may still be running on another thread.
+/// QD_MSG_LEVEL, when set, wins. Valid at any time, but the first VantrelClientInit sets the level again. The
+/// registrations below are valid at any time and last until they are replaced; all three are thread-safe. A
+/// callback that was replaced may still be running on another thread.
 VANTREL_API void VantrelSetLogLevel(VantrelLogLevel level);
 /// Sends log messages to `callBack`, replacing any earlier one; null restores standard error.
 VANTREL_API void VantrelRegisterLogCallBack(VantrelLogCallBack callBack);
-/// Calls `callBack` for every lost connection, replacing any earlier one; null for none.
+/// Calls `callBack` for every lost connection (see VantrelDisconnectCallBack), replacing any earlier one;
+/// null for none.
 VANTREL_API void VantrelRegisterDisconnectCallBack(VantrelDisconnectCallBack callBack);
 
 /// Closes connections that no handle uses; with `all`, every connection leaves the cache, and handles that

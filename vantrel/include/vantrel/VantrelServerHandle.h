@@ -17,7 +17,8 @@ class VantrelServerImp;
 /// connection is re-established by the next call. Outputs are assigned on success only.
 ///
 /// Thread safety: any thread may call; calls on one handle wait for each other, except `isConnected` and
-/// `stop`, which never wait. The handle must outlive the node handles that refer to it.
+/// `stop`, which never wait, and `disconnect`, which ends the others. The handle must outlive the node
+/// handles that refer to it.
 class VANTREL_API VantrelServerHandle {
   public:
     // Entries of the server's path translation tables (VantrelTranslations.h).
@@ -45,10 +46,14 @@ class VANTREL_API VantrelServerHandle {
 
     /// Whether a connection exists now. Does not connect.
     bool isConnected() const;
-    /// Closes the handle's connections, the shared metadata connection included.
+    /// Closes the handle's connections, the shared metadata connection included. Ends the calls in progress
+    /// on them as `stop` does, with the system's text for an interrupted call; so it does not wait for the
+    /// server.
     void disconnect() const;
-    /// Ends the call in progress on another thread, which fails with `reason` (null: the system's text for an
-    /// interrupted call). Frame transfers end too. Without a call in progress it has no effect.
+    /// Ends the calls of other threads that are in progress, whether they run or wait for their turn: they
+    /// fail with `reason` (null: the system's text for an interrupted call). A frame transfer ends too, with
+    /// "Operation aborted.". Calls through other handles to the server, which share the connection, end as
+    /// well. Without a call in progress it has no effect.
     void stop(const char* reason) const;
 
     /// Whether the server answers. `retryTimeoutMs`: how long to keep trying to connect, in milliseconds.

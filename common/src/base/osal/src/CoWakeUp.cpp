@@ -6,8 +6,9 @@
 
 namespace Vantrel {
 
-CoWakeUp::CoWakeUp(Kind kind)
-    : fd_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK | (kind == Kind::Count ? EFD_SEMAPHORE : 0))) {}
+void CoWakeUp::open(Kind kind) {
+    fd_.reset(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK | (kind == Kind::Count ? EFD_SEMAPHORE : 0)));
+}
 
 bool CoWakeUp::signal() const {
     // EAGAIN: as many signals are pending as the system counts, so that the waiter wakes anyway.

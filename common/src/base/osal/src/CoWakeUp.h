@@ -14,7 +14,9 @@ class CoWakeUp {
     };
 
     /// Closed, with errno set, when the system refuses: signals then fail.
-    explicit CoWakeUp(Kind kind = Kind::Flag);
+    explicit CoWakeUp(Kind kind = Kind::Flag) { open(kind); }
+    /// The same for one that is closed.
+    void open(Kind kind);
 
     bool isOpen() const { return fd_.isOpen(); }
     int descriptor() const { return fd_.get(); }

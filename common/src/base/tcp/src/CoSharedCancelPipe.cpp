@@ -17,6 +17,11 @@ CoSharedCancelPipe::CoSharedCancelPipe(CoSharedCancelPipe* parents) {
     static_cast<void>(CO_ASSERT(made));
 }
 
+bool CoSharedCancelPipe::open() {
+    if (!isValid()) wakeUp_.open(CoWakeUp::Kind::Count);
+    return isValid();
+}
+
 void CoSharedCancelPipe::flush() const {
     while (wakeUp_.drain()) {
     }

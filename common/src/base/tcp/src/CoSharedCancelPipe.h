@@ -15,6 +15,8 @@ class CoSharedCancelPipe {
     CoSharedCancelPipe(const CoSharedCancelPipe&) = delete;
     CoSharedCancelPipe& operator=(const CoSharedCancelPipe&) = delete;
 
+    /// Tries again to make it where the system refused it; false when it still does. One thread at a time.
+    bool open();
     /// False when the system refused it (logged): waits then end by their time-outs only.
     bool isValid() const { return wakeUp_.isOpen(); }
     int getIn() const { return wakeUp_.descriptor(); }   ///< to write to; -1 when there is none

@@ -18,6 +18,7 @@ using Vantrel::CoDeferral;
 using Vantrel::CoLock;
 using Vantrel::rcOutcome;
 using Operation = VantrelStopControl::Operation;
+using Call = VantrelStops::Call;
 
 namespace {
 
@@ -52,19 +53,18 @@ VantrelClientConnection::~VantrelClientConnection() = default;
 rcOutcome VantrelClientConnection::callMethod(const char* method, const char* argument, std::string& result,
                                               const Limits& limits) {
     const CoDeferral deferral;
+    const Call call(control_.stops());
     const CoLock lock(mutex_);
     const Operation operation(control_);
     for (unsigned reconnects = 0;; ++reconnects) {
+        if (isStopped(result)) return rcOutcome::Stopped;
         if (endpoint_.isConnected(false)) {
             const rcOutcome outcome = callOnce(method, argument, result, limits.callMs);
             if (outcome != rcOutcome::Lost) return outcome;
         } else {
             callDisconnectCallback();
         }
-        if (control_.isRequested()) {
-            result = control_.reason();
-            return rcOutcome::Stopped;
-        }
+        if (isStopped(result)) return rcOutcome::Stopped;
         if (reconnects == MAX_RECONNECTS_PER_CALL) return rcOutcome::Lost;
         const rcOutcome connected = connect({limits.connectMs, limits.retryMs}, result);
         if (connected != rcOutcome::Answered) return connected;
@@ -74,12 +74,14 @@ rcOutcome VantrelClientConnection::callMethod(const char* method, const char* ar
 rcOutcome VantrelClientConnection::callConnected(const char* method, const char* argument,
                                                  std::string& result, unsigned callTimeoutMs) {
     const CoDeferral deferral;
+    const Call call(control_.stops());
     const CoLock lock(mutex_);
+    const Operation operation(control_);
+    if (isStopped(result)) return rcOutcome::Stopped;
     if (!endpoint_.isConnected(true)) {
         result = "Not connected";
         return rcOutcome::Lost;
     }
-    const Operation operation(control_);
     return callOnce(method, argument, result, callTimeoutMs);
 }
 
@@ -98,6 +100,12 @@ rcOutcome VantrelClientConnection::callOnce(const char* method, const char* argu
     return outcome;
 }
 
+bool VantrelClientConnection::isStopped(std::string& reason) const {
+    if (!control_.isRequested()) return false;
+    reason = control_.reason();
+    return true;
+}
+
 rcOutcome VantrelClientConnection::connect(const Terms& terms, std::string& error) {
     const rcOutcome outcome = finder_.connect(terms, error);
     if (outcome == rcOutcome::Answered && std::exchange(wasConnected_, true)) runConnectCallbacks();
@@ -109,6 +117,7 @@ rcOutcome VantrelClientConnection::connect(const Terms& terms, std::string& erro
 rcOutcome VantrelClientConnection::getDaemonInfo(bool refresh, std::shared_ptr<const VantrelDaemonInfo>& info,
                                                  std::string& error) {
     const CoDeferral deferral;
+    const Call call(control_.stops());
     const CoLock lock(mutex_);
     const rcOutcome outcome = updateDaemonInfo(refresh, error);
     if (outcome == rcOutcome::Answered) info = finder_.daemonInfo();
@@ -117,6 +126,7 @@ rcOutcome VantrelClientConnection::getDaemonInfo(bool refresh, std::shared_ptr<c
 
 rcOutcome VantrelClientConnection::getProtocolVersion(VantrelVersion& version, std::string& error) {
     const CoDeferral deferral;
+    const Call call(control_.stops());
     const CoLock lock(mutex_);
     const rcOutcome outcome = updateDaemonInfo(false, error);
     if (outcome == rcOutcome::Answered) version = VantrelVersion::ofProtocol(*finder_.daemonInfo());
@@ -126,9 +136,11 @@ rcOutcome VantrelClientConnection::getProtocolVersion(VantrelVersion& version, s
 rcOutcome VantrelClientConnection::updateDaemonInfo(bool refresh, std::string& error) {
     if (finder_.daemonInfo() && !refresh) return rcOutcome::Answered;
     const Operation operation(control_);
+    if (isStopped(error)) return rcOutcome::Stopped;
     Limits limits = Limits::byDefault();
     if (!endpoint_.isConnected(true)) {
-        noteLoss();
+        endpoint_.disconnect();
+        callDisconnectCallback();  // as for a first connect by any other call
         const rcOutcome outcome = connect({limits.connectMs, limits.retryMs}, error);
         if (outcome != rcOutcome::Answered || !refresh || finder_.askedServer()) return outcome;
     }
@@ -172,6 +184,7 @@ bool VantrelClientConnection::restore(unsigned connectTimeoutMs) {
 }
 
 void VantrelClientConnection::disconnect() {
+    const VantrelStops::Barrier barrier(control_.stops(), VantrelStops::textOf(nullptr));
     stop(nullptr);  // a thread that is in a call leaves it, and releases the mutex
     const CoDeferral deferral;
     const CoLock lock(mutex_);

@@ -74,9 +74,12 @@ class VantrelClientConnection {
     /// The server's version, from the same record.
     Vantrel::rcOutcome getProtocolVersion(VantrelVersion& version, std::string& error);
 
+    /// Neither waits behind calls: those that run, and those that wait for them, fail.
     void disconnect();
-    bool isConnected() const { return control_.isConnected(); }
     void stop(const char* reason) { control_.stop(reason); }
+    bool isConnected() const { return control_.isConnected(); }
+    /// For those that have more to wait for before they call.
+    const VantrelStops& stops() { return control_.stops(); }
 
     /// The health check of those who wait for the server without calling it. True when the connection is up,
     /// or when a call is in progress on another thread, which is not waited for. One that was lost is
@@ -102,6 +105,7 @@ class VantrelClientConnection {
                                 unsigned timeoutMs) CO_REQUIRES(mutex_);
     Vantrel::rcOutcome connect(const Terms& terms, std::string& error) CO_REQUIRES(mutex_);
     Vantrel::rcOutcome updateDaemonInfo(bool refresh, std::string& error) CO_REQUIRES(mutex_);
+    bool isStopped(std::string& reason) const;
     void runConnectCallbacks() CO_REQUIRES(mutex_);
     void noteLoss() CO_REQUIRES(mutex_);
     void callDisconnectCallback() const CO_REQUIRES(mutex_);

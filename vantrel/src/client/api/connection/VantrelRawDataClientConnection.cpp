@@ -22,7 +22,6 @@ constexpr int CONNECT_TIMEOUT_SEC = 10;
 /// A server of this host accepts at once, or is in trouble: the error of TCP then says more.
 constexpr unsigned LOCAL_CONNECT_TIMEOUT_MS = 1000;
 constexpr int MAX_REASON_BYTES = 255;
-constexpr const char* ABORTED = "Operation aborted.";
 
 std::size_t pieceOf(std::size_t length) {
     return std::min(length, static_cast<std::size_t>(VantrelSettings::frameIoBytes.get()));

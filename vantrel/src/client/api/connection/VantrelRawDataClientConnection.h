@@ -26,8 +26,10 @@ class VantrelRawDataClientConnection {
     void connect();
     bool isConnected() const { return tcp_.isValid() || local_.isValid(); }
     void disconnect();
-    /// Ends the operation in progress with "Operation aborted.".
+    /// Ends the operation in progress with ABORTED.
     void stop();
+
+    static constexpr const char* ABORTED = "Operation aborted.";
 
     /// Whether it is open and its peer is this host.
     bool isToThisHost() const;
@@ -45,7 +47,7 @@ class VantrelRawDataClientConnection {
         explicit Operation(VantrelRawDataClientConnection& connection)
             : tcp_(connection.tcp_), local_(connection.local_) {}
 
-        /// Throws "Operation aborted." when stop() was called since it began.
+        /// Throws ABORTED when stop() was called since it began.
         void throwIfStopped() const;
 
       private:

@@ -1,10 +1,8 @@
 #include "VantrelStopControl.h"
 
-#include <cerrno>
 #include <chrono>
 
 #include "CoDeferral.h"
-#include "CoMsg.h"
 #include "VantrelMulticastClient.h"
 
 using Vantrel::CoCondition;
@@ -14,7 +12,7 @@ void VantrelStopControl::begin(EndpointOperation& outermost) {
     const CoLock lock(mutex_);
     if (operations_++ > 0) return;
     outermost.emplace(endpoint_);
-    requested_ = false;
+    requested_ = stops_.isCallStopped();
 }
 
 void VantrelStopControl::end(EndpointOperation& outermost) {
@@ -25,18 +23,14 @@ void VantrelStopControl::end(EndpointOperation& outermost) {
 
 void VantrelStopControl::stop(const char* reason) {
     const Vantrel::CoDeferral deferral;
+    const std::string text = VantrelStops::textOf(reason);
     const CoLock lock(mutex_);
+    stops_.stop(text);
     if (operations_ == 0) return;
     requested_ = true;
-    reason_ = reason ? reason : Vantrel::coErrorText(EINTR);
     signal_.notifyAll();
     VantrelMulticastClient::recheckWaits();
-    endpoint_.stop(reason_.c_str());
-}
-
-std::string VantrelStopControl::reason() const {
-    const CoLock lock(mutex_);
-    return reason_;
+    endpoint_.stop(text.c_str());
 }
 
 bool VantrelStopControl::pause(unsigned milliseconds) {

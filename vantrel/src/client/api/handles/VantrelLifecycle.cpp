@@ -14,6 +14,7 @@
 #include "VantrelEventMonitor.h"
 #include "VantrelInitCounter.h"
 #include "VantrelMulticastClient.h"
+#include "VantrelServerImp.h"
 #include "VantrelSharedConnection.h"
 #include "VantrelVersion.h"
 
@@ -43,7 +44,7 @@ bool VantrelClientInit() {
     adoptHostLog();
     if (!Vantrel::CoNetworkDispatcher::init()) return false;
     try {
-        if (!Vantrel::CoSharedCancelPipe::get().isValid()) return false;
+        if (!Vantrel::CoSharedCancelPipe::get().open()) return false;
     } catch (const std::exception&) {
         return false;
     }
@@ -57,8 +58,10 @@ void VantrelClientUninit() {
     if (VantrelInitCounter::add(-1) - 1 > 0) return;
     const Vantrel::CoDeferral deferral;
     Vantrel::CoFileMonitor::stop();
+    VantrelServerImp::stopAllTransfers();  // at once: what follows may take its time
     VantrelEventMonitor::unregisterAll();  // while servers can still be called
     VantrelClientConnection::Shared::uninit();
+    VantrelServerImp::disconnectAll();
     VantrelMulticastClient::stop();
     VantrelEventMonitor::getInstance(true);
     Vantrel::CoThreadMgr::getInstance().stopAll();

@@ -3,13 +3,18 @@
 #include <exception>
 #include <utility>
 
-#include "CoException.h"
+#include "CoObserverList.h"
+#include "CoPerProcess.h"
+#include "CoProcess.h"
 #include "VantrelEventMonitor.h"
 #include "VantrelInitCounter.h"
 
 namespace {
 
 constexpr const char* NO_HANDLERS = "No event handler is registered";
+
+/// Those that have a frame client.
+using FrameUsers = Vantrel::CoPerProcess<Vantrel::CoObserverList<VantrelServerImp>>;
 
 }  // namespace
 
@@ -21,6 +26,24 @@ VantrelServerImp::VantrelServerImp(const VantrelServerId& serverId)
 // The events go first: handlers that run until then may use everything else.
 VantrelServerImp::~VantrelServerImp() {
     VantrelEventConnection::release(std::move(events_));
+    if (frameUserOf_) FrameUsers::get().remove(this);
+}
+
+// --- Calls ---
+
+VantrelServerImp::CallLock::CallLock(VantrelServerImp& server)
+    : call_(server.stops_), connectionCall_(server.connectionStops()), lock_(server.mutex_) {}
+
+// The connection is taken before the call waits for its turn, so that a stop of it at any moment counts.
+const VantrelStops* VantrelServerImp::connectionStops() {
+    return init() ? &connectionNow_.load()->stops() : nullptr;
+}
+
+bool VantrelServerImp::begin() {
+    if (!init()) return false;
+    if (!stops_.isCallStopped()) return true;
+    lastError_ = stops_.reason();
+    return false;
 }
 
 bool VantrelServerImp::init() {
@@ -47,7 +70,7 @@ VantrelServerImp::Session::Session(VantrelServerImp* server) {
     if (!server) return;
     lock_.emplace(*server);
     server->mutex_.assertHeld();
-    if (!server->init()) return;
+    if (!server->begin()) return;
     nodes_ = &*server->nodeClient_;
     base_ = &*server->baseClient_;
 }
@@ -58,15 +81,30 @@ bool VantrelServerImp::isConnected() const {
 }
 
 void VantrelServerImp::disconnect() {
+    const VantrelStops::Barrier barrier(stops_, VantrelStops::textOf(nullptr));
     stop(nullptr);  // a thread that is in a call leaves it, and releases the lock
     const Lock lock(*this);
     if (frameClient_) frameClient_->disconnect();
     if (VantrelClientConnection* connection = connectionNow_) connection->disconnect();
 }
 
+// Those of the handle's calls that wait for its lock know of it by `stops_`, those that are past that by the
+// connection that they are on.
 void VantrelServerImp::stop(const char* reason) {
+    stops_.stop(VantrelStops::textOf(reason));
     if (VantrelClientConnection* connection = connectionNow_) connection->stop(reason);
     if (VantrelFrameClientAPI* frames = frameClientNow_) frames->stop();
+}
+
+void VantrelServerImp::stopAllTransfers() {
+    FrameUsers::get().notify("Ending frame transfers", [](VantrelServerImp& server) {
+        if (VantrelFrameClientAPI* frames = server.frameClientNow_) frames->stop();
+    });
+}
+
+void VantrelServerImp::disconnectAll() {
+    FrameUsers::get().notify("Closing frame connections",
+                             [](VantrelServerImp& server) { server.disconnect(); });
 }
 
 std::string VantrelServerImp::lastErrorText() const {
@@ -98,8 +136,8 @@ bool VantrelServerImp::registerEventHandler(const VantrelNodeId& nodeId, Vantrel
     EventConnection events;
     bool ok = false;
     {
-        const Lock lock(*this);
-        if (!init()) return false;
+        const CallLock lock(*this);
+        if (!begin()) return false;
         try {
             ok = eventConnection(old).registerEventHandler(nodeId, handler, format, meta);
             if (!ok) lastError_ = events_->lastError();
@@ -119,9 +157,10 @@ bool VantrelServerImp::unregisterEventHandler(const VantrelNodeId& nodeId,
     EventConnection events;
     bool ok = false;
     {
-        const Lock lock(*this);
+        const CallLock lock(*this);
+        const bool mayWork = init();
         if (!events_) {
-            lastError_ = NO_HANDLERS;
+            if (mayWork) lastError_ = NO_HANDLERS;
             return false;
         }
         events = events_;
@@ -135,9 +174,9 @@ bool VantrelServerImp::unregisterEventHandler(const VantrelNodeId& nodeId,
 // --- Daemon info ---
 
 std::shared_ptr<const VantrelDaemonInfo> VantrelServerImp::daemonInfo() {
-    const Lock lock(*this);
+    const CallLock lock(*this);
     // The first answer may be the connection's; one that went stale is not asked of it again.
-    const bool ok = init() && baseClient_->getDaemonInfo(daemonInfo_, daemonInfo_ && daemonInfoStale_);
+    const bool ok = begin() && baseClient_->getDaemonInfo(daemonInfo_, daemonInfo_ && daemonInfoStale_);
     daemonInfoStale_ = !ok;
     return ok ? daemonInfo_ : nullptr;
 }
@@ -159,14 +198,25 @@ bool VantrelServerImp::requireVersion(const VantrelVersion& needed, const std::s
 // --- Frames ---
 
 VantrelFrameClientAPI& VantrelServerImp::frameApi() {
-    if (!init()) throw Vantrel::CoException(lastError_);
+    if (!begin()) throw Vantrel::CoException(lastError_);
     if (!frameClient_) {
         const auto info = daemonInfo();
         if (!info) throw Vantrel::CoException(lastError_);
         frameClient_ = std::make_unique<VantrelFrameClientAPI>(rawData_, *info);
         frameClientNow_ = frameClient_.get();
     }
+    joinFrameUsers();
     return *frameClient_;
+}
+
+// So that the library's end is this object's connections' end, in a forked child too. The library may have
+// been shut down just before.
+void VantrelServerImp::joinFrameUsers() {
+    const unsigned process = Vantrel::CoProcess::forkGeneration();
+    if (frameUserOf_ == process) return;
+    FrameUsers::get().add(this);
+    frameUserOf_ = process;
+    if (!init()) throw Vantrel::CoException(lastError_);
 }
 
 // A frame connection asks on behalf of a request, which holds the lock.

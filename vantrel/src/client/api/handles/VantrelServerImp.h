@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "CoDeferral.h"
+#include "CoException.h"
 #include "CoMutex.h"
 #include "VantrelBaseClientAPI.h"
 #include "VantrelDaemonInfoMgr.h"
@@ -18,6 +19,7 @@
 #include "VantrelNodeClientAPI.h"
 #include "VantrelRawDataClientConnection.h"
 #include "VantrelSharedConnection.h"
+#include "VantrelStops.h"
 #include "VantrelVersion.h"
 
 /// What stands behind a server handle: the shared metadata connection and the command clients on it, the
@@ -35,6 +37,19 @@ class VantrelServerImp {
         Vantrel::CoLock<Vantrel::CoRecursiveMutex> lock_;
     };
 
+    /// The lock of a call, which a stop ends although it waits for the lock. See `begin`.
+    class CO_SCOPED_CAPABILITY CallLock {
+      public:
+        explicit CallLock(VantrelServerImp& server) CO_ACQUIRE(server.mutex_);
+        ~CallLock() CO_RELEASE() {}
+
+      private:
+        Vantrel::CoDeferral deferral_;
+        VantrelStops::Call call_;
+        VantrelStops::Call connectionCall_;
+        Vantrel::CoLock<Vantrel::CoRecursiveMutex> lock_;
+    };
+
     class Session;
 
     explicit VantrelServerImp(const VantrelServerId& serverId);
@@ -44,10 +59,18 @@ class VantrelServerImp {
 
     /// Takes the connection and builds the command clients on it, once. False: see `lastErrorText`.
     bool init();
+    /// What every call does first: the same, and false when it was stopped.
+    [[nodiscard]] bool begin() CO_REQUIRES(mutex_);
 
     bool isConnected() const;
+    /// Neither waits behind calls: those that run, and those that wait for them, fail.
     void disconnect();
     void stop(const char* reason);
+
+    /// For shutting the library down: ends the frame transfers of all servers; closes all of their
+    /// connections.
+    static void stopAllTransfers();
+    static void disconnectAll();
 
     const VantrelServerId& serverId() const { return serverId_; }
 
@@ -99,7 +122,11 @@ class VantrelServerImp {
     using EventConnection = std::shared_ptr<VantrelEventConnection>;
     VantrelEventConnection& eventConnection(EventConnection& old) CO_REQUIRES(mutex_);
 
+    const VantrelStops* connectionStops();
+    void joinFrameUsers() CO_REQUIRES(mutex_);
+
     const VantrelServerId serverId_;
+    VantrelStops stops_;
     // What stop() and isConnected() reach without the lock: set once, never replaced.
     std::atomic<VantrelClientConnection*> connectionNow_{nullptr};
     std::atomic<VantrelFrameClientAPI*> frameClientNow_{nullptr};
@@ -116,6 +143,7 @@ class VantrelServerImp {
     FrameTarget frameTarget_;
     VantrelRawDataClientConnection rawData_;
     std::unique_ptr<VantrelFrameClientAPI> frameClient_ CO_GUARDED_BY(mutex_);
+    std::optional<unsigned> frameUserOf_ CO_GUARDED_BY(mutex_);  // the process, by its fork generation
 };
 
 /// The lock and, under it, the command clients, whose failures become the server's last error. Without the
@@ -129,16 +157,19 @@ class VantrelServerImp::Session {
     VantrelBaseClientAPI& base() const { return *base_; }
 
   private:
-    std::optional<Lock> lock_;
+    std::optional<CallLock> lock_;
     VantrelNodeClientAPI* nodes_ = nullptr;
     VantrelBaseClientAPI* base_ = nullptr;
 };
 
 template <typename Call>
 bool VantrelServerImp::frameRequest(Call call) {
-    const Lock lock(*this);
+    const CallLock lock(*this);
     try {
-        call(frameApi());
+        VantrelFrameClientAPI& client = frameApi();
+        const VantrelRawDataClientConnection::Operation operation(rawData_);  // a later stop() meets it
+        if (stops_.isCallStopped()) throw Vantrel::CoException(VantrelRawDataClientConnection::ABORTED);
+        call(client);
         return true;
     } catch (const std::exception& error) {
         lastError_ = error.what();

@@ -82,7 +82,7 @@ bool ask(VantrelServerImp& server, const Table<Entry>& table) CO_REQUIRES(server
 template <typename Entry>
 bool countEntries(VantrelServerImp* server, const Table<Entry>& table, int& count) {
     if (!server) return false;
-    const VantrelServerImp::Lock lock(*server);
+    const VantrelServerImp::CallLock lock(*server);
     if (!ask(*server, table)) return false;
     count = static_cast<int>((server->translationTables().*table.kept)->size());
     return true;
@@ -92,7 +92,7 @@ bool countEntries(VantrelServerImp* server, const Table<Entry>& table, int& coun
 template <typename Entry, typename Use>
 bool useEntry(VantrelServerImp* server, const Table<Entry>& table, int index, Use use) {
     if (!server) return false;
-    const VantrelServerImp::Lock lock(*server);
+    const VantrelServerImp::CallLock lock(*server);
     const std::optional<std::vector<Entry>>& entries = server->translationTables().*table.kept;
     if (!entries && !ask(*server, table)) return false;
     if (index < 0 || static_cast<std::size_t>(index) >= entries->size()) {
