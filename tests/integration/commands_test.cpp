@@ -222,6 +222,9 @@ TEST_F(CommandsTest, EachOperationIsRefusedWhileTheLibraryIsNotUp) {
         EXPECT_STREQ(server.lastError(), "API not initialized");
         EXPECT_FALSE(server.isConnected() || server.getHostName());
     }
+    const VantrelServerHandle server(id());
+    EXPECT_FALSE(server.unregisterEventHandler("n1", &handler));
+    EXPECT_STREQ(server.lastError(), "API not initialized");
     EXPECT_EQ(peer.connections(), 0U);
 }
 

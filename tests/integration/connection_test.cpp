@@ -132,6 +132,27 @@ TEST_F(ConnectionTest, ALostConnectionIsReportedAndReestablishedWithinTheCall) {
     }
 }
 
+TEST_F(ConnectionTest, AFirstConnectionIsReportedOnceWhicheverCallMakesIt) {
+    using Server = const VantrelServerHandle;
+    VantrelNodeHandle node;
+    int number = 0;
+    const std::function<bool(Server&)> calls[] = {
+        [](Server& server) { return server.ping(0); },
+        [](Server& server) { return server.getHostName() != nullptr; },
+        [&](Server& server) { return server.getRootNode(node); },
+        [&](Server& server) { return server.getProtocolVersion(number, number); },
+        [&](Server& server) { return !VantrelNodeHandle(server, "n1").getNumChildren(number); },
+    };
+    for (const auto& call : calls) {
+        VantrelClientReleaseUnusedConnections(true);
+        Received::clear();
+        const VantrelServerHandle server(id());
+        EXPECT_TRUE(call(server)) << server.lastError();
+        ASSERT_EQ(Received::lostServers().size(), 1U) << &call - calls;
+        EXPECT_TRUE(Received::lostServers()[0] == id());
+    }
+}
+
 TEST_F(ConnectionTest, ACallReconnectsAtMostTwice) {
     const VantrelServerHandle server(id());
     ASSERT_TRUE(server.ping(0));

@@ -18,6 +18,14 @@ enum VantrelLogLevel : int {
 /// is valid during the call. It may call any function of the library.
 typedef void (*VantrelLogCallBack)(VantrelLogLevel level, const char* message);
 
-/// Called for a lost connection, on the thread whose call found it lost. `server` is valid during the call.
-/// It may call any function of the library.
+/// Called when a call finds its server's metadata connection down, once for each time that it does: when the
+/// connection was lost, before the call connects again; when the call has lost it or got no answer in time;
+/// and also when there was none yet, so that the first call to a server calls it once, whichever call that
+/// is. A call that loses its connection again and again calls it up to three times. Not called for
+/// disconnect(), VantrelClientUninit and what closes connections that nobody uses, nor for frame connections.
+///
+/// Runs on the thread whose call it was, after the call has left the library's locks, or on one of the
+/// library's threads where that found an event connection lost. `server` is what the server said of itself
+/// (database, first metadata address, node port, storage id), or, before it was first reached, the id that
+/// the handle was built from. It is valid during the call. The callback may call any function of the library.
 typedef void (*VantrelDisconnectCallBack)(const VantrelServerId& server);
