@@ -48,20 +48,23 @@ TEST(Stop, EndsABlockedCallAndTheNextOneWaitsNormally) {
     }
 }
 
-// Without the wake-up each round would last as long as a wait in the read may.
+// Without the wake-up each round would last as long as a wait in the read may, 90 ms; with it a busy machine may
+// make some rounds that long.
 TEST(Stop, EndsAWaitInTheReadAtOnce) {
-    constexpr int ROUNDS = 100;
-    const double seconds = secondsOf([] {
-        for (int i = 0; i < ROUNDS; ++i) {
-            Pair pair;
-            ASSERT_TRUE(pair.descriptor.enableWaitInRead());
-            char byte;
+    constexpr int ROUNDS = 50;
+    int slow = 0;
+    for (int i = 0; i < ROUNDS; ++i) {
+        Pair pair;
+        ASSERT_TRUE(pair.descriptor.enableWaitInRead());
+        char byte;
+        const double seconds = secondsOf([&] {
             stopWhile(pair.descriptor,
                       [&] { EXPECT_EQ(pair.descriptor.nonBlockingReadWithTimeout(&byte, 1, LONG_MS), -1); });
-            EXPECT_TRUE(pair.descriptor.wasStopped());
-        }
-    });
-    EXPECT_LT(seconds, ROUNDS * 0.05);
+        });
+        EXPECT_TRUE(pair.descriptor.wasStopped());
+        if (seconds > 0.08) ++slow;
+    }
+    EXPECT_LT(slow, ROUNDS / 2);
     EXPECT_FALSE(cancelPipeHasStops());
 }
 
