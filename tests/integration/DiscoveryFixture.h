@@ -57,6 +57,16 @@ class DiscoveryFixture : public ::testing::Test {
         const NetworkHost::Stay stay(host);
         return ChildProcess(arguments, variables).wait(LIMIT);
     }
+    /// Tries until it ends with that status: a server on a busy machine may miss a search.
+    static ChildProcess::Result runUntil(int status, const NetworkHost& host, const Strings& variables,
+                                         const Strings& arguments) {
+        ChildProcess::Result result;
+        eventually([&] {
+            result = run(host, variables, arguments);
+            return result.status == status;
+        });
+        return result;
+    }
     /// Display names that "servers" lists.
     static Strings listed(const NetworkHost& host, const Strings& variables, const Strings& more = {}) {
         Strings arguments{"servers", "--json"};
@@ -67,6 +77,11 @@ class DiscoveryFixture : public ::testing::Test {
         for (const auto& each : nlohmann::json::parse(result.out, nullptr, false))
             names.push_back(each.at("displayName").get<std::string>());
         return names;
+    }
+
+    static bool lists(const NetworkHost& host, const Strings& variables, const Strings& names,
+                      const Strings& more = {}) {
+        return eventually([&] { return listed(host, variables, more) == names; });
     }
 
     /// Whether `condition` comes true within the limit; it is asked again and again.

@@ -10,6 +10,7 @@
 
 #include "CapturedLog.h"
 #include "CoObserverList.h"
+#include "CoTime.h"
 
 namespace Vantrel {
 namespace {
@@ -60,7 +61,7 @@ TEST(ObserverList, RemovingWaitsForACallOnAnotherThread) {
         entered.set_value();
         removing.get_future().wait();
         // Long enough for a removal that does not wait to be over.
-        for (int i = 0; i < 10000; ++i) std::this_thread::yield();
+        for (const CoDeadline over(20); !over.passed();) std::this_thread::yield();
         left = true;
     }};
     watchers.add(&watcher);

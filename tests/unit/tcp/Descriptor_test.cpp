@@ -166,14 +166,14 @@ TEST(Descriptor, BlockingTransfersFailWhenThePeerClosesOrStalls) {
 TEST(Descriptor, AStallLimitStartsAnewWithEveryByte) {
     Pair pair;
     std::thread sender([&] {
-        for (int i = 0; i < 8; ++i) {
+        for (int i = 0; i < 12; ++i) {
             pollfd none{pair.peer.getId(), 0, 0};
-            ::poll(&none, 1, 100);  // the pace itself is what is tested
+            ::poll(&none, 1, 150);  // the pace itself is what is tested
             pair.send("x");
         }
     });
-    char buffer[8];
-    EXPECT_EQ(pair.descriptor.blockingRead(buffer, 8, 600), 8);
+    char buffer[12];
+    EXPECT_EQ(pair.descriptor.blockingRead(buffer, 12, 1500), 12);
     sender.join();
 }
 
@@ -183,7 +183,7 @@ TEST(Descriptor, ASignalEndsNoTransfer) {
     ASSERT_EQ(::sigaction(SIGUSR1, &ignoring, nullptr), 0);
     Pair pair;
     std::thread sender([&pair, reader = ::pthread_self()] {
-        for (int i = 0; i < 2000; ++i) {
+        for (int i = 0; i < 200; ++i) {
             ::pthread_kill(reader, SIGUSR1);
             std::this_thread::yield();
         }
