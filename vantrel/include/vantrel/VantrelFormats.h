@@ -1,5 +1,7 @@
 #pragma once
 
+#include <type_traits>
+
 #include "VantrelStr.h"
 
 /// Describes the frames of a clip: image size, pixel layout, rate, and the tag that names their encoding.
@@ -36,117 +38,129 @@ class VANTREL_API VantrelClipFormat {
                       float frameRate, float pixelRatio, ScanFormat scanFormat, const char* formatTag,
                       const char* metaDataTag, const char* metaData);
 
+    /// For a size of any other integer type, such as a literal 0.
+    template <typename Integer, typename = typename std::enable_if<std::is_integral<Integer>::value>::type>
+    VantrelClipFormat(int width, int height, int bitsPerPixel, int numChannels, Integer frameBufferSize,
+                      float frameRate, float pixelRatio, ScanFormat scanFormat, const char* formatTag,
+                      const char* metaDataTag, const char* metaData)
+        : VantrelClipFormat(width, height, bitsPerPixel, numChannels,
+                            static_cast<unsigned long>(frameBufferSize), frameRate, pixelRatio, scanFormat,
+                            formatTag, metaDataTag, metaData) {}
+
     VantrelClipFormat(const VantrelClipFormat& other);
+    /// Takes the texts of `other`, which become empty; its numbers stay.
+    VantrelClipFormat(VantrelClipFormat&& other) noexcept;
     VantrelClipFormat& operator=(const VantrelClipFormat& other);
+    VantrelClipFormat& operator=(VantrelClipFormat&& other) noexcept;
     virtual ~VantrelClipFormat();
 
     /// Image size in pixels.
-    int width() const { return width_; }
+    int width() const noexcept { return width_; }
     void setWidth(int width) { width_ = width; }
-    int height() const { return height_; }
+    int height() const noexcept { return height_; }
     void setHeight(int height) { height_ = height; }
 
-    int bitsPerPixel() const { return bitsPerPixel_; }
+    int bitsPerPixel() const noexcept { return bitsPerPixel_; }
     void setBitsPerPixel(int bits) { bitsPerPixel_ = bits; }
-    int numChannels() const { return numChannels_; }
+    int numChannels() const noexcept { return numChannels_; }
     void setNumChannels(int channels) { numChannels_ = channels; }
     /// Bits per pixel divided by the channels, rounded toward 0; 0 when there are no channels.
-    int bitsPerChannel() const;
+    int bitsPerChannel() const noexcept;
 
     /// Bytes of one frame as the server stores it. Nothing here computes it from the image size.
-    unsigned long frameBufferSize() const { return frameBufferSize_; }
+    unsigned long frameBufferSize() const noexcept { return frameBufferSize_; }
     void setFrameBufferSize(unsigned long bytes) { frameBufferSize_ = bytes; }
 
     /// Width of a pixel divided by its height.
-    float pixelRatio() const { return pixelRatio_; }
+    float pixelRatio() const noexcept { return pixelRatio_; }
     void setPixelRatio(float ratio) { pixelRatio_ = ratio; }
     /// Frames per second.
-    float frameRate() const { return frameRate_; }
+    float frameRate() const noexcept { return frameRate_; }
     void setFrameRate(float rate) { frameRate_ = rate; }
 
-    ScanFormat scanFormat() const { return scanFormat_; }
+    ScanFormat scanFormat() const noexcept { return scanFormat_; }
     void setScanFormat(ScanFormat scanFormat) { scanFormat_ = scanFormat; }
     /// "field1_odd", "field1_even", "field2_odd", "field2_even", "progressive"; "unknown" for any other
     /// value.
-    static const char* scanFormatStr(ScanFormat scanFormat);
+    static const char* scanFormatStr(ScanFormat scanFormat) noexcept;
 
     /// Encoding of the frames: one of the tags below, or another that the server knows. A word of at most 255
     /// bytes.
-    const char* formatTag() const { return formatTag_.c_str(); }
+    const char* formatTag() const noexcept { return formatTag_.c_str(); }
     void setFormatTag(const char* tag) { formatTag_ = tag; }
 
     /// The metadata, and the word of at most 255 bytes that names what it is.
-    const char* metaDataTag() const { return metaDataTag_.c_str(); }
+    const char* metaDataTag() const noexcept { return metaDataTag_.c_str(); }
     void setMetaDataTag(const char* tag) { metaDataTag_ = tag; }
-    const char* metaData() const { return metaData_.c_str(); }
+    const char* metaData() const noexcept { return metaData_.c_str(); }
     void setMetaData(const char* metaData) { metaData_ = metaData; }
 
-    const char* colourSpace() const { return colourSpace_.c_str(); }
+    const char* colourSpace() const noexcept { return colourSpace_.c_str(); }
     void setColourSpace(const char* colourSpace) { colourSpace_ = colourSpace; }
 
     /// Pixel layouts, big-endian where a channel has several bytes.
-    static const char* FORMAT_MONO();
-    static const char* FORMAT_RGB();
-    static const char* FORMAT_HLS();
-    static const char* FORMAT_YUV();
-    static const char* FORMAT_RGBA();
-    static const char* FORMAT_HLSA();
-    static const char* FORMAT_YUVA();
-    static const char* FORMAT_UYVY();
+    static const char* FORMAT_MONO() noexcept;
+    static const char* FORMAT_RGB() noexcept;
+    static const char* FORMAT_HLS() noexcept;
+    static const char* FORMAT_YUV() noexcept;
+    static const char* FORMAT_RGBA() noexcept;
+    static const char* FORMAT_HLSA() noexcept;
+    static const char* FORMAT_YUVA() noexcept;
+    static const char* FORMAT_UYVY() noexcept;
 
     /// The same, little-endian.
-    static const char* FORMAT_MONO_LE();
-    static const char* FORMAT_RGB_LE();
-    static const char* FORMAT_HLS_LE();
-    static const char* FORMAT_YUV_LE();
-    static const char* FORMAT_RGBA_LE();
-    static const char* FORMAT_HLSA_LE();
-    static const char* FORMAT_YUVA_LE();
-    static const char* FORMAT_UYVY_LE();
+    static const char* FORMAT_MONO_LE() noexcept;
+    static const char* FORMAT_RGB_LE() noexcept;
+    static const char* FORMAT_HLS_LE() noexcept;
+    static const char* FORMAT_YUV_LE() noexcept;
+    static const char* FORMAT_RGBA_LE() noexcept;
+    static const char* FORMAT_HLSA_LE() noexcept;
+    static const char* FORMAT_YUVA_LE() noexcept;
+    static const char* FORMAT_UYVY_LE() noexcept;
 
     /// Channels that are floating-point numbers.
-    static const char* FORMAT_RGB_FLOAT();
-    static const char* FORMAT_RGB_FLOAT_LE();
-    static const char* FORMAT_RGBA_FLOAT();
-    static const char* FORMAT_RGBA_FLOAT_LE();
-    static const char* FORMAT_MONO_FLOAT();
-    static const char* FORMAT_MONO_FLOAT_LE();
+    static const char* FORMAT_RGB_FLOAT() noexcept;
+    static const char* FORMAT_RGB_FLOAT_LE() noexcept;
+    static const char* FORMAT_RGBA_FLOAT() noexcept;
+    static const char* FORMAT_RGBA_FLOAT_LE() noexcept;
+    static const char* FORMAT_MONO_FLOAT() noexcept;
+    static const char* FORMAT_MONO_FLOAT_LE() noexcept;
 
     /// Image files, a file per frame.
-    static const char* FORMAT_ALIAS();
-    static const char* FORMAT_DPX();
-    static const char* FORMAT_JPEG();
-    static const char* FORMAT_PICT();
-    static const char* FORMAT_PIXAR();
-    static const char* FORMAT_SGI();
-    static const char* FORMAT_SOFTIMAGE();
-    static const char* FORMAT_TARGA();
-    static const char* FORMAT_MAYA();
-    static const char* FORMAT_TDI();
-    static const char* FORMAT_TIFF();
-    static const char* FORMAT_WAVEFRONT();
-    static const char* FORMAT_PHOTOSHOP();
-    static const char* FORMAT_CINEON();
-    static const char* FORMAT_OPENEXR();
-    static const char* FORMAT_MIXED();
+    static const char* FORMAT_ALIAS() noexcept;
+    static const char* FORMAT_DPX() noexcept;
+    static const char* FORMAT_JPEG() noexcept;
+    static const char* FORMAT_PICT() noexcept;
+    static const char* FORMAT_PIXAR() noexcept;
+    static const char* FORMAT_SGI() noexcept;
+    static const char* FORMAT_SOFTIMAGE() noexcept;
+    static const char* FORMAT_TARGA() noexcept;
+    static const char* FORMAT_MAYA() noexcept;
+    static const char* FORMAT_TDI() noexcept;
+    static const char* FORMAT_TIFF() noexcept;
+    static const char* FORMAT_WAVEFRONT() noexcept;
+    static const char* FORMAT_PHOTOSHOP() noexcept;
+    static const char* FORMAT_CINEON() noexcept;
+    static const char* FORMAT_OPENEXR() noexcept;
+    static const char* FORMAT_MIXED() noexcept;
 
     /// Sound files.
-    static const char* FORMAT_WAV();
-    static const char* FORMAT_AIFF();
-    static const char* FORMAT_AIFC();
+    static const char* FORMAT_WAV() noexcept;
+    static const char* FORMAT_AIFF() noexcept;
+    static const char* FORMAT_AIFC() noexcept;
 
     /// Raw sound samples.
-    static const char* FORMAT_QD_AUDIO();
-    static const char* FORMAT_QD_AUDIO_MIXED();
-    static const char* FORMAT_QD_AUDIO_FLOAT();
-    static const char* FORMAT_QD_AUDIO_FLOAT_LE();
-    static const char* FORMAT_QD_AUDIO_INT8();
-    static const char* FORMAT_QD_AUDIO_INT8_UNSIGNED();
-    static const char* FORMAT_QD_AUDIO_INT16();
-    static const char* FORMAT_QD_AUDIO_INT16_LE();
-    static const char* FORMAT_QD_AUDIO_INT24();
-    static const char* FORMAT_QD_AUDIO_INT24_LE();
-    static const char* FORMAT_QD_AUDIO_INT24_MSB32_LE();
+    static const char* FORMAT_QD_AUDIO() noexcept;
+    static const char* FORMAT_QD_AUDIO_MIXED() noexcept;
+    static const char* FORMAT_QD_AUDIO_FLOAT() noexcept;
+    static const char* FORMAT_QD_AUDIO_FLOAT_LE() noexcept;
+    static const char* FORMAT_QD_AUDIO_INT8() noexcept;
+    static const char* FORMAT_QD_AUDIO_INT8_UNSIGNED() noexcept;
+    static const char* FORMAT_QD_AUDIO_INT16() noexcept;
+    static const char* FORMAT_QD_AUDIO_INT16_LE() noexcept;
+    static const char* FORMAT_QD_AUDIO_INT24() noexcept;
+    static const char* FORMAT_QD_AUDIO_INT24_LE() noexcept;
+    static const char* FORMAT_QD_AUDIO_INT24_MSB32_LE() noexcept;
 
   private:
     VantrelStr formatTag_;
@@ -175,16 +189,18 @@ class VANTREL_API VantrelAudioFormat : public VantrelClipFormat {
     VantrelAudioFormat(int numSamples, int bitsPerSample, int numChannels, float sampleRate,
                        const char* formatTag, const char* metaDataTag, const char* metaData);
     VantrelAudioFormat(const VantrelAudioFormat& other);
+    VantrelAudioFormat(VantrelAudioFormat&& other) noexcept;
     VantrelAudioFormat& operator=(const VantrelAudioFormat& other);
+    VantrelAudioFormat& operator=(VantrelAudioFormat&& other) noexcept;
     ~VantrelAudioFormat() override;
 
     /// Samples of one frame, per channel.
-    int numSamples() const { return width(); }
+    int numSamples() const noexcept { return width(); }
     void setNumSamples(int samples) { setWidth(samples); }
-    int bitsPerSample() const { return bitsPerPixel(); }
+    int bitsPerSample() const noexcept { return bitsPerPixel(); }
     void setBitsPerSample(int bits) { setBitsPerPixel(bits); }
     /// Samples per second.
-    float sampleRate() const { return frameRate(); }
+    float sampleRate() const noexcept { return frameRate(); }
     void setSampleRate(float rate) { setFrameRate(rate); }
 
     void setHeight(int height) = delete;

@@ -20,11 +20,11 @@ class VANTREL_API VantrelNodeEvent {
     VantrelNodeEvent& operator=(VantrelNodeEvent&& other) noexcept = default;
 
     /// All three are valid until the event is assigned to or destroyed.
-    const VantrelNodeId& getNodeId() const { return nodeId_; }
+    const VantrelNodeId& getNodeId() const noexcept { return nodeId_; }
     /// What happened, in the server's own words.
-    const char* getType() const { return type_.c_str(); }
+    const char* getType() const noexcept { return type_.c_str(); }
     /// More about it, by keys of the server.
-    const VantrelDictionary& getDetails() const { return details_; }
+    const VantrelDictionary& getDetails() const noexcept { return details_; }
 
   private:
     VantrelNodeId nodeId_;

@@ -21,14 +21,16 @@ class VANTREL_API VantrelNodeId {
     VantrelNodeId& operator=(VantrelNodeId&& other) noexcept = default;
 
     /// The text; never null. Valid until the id is changed or destroyed.
-    const char* id() const { return id_.c_str(); }
+    const char* id() const noexcept { return id_.c_str(); }
     /// Null empties the id.
     void setId(const char* id);
 
-    bool operator==(const VantrelNodeId& other) const { return id_ == other.id_; }
-    bool operator!=(const VantrelNodeId& other) const { return id_ != other.id_; }
+    bool operator==(const VantrelNodeId& other) const noexcept { return id_ == other.id_; }
+    bool operator!=(const VantrelNodeId& other) const noexcept { return id_ != other.id_; }
     /// Order of the texts' bytes.
-    bool operator<(const VantrelNodeId& other) const { return id_ < other.id_; }
+    bool operator<(const VantrelNodeId& other) const noexcept { return id_ < other.id_; }
+
+    unsigned long hash() const noexcept { return id_.hash(); }
 
   private:
     VantrelStr id_;
@@ -52,10 +54,29 @@ class VANTREL_API VantrelFrameId {
     VantrelFrameId& operator=(VantrelFrameId&& other) noexcept = default;
 
     /// The text; never null. Valid until the id is changed or destroyed.
-    const char* id() const { return id_.c_str(); }
+    const char* id() const noexcept { return id_.c_str(); }
     /// Null empties the id.
     void setId(const char* id);
+
+    bool operator==(const VantrelFrameId& other) const noexcept { return id_ == other.id_; }
+    bool operator!=(const VantrelFrameId& other) const noexcept { return id_ != other.id_; }
+    /// Order of the texts' bytes.
+    bool operator<(const VantrelFrameId& other) const noexcept { return id_ < other.id_; }
+
+    unsigned long hash() const noexcept { return id_.hash(); }
 
   private:
     VantrelStr id_;
 };
+
+namespace std {
+template <>
+struct hash<VantrelNodeId> {
+    size_t operator()(const VantrelNodeId& id) const noexcept { return id.hash(); }
+};
+
+template <>
+struct hash<VantrelFrameId> {
+    size_t operator()(const VantrelFrameId& id) const noexcept { return id.hash(); }
+};
+}  // namespace std

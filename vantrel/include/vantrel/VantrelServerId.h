@@ -35,27 +35,31 @@ class VANTREL_API VantrelServerId {
 
     /// Host name or IP address. The getters of texts never give null; what they give is valid until the id is
     /// changed or destroyed. Null given to a setter counts as empty.
-    const char* getIPAddr() const { return address_.c_str(); }
+    const char* getIPAddr() const noexcept { return address_.c_str(); }
     void setIPAddr(const char* address);
 
     /// Storage: the name of the daemon's database.
-    const char* getDB() const { return storage_.c_str(); }
+    const char* getDB() const noexcept { return storage_.c_str(); }
     void setDB(const char* storage);
 
     /// TCP port of the server's node commands; 0 when the id names a storage instead.
-    int getPort() const { return port_; }
+    int getPort() const noexcept { return port_; }
     void setPort(int port);
 
     /// The storage's own identifier, which outlives a change of its host; not part of the text form.
-    const char* getStorageId() const { return storageId_.c_str(); }
+    const char* getStorageId() const noexcept { return storageId_.c_str(); }
     void setStorageId(const char* storageId);
 
     /// Whether the id names anything: the port or one of its texts is set.
-    bool isValid() const;
+    bool isValid() const noexcept;
 
     /// Same port, address, storage and storage id.
-    bool operator==(const VantrelServerId& other) const;
-    bool operator!=(const VantrelServerId& other) const { return !(*this == other); }
+    bool operator==(const VantrelServerId& other) const noexcept;
+    bool operator!=(const VantrelServerId& other) const noexcept { return !(*this == other); }
+    /// By address, port, storage and storage id, in this order.
+    bool operator<(const VantrelServerId& other) const noexcept;
+
+    unsigned long hash() const noexcept;
 
   private:
     mutable VantrelStr id_;  // the text form; empty until someone asks for it
@@ -64,3 +68,10 @@ class VANTREL_API VantrelServerId {
     VantrelStr storageId_;
     int port_ = 0;
 };
+
+namespace std {
+template <>
+struct hash<VantrelServerId> {
+    size_t operator()(const VantrelServerId& id) const noexcept { return id.hash(); }
+};
+}  // namespace std

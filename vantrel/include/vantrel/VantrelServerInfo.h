@@ -11,40 +11,43 @@ class VANTREL_API VantrelServerInfo {
     /// All texts empty, all numbers 0.
     VantrelServerInfo();
     VantrelServerInfo(const VantrelServerInfo& other);
+    /// Takes the content of `other`, which becomes as if newly made.
+    VantrelServerInfo(VantrelServerInfo&& other) noexcept;
     VantrelServerInfo& operator=(const VantrelServerInfo& other);
+    VantrelServerInfo& operator=(VantrelServerInfo&& other) noexcept;
     /// For the library's own use: applications get an info from VantrelServerHandle::getInfo.
     explicit VantrelServerInfo(const VantrelDaemonInfo& info);
     VantrelServerInfo& operator=(const VantrelDaemonInfo& info);
     virtual ~VantrelServerInfo();
 
     // Texts: never null, empty when the server does not say; valid until this object changes or goes away.
-    const char* getHostname() const;
-    const char* getHostUUID() const;
-    const char* getDisplayName() const;
-    const char* getProduct() const;
-    const char* getVendor() const;
-    const char* getProductVersionStr() const;
-    const char* getStorageId() const;
-    const char* getDatabase() const;
+    const char* getHostname() const noexcept;
+    const char* getHostUUID() const noexcept;
+    const char* getDisplayName() const noexcept;
+    const char* getProduct() const noexcept;
+    const char* getVendor() const noexcept;
+    const char* getProductVersionStr() const noexcept;
+    const char* getStorageId() const noexcept;
+    const char* getDatabase() const noexcept;
 
     /// The id that reaches this server: its database, first metadata address, node port and storage id.
     VantrelServerId getId() const;
 
     // Version of the protocol that the server speaks.
-    int getVersionMajor() const;
-    int getVersionMinor() const;
-    int getVersionMaint() const;
-    int getVersionBuild() const;
+    int getVersionMajor() const noexcept;
+    int getVersionMinor() const noexcept;
+    int getVersionMaint() const noexcept;
+    int getVersionBuild() const noexcept;
 
     // Version of the server software.
-    int getProductVersionMajor() const;
-    int getProductVersionMinor() const;
-    int getProductVersionMaint() const;
-    int getProductBuild() const;
+    int getProductVersionMajor() const noexcept;
+    int getProductVersionMinor() const noexcept;
+    int getProductVersionMaint() const noexcept;
+    int getProductBuild() const noexcept;
 
     /// TCP ports of the node (metadata) and the frame service.
-    int getNodePort() const;
-    int getFramePort() const;
+    int getNodePort() const noexcept;
+    int getFramePort() const noexcept;
 
     void setProduct(const char* text);
     void setVendor(const char* text);
@@ -61,15 +64,17 @@ class VANTREL_API VantrelServerInfo {
     /// Whether the server runs on this host.
     bool isLocal() const;
     /// Whether the server has open sessions.
-    bool hasSessions() const;
+    bool hasSessions() const noexcept;
     /// Whether an id, or another info, denotes the same server. May look a host name up (within 5 s).
     bool isSameServer(const VantrelServerId& serverId) const;
     bool isSameServer(const VantrelServerInfo& other) const;
-    bool operator==(const VantrelServerInfo& other) const;
-    bool operator!=(const VantrelServerInfo& other) const { return !(*this == other); }
+    bool operator==(const VantrelServerInfo& other) const noexcept;
+    bool operator!=(const VantrelServerInfo& other) const noexcept { return !(*this == other); }
 
-    const VantrelDaemonInfo& getDaemonInfo() const;
+    const VantrelDaemonInfo& getDaemonInfo() const noexcept;
 
   private:
-    VantrelDaemonInfo* info_;
+    VantrelDaemonInfo& changeable();
+
+    VantrelDaemonInfo* info_;  // null while nothing was set
 };

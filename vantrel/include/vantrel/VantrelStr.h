@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+
 #include "VantrelExport.h"
 
 /// An owned text of bytes, always zero-terminated. The library hands texts to applications in this class, so
@@ -38,30 +40,37 @@ class VANTREL_API VantrelStr {
     VantrelStr& operator+=(char c);
 
     /// Length in bytes, without the terminating zero.
-    unsigned int length() const { return length_; }
-    bool isEmpty() const { return length_ == 0; }
+    unsigned int length() const noexcept { return length_; }
+    bool isEmpty() const noexcept { return length_ == 0; }
+    /// In a condition a string is true when it is not empty.
+    explicit operator bool() const noexcept { return length_ != 0; }
 
     /// The text; never null. Valid until the string is changed or destroyed.
-    const char* c_str() const { return buff_; }
-    operator const char*() const { return buff_; }
+    const char* c_str() const noexcept { return buff_; }
+    operator const char*() const noexcept { return buff_; }
 
     /// The byte at `index`, which is not checked: it must not be above length(), where the zero stands. (One
-    /// overload for each usual type of an index: with fewer, some would compete with the conversion above.)
-    char operator[](int index) const { return buff_[index]; }
-    char operator[](unsigned int index) const { return buff_[index]; }
-    char operator[](long index) const { return buff_[index]; }
-    char operator[](unsigned long index) const { return buff_[index]; }
+    /// overload for each type of an index: with fewer, some would compete with the conversion above.)
+    char operator[](int index) const noexcept { return buff_[index]; }
+    char operator[](unsigned int index) const noexcept { return buff_[index]; }
+    char operator[](long index) const noexcept { return buff_[index]; }
+    char operator[](unsigned long index) const noexcept { return buff_[index]; }
+    char operator[](long long index) const noexcept { return buff_[index]; }
+    char operator[](unsigned long long index) const noexcept { return buff_[index]; }
 
     /// Same length and same bytes.
-    bool operator==(const VantrelStr& other) const;
-    bool operator!=(const VantrelStr& other) const { return !(*this == other); }
+    bool operator==(const VantrelStr& other) const noexcept;
+    bool operator!=(const VantrelStr& other) const noexcept { return !(*this == other); }
     /// Same zero-terminated text; null equals no string.
-    bool operator==(const char* text) const;
-    bool operator!=(const char* text) const { return !(*this == text); }
+    bool operator==(const char* text) const noexcept;
+    bool operator!=(const char* text) const noexcept { return !(*this == text); }
 
     /// Order of the bytes, taken as unsigned, up to the first zero. Null comes first.
-    bool operator<(const VantrelStr& other) const;
-    bool operator<(const char* text) const;
+    bool operator<(const VantrelStr& other) const noexcept;
+    bool operator<(const char* text) const noexcept;
+
+    /// A number that is the same for equal strings, as std::hash gives it.
+    unsigned long hash() const noexcept;
 
     /// At most `n` bytes from position `pos`; empty when `pos` is not below the length.
     VantrelStr substr(unsigned int pos, unsigned int n) const;
@@ -80,21 +89,51 @@ class VANTREL_API VantrelStr {
 };
 
 // Without these, a comparison that names the text first would compare addresses.
-inline bool operator==(const char* text, const VantrelStr& str) {
+inline bool operator==(const char* text, const VantrelStr& str) noexcept {
     return str == text;
 }
-inline bool operator!=(const char* text, const VantrelStr& str) {
+inline bool operator!=(const char* text, const VantrelStr& str) noexcept {
     return !(str == text);
 }
-inline bool operator>(const VantrelStr& left, const VantrelStr& right) {
+inline bool operator<(const char* text, const VantrelStr& str) noexcept {
+    return !text || (str != text && !(str < text));
+}
+
+// The other comparisons follow from those above, for two strings and for a string and a text on either side.
+inline bool operator>(const VantrelStr& left, const VantrelStr& right) noexcept {
     return right < left;
 }
-inline bool operator<=(const VantrelStr& left, const VantrelStr& right) {
+inline bool operator>(const VantrelStr& left, const char* right) noexcept {
+    return right < left;
+}
+inline bool operator>(const char* left, const VantrelStr& right) noexcept {
+    return right < left;
+}
+inline bool operator<=(const VantrelStr& left, const VantrelStr& right) noexcept {
     return !(right < left);
 }
-inline bool operator>=(const VantrelStr& left, const VantrelStr& right) {
+inline bool operator<=(const VantrelStr& left, const char* right) noexcept {
+    return !(right < left);
+}
+inline bool operator<=(const char* left, const VantrelStr& right) noexcept {
+    return !(right < left);
+}
+inline bool operator>=(const VantrelStr& left, const VantrelStr& right) noexcept {
     return !(left < right);
 }
+inline bool operator>=(const VantrelStr& left, const char* right) noexcept {
+    return !(left < right);
+}
+inline bool operator>=(const char* left, const VantrelStr& right) noexcept {
+    return !(left < right);
+}
+
+namespace std {
+template <>
+struct hash<VantrelStr> {
+    size_t operator()(const VantrelStr& str) const noexcept { return str.hash(); }
+};
+}  // namespace std
 
 /// An ordered list of owned texts. When memory runs out, an operation throws std::bad_alloc and leaves the
 /// list as it was.
@@ -115,7 +154,7 @@ class VANTREL_API VantrelStrList {
     /// Appends a copy of a text; null appends an empty one.
     void push_back(const char* text);
 
-    unsigned int size() const;
+    unsigned int size() const noexcept;
 
     /// Makes room for `count` texts in all. A count that is not positive changes nothing.
     void reserve(int count);

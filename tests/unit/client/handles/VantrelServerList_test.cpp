@@ -35,6 +35,20 @@ TEST_F(ServerList, GivesTheServersByName) {
     EXPECT_FALSE(list.getNode(0, info)) << "of a list that is no more";
 }
 
+TEST(VantrelServerInfo, MovesWithoutThrowingAndLeavesOneThatIsAsNew) {
+    static_assert(std::is_nothrow_move_constructible_v<VantrelServerInfo>, "as vectors want it");
+    VantrelServerInfo first;
+    first.setVendor("Vend");
+    VantrelServerInfo second(std::move(first));
+    EXPECT_TRUE(first == VantrelServerInfo() && first != second);
+    first = std::move(second);
+    EXPECT_STREQ(first.getVendor(), "Vend");
+    EXPECT_STREQ(second.getId().getId(), ":0");
+    second = first;
+    second.setVendor("Other");
+    EXPECT_STREQ(first.getVendor(), "Vend");
+}
+
 TEST_F(ServerList, ResolvesAStorage) {
     VantrelDaemonInfo announced = server("wanted", "10.0.0.1");
     announced.setDatabase("db");

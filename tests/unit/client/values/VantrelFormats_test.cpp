@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cstdio>
+#include <fstream>
+#include <map>
 #include <string>
 #include <utility>
 
@@ -21,6 +24,8 @@ TEST(VantrelFormats, EachConstructorFillsTheFields) {
          "1920x1080 64/4 0 ratio 2 rate 24 [rgba] scan 4 [xml] [<a/>] [Rec.709]"},
         {VantrelClipFormat(1920, 1080, 64, 4, 5000000000UL, 24.0F, 2.0F, PROGRESSIVE, "rgba", "xml", "<a/>"),
          "1920x1080 64/4 5000000000 ratio 2 rate 24 [rgba] scan 4 [xml] [<a/>] []"},
+        {VantrelClipFormat(1, 1, 1, 1, 0, 1, 1, PROGRESSIVE, "", "", ""),
+         "1x1 1/1 0 ratio 1 rate 1 [] scan 4 [] [] []"},
         {VantrelClipFormat(1, 1, 1, 1, nullptr, 1, 1, PROGRESSIVE, nullptr, nullptr, nullptr),
          "1x1 1/1 0 ratio 1 rate 1 [] scan 4 [none] [] []"},
         {VantrelAudioFormat(1920, 24, 2, 48000.0F, "wav", "xml", "<a/>"),
@@ -47,17 +52,32 @@ TEST(VantrelClipFormat, NamesScanFormats) {
     EXPECT_EQ(names, "field1_odd field1_even field2_odd field2_even progressive unknown ");
 }
 
-TEST(VantrelClipFormat, TagsThatDoNotFollowFromTheirNames) {
-    const std::pair<const char*, const char*> cases[] = {
-        {VantrelClipFormat::FORMAT_UYVY_LE(), "uyvu_le"},
-        {VantrelClipFormat::FORMAT_ALIAS(), "als"},
-        {VantrelClipFormat::FORMAT_PIXAR(), "picio"},
-        {VantrelClipFormat::FORMAT_SOFTIMAGE(), "pic"},
-        {VantrelClipFormat::FORMAT_TDI(), "iff"},
-        {VantrelClipFormat::FORMAT_WAVEFRONT(), "rla"},
-        {VantrelClipFormat::FORMAT_QD_AUDIO_INT24_MSB32_LE(), "qdaudio_int24_msb32_le"},
-    };
-    for (const auto& [tag, expected] : cases) EXPECT_STREQ(tag, expected);
+#define TAG(name) \
+    { "FORMAT_" #name, VantrelClipFormat::FORMAT_##name() }
+// clang-format off
+std::map<std::string, std::string> tags = {
+    TAG(MONO), TAG(RGB), TAG(HLS), TAG(YUV), TAG(RGBA), TAG(HLSA), TAG(YUVA), TAG(UYVY), TAG(MONO_LE),
+    TAG(RGB_LE), TAG(HLS_LE), TAG(YUV_LE), TAG(RGBA_LE), TAG(HLSA_LE), TAG(YUVA_LE), TAG(UYVY_LE),
+    TAG(RGB_FLOAT), TAG(RGB_FLOAT_LE), TAG(RGBA_FLOAT), TAG(RGBA_FLOAT_LE), TAG(MONO_FLOAT),
+    TAG(MONO_FLOAT_LE), TAG(ALIAS), TAG(DPX), TAG(JPEG), TAG(PICT), TAG(PIXAR), TAG(SGI), TAG(SOFTIMAGE),
+    TAG(TARGA), TAG(MAYA), TAG(TDI), TAG(TIFF), TAG(WAVEFRONT), TAG(PHOTOSHOP), TAG(CINEON), TAG(OPENEXR),
+    TAG(MIXED), TAG(WAV), TAG(AIFF), TAG(AIFC), TAG(QD_AUDIO), TAG(QD_AUDIO_MIXED), TAG(QD_AUDIO_FLOAT),
+    TAG(QD_AUDIO_FLOAT_LE), TAG(QD_AUDIO_INT8), TAG(QD_AUDIO_INT8_UNSIGNED), TAG(QD_AUDIO_INT16),
+    TAG(QD_AUDIO_INT16_LE), TAG(QD_AUDIO_INT24), TAG(QD_AUDIO_INT24_LE), TAG(QD_AUDIO_INT24_MSB32_LE),
+};
+// clang-format on
+#undef TAG
+
+TEST(VantrelClipFormat, TagsAreThoseOfTheDocument) {
+    std::ifstream document(FRAMES_DOCUMENT);
+    for (std::string line; std::getline(document, line);) {
+        char function[64] = "";
+        char tag[64] = "";
+        if (std::sscanf(line.c_str(), "| `%63[A-Z0-9_]` | `%63[^`]` |", function, tag) != 2) continue;
+        EXPECT_EQ(tags[function], tag) << function;
+        tags.erase(function);
+    }
+    EXPECT_TRUE(tags.empty()) << tags.size() << " are not in the document";
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include <vantrel/VantrelTypes.h>
 
 #include <gmock/gmock.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 
 #include <cstring>
@@ -83,8 +84,49 @@ TEST(VantrelStr, ComparesBytesNotAddresses) {
     // With a zero inside, lengths and bytes count between strings, the text before it elsewhere.
     EXPECT_FALSE(VantrelStr("a\0b", 3) == VantrelStr("a\0c", 3));
     EXPECT_TRUE(VantrelStr("a\0b", 3) == "a");
+    for (const char* text : {"abc", "ab", "abd", "", static_cast<const char*>(nullptr)}) {
+        const int order = text ? std::strcmp("abc", text) : 1;
+        EXPECT_TRUE((a > text) == (order > 0) && (a >= text) == (order >= 0) && (a <= text) == (order <= 0));
+        EXPECT_TRUE((text < a) == (order > 0) && (text <= a) == (order >= 0) && (text > a) == (order < 0) &&
+                    (text >= a) == (order <= 0));
+    }
     EXPECT_EQ(a[1], 'b');
-    EXPECT_EQ(a[3L], '\0');
+    EXPECT_TRUE(a[2L] == 'c' && a[0LL] == 'a' && a[3ULL] == '\0');
+    EXPECT_TRUE(a && !VantrelStr()) << "true when it is not empty";
+}
+
+TEST(VantrelStr, KeepsZerosWhenItIsAppendedToItself) {
+    VantrelStr str = VantrelStr("a\0b", 3).substr(1, 2);
+    str += str;
+    EXPECT_TRUE(str == VantrelStr("x\0b\0b", 5).substr(1, 4));
+}
+
+TEST(VantrelStr, IsEmptyRatherThanLongerThanItMayBe) {
+    constexpr unsigned tooLong = 4294967295U;
+    void* const bytes =
+        ::mmap(nullptr, tooLong, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    ASSERT_NE(bytes, MAP_FAILED);
+    *static_cast<char*>(bytes) = 'x';
+    EXPECT_TRUE(VantrelStr(static_cast<char*>(bytes), tooLong).isEmpty());
+    ::munmap(bytes, tooLong);
+}
+
+template <typename Value>
+void expectKey(const Value& value, const Value& same, const Value& greater) {
+    EXPECT_TRUE(value == same && value != greater && value < greater && !(value < same) &&
+                !(greater < value));
+    EXPECT_EQ(std::hash<Value>()(value), std::hash<Value>()(same));
+    EXPECT_NE(std::hash<Value>()(value), std::hash<Value>()(greater));
+}
+
+TEST(VantrelValues, SomeAreKeys) {
+    expectKey<VantrelStr>("abc", "abc", "abd");
+    expectKey<VantrelNodeId>("abc", "abc", "abd");
+    expectKey<VantrelFrameId>("abc", "abc", "abd");
+    VantrelServerId last("d", "h", 2);
+    last.setStorageId("s");
+    const VantrelServerId ordered[] = {{"d", "h", 1}, {"d", "h", 2}, last, {"e", "h", 2}, {"", "i", 1}};
+    for (int i = 0; i < 4; ++i) expectKey(ordered[i], VantrelServerId(ordered[i]), ordered[i + 1]);
 }
 
 TEST(VantrelStr, BecomesEmptyWhenMemoryRunsOut) {

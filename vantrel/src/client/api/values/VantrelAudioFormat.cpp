@@ -16,6 +16,10 @@ VantrelAudioFormat::VantrelAudioFormat(int numSamples, int bitsPerSample, int nu
 
 VantrelAudioFormat::VantrelAudioFormat(const VantrelAudioFormat& other) = default;
 
+VantrelAudioFormat::VantrelAudioFormat(VantrelAudioFormat&& other) noexcept = default;
+
 VantrelAudioFormat& VantrelAudioFormat::operator=(const VantrelAudioFormat& other) = default;
+
+VantrelAudioFormat& VantrelAudioFormat::operator=(VantrelAudioFormat&& other) noexcept = default;
 
 VantrelAudioFormat::~VantrelAudioFormat() = default;

@@ -43,16 +43,20 @@ VantrelClipFormat::VantrelClipFormat(int width, int height, int bitsPerPixel, in
 
 VantrelClipFormat::VantrelClipFormat(const VantrelClipFormat& other) = default;
 
+VantrelClipFormat::VantrelClipFormat(VantrelClipFormat&& other) noexcept = default;
+
 VantrelClipFormat& VantrelClipFormat::operator=(const VantrelClipFormat& other) = default;
+
+VantrelClipFormat& VantrelClipFormat::operator=(VantrelClipFormat&& other) noexcept = default;
 
 VantrelClipFormat::~VantrelClipFormat() = default;
 
-int VantrelClipFormat::bitsPerChannel() const {
+int VantrelClipFormat::bitsPerChannel() const noexcept {
     if (numChannels_ == 0) return 0;
     return static_cast<int>(static_cast<long>(bitsPerPixel_) / numChannels_);
 }
 
-const char* VantrelClipFormat::scanFormatStr(ScanFormat scanFormat) {
+const char* VantrelClipFormat::scanFormatStr(ScanFormat scanFormat) noexcept {
     switch (scanFormat) {
         case FIELD1_ODD:
             return "field1_odd";

@@ -9,6 +9,7 @@
 namespace {
 
 constexpr const char* DEFAULT_STORAGE = "SXAFS";
+constexpr unsigned long HASH_FACTOR = 1099511628211UL;
 constexpr unsigned MAX_ID_BYTES = 1024;  // with the terminating zero
 
 // The port that a text names; 0 when the text as a whole is no decimal number, as the names of storages are.
@@ -91,12 +92,25 @@ void VantrelServerId::setStorageId(const char* storageId) {
     storageId_ = storageId;
 }
 
-bool VantrelServerId::isValid() const {
+bool VantrelServerId::isValid() const noexcept {
     return port_ != 0 || !id_.isEmpty() || !address_.isEmpty() || !storage_.isEmpty() ||
            !storageId_.isEmpty();
 }
 
-bool VantrelServerId::operator==(const VantrelServerId& other) const {
+bool VantrelServerId::operator==(const VantrelServerId& other) const noexcept {
     return port_ == other.port_ && address_ == other.address_ && storageId_ == other.storageId_ &&
            storage_ == other.storage_;
+}
+
+bool VantrelServerId::operator<(const VantrelServerId& other) const noexcept {
+    if (address_ != other.address_) return address_ < other.address_;
+    if (port_ != other.port_) return port_ < other.port_;
+    if (storage_ != other.storage_) return storage_ < other.storage_;
+    return storageId_ < other.storageId_;
+}
+
+unsigned long VantrelServerId::hash() const noexcept {
+    unsigned long all = static_cast<unsigned long>(port_);
+    for (const VantrelStr* text : {&address_, &storage_, &storageId_}) all = all * HASH_FACTOR + text->hash();
+    return all;
 }

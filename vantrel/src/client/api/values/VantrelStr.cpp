@@ -4,10 +4,13 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "CoAssert.h"
 
 namespace {
+
+constexpr unsigned long MAX_LENGTH = UINT_MAX - 1;  // with the terminating zero its size is an unsigned, too
 
 // Every empty string points here. It is constant, so that a write to it by mistake cannot go unnoticed.
 const char EMPTY_TEXT[1] = {0};
@@ -82,20 +85,24 @@ VantrelStr& VantrelStr::operator+=(char c) {
     return *this;
 }
 
-bool VantrelStr::operator==(const VantrelStr& other) const {
+bool VantrelStr::operator==(const VantrelStr& other) const noexcept {
     return length_ == other.length_ && std::memcmp(buff_, other.buff_, length_) == 0;
 }
 
-bool VantrelStr::operator==(const char* text) const {
+bool VantrelStr::operator==(const char* text) const noexcept {
     return text && std::strcmp(buff_, text) == 0;
 }
 
-bool VantrelStr::operator<(const VantrelStr& other) const {
+bool VantrelStr::operator<(const VantrelStr& other) const noexcept {
     return std::strcmp(buff_, other.buff_) < 0;
 }
 
-bool VantrelStr::operator<(const char* text) const {
+bool VantrelStr::operator<(const char* text) const noexcept {
     return text && std::strcmp(buff_, text) < 0;
+}
+
+unsigned long VantrelStr::hash() const noexcept {
+    return std::hash<std::string_view>()({buff_, length_});
 }
 
 VantrelStr VantrelStr::substr(unsigned int pos, unsigned int n) const {
@@ -119,7 +126,7 @@ void VantrelStr::reset() {
 bool VantrelStr::assign(const char* text, unsigned long size) {
     checkInvariants();
     char* buff = nullptr;
-    if (size > 0 && size <= UINT_MAX) {
+    if (size > 0 && size <= MAX_LENGTH) {
         buff = static_cast<char*>(std::malloc(size + 1));
         if (buff) {
             std::memcpy(buff, text, size);
@@ -142,13 +149,13 @@ bool VantrelStr::append(const char* text, unsigned long size) {
 
     // A part of this string would be gone after the reallocation.
     if (reinterpret_cast<std::uintptr_t>(text) - reinterpret_cast<std::uintptr_t>(buff_) < length_) {
-        const VantrelStr part(text, static_cast<unsigned int>(size));
-        if (part.length_ == size) return append(part.buff_, part.length_);
+        VantrelStr part;
+        if (part.assign(text, size)) return append(part.buff_, part.length_);
         clear();
         return false;
     }
     const unsigned long total = length_ + size;
-    char* const buff = total <= UINT_MAX ? static_cast<char*>(std::realloc(buff_, total + 1)) : nullptr;
+    char* const buff = total <= MAX_LENGTH ? static_cast<char*>(std::realloc(buff_, total + 1)) : nullptr;
     if (!buff) {
         clear();
         return false;

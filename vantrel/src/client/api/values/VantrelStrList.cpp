@@ -40,7 +40,7 @@ void VantrelStrList::push_back(const char* text) {
     imp_->strs.emplace_back(text);
 }
 
-unsigned int VantrelStrList::size() const {
+unsigned int VantrelStrList::size() const noexcept {
     return imp_ ? static_cast<unsigned int>(imp_->strs.size()) : 0;
 }
 
