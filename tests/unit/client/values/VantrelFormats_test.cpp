@@ -55,7 +55,7 @@ TEST(VantrelClipFormat, NamesScanFormats) {
 #define TAG(name) \
     { "FORMAT_" #name, VantrelClipFormat::FORMAT_##name() }
 // clang-format off
-std::map<std::string, std::string> tags = {
+const std::map<std::string, std::string> TAGS = {
     TAG(MONO), TAG(RGB), TAG(HLS), TAG(YUV), TAG(RGBA), TAG(HLSA), TAG(YUVA), TAG(UYVY), TAG(MONO_LE),
     TAG(RGB_LE), TAG(HLS_LE), TAG(YUV_LE), TAG(RGBA_LE), TAG(HLSA_LE), TAG(YUVA_LE), TAG(UYVY_LE),
     TAG(RGB_FLOAT), TAG(RGB_FLOAT_LE), TAG(RGBA_FLOAT), TAG(RGBA_FLOAT_LE), TAG(MONO_FLOAT),
@@ -69,15 +69,16 @@ std::map<std::string, std::string> tags = {
 #undef TAG
 
 TEST(VantrelClipFormat, TagsAreThoseOfTheDocument) {
+    auto left = TAGS;
     std::ifstream document(FRAMES_DOCUMENT);
     for (std::string line; std::getline(document, line);) {
         char function[64] = "";
         char tag[64] = "";
         if (std::sscanf(line.c_str(), "| `%63[A-Z0-9_]` | `%63[^`]` |", function, tag) != 2) continue;
-        EXPECT_EQ(tags[function], tag) << function;
-        tags.erase(function);
+        EXPECT_EQ(left[function], tag) << function;
+        left.erase(function);
     }
-    EXPECT_TRUE(tags.empty()) << tags.size() << " are not in the document";
+    EXPECT_TRUE(left.empty()) << left.size() << " are not in the document";
 }
 
 }  // namespace

@@ -21,6 +21,7 @@ constexpr const char* DATA_KEY = "Data";
 constexpr const char* COUNT_KEY = "Count";
 constexpr std::string_view NODE_KEY = "Node";
 
+/// The records of a list by their index, as views into its text.
 using Nodes = std::vector<std::optional<std::string_view>>;
 
 /// The index of a record's key; false for other names, and for spellings that no sender uses ("Node007").
@@ -33,28 +34,24 @@ bool readIndex(std::string_view name, unsigned& index) {
            (digits[0] != '0' || digits.size() == 1);
 }
 
-/// The records of a list by their index, as views into the stream. One pass over the text: looking each name
-/// up in turn would read all of it again for every gap.
-Nodes collectNodes(const rcAttrStream& stream, unsigned limit) {
-    Nodes nodes(limit);
+/// One pass over the text: looking each name up in turn would read all of it again for every gap. The records
+/// go as far as the highest index that is there, or to the number of entries where that is more, so that a
+/// count of any size costs no more than the list itself.
+Nodes collectNodes(const rcAttrStream& stream, unsigned count) {
+    const unsigned limit = std::min(count, VantrelMulticastProtocol::MAX_LIST_NODES);
+    Nodes nodes(std::min(limit, rcAttrStream::ConstIterator(stream).getSize()));
+    bool cut = false;
     rcAttrStream::ConstIterator iterator(stream);
-    std::string_view name;
-    std::string_view value;
-    while (iterator.next(name, value)) {
+    for (std::string_view name, value; iterator.next(name, value);) {
         unsigned index = 0;
-        if (readIndex(name, index) && index < limit && !nodes[index]) nodes[index] = value;
+        if (!readIndex(name, index) || index >= count) continue;
+        cut = cut || index >= limit;
+        if (index >= limit) continue;
+        if (index >= nodes.size()) nodes.resize(index + 1);
+        if (!nodes[index]) nodes[index] = value;
     }
+    if (cut) CO_MSG_WARNING("Stream has more than %u nodes, ignoring the rest.", limit);
     return nodes;
-}
-
-/// How many records to look for: a list of that many entries, its count among them, cannot hold more.
-unsigned limitOf(const rcAttrStream& stream, int count) {
-    const unsigned possible =
-        std::min(static_cast<unsigned>(count), rcAttrStream::ConstIterator(stream).getSize());
-    if (possible <= VantrelMulticastProtocol::MAX_LIST_NODES) return possible;
-    CO_MSG_WARNING("Stream has more than %u nodes, ignoring the rest.",
-                   VantrelMulticastProtocol::MAX_LIST_NODES);
-    return VantrelMulticastProtocol::MAX_LIST_NODES;
 }
 
 /// Whether a payload is as long as the datagram says.
@@ -127,7 +124,7 @@ void VantrelMulticastProtocol::decode(const std::string& text, std::vector<Vantr
         return;
     }
     if (count < 0) return;
-    const Nodes found = collectNodes(stream, limitOf(stream, count));
+    const Nodes found = collectNodes(stream, static_cast<unsigned>(count));
     for (std::size_t i = 0; i < found.size(); ++i) {
         if (!found[i]) {
             CO_MSG_ERROR("Stream is missing node %d of %d.", static_cast<int>(i), count);
