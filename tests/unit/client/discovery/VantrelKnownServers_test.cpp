@@ -61,11 +61,11 @@ TEST(VantrelKnownServers, FollowsAServerToItsNewAddressesAndName) {
     servers.add(Server{"", "", "d", "4", "", "c"}.info());
     EXPECT_EQ(servers.add(Server{"", "", "d", "2", "3", "d"}.info()), Change::Changed);
     EXPECT_EQ(names(servers.list()), "c d ");
-    EXPECT_STREQ(servers.find(VantrelServerId("d", "3", 7549))->info->getDisplayName(), "d");
-    EXPECT_EQ(servers.find(VantrelServerId("d", "1", 7549)), nullptr);
+    EXPECT_EQ(names(servers.find(VantrelServerId("d", "3", 7549))), "d ");
+    EXPECT_EQ(names(servers.find(VantrelServerId("d", "1", 7549))), "");
     EXPECT_EQ(servers.add(Server{"", "", "d", "1", "", "a"}.info()), Change::Added) << "the address is free";
     EXPECT_EQ(servers.add(Server{"", "", "d", "4", "", "c", 7600}.info()), Change::Changed);
-    EXPECT_EQ(servers.find(VantrelServerId("d", "4", 7549)), nullptr);
+    EXPECT_EQ(names(servers.find(VantrelServerId("d", "4", 7549))), "");
     EXPECT_EQ(servers.remove(VantrelServerId("d", "4", 7600)).size(), 1u);
     EXPECT_EQ(servers.add(Server{"", "", "d", "4", "", "c"}.info()), Change::Added) << "so is this one";
     EXPECT_EQ(names(servers.list()), "a c d ");
@@ -94,13 +94,29 @@ TEST(VantrelKnownServers, TakesOutWhatAServerIdDenotes) {
         for (const Server& each : known) servers.add(each.info());
         VantrelServerId id(database, address, port);
         id.setStorageId(storageId);
-        const VantrelKnownServer* const found = servers.find(id);
-        EXPECT_EQ(found ? names({*found}) : "", expected.substr(0, 2));
+        EXPECT_EQ(names(servers.find(id)), expected);
         const VantrelKnownServers::Servers removed = servers.remove(id);
         EXPECT_EQ(names(removed), expected) << storageId << database << address << port;
         EXPECT_EQ(servers.size(), known.size() - removed.size());
-        EXPECT_EQ(servers.find(id), nullptr);
+        EXPECT_EQ(names(servers.find(id)), "");
     }
+}
+
+TEST(VantrelKnownServers, OfOneNameAndDatabaseTheLatestInItsPlaceComesLast) {
+    VantrelKnownServers servers(10);
+    const auto ids = [&servers] {
+        std::string all;
+        for (const VantrelKnownServer& each : servers.find(VantrelServerId(7549, "1")))
+            all += std::string(each.info->getStorageId()) + ' ';
+        return all;
+    };
+    for (const char* id : {"c", "b", "a"}) servers.add(Server{id, "", "d", "1", "", "name"}.info());
+    servers.add(Server{"z", "", "d", "1", "", "early"}.info());
+    EXPECT_EQ(ids(), "z c b a ");
+    servers.add(Server{"b", "", "d", "1", "2", "name"}.info());
+    EXPECT_EQ(ids(), "z c b a ");
+    for (const char* name : {"other", "name"}) servers.add(Server{"c", "", "d", "1", "", name}.info());
+    EXPECT_EQ(ids(), "z b a c ");
 }
 
 TEST(VantrelKnownServers, ForgetsTheSilentOnes) {
@@ -113,7 +129,7 @@ TEST(VantrelKnownServers, ForgetsTheSilentOnes) {
     EXPECT_FALSE(servers.stamp(Server{"d"}.info()));
     EXPECT_EQ(names(servers.removeOlder(threshold)), "c ");
     EXPECT_EQ(names(servers.list()), "a b ");
-    EXPECT_GE(servers.find(storage("a"))->record().getLastUpdate(), threshold);
+    EXPECT_GE(servers.find(storage("a"))[0].record().getLastUpdate(), threshold);
 }
 
 TEST(VantrelKnownServers, RefusesWhatItHasNoRoomFor) {
@@ -138,8 +154,8 @@ TEST(VantrelKnownServers, IsReplacedAndCopiedAsAWhole) {
     EXPECT_EQ(names(servers.list("")), "a c ");
     EXPECT_EQ(names(servers.list("d")), "c ");
     EXPECT_EQ(names(servers.list("D")), "");
-    EXPECT_EQ(servers.find(storage("s"))->lastUpdate, 0);
-    EXPECT_EQ(servers.find(storage("old")), nullptr);
+    EXPECT_EQ(servers.find(storage("s"))[0].lastUpdate, 0);
+    EXPECT_EQ(names(servers.find(storage("old"))), "");
 }
 
 }  // namespace

@@ -28,9 +28,9 @@ class MulticastClient : public DiscoveryTest {
         client->start();
     }
     VantrelDaemonInfo known(const char* storageId) const {
-        VantrelDaemonInfo found;
-        EXPECT_TRUE(client->known(storage(storageId), found)) << storageId;
-        return found;
+        const VantrelKnownServers::Servers found = client->known(storage(storageId));
+        EXPECT_EQ(found.size(), 1u) << storageId;
+        return found.empty() ? VantrelDaemonInfo() : found[0].record();
     }
     /// The storage ids of the list, each followed by a blank.
     std::string listed(const char* selector = nullptr, const char* gateway = nullptr) const {
@@ -177,6 +177,25 @@ TEST_F(MulticastClient, TakesAnyAddressOfThisHostForItsDaemon) {
     }
 }
 
+TEST_F(MulticastClient, GivesEveryRecordOfAnAddressInTheOrderOfTheList) {
+    const Vantrel::CapturedLog log;
+    start();
+    for (const char* name : {"c", "a", "b"})
+        client->add(DaemonRecord{name, LOCAL_UUID, "", "127.0.0.1 10.0.0.1", "", name}.info());
+    std::vector<VantrelDaemonInfo> infos;
+    // This host's address stands for all of its addresses.
+    for (const char* id : {"10.0.0.1:7549", "127.0.0.1:7549"}) {
+        ASSERT_TRUE(client->resolveAll(VantrelServerId(id), infos));
+        std::string found;
+        for (const VantrelDaemonInfo& each : infos) found += each.getDisplayName();
+        EXPECT_EQ(found, "abc");
+    }
+    ASSERT_TRUE(client->resolve(VantrelServerId("10.0.0.1:7549"), info));
+    EXPECT_STREQ(info.getDisplayName(), "a");
+    for (const char* name : {"a", "b", "c"})
+        EXPECT_THAT(log.texts(), Contains("Candidate on : '" + std::string(name) + "'.").Times(3));
+}
+
 std::atomic<int> lookups{0};
 
 int resolveToTen(const char*, const char* service, const addrinfo* hints, addrinfo** result) {
@@ -203,8 +222,9 @@ TEST_F(MulticastClient, WaitsEndWhenTheyAreNoLongerWanted) {
     network.answerOn();
     const auto shared = Client::getInstance();
     std::atomic<bool> cancelled{false};
+    std::vector<VantrelDaemonInfo> infos;
     std::thread first(
-        [&] { EXPECT_FALSE(shared->resolve(storage("a"), info, [&] { return cancelled.load(); })); });
+        [&] { EXPECT_FALSE(shared->resolveAll(storage("a"), infos, [&] { return cancelled.load(); })); });
     network.searches.wait(1);
     EXPECT_LT(took([&] {
                   cancelled = true;
@@ -296,8 +316,7 @@ TEST_F(MulticastClient, AForkedChildStartsAfresh) {
                   bool good = Client::_getInstance(false) == nullptr;
                   Vantrel::CoThreadMgr::getInstance().stopAll();
                   const auto own = Client::getInstance();
-                  VantrelDaemonInfo found;
-                  good = good && own->haveAtLeastOneMulticastInterface() && !own->known(storage("s"), found);
+                  good = good && own->haveAtLeastOneMulticastInterface() && own->known(storage("s")).empty();
                   Client::stop();
                   return good ? 0 : 1;
               }),

@@ -80,27 +80,57 @@ TEST_F(Resolver, ASignOfLifeEndsWhatDenotesTheServer) {
         {VantrelServerId(7000, "127.0.0.1"), true},
     };
     const VantrelDaemonInfo info = record("10.1.2.3", LOCAL_UUID);
-    const std::function<void()> signs[] = {
-        [&] { Client::notifyObservers(Client::Event::Added, info); },
-        [&] { Client::notifyObservers(Client::Event::Changed, info); },
-        [&] { Client::notifyHeard(info); },
-        [&] { VantrelResolver::flagAccessible(info); },
+    // Each with whether it says that the addresses may have come to life.
+    const std::pair<std::function<void()>, bool> signs[] = {
+        {[&] { Client::notifyObservers(Client::Event::Added, info); }, true},
+        {[&] { Client::notifyObservers(Client::Event::Changed, info); }, true},
+        {[&] { Client::notifyHeard(info); }, false},
+        {[&] { VantrelResolver::flagAccessible(info); }, true},
     };
-    for (const auto& sign : signs) {
+    for (const auto& [sign, isNews] : signs) {
         VantrelResolver::flagInaccessibleIP("10.1.2.3");
         VantrelResolver::flagInaccessibleIP("10.9.9.9");
         for (const auto& each : cases) VantrelResolver::flagUnreachableServer(each.first);
         Client::notifyObservers(Client::Event::Removed, info);
         EXPECT_EQ(addresses(info), "");
         sign();
-        EXPECT_EQ(addresses("10.1.2.3 10.9.9.9"), "10.1.2.3 ");
+        EXPECT_EQ(addresses("10.1.2.3 10.9.9.9"), isNews ? "10.1.2.3 " : "");
         for (const auto& [id, denotes] : cases)
             EXPECT_NE(VantrelResolver::isUnreachableServer(id), denotes) << id.getId() << id.getStorageId();
     }
-    VantrelResolver::flagReachable(cases[3].first, "10.9.9.9");
+    VantrelResolver::flagReachable(cases[3].first, record("10.9.9.9"), "10.9.9.9");
     EXPECT_EQ(addresses("10.9.9.9"), "10.9.9.9 ");
     EXPECT_FALSE(VantrelResolver::isUnreachableServer(cases[3].first));
     EXPECT_TRUE(VantrelResolver::isUnreachableServer(cases[4].first));
+}
+
+TEST_F(Resolver, ADeadFramePortBlocksNothingElseAndEndsWithASuccessOfEitherKind) {
+    const VantrelDaemonInfo info = record("10.1.2.3");
+    VantrelDaemonInfo otherPort = info;
+    otherPort.setFramePort(7700);
+    constexpr int DATA = VantrelResolver::Data;
+    const auto fail = [](const std::string&) { return false; };
+    const std::function<void()> successes[] = {
+        [&] { VantrelResolver::flagReachable(storage("s"), info, "10.1.2.3"); },
+        [&] {
+            VantrelResolver beside(info);
+            VantrelResolver::flagReachable(storage("s"), info, "10.1.2.3");
+            EXPECT_TRUE(beside.tryEach(DATA, [&](const std::string&) {
+                EXPECT_FALSE(VantrelResolver(info).tryEach(DATA, fail));
+                return true;
+            }));
+        },
+    };
+    for (const auto& success : successes) {
+        EXPECT_FALSE(VantrelResolver(info).tryEach(DATA, fail));
+        EXPECT_EQ(addresses(info, DATA), "");
+        EXPECT_EQ(addresses(otherPort, DATA), "10.1.2.3 10.7.7.7 ");
+        EXPECT_EQ(addresses(info), "10.1.2.3 ") << "for metadata";
+        success();
+        EXPECT_EQ(addresses(info, DATA), "10.1.2.3 ");
+    }
+    VantrelResolver::flagInaccessibleIP("10.1.2.3");
+    EXPECT_EQ(addresses(otherPort, DATA), "10.7.7.7 ") << "the host was not reached at all";
 }
 
 TEST_F(Resolver, TheMemoryIsBounded) {

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <set>
 #include <utility>
 #include <vector>
 
@@ -194,14 +195,14 @@ bool VantrelServerFinder::findAllowedAddress(unsigned timeoutMs, std::string& ad
     return false;
 }
 
-// What discovery knows of the server at the address that was reached, if that is the server asked for. An
-// older record, of a server that is gone, is not believed against the one that answers now.
+// What discovery knows of the server at the address that was reached, if that is the server asked for. Of
+// several records that claim the address and port none is believed: one may be of a server that is gone.
 VantrelServerFinder::Info VantrelServerFinder::announcedInfo() const {
     const auto discovery = VantrelMulticastClient::_getInstance(false);
     if (!discovery || !isNumericAddress(reachedAddress_)) return nullptr;
-    auto info = std::make_shared<VantrelDaemonInfo>();
-    const VantrelServerId here(serverId_.getPort(), reachedAddress_.c_str());
-    if (!discovery->known(here, *info) || !mismatch(*info).empty()) return nullptr;
+    const auto claiming = discovery->known(VantrelServerId(serverId_.getPort(), reachedAddress_.c_str()));
+    if (claiming.size() != 1 || !mismatch(*claiming.front().info).empty()) return nullptr;
+    auto info = std::make_shared<VantrelDaemonInfo>(claiming.front().record());
     complete(*info);
     return info;
 }
@@ -268,28 +269,40 @@ bool VantrelServerFinder::tryResolvedAddresses(const Terms& terms) {
     // A connection to a list's gateway may be at work yet while the library is shut down.
     const auto discovery = VantrelMulticastClient::_getInstance(VantrelInitCounter::handlesMayWork());
     if (!discovery) throw Vantrel::CoException(VantrelInitCounter::NOT_INITIALIZED);
-    VantrelDaemonInfo info;
-    const bool found = discovery->resolve(serverId_, info, [this] { return control_.isRequested(); });
+    std::vector<VantrelDaemonInfo> found;
+    const bool known = discovery->resolveAll(serverId_, found, [this] { return control_.isRequested(); });
     throwIfStopped();
-    if (!found) {
+    if (!known) {
         if (error_.empty()) error_ = "No server is known by this id";
         return false;
     }
-    if (info.getNodePort() < 1 || info.getNodePort() > Vantrel::HIGHEST_PORT) {
-        error_ = coFormat("It announces %d as its node port", info.getNodePort());
-        return false;
+    for (const auto& [info, address] : attemptsFor(found)) {
+        if (tryResolvedAddress(*info, address, terms)) return true;
     }
-    VantrelResolver resolver(info);
-    const auto attempt = [&](const std::string& address) {
-        return tryResolvedAddress(info, address, terms.connectTimeoutMs);
-    };
-    const bool connected = resolver.tryEach(VantrelResolver::Metadata, attempt, terms.flagsFailure);
-    if (!connected && error_.empty()) error_ = "None of its addresses can be used";
-    return connected;
+    if (error_.empty()) error_ = "None of its addresses can be used";
+    return false;
+}
+
+// Settled before the first attempt, since records may share an address: where one is not reached, another may
+// be.
+VantrelServerFinder::Attempts VantrelServerFinder::attemptsFor(const std::vector<VantrelDaemonInfo>& found) {
+    Attempts attempts;
+    std::set<std::pair<std::string, int>> seen;
+    for (const VantrelDaemonInfo& info : found) {
+        const int port = info.getNodePort();
+        if (port < 1 || port > Vantrel::HIGHEST_PORT) {
+            error_ = coFormat("It announces %d as its node port", port);
+            continue;
+        }
+        for (const std::string& address : VantrelResolver(info).usable(VantrelResolver::Metadata)) {
+            if (seen.emplace(address, port).second) attempts.emplace_back(&info, address);
+        }
+    }
+    return attempts;
 }
 
 bool VantrelServerFinder::tryResolvedAddress(const VantrelDaemonInfo& info, const std::string& address,
-                                             unsigned connectTimeoutMs) {
+                                             const Terms& terms) {
     const std::string hostText = coPrintable(info.getHostName());
     const std::string storageText = coPrintable(info.getStorageId());
     const char* host = hostText.c_str();
@@ -299,25 +312,43 @@ bool VantrelServerFinder::tryResolvedAddress(const VantrelDaemonInfo& info, cons
     vantrelSimulateLatency(VantrelSettings::connectExtraLatencyMs);
     throwIfStopped();
     const rcOutcome outcome =
-        endpoint_.connect(address.c_str(), info.getNodePort(), connectTimeoutMs, error_);
+        endpoint_.connect(address.c_str(), info.getNodePort(), terms.connectTimeoutMs, error_);
     if (outcome != rcOutcome::Answered) {
         CO_MSG_WARNING("Could not connect to server '%s' / '%s' using '%s:%u': %s.", host, storageId,
                        address.c_str(), port, error_.c_str());
         throwIfFinal(outcome);
+        if (terms.flagsFailure) VantrelResolver::flagInaccessibleIP(address.c_str());
         return false;
     }
     CO_MSG_NOTICE("Connected to server '%s' / '%s' using '%s:%u'.", host, storageId, address.c_str(), port);
     reachedAddress_ = address;
-    askedServer_ = false;
     auto completed = std::make_shared<VantrelDaemonInfo>(info);
     complete(*completed);
-    reached(std::move(completed));
+    Info reachedInfo = std::move(completed);
+    if (!settleWhoAnswers(reachedInfo)) return false;
+    reached(std::move(reachedInfo));
     return true;
+}
+
+// Where other servers claim the address and port that was reached as well, the server itself is asked who it
+// is. False when it is not the one asked for.
+bool VantrelServerFinder::settleWhoAnswers(Info& info) {
+    const auto discovery = VantrelMulticastClient::_getInstance(false);
+    const VantrelServerId here(info->getNodePort(), reachedAddress_.c_str());
+    askedServer_ = discovery && discovery->known(here).size() > 1;
+    if (!askedServer_) return true;
+    if (!askServer(info)) return false;
+    const std::string difference = mismatch(*info);
+    if (difference.empty()) return true;
+    CO_MSG_WARNING("%s", difference.c_str());
+    error_ = difference;
+    endpoint_.disconnect();
+    return false;
 }
 
 void VantrelServerFinder::reached(Info info) {
     daemonInfo_ = std::move(info);
-    VantrelResolver::flagReachable(serverId_, reachedAddress_.c_str());
+    VantrelResolver::flagReachable(serverId_, *daemonInfo_, reachedAddress_.c_str());
     if (const auto discovery = VantrelMulticastClient::_getInstance(false)) {
         discovery->connectedTo(*daemonInfo_);
     }

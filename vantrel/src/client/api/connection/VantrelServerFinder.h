@@ -4,6 +4,8 @@
 
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "VantrelDaemonInfo.h"
 #include "VantrelStopControl.h"
@@ -43,6 +45,8 @@ class VantrelServerFinder {
 
   private:
     using Info = std::shared_ptr<const VantrelDaemonInfo>;
+    /// Records, and the address to try for each.
+    using Attempts = std::vector<std::pair<const VantrelDaemonInfo*, std::string>>;
 
     void search(const Terms& terms);
     void reportAddress();
@@ -53,8 +57,10 @@ class VantrelServerFinder {
     [[nodiscard]] bool tryGivenAddress(unsigned connectTimeoutMs);
     [[nodiscard]] bool findAllowedAddress(unsigned timeoutMs, std::string& address);
     [[nodiscard]] bool tryResolvedAddresses(const Terms& terms);
+    [[nodiscard]] Attempts attemptsFor(const std::vector<VantrelDaemonInfo>& found);
     [[nodiscard]] bool tryResolvedAddress(const VantrelDaemonInfo& info, const std::string& address,
-                                          unsigned connectTimeoutMs);
+                                          const Terms& terms);
+    [[nodiscard]] bool settleWhoAnswers(Info& info);
 
     Info announcedInfo() const;
     [[nodiscard]] bool askServer(Info& info);

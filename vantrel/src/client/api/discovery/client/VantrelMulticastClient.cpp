@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <set>
 #include <utility>
 
 #include "CoDeferral.h"
@@ -76,14 +77,17 @@ std::string joined(const VantrelIPList& ips) {
     return coPrintable(text);
 }
 
+void logCandidate(const VantrelDaemonInfo& info) {
+    CO_MSG_DEBUG("Candidate on %s: '%s'.", coPrintable(info.getHostName()).c_str(),
+                 coPrintable(info.getStorageId()).c_str());
+}
+
 void logResolved(const VantrelServerId& id, const VantrelDaemonInfo& info) {
-    const std::string storageId = coPrintable(info.getStorageId());
-    CO_MSG_DEBUG("Candidate on %s: '%s'.", coPrintable(info.getHostName()).c_str(), storageId.c_str());
     CO_MSG_DEBUG(
         "Resolved VantrelServerId( '%s' [%s:%d/%s] ):\n Display Name: %s\n Storage Id  : %s\n"
         " Ports       : %u / %u\n Metadata IPs: %s\n Data IPs    : %s",
         id.getId(), id.getIPAddr(), id.getPort(), id.getDB(), coPrintable(info.getDisplayName()).c_str(),
-        storageId.c_str(), static_cast<unsigned>(info.getNodePort()),
+        coPrintable(info.getStorageId()).c_str(), static_cast<unsigned>(info.getNodePort()),
         static_cast<unsigned>(info.getFramePort()), joined(info.metadataIPs()).c_str(),
         joined(info.dataIPs()).c_str());
 }
@@ -326,17 +330,31 @@ void VantrelMulticastClient::fetchListFromServer(const VantrelServerId& serverId
     }
 }
 
-std::optional<VantrelKnownServer> VantrelMulticastClient::findKnown(
+VantrelKnownServers::Servers VantrelMulticastClient::findKnown(
     const std::vector<VantrelCandidateId>& candidates) const {
-    for (const VantrelCandidateId& each : candidates) {
-        auto found = registry_.find(each.id);
-        if (found && each.admits(*found->info)) return found;
+    VantrelKnownServers::Servers all;
+    std::set<const VantrelDaemonInfo*> seen;
+    for (const VantrelCandidateId& candidate : candidates) {
+        for (VantrelKnownServer& each : registry_.find(candidate.id)) {
+            const bool isNew = seen.insert(each.info.get()).second;
+            if (isNew && candidate.admits(*each.info)) all.push_back(std::move(each));
+        }
     }
-    return {};
+    std::stable_sort(all.begin(), all.end(),
+                     [](const auto& left, const auto& right) { return *left.info < *right.info; });
+    return all;
 }
 
-bool VantrelMulticastClient::resolve(const VantrelServerId& serverId, VantrelDaemonInfo& info,
-                                     const std::function<bool()>& cancelled) {
+bool VantrelMulticastClient::resolve(const VantrelServerId& serverId, VantrelDaemonInfo& info) {
+    std::vector<VantrelDaemonInfo> all;
+    if (!resolveAll(serverId, all)) return false;
+    info = std::move(all.front());
+    return true;
+}
+
+bool VantrelMulticastClient::resolveAll(const VantrelServerId& serverId,
+                                        std::vector<VantrelDaemonInfo>& infos,
+                                        const std::function<bool()>& cancelled) {
     VantrelServerId id;
     id = serverId;  // its text is built here, while others may read the caller's
     CO_MSG_DEBUG("Resolving VantrelServerId( '%s' [%s:%d/%s] ).", id.getId(), id.getIPAddr(), id.getPort(),
@@ -345,32 +363,30 @@ bool VantrelMulticastClient::resolve(const VantrelServerId& serverId, VantrelDae
     const Microseconds latest = latestAnswer();
     const auto candidates =
         vantrelCandidateIds(id, LOOKUP_TIMEOUT_MS, [&] { return stopping_ || isCancelled(); });
-    std::optional<VantrelKnownServer> found = findKnown(candidates);
-    if (!found && !candidates.empty()) {
+    VantrelKnownServers::Servers found = findKnown(candidates);
+    if (found.empty() && !candidates.empty()) {
         CoNetworkDispatcher::checkForChanges();
         if (haveAtLeastOneMulticastInterface()) {
             const auto send = [&] { sendSearch(id.getStorageId()); };
-            const auto look = [&] { return (found = findKnown(candidates)) || isCancelled(); };
+            const auto look = [&] { return !(found = findKnown(candidates)).empty() || isCancelled(); };
             searches_.wait(id.getStorageId(), latest, send, look);
         }
     }
-    if (!found) {
+    if (found.empty()) {
         CO_MSG_DEBUG("Unable to resolve VantrelServerId( '%s' [%s:%d/%s] ).", id.getId(), id.getIPAddr(),
                      id.getPort(), id.getDB());
         return false;
     }
-    info = found->record();
-    logResolved(id, info);
+    infos.clear();
+    for (const VantrelKnownServer& each : found) {
+        infos.push_back(each.record());
+        logCandidate(infos.back());
+    }
+    logResolved(id, infos.front());
     return true;
 }
 
 // --- The known servers ---
-
-bool VantrelMulticastClient::known(const VantrelServerId& serverId, VantrelDaemonInfo& info) const {
-    const auto found = registry_.find(serverId);
-    if (found) info = found->record();
-    return found.has_value();
-}
 
 void VantrelMulticastClient::setServers(const std::vector<VantrelDaemonInfo>& servers) {
     registry_.assign(servers);

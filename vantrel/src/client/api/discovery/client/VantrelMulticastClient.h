@@ -3,7 +3,6 @@
 #include <atomic>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -68,12 +67,19 @@ class VantrelMulticastClient : public std::enable_shared_from_this<VantrelMultic
     void getServers(VantrelKnownServers::Servers& servers, const char* selector, const char* gatewayIP,
                     int gatewayPort);
     /// The record of a server, searched for when it is not known; returns as soon as it is found. False when
-    /// no server answers in time, at once when there is no multicast interface. `cancelled`, asked whenever
-    /// the wait wakes up (see recheckWaits), ends it with false.
-    bool resolve(const VantrelServerId& serverId, VantrelDaemonInfo& info,
-                 const std::function<bool()>& cancelled = {});
-    /// The record of a server if it is known; sends nothing and looks no host name up.
-    bool known(const VantrelServerId& serverId, VantrelDaemonInfo& info) const;
+    /// no server answers in time, at once when there is no multicast interface. Of several records the first
+    /// in the order of the list.
+    bool resolve(const VantrelServerId& serverId, VantrelDaemonInfo& info);
+    /// The same, giving all records that the id denotes, in the order of the list; none: false. Several
+    /// servers may share an address, and of one that was installed again there is an old record for a while.
+    /// `cancelled`, asked whenever the wait wakes up (see recheckWaits), ends it with false.
+    bool resolveAll(const VantrelServerId& serverId, std::vector<VantrelDaemonInfo>& infos,
+                    const std::function<bool()>& cancelled = {});
+    /// What is known of the servers that an id denotes, in the order of the list; sends nothing and looks no
+    /// host name up.
+    VantrelKnownServers::Servers known(const VantrelServerId& serverId) const {
+        return registry_.find(serverId);
+    }
     /// Sends a search for one storage, or for all when null, and does not wait. False, logged, when nothing
     /// was sent.
     bool find(const char* storageId);
@@ -158,7 +164,7 @@ class VantrelMulticastClient : public std::enable_shared_from_this<VantrelMultic
 
     bool sendSearch(const std::string& storageId);
     void searchForAll();
-    std::optional<VantrelKnownServer> findKnown(const std::vector<VantrelCandidateId>& candidates) const;
+    VantrelKnownServers::Servers findKnown(const std::vector<VantrelCandidateId>& candidates) const;
     void reportMissingLocalDaemon(Microseconds searchedAt) const;
 
     const unsigned generation_;  ///< of the process that this object belongs to

@@ -23,6 +23,10 @@ VantrelUnresolvableCache& unresolvable() {
     return VantrelUnresolvableCache::get();
 }
 
+int framePortOf(const VantrelDaemonInfo& info) {
+    return info.getFramePort() != 0 ? info.getFramePort() : int{VantrelDaemonInfo::DEFAULT_FRAME_PORT};
+}
+
 }  // namespace
 
 VantrelResolver::VantrelResolver(const VantrelDaemonInfo& info) : info_(info) {}
@@ -52,21 +56,33 @@ const std::vector<std::string>& VantrelResolver::allowed(Type type) {
     return list.ips;
 }
 
-std::string VantrelResolver::getIP(int type, unsigned index) {
-    if (!CO_ASSERT_NAMED(type == Metadata || type == Data, "Unhandled IP type")) return {};
-    for (const std::string& ip : allowed(static_cast<Type>(type))) {
-        if (!unresolvable().holds(ip) && index-- == 0) return ip;
-    }
-    return {};
+bool VantrelResolver::isDead(Type type, const std::string& ip) const {
+    return unresolvable().holds(ip) || (type == Data && unresolvable().holds(ip, framePortOf(info_)));
 }
 
-bool VantrelResolver::tryEach(int type, const std::function<bool(const std::string& address)>& attempt,
-                              bool flags) {
-    if (!CO_ASSERT_NAMED(type == Metadata || type == Data, "Unhandled IP type")) return false;
+std::vector<std::string> VantrelResolver::usable(int type) {
+    std::vector<std::string> ips;
+    if (!CO_ASSERT_NAMED(type == Metadata || type == Data, "Unhandled IP type")) return ips;
     for (const std::string& ip : allowed(static_cast<Type>(type))) {
-        if (unresolvable().holds(ip)) continue;
-        if (attempt(ip)) return true;
-        if (flags) flagInaccessibleIP(ip.c_str());
+        if (!isDead(static_cast<Type>(type), ip)) ips.push_back(ip);
+    }
+    return ips;
+}
+
+std::string VantrelResolver::getIP(int type, unsigned index) {
+    const std::vector<std::string> ips = usable(type);
+    return index < ips.size() ? ips[index] : std::string();
+}
+
+bool VantrelResolver::tryEach(int type, const std::function<bool(const std::string& address)>& attempt) {
+    const int port = type == Data ? framePortOf(info_) : VantrelUnresolvableCache::ANY_PORT;
+    for (const std::string& ip : usable(type)) {
+        if (attempt(ip)) {
+            unresolvable().remove(ip);
+            unresolvable().remove(ip, port);
+            return true;
+        }
+        unresolvable().add(ip, port);
     }
     return false;
 }
@@ -85,9 +101,12 @@ void VantrelResolver::flagUnreachableServer(const VantrelServerId& serverId) {
     unresolvable().add(serverId);
 }
 
-void VantrelResolver::flagReachable(const VantrelServerId& serverId, const char* ip) {
+void VantrelResolver::flagReachable(const VantrelServerId& serverId, const VantrelDaemonInfo& info,
+                                    const char* ip) {
     unresolvable().remove(serverId);
-    if (ip) unresolvable().remove(std::string(ip));
+    if (!ip) return;
+    unresolvable().remove(std::string(ip));
+    unresolvable().remove(std::string(ip), framePortOf(info));
 }
 
 void VantrelResolver::flagAccessible(const VantrelDaemonInfo& info) {

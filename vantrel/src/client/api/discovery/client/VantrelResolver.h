@@ -22,21 +22,25 @@ class VantrelResolver {
     /// index again.
     std::string getIP(int type, unsigned index);
 
-    /// Tries the usable addresses in turn until `attempt(address)` is true, and flags each for which it is
-    /// false, unless `flags` is. Every address is tried once at most. False when none worked; what `attempt`
-    /// throws ends it.
-    bool tryEach(int type, const std::function<bool(const std::string& address)>& attempt, bool flags = true);
+    /// All usable addresses, in the same order.
+    std::vector<std::string> usable(int type);
 
-    /// The address is not offered for VANTREL_UNRESOLVABLE_CACHE_TIMEOUT_SEC, unless its server is heard
-    /// of again or a local interface changes.
+    /// Tries the usable addresses in turn until `attempt(address)` is true, and flags each for which it is
+    /// false: a data address with the frame port only, since a host that refuses one port may serve others.
+    /// Every address is tried once at most. False when none worked; what `attempt` throws ends it.
+    bool tryEach(int type, const std::function<bool(const std::string& address)>& attempt);
+
+    /// The address is not offered for VANTREL_UNRESOLVABLE_CACHE_TIMEOUT_SEC, unless it is reached some other
+    /// way, there is news of its server or a local interface changes.
     static void flagInaccessibleIP(const char* ip);
 
-    /// The same for a whole server. Asking flags nothing.
+    /// The same for a whole server, which need only be heard of again. Asking flags nothing.
     static bool isUnreachableServer(const VantrelServerId& serverId);
     static void flagUnreachableServer(const VantrelServerId& serverId);
 
-    /// Signs of life end what was flagged: a server was reached at an address; a record is news.
-    static void flagReachable(const VantrelServerId& serverId, const char* ip);
+    /// Signs of life end what was flagged: a server was reached at an address, where its frame port is then
+    /// tried again as well; a record is news.
+    static void flagReachable(const VantrelServerId& serverId, const VantrelDaemonInfo& info, const char* ip);
     static void flagAccessible(const VantrelDaemonInfo& info);
 
   private:
@@ -47,6 +51,7 @@ class VantrelResolver {
     };
 
     const std::vector<std::string>& allowed(Type type);
+    bool isDead(Type type, const std::string& ip) const;
 
     const VantrelDaemonInfo info_;
     Allowed metadata_;

@@ -95,10 +95,9 @@ void VantrelServerRegistry::assign(const std::vector<VantrelDaemonInfo>& servers
     known_.assign(servers);
 }
 
-std::optional<VantrelKnownServer> VantrelServerRegistry::find(const VantrelServerId& serverId) const {
+VantrelServerRegistry::Servers VantrelServerRegistry::find(const VantrelServerId& serverId) const {
     const CoLock lock(mutex_);
-    const VantrelKnownServer* const found = known_.find(serverId);
-    return found ? std::optional<VantrelKnownServer>(*found) : std::nullopt;
+    return known_.find(serverId);
 }
 
 VantrelServerRegistry::Servers VantrelServerRegistry::list(const char* database) const {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <functional>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -32,7 +31,8 @@ class VantrelServerRegistry {
     /// Replaces everything, without a notification.
     void assign(const std::vector<VantrelDaemonInfo>& servers) CO_EXCLUDES(mutex_);
 
-    std::optional<VantrelKnownServer> find(const VantrelServerId& serverId) const CO_EXCLUDES(mutex_);
+    /// Those that an id denotes, in order.
+    Servers find(const VantrelServerId& serverId) const CO_EXCLUDES(mutex_);
     /// All, or those of a database, in order.
     Servers list(const char* database = nullptr) const CO_EXCLUDES(mutex_);
     /// Whether a daemon of this host was known, has not withdrawn, and was not heard of since `time`.

@@ -46,8 +46,9 @@ VantrelUnresolvableCache::VantrelUnresolvableCache()
 
 // --- Keys ---
 
-VantrelUnresolvableCache::Key VantrelUnresolvableCache::keyOf(const std::string& ip) {
+VantrelUnresolvableCache::Key VantrelUnresolvableCache::keyOf(const std::string& ip, int port) {
     Key key;
+    key.port = port;
     key.ip = CoIoTcpDescriptor::skipIPv4InIPv6Prefix(ip.c_str());
     return key;
 }
@@ -72,8 +73,8 @@ bool VantrelUnresolvableCache::denotes(const Key& key, const VantrelDaemonInfo& 
 
 // --- Asking and adding ---
 
-bool VantrelUnresolvableCache::holds(const std::string& ip) {
-    return holds(keyOf(ip));
+bool VantrelUnresolvableCache::holds(const std::string& ip, int port) {
+    return holds(keyOf(ip, port));
 }
 
 bool VantrelUnresolvableCache::holds(const VantrelServerId& serverId) {
@@ -86,8 +87,8 @@ bool VantrelUnresolvableCache::holds(const Key& key) {
     return static_cast<bool>(cache_.find(key));
 }
 
-void VantrelUnresolvableCache::add(const std::string& ip) {
-    if (!ip.empty()) add(keyOf(ip));
+void VantrelUnresolvableCache::add(const std::string& ip, int port) {
+    if (!ip.empty()) add(keyOf(ip, port));
 }
 
 void VantrelUnresolvableCache::add(const VantrelServerId& serverId) {
@@ -114,8 +115,8 @@ void VantrelUnresolvableCache::observe() {
 
 // --- Removing ---
 
-void VantrelUnresolvableCache::remove(const std::string& ip) {
-    cache_.remove(keyOf(ip));
+void VantrelUnresolvableCache::remove(const std::string& ip, int port) {
+    cache_.remove(keyOf(ip, port));
 }
 
 void VantrelUnresolvableCache::remove(const VantrelServerId& serverId) {
@@ -123,10 +124,14 @@ void VantrelUnresolvableCache::remove(const VantrelServerId& serverId) {
 }
 
 void VantrelUnresolvableCache::removeAllOf(const VantrelDaemonInfo& info) {
-    if (cache_.size() == 0) return;  // as a rule: this runs for every announcement
     cache_.removeIf([&info](const Key& key) {
         return key.ip.empty() ? denotes(key, info) : hasIP(info, key.ip.c_str());
     });
+}
+
+void VantrelUnresolvableCache::removeIdsOf(const VantrelDaemonInfo& info) {
+    if (cache_.size() == 0) return;  // as a rule: this runs for every announcement
+    cache_.removeIf([&info](const Key& key) { return key.ip.empty() && denotes(key, info); });
 }
 
 void VantrelUnresolvableCache::serverEvent(VantrelMulticastClient::Event event,

@@ -1,5 +1,6 @@
 #include "VantrelKnownServers.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "CoIoTcpDescriptor.h"
@@ -122,8 +123,8 @@ bool VantrelKnownServers::hasRoom() {
 }
 
 void VantrelKnownServers::insert(const VantrelDaemonInfo& info, Microseconds lastUpdate) {
-    index(records_.insert(
-        Record{{std::make_shared<const VantrelDaemonInfo>(info), lastUpdate}, {}, ++lastNumber_}));
+    const Record record{{std::make_shared<const VantrelDaemonInfo>(info), lastUpdate}, {}, ++lastNumber_};
+    index(records_.insert(record).first);
 }
 
 void VantrelKnownServers::replace(Position position, const VantrelDaemonInfo& info, Microseconds lastUpdate) {
@@ -138,7 +139,8 @@ void VantrelKnownServers::replace(Position position, const VantrelDaemonInfo& in
     if (moves) {
         Records::node_type node = records_.extract(position);
         node.value().server = std::move(changed);
-        position = records_.insert(std::move(node));
+        node.value().number = ++lastNumber_;
+        position = records_.insert(std::move(node)).position;
     } else {
         position->server = std::move(changed);
     }
@@ -160,7 +162,7 @@ VantrelKnownServer VantrelKnownServers::takeOut(Position position) {
 
 VantrelKnownServers::Servers VantrelKnownServers::remove(const VantrelServerId& serverId) {
     Servers removed;
-    for (const Position position : findAll(serverId, records_.size())) removed.push_back(takeOut(position));
+    for (const Position position : findAll(serverId)) removed.push_back(takeOut(position));
     return removed;
 }
 
@@ -190,9 +192,9 @@ void VantrelKnownServers::assign(const std::vector<VantrelDaemonInfo>& servers) 
 
 // --- Asking ---
 
-/// The records that a server id denotes, at most `limit`.
-std::vector<VantrelKnownServers::Position> VantrelKnownServers::findAll(const VantrelServerId& serverId,
-                                                                        std::size_t limit) const {
+/// The records that a server id denotes, in the order of the list.
+std::vector<VantrelKnownServers::Position> VantrelKnownServers::findAll(
+    const VantrelServerId& serverId) const {
     std::vector<Position> all;
     if (*serverId.getStorageId()) {
         const auto found = identities_.find(Identity{Kind::Storage, serverId.getStorageId(), {}});
@@ -204,17 +206,20 @@ std::vector<VantrelKnownServers::Position> VantrelKnownServers::findAll(const Va
     const std::string_view database = serverId.getDB();
     const int port = serverId.getPort();
     for (auto entry = addresses_.lower_bound({address, 0});
-         entry != addresses_.end() && entry->first.first == address && all.size() < limit; ++entry) {
+         entry != addresses_.end() && entry->first.first == address; ++entry) {
         const VantrelDaemonInfo& info = *entry->second->server.info;
         const bool isPort = port == 0 || port == info.getNodePort();
         if (isPort && (database.empty() || database == info.getDatabase())) all.push_back(entry->second);
     }
+    std::sort(all.begin(), all.end(),
+              [](Position left, Position right) { return RecordOrder()(*left, *right); });
     return all;
 }
 
-const VantrelKnownServer* VantrelKnownServers::find(const VantrelServerId& serverId) const {
-    const std::vector<Position> found = findAll(serverId, 1);
-    return found.empty() ? nullptr : &found.front()->server;
+VantrelKnownServers::Servers VantrelKnownServers::find(const VantrelServerId& serverId) const {
+    Servers found;
+    for (const Position position : findAll(serverId)) found.push_back(position->server);
+    return found;
 }
 
 VantrelKnownServers::Servers VantrelKnownServers::list(const char* database) const {

@@ -23,9 +23,9 @@ struct VantrelKnownServer {
     VantrelDaemonInfo record() const;
 };
 
-/// The servers that one party of discovery knows, sorted by display name, then database. A record is found by
-/// what identifies its server without walking the list, however the texts of unknown senders are chosen. No
-/// host name is ever looked up. Not thread-safe.
+/// The servers that one party of discovery knows, sorted by display name, then database, then age of the
+/// entry in the list. A record is found by what identifies its server without walking the list, however the
+/// texts of unknown senders are chosen. No host name is ever looked up. Not thread-safe.
 ///
 /// Two records are of the same server when they have the same storage id; without storage ids, when they have
 /// the same database and the same host UUID; without those either, when they have the same database and share
@@ -59,10 +59,9 @@ class VantrelKnownServers {
     /// one is kept.
     void assign(const std::vector<VantrelDaemonInfo>& servers);
 
-    /// A server, null when it is not known; valid until the next change. An id with a storage id means that
-    /// storage. Without one it means an address, compared as text, and the port and the database where the id
-    /// has them; of several such servers it gives any one.
-    const VantrelKnownServer* find(const VantrelServerId& serverId) const;
+    /// The servers that an id denotes, in order. An id with a storage id means that storage. Without one it
+    /// means an address, compared as text, and the port and the database where the id has them.
+    Servers find(const VantrelServerId& serverId) const;
     /// All of them, in order; with a `database` that is neither null nor empty only those of exactly that.
     Servers list(const char* database = nullptr) const;
     std::size_t size() const { return records_.size(); }
@@ -71,14 +70,15 @@ class VantrelKnownServers {
     struct Record {
         mutable VantrelKnownServer server;  ///< changed in place; a new name or database is a new place
         mutable std::shared_ptr<const VantrelDaemonInfo> indexed;  ///< whose texts the keys are views of
-        std::uint64_t number;                                      ///< of those that ever came
+        std::uint64_t number;                                      ///< of those that ever took a place
     };
     struct RecordOrder {
         bool operator()(const Record& left, const Record& right) const {
-            return *left.server.info < *right.server.info;
+            if (*left.server.info < *right.server.info) return true;
+            return left.number < right.number && !(*right.server.info < *left.server.info);
         }
     };
-    using Records = std::multiset<Record, RecordOrder>;
+    using Records = std::set<Record, RecordOrder>;
     using Position = Records::const_iterator;
 
     /// Kind, text and database (empty for a storage) of what a record identifies its server by. The texts are
@@ -92,7 +92,7 @@ class VantrelKnownServers {
     static bool anyIdentity(const VantrelDaemonInfo& info, Visit visit);
     static bool identifiesServer(const VantrelDaemonInfo& info);
     Position findSame(const VantrelDaemonInfo& info) const;
-    std::vector<Position> findAll(const VantrelServerId& serverId, std::size_t limit) const;
+    std::vector<Position> findAll(const VantrelServerId& serverId) const;
     bool hasRoom();
     void insert(const VantrelDaemonInfo& info, Microseconds lastUpdate);
     void replace(Position position, const VantrelDaemonInfo& info, Microseconds lastUpdate);

@@ -1,0 +1,83 @@
+#include "VantrelServerFinder.h"
+
+#include "DiscoveryFixture.h"
+#include "ScriptedPeer.h"
+#include "VantrelClientConnection.h"
+#include "VantrelResolver.h"
+
+namespace {
+
+using Vantrel::DaemonRecord;
+using Vantrel::rcOutcome;
+using Vantrel::ScriptedPeer;
+
+/// One server answers, whatever discovery believes to know.
+class ServerFinder : public DiscoveryTest {
+  protected:
+    ServerFinder() {
+        ::setenv("VANTREL_CONNECTION_RETRY_TIMEOUT_MS", "0", 1);
+        const VantrelDaemonInfo own =
+            DaemonRecord{"new", "", "d", "127.0.0.1", "", "itself", peer.port()}.info();
+        peer.answer("GetDaemonInfo", ScriptedPeer::ok(own.toAttrStream().text()));
+    }
+
+    /// The display name of the server that an id leads to, or why it leads to none.
+    static std::string found(const VantrelServerId& id) {
+        VantrelClientConnection connection(id);
+        std::shared_ptr<const VantrelDaemonInfo> info;
+        std::string error;
+        return connection.getDaemonInfo(false, info, error) == rcOutcome::Answered ? info->getDisplayName()
+                                                                                   : error;
+    }
+
+    ScriptedPeer peer;
+    const std::shared_ptr<VantrelMulticastClient> discovery = VantrelMulticastClient::getInstance();
+};
+
+TEST_F(ServerFinder, TriesEveryRecordOfAnAddress) {
+    ScriptedPeer gone;
+    gone.refuse();
+    discovery->setServers({DaemonRecord{"a", "", "d", "127.0.0.1", "", "a", gone.port()}.info(),
+                           DaemonRecord{"b", "", "d", "127.0.0.1", "", "b", 70000}.info(),
+                           DaemonRecord{"c", "", "d", "127.0.0.1", "", "c", peer.port()}.info()});
+    EXPECT_EQ(found(VantrelServerId("127.0.0.1:d")), "c");
+}
+
+TEST_F(ServerFinder, AsksTheServerItselfWhereSeveralClaimItsAddress) {
+    const VantrelDaemonInfo old = DaemonRecord{"old", "", "d", "127.0.0.1", "", "old", peer.port()}.info();
+    const VantrelDaemonInfo now = DaemonRecord{"new", "", "d", "127.0.0.1", "", "now", peer.port()}.info();
+    const std::string mismatch =
+        "Mismatching server information [:0] [ vs d] [old vs new]: Another storage answers at this address.";
+    const struct {
+        std::vector<VantrelDaemonInfo> known;
+        VantrelServerId id;
+        std::string found;
+        std::size_t asked;
+    } cases[] = {
+        {{now}, VantrelServerId(peer.port(), "127.0.0.1"), "now", 0},
+        {{now}, storage("new"), "now", 0},
+        {{old, now}, VantrelServerId(peer.port(), "127.0.0.1"), "itself", 1},
+        {{old, now}, VantrelServerId("127.0.0.1:d"), "itself", 1},
+        {{old, now}, storage("new"), "itself", 1},
+        {{old, now}, storage("old"), "Server not found [:0] [] [old]: " + mismatch + ".", 1},
+    };
+    std::size_t asked = 0;
+    for (const auto& c : cases) {
+        discovery->setServers(c.known);
+        EXPECT_EQ(found(c.id), c.found);
+        asked += c.asked;
+        EXPECT_EQ(peer.arguments("GetDaemonInfo").size(), asked) << c.found;
+    }
+}
+
+TEST_F(ServerFinder, AServerThatIsReachedIsNotDeadAnyMore) {
+    const VantrelServerId id(peer.port(), "127.0.0.1");
+    const VantrelDaemonInfo record = DaemonRecord{"new", "", "d", "127.0.0.1"}.info();
+    VantrelResolver::flagUnreachableServer(id);
+    VantrelResolver::flagInaccessibleIP("127.0.0.1");
+    EXPECT_EQ(found(id), "itself");
+    EXPECT_FALSE(VantrelResolver::isUnreachableServer(id));
+    EXPECT_EQ(VantrelResolver(record).getIP(VantrelResolver::Metadata, 0), "127.0.0.1");
+}
+
+}  // namespace
