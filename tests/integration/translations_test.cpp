@@ -59,6 +59,9 @@ TEST_F(TranslationsTest, TheClientShowsALineForEachPath) {
     EXPECT_EQ(json({"translate", id_, "/mnt/x", "--from-host", "flame2", "--to-host", "pc1"}),
               nlohmann::json({"Z:/x"}));
     EXPECT_EQ(good({"translate", id_, "/mnt/x"}), "/mnt/x\n");
+    const ServerProcess suite(VANTRELD_PROGRAM, folder.path("suite"),
+                              {"--display-name", "Ann's \"Suite 3\""});
+    EXPECT_EQ(good({"translate", suite.id(), "/a"}), "/a\n");
 }
 
 TEST(Translations, AServerDoesNotStartWithTablesThatItCannotRead) {

@@ -23,6 +23,7 @@ constexpr const char* TABLES = R"({
     {"srcHost": "flame1", "srcPath": "/mnt/fast/", "dstHost": "flame2", "dstPath": "/fast"},
     {"srcHost": "flame1", "srcPath": "/mnt", "dstHost": "flame2", "dstPath": "/never"},
     {"srcHost": "linux", "srcPath": "/", "dstHost": "other", "dstPath": "/all"},
+    {"srcHost": "Ann's \"Suite 3\"", "srcPath": "/mnt", "dstHost": "flame2", "dstPath": "/suite"},
     {"srcHost": "pcs", "srcPath": "C:\\", "dstHost": "linux", "dstPath": "/"}
   ],
   "osTypeTranslations": [
@@ -62,6 +63,7 @@ TEST_F(TranslationCommands, PathsAreTranslatedByTheirLongestRule) {
          R"("","relative","/a \"b\"")"},
         {"the other way there is none", R"("flame2" 2 "flame1" 2 "/hosts/flame1/mnt/a")",
          R"("/hosts/flame1/mnt/a")"},
+        {"host names of people", R"("Ann's \"Suite 3\"" 2 "flame2" 2 "/mnt/a")", R"("/suite/a")"},
         {"host names in any case", R"("FLAME1" 2 "Flame2" 2 "/mnt/a")", R"("/hosts/flame1/mnt/a")"},
         {"a group stands for its hosts", R"("flame2" 2 "other" 2 "/a","/")", R"("/all/a","/all")"},
         {"from another system, to the root", R"("pc1" 3 "flame2" 2 "C:\\a\\b c","C:/a","C:\\")",
@@ -108,9 +110,9 @@ TEST(PathTranslations, AFileThatIsWrongSaysWhere) {
          "groups[0] has a 'osType' that is not Linux, MacOSX, WindowsNT or Irix."},
         {group + R"("}]})", "groups[0] has no 'hosts'."},
         {group + R"(", "hosts": "b"}]})", "groups[0] has a 'hosts' that is not a list."},
-        {group + R"(", "hosts": ["b", "c d"]}]})",
+        {group + R"(", "hosts": ["b", "c\td"]}]})",
          "groups[0] has a 'hosts' that holds a text that cannot be the name of a host."},
-        {group + R"( b", "hosts": []}]})", "groups[0] has a 'name' that cannot be the name of a host."},
+        {group + R"(\n", "hosts": []}]})", "groups[0] has a 'name' that cannot be the name of a host."},
         {hosts + R"(", "srcPath": 1}]})", "hostTranslations[0] has a 'srcPath' that is not a text."},
         {hosts + R"(", "srcPath": ""}]})", "hostTranslations[0] has a 'srcPath' that is empty."},
         {hosts + R"(", "srcPath": "/\u0000"}]})", "hostTranslations[0] has a 'srcPath' that holds a NUL."},

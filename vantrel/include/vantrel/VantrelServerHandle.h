@@ -155,7 +155,7 @@ class VANTREL_API VantrelServerHandle {
     /// translation for come back as they are. A null source host stands for the server's display name, a null
     /// destination host for the server's host name; with an OS type Unknown, the server takes what it knows
     /// of the host. Fails with "Invalid source host name given" or "Invalid destination host name given",
-    /// before anything is sent, when a name is empty or holds blanks, quotes or control characters.
+    /// before anything is sent, when a name is empty or holds control characters.
     bool translatePath(const char* path, VantrelStr& result, const char* srcHost = nullptr,
                        const char* dstHost = nullptr, VantrelOS::OsType srcType = VantrelOS::Unknown,
                        VantrelOS::OsType dstType = VantrelOS::Unknown) const;

@@ -60,9 +60,10 @@ TEST_F(Translations, PathsGoOutAndComeBackInOrderWithTheServersHostsWhereNoneAre
 }
 
 TEST_F(Translations, HostsThatAreNoneAreRefusedBeforeAnythingIsSent) {
-    const std::tuple<const char*, const char*, std::string> cases[] = {
-        {"", "two", "source"},      {"o ne", "two", "source"},       {"o\"ne", "two", "source"},
-        {"one", "", "destination"}, {"one", "two\t", "destination"}, {"one", "'", "destination"}};
+    const std::tuple<const char*, const char*, std::string> cases[] = {{"", "two", "source"},
+                                                                       {"o\nne", "two", "source"},
+                                                                       {"one", "", "destination"},
+                                                                       {"one", "two\t", "destination"}};
     for (const auto& [from, to, which] : cases) {
         VantrelStr result("kept");
         EXPECT_FALSE(server_.translatePath("/a", result, from, to));

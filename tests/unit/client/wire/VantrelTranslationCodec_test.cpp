@@ -25,7 +25,8 @@ TEST(TranslationCodec, RequestsOnTheWire) {
          R"("one" 0 "two" 4 "/a b","","c,d")"},
         {{"a\\b", VantrelOS::Irix, "two", VantrelOS::WindowsNT, {R"(C:\x "y")", "\\"}},
          R"("a\\b" 1 "two" 3 "C:\\x \"y\"","\\")"},
-        {{"one", VantrelOS::Linux, "two", VantrelOS::Linux, {}}, R"("one" 2 "two" 2 )"},
+        {{"Suite 3", VantrelOS::Linux, R"(Ann's "two")", VantrelOS::Linux, {}},
+         R"("Suite 3" 2 "Ann's \"two\"" 2 )"},
         {{"one", VantrelOS::Linux, "two", VantrelOS::Linux, {"line\nend\t"}},
          "\"one\" 2 \"two\" 2 \"line\nend\t\""},
     };
@@ -46,12 +47,12 @@ TEST(TranslationCodec, RequestsThatSayWhatIsWrong) {
     const std::pair<std::string, const char*> cases[] = {
         {"", "source host"},
         {"\"\" 2 \"two\" 2 \"/a\"", "source host"},
-        {"\"o ne\" 2 \"two\" 2 \"/a\"", "source host"},
+        {"\"o\tne\" 2 \"two\" 2 \"/a\"", "source host"},
         {"\"one\"2 \"two\" 2 \"/a\"", "source host"},
         {"\"one\" Linux \"two\" 2 \"/a\"", "source OS type"},
         {"\"one\" 99999999999 \"two\" 2 \"/a\"", "source OS type"},
         {"\"one\" 2 \"two\\\" 2 \"/a\"", "destination host"},
-        {"\"one\" 2 \"'two'\" 2 \"/a\"", "destination host"},
+        {"\"one\" 2 \"two\x7f\" 2 \"/a\"", "destination host"},
         {"\"one\" 2 \"two\" 2", "destination OS type"},
         {"\"one\" 2 \"two\" 2 /a", "paths"},
         {"\"one\" 2 \"two\" 2 \"/a\",\"/b\",\"/c\"", "paths"}};

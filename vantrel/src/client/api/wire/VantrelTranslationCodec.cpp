@@ -185,7 +185,7 @@ std::string formatTable(const char* countName, const std::vector<Entry>& table, 
 bool VantrelTranslationCodec::isValidHost(std::string_view name) {
     for (const char c : name) {
         const auto byte = static_cast<unsigned char>(c);
-        if (byte <= ' ' || byte == 0x7F || c == '"' || c == '\'') return false;
+        if (byte < ' ' || byte == 0x7F) return false;
     }
     return !name.empty();
 }

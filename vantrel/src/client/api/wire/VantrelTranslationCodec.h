@@ -67,7 +67,8 @@ class VantrelTranslationCodec {
     /// Most entries of one table, and most hosts of all groups together.
     static constexpr std::size_t MAX_TABLE_ENTRIES = 100'000;
 
-    /// Whether a text can name a host here: not empty, without blanks, quotes and control characters.
+    /// Whether a text can name a host here: not empty, without control characters. Display names, which are
+    /// for people, may have blanks and quotes.
     static bool isValidHost(std::string_view name);
 
     static std::string formatRequest(const VantrelTranslationRequest& request);
