@@ -5,6 +5,7 @@
 #include <functional>
 
 #include "ClientFixture.h"
+#include "RawClient.h"
 #include "SilentListener.h"
 
 using std::chrono::milliseconds;
@@ -165,6 +166,26 @@ TEST_F(ConnectionTest, ACallReconnectsAtMostTwice) {
     EXPECT_EQ(Received::lostServers().size(), 3U);
 }
 
+TEST_F(ConnectionTest, ACallThatHasNoTimeLeftIsNotSentAgain) {
+    const VantrelServerHandle server(id());
+    VantrelNodeHandle node(server, "n1");
+    ASSERT_TRUE(server.ping(0));
+    std::promise<void> released;
+    peer.answerWith([&](const std::string& method, const std::string&) {
+        if (method == "Block") released.get_future().wait();
+        return std::optional<std::string>();
+    });
+    const std::size_t commands = peer.commands().size();
+    Vantrel::RawClient(peer.port()).send("sync 0 Block \n");
+    ASSERT_TRUE(peer.waitForCommands(commands + 1));  // it reads nothing more
+    const std::string much(32U << 20, 'x');
+    EXPECT_FALSE(node.setMetaData("XML", much.c_str()));
+    EXPECT_STREQ(server.lastError(), std::strerror(ETIMEDOUT));
+    released.set_value();
+    EXPECT_TRUE(server.ping(0));
+    EXPECT_EQ(peer.connections(), 3U);
+}
+
 TEST_F(ConnectionTest, ARefusedCallIsNotSentAgainThoughThePeerCloses) {
     const VantrelServerHandle server(id());
     VantrelStr vendor;
@@ -205,9 +226,12 @@ TEST_F(ConnectionTest, AnsweredByTheLastAttempt) {
 // --- Servers that cannot be reached ---
 
 TEST_F(ConnectionTest, AServerThatCannotBeReachedIsToldOfInTime) {
+    set("VANTREL_CONNECTION_TIMEOUT_MS", "60000");  // the call's is shorter
     const Vantrel::SilentListener silent;
+    peer.neverAnswer("_login");
     const std::pair<VantrelServerId, std::string> rows[] = {
         {VantrelServerId(silent.port(), "127.0.0.1"), std::string(": ") + std::strerror(ETIMEDOUT) + "."},
+        {id(), std::strerror(ETIMEDOUT)},
         {VantrelServerId("no-such-host.invalid:7549"),
          "Server not found [no-such-host.invalid:7549] [] []: "},
         {VantrelServerId("render01"), "Server not found [render01:0] [SXAFS] []: "},

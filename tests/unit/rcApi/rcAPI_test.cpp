@@ -12,6 +12,7 @@
 
 #include "CapturedLog.h"
 #include "ScriptedPeer.h"
+#include "SilentListener.h"
 
 namespace Vantrel {
 namespace {
@@ -97,9 +98,16 @@ TEST_F(rcAPITest, IsDisconnectedWhenLoginFails) {
         EXPECT_FALSE(api.isConnected(false));
     }
     peer.neverAnswer("_login");
-    EXPECT_EQ(api.connect(HOST, peer.port(), 1000, result), rcOutcome::TimedOut);
-    EXPECT_EQ(result, coErrorText(ETIMEDOUT));
-    EXPECT_FALSE(api.isConnected(false));
+    const SilentListener silent;
+    const CoDeadline early(60000);
+    EXPECT_EQ(api.connect(HOST, peer.port(), 300, result), rcOutcome::TimedOut);
+    for (const auto& [port, outcome] :
+         {std::pair(peer.port(), rcOutcome::TimedOut), {silent.port(), rcOutcome::Lost}}) {
+        EXPECT_EQ(api.connect(HOST, port, 60000, result, 100), outcome);
+        EXPECT_EQ(result, coErrorText(ETIMEDOUT));
+        EXPECT_FALSE(api.isConnected(false));
+    }
+    EXPECT_FALSE(early.passed());
     EXPECT_TRUE(peer.waitForNoClients());
 }
 

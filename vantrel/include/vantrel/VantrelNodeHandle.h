@@ -22,6 +22,8 @@ class VantrelNodeImp;
 /// assigned on success only. A null text counts as empty. Texts are zero-terminated; names are in the
 /// encoding of the process's locale.
 ///
+/// A call waits as long as VantrelServerHandle says of its own.
+///
 /// Lifetime: refers to its server handle, which must outlive it. Node handles that are outputs are the
 /// caller's; they then refer to this handle's server handle, and may be this very handle.
 /// Thread safety: one node handle is used by one thread at a time. Different handles may be used by different

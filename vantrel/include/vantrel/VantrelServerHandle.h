@@ -16,6 +16,18 @@ class VantrelServerImp;
 /// transport's text when the connection breaks, and with the server's own text when it refuses. A lost
 /// connection is re-established by the next call. Outputs are assigned on success only.
 ///
+/// How long a call waits at most, once those before it on the same connection have returned:
+/// - for its answer, VANTREL_DEFAULT_CALL_TIMEOUT_MS, also when the connection breaks and it is sent again;
+/// - before that, where it has to connect, for each address of the server VANTREL_CONNECTION_TIMEOUT_MS
+///   (default 5000 ms, cut to whole seconds), as much again for the login, and
+///   VANTREL_GET_DAEMON_INFO_CALL_TIMEOUT_MS (5000 ms) for what the server says of itself; 2 s more where
+///   discovery is asked. All that ends after the time-out of the call; what failed earlier is tried again
+///   with pauses of VANTREL_CONNECTION_RETRY_TIMEOUT_MS (1000 ms) in all. A connection that breaks is made
+///   again twice at most;
+/// - frame and file transfers, as long as bytes move: VANTREL_FRAME_STALL_TIMEOUT_MS (60000 ms) without one.
+/// A call that sends several commands, such as a display path's, waits for each. `lastError`, `getId`,
+/// `isConnected` and `stop` never wait.
+///
 /// Thread safety: any thread may call; calls on one handle wait for each other, except `isConnected` and
 /// `stop`, which never wait, and `disconnect`, which ends the others. The handle must outlive the node
 /// handles that refer to it.
@@ -56,7 +68,8 @@ class VANTREL_API VantrelServerHandle {
     /// well. Without a call in progress it has no effect.
     void stop(const char* reason) const;
 
-    /// Whether the server answers. `retryTimeoutMs`: how long to keep trying to connect, in milliseconds.
+    /// Whether the server answers. `retryTimeoutMs`: how long to keep trying to connect, in milliseconds, in
+    /// place of VANTREL_CONNECTION_RETRY_TIMEOUT_MS; the attempts themselves come on top.
     bool ping(unsigned int retryTimeoutMs) const;
 
     // --- Identity ---

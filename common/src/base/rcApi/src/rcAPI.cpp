@@ -68,7 +68,9 @@ rcAPI::rcAPI(const unsigned short* version, unsigned count) : version_(packVersi
 
 rcAPI::~rcAPI() = default;
 
-rcOutcome rcAPI::connect(const char* host, int port, unsigned timeoutMs, std::string& error) {
+rcOutcome rcAPI::connect(const char* host, int port, unsigned timeoutMs, std::string& error,
+                         unsigned limitMs) {
+    const CoDeadline limit(limitMs);
     disconnect();
     clearStop();
     if (!allocateBuffer()) {
@@ -77,7 +79,7 @@ rcOutcome rcAPI::connect(const char* host, int port, unsigned timeoutMs, std::st
     }
     const CoIoDescriptor::StopScope stopScope(descriptor_);
     const FlagScope connecting(connecting_);
-    if (!descriptor_.connect(host, port, 0, 0, static_cast<int>(timeoutMs / 1000))) {
+    if (!descriptor_.connect(host, port, 0, 0, static_cast<int>(timeoutMs / 1000), limitMs)) {
         return failTransfer(error);
     }
     descriptor_.enableWaitInRead();          // without it the connection works as well
@@ -85,7 +87,7 @@ rcOutcome rcAPI::connect(const char* host, int port, unsigned timeoutMs, std::st
     userId_ = ::geteuid();
     groupId_ = ::getegid();
     forkGeneration_ = CoProcess::forkGeneration();
-    const rcOutcome outcome = login(timeoutMs, error);
+    const rcOutcome outcome = login(std::min(timeoutMs, limit.leftMs()), error);
     if (outcome != rcOutcome::Answered) {
         disconnect();
         return outcome;

@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <atomic>
+#include <climits>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -30,10 +31,11 @@ class rcAPI {
     ~rcAPI();
 
     /// Connects and logs in, closing an earlier connection first. The TCP part ends within `timeoutMs` cut to
-    /// whole seconds, the login within `timeoutMs` more. A server that has no login is accepted. Answered, or
-    /// the endpoint is disconnected and `error` says why; TimedOut means that the login got no answer, where
-    /// a TCP connection that cannot be made in time is a Lost one.
-    rcOutcome connect(const char* host, int port, unsigned timeoutMs, std::string& error);
+    /// whole seconds, the login within `timeoutMs` more, and both within `limitMs`. A server that has no
+    /// login is accepted. Answered, or the endpoint is disconnected and `error` says why; TimedOut means that
+    /// the login got no answer, where a TCP connection that cannot be made in time is a Lost one.
+    rcOutcome connect(const char* host, int port, unsigned timeoutMs, std::string& error,
+                      unsigned limitMs = UINT_MAX);
 
     /// Sends a command and, when `waitForResult`, takes its reply: `result` becomes the reply's text when it
     /// was Answered or Refused, otherwise the reason. Handing in the same string again saves allocations.

@@ -70,7 +70,7 @@ std::string interfaceIP(const ifaddrs& entry, int family, unsigned mask, unsigne
 }  // namespace
 
 bool CoIoTcpDescriptor::connect(const char* remoteHost, int port, int sendBufSize, int rcvBufSize,
-                                int connectionTimeoutSec) {
+                                int connectionTimeoutSec, unsigned limitMs) {
     close();
     clearLastError();
     if (!CO_ASSERT(remoteHost != nullptr) || !CO_ASSERT(port >= 0 && port <= HIGHEST_PORT) ||
@@ -83,7 +83,8 @@ bool CoIoTcpDescriptor::connect(const char* remoteHost, int port, int sendBufSiz
                  connectionTimeoutSec);
     const StopScope scope(*this);
     const unsigned seconds = std::min(static_cast<unsigned>(connectionTimeoutSec), INT_MAX / MS_PER_SECOND);
-    if (!connectAny(remoteHost, {port, sendBufSize, rcvBufSize}, CoDeadline(seconds * MS_PER_SECOND))) {
+    const CoDeadline deadline(std::min(seconds * MS_PER_SECOND, limitMs));
+    if (!connectAny(remoteHost, {port, sendBufSize, rcvBufSize}, deadline)) {
         close();
         return false;
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <netdb.h>
+#include <climits>
 
 #include <string>
 #include <utility>
@@ -33,13 +34,14 @@ class CoIoTcpDescriptor : public CoIoDescriptor {
     explicit CoIoTcpDescriptor(CoFd fd) : CoIoDescriptor(std::move(fd)) {}
 
     /// Connects to a host (a numeric address or a name) and port; look-up and connect together end within
-    /// `connectionTimeoutSec`, or when stopped. A name's addresses are tried in order until one answers; 0
-    /// seconds suffice only for a peer that answers at once. Buffer sizes of 0 leave the system's.
-    /// True when connected: the socket is then non-blocking, close-on-exec and without delay. False
+    /// `connectionTimeoutSec`, within `limitMs`, or when stopped. A name's addresses are tried in order until
+    /// one answers; 0 seconds suffice only for a peer that answers at once. Buffer sizes of 0 leave the
+    /// system's. True when connected: the socket is then non-blocking, close-on-exec and without delay. False
     /// otherwise, with the last error set (of the last address tried): the descriptor is then closed. When
     /// the peer hangs up the error is NotConnected and its text the socket's, such as that of a refused
     /// connection.
-    bool connect(const char* remoteHost, int port, int sendBufSize, int rcvBufSize, int connectionTimeoutSec);
+    bool connect(const char* remoteHost, int port, int sendBufSize, int rcvBufSize, int connectionTimeoutSec,
+                 unsigned limitMs = UINT_MAX);
 
     /// Begins to connect to a numeric address and does not wait: the socket, otherwise as `connect` leaves
     /// it, becomes writable when the outcome is known, and `getLastSocketErrorStr` then returns it. False

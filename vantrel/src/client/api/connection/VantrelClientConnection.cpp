@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <iterator>
+#include <optional>
 #include <utility>
 
 #include "CoAssert.h"
@@ -14,6 +15,7 @@
 #include "VantrelSettings.h"
 #include "VantrelVersion.h"
 
+using Vantrel::CoDeadline;
 using Vantrel::CoDeferral;
 using Vantrel::CoLock;
 using Vantrel::rcOutcome;
@@ -56,17 +58,23 @@ rcOutcome VantrelClientConnection::callMethod(const char* method, const char* ar
     const Call call(control_.stops());
     const CoLock lock(mutex_);
     const Operation operation(control_);
+    unsigned leftMs = limits.callMs;
+    std::optional<CoDeadline> retrying;
     for (unsigned reconnects = 0;; ++reconnects) {
         if (isStopped(result)) return rcOutcome::Stopped;
         if (endpoint_.isConnected(false)) {
-            const rcOutcome outcome = callOnce(method, argument, result, limits.callMs);
+            const CoDeadline answer(leftMs);
+            const rcOutcome outcome = callOnce(method, argument, result, leftMs);
             if (outcome != rcOutcome::Lost) return outcome;
+            leftMs = answer.leftMs();
+            if (leftMs == 0 && !control_.isRequested()) return outcome;
         } else {
             callDisconnectCallback();
         }
         if (isStopped(result)) return rcOutcome::Stopped;
         if (reconnects == MAX_RECONNECTS_PER_CALL) return rcOutcome::Lost;
-        const rcOutcome connected = connect({limits.connectMs, limits.retryMs}, result);
+        if (!retrying) retrying.emplace(limits.retryMs);
+        const rcOutcome connected = connect({limits.connectMs, retrying->leftMs(), true, leftMs}, result);
         if (connected != rcOutcome::Answered) return connected;
     }
 }
@@ -141,7 +149,7 @@ rcOutcome VantrelClientConnection::updateDaemonInfo(bool refresh, std::string& e
     if (!endpoint_.isConnected(true)) {
         endpoint_.disconnect();
         callDisconnectCallback();  // as for a first connect by any other call
-        const rcOutcome outcome = connect({limits.connectMs, limits.retryMs}, error);
+        const rcOutcome outcome = connect({limits.connectMs, limits.retryMs, true, limits.callMs}, error);
         if (outcome != rcOutcome::Answered || !refresh || finder_.askedServer()) return outcome;
     }
     limits.callMs = VantrelServerFinder::daemonInfoTimeoutMs();

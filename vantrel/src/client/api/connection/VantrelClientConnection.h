@@ -31,11 +31,12 @@ class VantrelClientConnection {
         virtual void connected() = 0;
     };
 
-    /// How long a call may take.
+    /// How long a call may take. Connecting to one address after the other gets no more than the call has
+    /// left, between two pauses.
     struct Limits {
-        unsigned callMs;     ///< for the answer
-        unsigned connectMs;  ///< for each attempt to connect, where the call has to
-        unsigned retryMs;    ///< for trying again to connect
+        unsigned callMs;     ///< for the answer, however often the call is sent
+        unsigned connectMs;  ///< cut to seconds, for a TCP connection, and again for the login
+        unsigned retryMs;    ///< for the pauses between attempts to connect
 
         /// As the environment sets them.
         static Limits byDefault();
@@ -48,8 +49,8 @@ class VantrelClientConnection {
     ~VantrelClientConnection();
 
     /// Performs one call, connecting first where needed, and at most twice: only a call that was Lost is sent
-    /// again. `result` is the server's reply, or the reason of a failure. A call that times out closes the
-    /// connection.
+    /// again, while time is left for it. `result` is the server's reply, or the reason of a failure. A call
+    /// that times out closes the connection.
     Vantrel::rcOutcome callMethod(const char* method, const char* argument, std::string& result,
                                   const Limits& limits);
 

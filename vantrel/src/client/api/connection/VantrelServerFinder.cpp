@@ -21,6 +21,7 @@
 #include "VantrelResolver.h"
 #include "VantrelSettings.h"
 
+using Vantrel::CoDeadline;
 using Vantrel::coFormat;
 using Vantrel::coPrintable;
 using Vantrel::rcOutcome;
@@ -101,7 +102,9 @@ void VantrelServerFinder::search(const Terms& terms) {
     reportAddress();
     error_.clear();
     for (unsigned retryLeftMs = terms.retryTimeoutMs;;) {
-        if (tryGivenAddress(terms.connectTimeoutMs) || tryResolvedAddresses(terms)) return;
+        const CoDeadline limit(terms.limitMs);
+        if (tryGivenAddress(terms, limit) || tryResolvedAddresses(terms, limit)) return;
+        throwIfFinal(rcOutcome::Lost, limit);
         if (retryLeftMs == 0 || VantrelResolver::isUnreachableServer(serverId_)) {
             failToConnect(terms.flagsFailure);
         }
@@ -116,9 +119,12 @@ void VantrelServerFinder::throwIfStopped() const {
 }
 
 /// After a failed connect or call: a server that is there but does not answer is not looked for elsewhere.
-void VantrelServerFinder::throwIfFinal(rcOutcome outcome) const {
+void VantrelServerFinder::throwIfFinal(rcOutcome outcome, const CoDeadline& limit) const {
     throwIfStopped();
     if (outcome == rcOutcome::TimedOut || outcome == rcOutcome::Stopped) throw SearchEnded(outcome, error_);
+    if (!limit.passed()) return;
+    CO_MSG_ERROR("%s", notFound().c_str());
+    throw SearchEnded(rcOutcome::Lost, notFound());
 }
 
 void VantrelServerFinder::reportAddress() {
@@ -129,10 +135,14 @@ void VantrelServerFinder::reportAddress() {
     }
 }
 
+std::string VantrelServerFinder::notFound() const {
+    return coFormat("Server not found [%s:%u] [%s] [%s]: %s.", serverId_.getIPAddr(),
+                    static_cast<unsigned>(serverId_.getPort()), serverId_.getDB(), serverId_.getStorageId(),
+                    error_.c_str());
+}
+
 void VantrelServerFinder::failToConnect(bool flagsFailure) const {
-    const std::string text = coFormat("Server not found [%s:%u] [%s] [%s]: %s.", serverId_.getIPAddr(),
-                                      static_cast<unsigned>(serverId_.getPort()), serverId_.getDB(),
-                                      serverId_.getStorageId(), error_.c_str());
+    const std::string text = notFound();
     if (flagsFailure) {
         CO_MSG_ERROR("%s", text.c_str());
         VantrelResolver::flagUnreachableServer(serverId_);
@@ -144,16 +154,17 @@ void VantrelServerFinder::failToConnect(bool flagsFailure) const {
 
 // --- The address given ---
 
-bool VantrelServerFinder::tryGivenAddress(unsigned connectTimeoutMs) {
+bool VantrelServerFinder::tryGivenAddress(const Terms& terms, const CoDeadline& limit) {
     const int port = serverId_.getPort();
     if (!*serverId_.getIPAddr() || port == 0) return false;
     std::string address;
-    if (!findAllowedAddress(connectTimeoutMs, address)) return false;
+    if (!findAllowedAddress(std::min(terms.connectTimeoutMs, limit.leftMs()), address)) return false;
     vantrelSimulateLatency(VantrelSettings::connectExtraLatencyMs);
     throwIfStopped();
-    const rcOutcome outcome = endpoint_.connect(address.c_str(), port, connectTimeoutMs, error_);
+    const rcOutcome outcome =
+        endpoint_.connect(address.c_str(), port, terms.connectTimeoutMs, error_, limit.leftMs());
     if (outcome != rcOutcome::Answered) {
-        throwIfFinal(outcome);
+        throwIfFinal(outcome, limit);
         return false;
     }
     reachedAddress_ = address;
@@ -161,7 +172,7 @@ bool VantrelServerFinder::tryGivenAddress(unsigned connectTimeoutMs) {
                   static_cast<unsigned>(port), serverId_.getDB(), serverId_.getStorageId());
     Info info = announcedInfo();
     askedServer_ = !info;
-    if (!info && !askServer(info)) return false;
+    if (!info && !askServer(info, limit)) return false;
     const std::string difference = mismatch(*info);
     if (!difference.empty()) {
         CO_MSG_ERROR("%s", difference.c_str());
@@ -207,19 +218,20 @@ VantrelServerFinder::Info VantrelServerFinder::announcedInfo() const {
     return info;
 }
 
-bool VantrelServerFinder::askServer(Info& info) {
+bool VantrelServerFinder::askServer(Info& info, const CoDeadline& limit) {
     const char* const command = VantrelCommands::GET_DAEMON_INFO.name;
     std::string reply;
     auto outcome = rcOutcome::Lost;
     {
         const VantrelCallTrace trace(command, DAEMON_INFO_ARGUMENT, reply);
-        outcome = endpoint_.call(0, command, DAEMON_INFO_ARGUMENT, true, reply, daemonInfoTimeoutMs());
+        outcome = endpoint_.call(0, command, DAEMON_INFO_ARGUMENT, true, reply,
+                                 std::min(daemonInfoTimeoutMs(), limit.leftMs()));
     }
     if (outcome != rcOutcome::Answered) {
         // A server that logs a client in but cannot say who it is: this address is of no use.
         error_ = reply;
         endpoint_.disconnect();  // also because a late reply would be taken for that of the next call
-        throwIfFinal(outcome);
+        throwIfFinal(outcome, limit);
         return false;
     }
     info = readDaemonInfo(std::move(reply));
@@ -264,7 +276,7 @@ std::string VantrelServerFinder::mismatch(const VantrelDaemonInfo& info) const {
 
 // --- The addresses that discovery knows ---
 
-bool VantrelServerFinder::tryResolvedAddresses(const Terms& terms) {
+bool VantrelServerFinder::tryResolvedAddresses(const Terms& terms, const CoDeadline& limit) {
     throwIfStopped();
     // A connection to a list's gateway may be at work yet while the library is shut down.
     const auto discovery = VantrelMulticastClient::_getInstance(VantrelInitCounter::handlesMayWork());
@@ -277,7 +289,7 @@ bool VantrelServerFinder::tryResolvedAddresses(const Terms& terms) {
         return false;
     }
     for (const auto& [info, address] : attemptsFor(found)) {
-        if (tryResolvedAddress(*info, address, terms)) return true;
+        if (tryResolvedAddress(*info, address, terms, limit)) return true;
     }
     if (error_.empty()) error_ = "None of its addresses can be used";
     return false;
@@ -302,7 +314,7 @@ VantrelServerFinder::Attempts VantrelServerFinder::attemptsFor(const std::vector
 }
 
 bool VantrelServerFinder::tryResolvedAddress(const VantrelDaemonInfo& info, const std::string& address,
-                                             const Terms& terms) {
+                                             const Terms& terms, const CoDeadline& limit) {
     const std::string hostText = coPrintable(info.getHostName());
     const std::string storageText = coPrintable(info.getStorageId());
     const char* host = hostText.c_str();
@@ -311,12 +323,12 @@ bool VantrelServerFinder::tryResolvedAddress(const VantrelDaemonInfo& info, cons
     CO_MSG_NOTICE("Connecting to server '%s' / '%s' using '%s:%u'.", host, storageId, address.c_str(), port);
     vantrelSimulateLatency(VantrelSettings::connectExtraLatencyMs);
     throwIfStopped();
-    const rcOutcome outcome =
-        endpoint_.connect(address.c_str(), info.getNodePort(), terms.connectTimeoutMs, error_);
+    const rcOutcome outcome = endpoint_.connect(address.c_str(), info.getNodePort(), terms.connectTimeoutMs,
+                                                error_, limit.leftMs());
     if (outcome != rcOutcome::Answered) {
         CO_MSG_WARNING("Could not connect to server '%s' / '%s' using '%s:%u': %s.", host, storageId,
                        address.c_str(), port, error_.c_str());
-        throwIfFinal(outcome);
+        throwIfFinal(outcome, limit);
         if (terms.flagsFailure) VantrelResolver::flagInaccessibleIP(address.c_str());
         return false;
     }
@@ -325,19 +337,19 @@ bool VantrelServerFinder::tryResolvedAddress(const VantrelDaemonInfo& info, cons
     auto completed = std::make_shared<VantrelDaemonInfo>(info);
     complete(*completed);
     Info reachedInfo = std::move(completed);
-    if (!settleWhoAnswers(reachedInfo)) return false;
+    if (!settleWhoAnswers(reachedInfo, limit)) return false;
     reached(std::move(reachedInfo));
     return true;
 }
 
 // Where other servers claim the address and port that was reached as well, the server itself is asked who it
 // is. False when it is not the one asked for.
-bool VantrelServerFinder::settleWhoAnswers(Info& info) {
+bool VantrelServerFinder::settleWhoAnswers(Info& info, const CoDeadline& limit) {
     const auto discovery = VantrelMulticastClient::_getInstance(false);
     const VantrelServerId here(info->getNodePort(), reachedAddress_.c_str());
     askedServer_ = discovery && discovery->known(here).size() > 1;
     if (!askedServer_) return true;
-    if (!askServer(info)) return false;
+    if (!askServer(info, limit)) return false;
     const std::string difference = mismatch(*info);
     if (difference.empty()) return true;
     CO_MSG_WARNING("%s", difference.c_str());

@@ -2,11 +2,13 @@
 
 #include <vantrel/VantrelServerId.h>
 
+#include <climits>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "CoTime.h"
 #include "VantrelDaemonInfo.h"
 #include "VantrelStopControl.h"
 #include "rcAPI.h"
@@ -22,6 +24,9 @@ class VantrelServerFinder {
         /// Whether a failure is logged as an error and the addresses are left alone for a while. Not so for a
         /// health check, whose failure must not be held against the server when the application calls it.
         bool flagsFailure = true;
+        /// For all that is done before a pause: beyond it nothing is begun, and nothing held against an
+        /// address that did not get its time.
+        unsigned limitMs = UINT_MAX;
     };
 
     /// All three must outlive this object.
@@ -50,20 +55,21 @@ class VantrelServerFinder {
 
     void search(const Terms& terms);
     void reportAddress();
+    std::string notFound() const;
     [[noreturn]] void failToConnect(bool flagsFailure) const;
     void throwIfStopped() const;
-    void throwIfFinal(Vantrel::rcOutcome outcome) const;
+    void throwIfFinal(Vantrel::rcOutcome outcome, const Vantrel::CoDeadline& limit) const;
 
-    [[nodiscard]] bool tryGivenAddress(unsigned connectTimeoutMs);
+    [[nodiscard]] bool tryGivenAddress(const Terms& terms, const Vantrel::CoDeadline& limit);
     [[nodiscard]] bool findAllowedAddress(unsigned timeoutMs, std::string& address);
-    [[nodiscard]] bool tryResolvedAddresses(const Terms& terms);
+    [[nodiscard]] bool tryResolvedAddresses(const Terms& terms, const Vantrel::CoDeadline& limit);
     [[nodiscard]] Attempts attemptsFor(const std::vector<VantrelDaemonInfo>& found);
     [[nodiscard]] bool tryResolvedAddress(const VantrelDaemonInfo& info, const std::string& address,
-                                          const Terms& terms);
-    [[nodiscard]] bool settleWhoAnswers(Info& info);
+                                          const Terms& terms, const Vantrel::CoDeadline& limit);
+    [[nodiscard]] bool settleWhoAnswers(Info& info, const Vantrel::CoDeadline& limit);
 
     Info announcedInfo() const;
-    [[nodiscard]] bool askServer(Info& info);
+    [[nodiscard]] bool askServer(Info& info, const Vantrel::CoDeadline& limit);
     Info readDaemonInfo(std::string reply) const;
     void complete(VantrelDaemonInfo& info) const;
     std::string mismatch(const VantrelDaemonInfo& info) const;
