@@ -56,6 +56,13 @@ TEST_F(BadPeerTest, AReplyAboveTheLimitIsRefusedAndTheNextCallWorks) {
         peer.answer("QueryNodePlugInVendor", ScriptedPeer::ok("v"));
         EXPECT_TRUE(server.getVendor(vendor)) << server.lastError();
     }
+    for (const char* method : {"GetDaemonInfo", "_login"}) {
+        const std::size_t before = peer.arguments(method).size();
+        peer.answer(method, ScriptedPeer::ok(std::string(3000000, 'v')));
+        peer.dropConnections();
+        EXPECT_FALSE(server.ping(1000));
+        EXPECT_EQ(peer.arguments(method).size() - before, 1U) << "while connecting, too";
+    }
 }
 
 TEST_F(BadPeerTest, ADaemonInfoOfNonsenseCrashesNothing) {

@@ -70,6 +70,15 @@ TEST_F(ServerFinder, AsksTheServerItselfWhereSeveralClaimItsAddress) {
     }
 }
 
+TEST_F(ServerFinder, ALoginThatGetsNoAnswerIsNotTriedAtTheNextAddress) {
+    ::setenv("VANTREL_CONNECTION_TIMEOUT_MS", "1000", 1);
+    discovery->setServers({DaemonRecord{"new", "", "d", "127.0.0.1 127.0.0.2", "", "a", peer.port()}.info()});
+    peer.neverAnswer("_login");
+    EXPECT_EQ(found(storage("new")), Vantrel::coErrorText(ETIMEDOUT));
+    peer.answer("_login", ScriptedPeer::error("No."));  // nobody listens at the next one
+    EXPECT_THAT(found(storage("new")), HasSubstr(Vantrel::coErrorText(ECONNREFUSED)));
+}
+
 TEST_F(ServerFinder, AServerThatIsReachedIsNotDeadAnyMore) {
     const VantrelServerId id(peer.port(), "127.0.0.1");
     const VantrelDaemonInfo record = DaemonRecord{"new", "", "d", "127.0.0.1"}.info();

@@ -118,10 +118,11 @@ void VantrelServerFinder::throwIfStopped() const {
     if (control_.isRequested()) throw SearchEnded(rcOutcome::Stopped, control_.reason());
 }
 
-/// After a failed connect or call: a server that is there but does not answer is not looked for elsewhere.
+/// After a failed connect or call: a server that is there but gives no answer, or one that is too long, is
+/// not looked for elsewhere.
 void VantrelServerFinder::throwIfFinal(rcOutcome outcome, const CoDeadline& limit) const {
     throwIfStopped();
-    if (outcome == rcOutcome::TimedOut || outcome == rcOutcome::Stopped) throw SearchEnded(outcome, error_);
+    if (outcome != rcOutcome::Lost && outcome != rcOutcome::Refused) throw SearchEnded(outcome, error_);
     if (!limit.passed()) return;
     CO_MSG_ERROR("%s", notFound().c_str());
     throw SearchEnded(rcOutcome::Lost, notFound());
