@@ -235,6 +235,9 @@ TEST_F(EventHandlersTest, RegisteringHasATimeOutOfItsOwn) {
     peer.neverAnswer("RegisterEvents");
     within(seconds(10), [&] { EXPECT_FALSE(add("n1", handler)); });
     EXPECT_STREQ(server->lastError(), std::strerror(ETIMEDOUT));
+    // Registering again, after the loss, is what loses the connection now, before the call itself is made.
+    within(seconds(30), [&] { EXPECT_FALSE(add("n1", handler)); });
+    EXPECT_STREQ(server->lastError(), "Not connected");
 }
 
 TEST_F(EventHandlersTest, ShuttingDownDoesNotWaitForADeadServer) {

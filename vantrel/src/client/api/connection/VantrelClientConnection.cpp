@@ -30,6 +30,8 @@ const unsigned short LIBRARY_VERSION[] = {static_cast<unsigned short>(VANTREL_RE
                                           static_cast<unsigned short>(VANTREL_RELEASE.patch)};
 constexpr unsigned MAX_RECONNECTS_PER_CALL = 2;
 
+constexpr const char* NOT_CONNECTED = "Not connected";
+
 std::atomic<VantrelDisconnectCallBack> disconnectCallback{nullptr};
 
 }  // namespace
@@ -72,7 +74,10 @@ rcOutcome VantrelClientConnection::callMethod(const char* method, const char* ar
             callDisconnectCallback();
         }
         if (isStopped(result)) return rcOutcome::Stopped;
-        if (reconnects == MAX_RECONNECTS_PER_CALL) return rcOutcome::Lost;
+        if (reconnects == MAX_RECONNECTS_PER_CALL) {
+            if (result.empty()) result = NOT_CONNECTED;  // lost by a connect callback's own call each time
+            return rcOutcome::Lost;
+        }
         if (!retrying) retrying.emplace(limits.retryMs);
         const rcOutcome connected = connect({limits.connectMs, retrying->leftMs(), true, leftMs}, result);
         if (connected != rcOutcome::Answered) return connected;
@@ -87,7 +92,7 @@ rcOutcome VantrelClientConnection::callConnected(const char* method, const char*
     const Operation operation(control_);
     if (isStopped(result)) return rcOutcome::Stopped;
     if (!endpoint_.isConnected(true)) {
-        result = "Not connected";
+        result = NOT_CONNECTED;
         return rcOutcome::Lost;
     }
     return callOnce(method, argument, result, callTimeoutMs);
