@@ -21,8 +21,8 @@ namespace {
 class ConnectionTest : public PeerFixture {
   protected:
     ConnectionTest() {
-        set("VANTREL_DEFAULT_CALL_TIMEOUT_MS", "400");
-        set("VANTREL_GET_DAEMON_INFO_CALL_TIMEOUT_MS", "400");
+        set("VANTREL_DEFAULT_CALL_TIMEOUT_MS", "1000");
+        set("VANTREL_GET_DAEMON_INFO_CALL_TIMEOUT_MS", "1000");
     }
     void SetUp() override {
         Received::record();
@@ -67,7 +67,7 @@ TEST_F(ConnectionTest, AFailedCallSaysWhyInTimeAndTheNextOneWorks) {
         if (failure.connects) peer.dropConnections();
         const auto start = steady_clock::now();
         EXPECT_FALSE(server.ping(0));
-        EXPECT_LT(steady_clock::now() - start, seconds(5));
+        EXPECT_LT(steady_clock::now() - start, seconds(20));
         EXPECT_THAT(server.lastError(), failure.error);
         EXPECT_EQ(server.isConnected(), failure.staysOpen);
 
@@ -241,7 +241,7 @@ TEST_F(ConnectionTest, AServerThatCannotBeReachedIsToldOfInTime) {
         const VantrelServerHandle server(wanted);
         const auto start = steady_clock::now();
         EXPECT_FALSE(server.ping(0));
-        EXPECT_LT(steady_clock::now() - start, seconds(5));
+        EXPECT_LT(steady_clock::now() - start, seconds(20));
         EXPECT_THAT(server.lastError(), HasSubstr(error));
         EXPECT_FALSE(server.isConnected());
     }

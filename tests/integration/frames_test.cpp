@@ -31,7 +31,7 @@ class FramesTest : public PeerFixture {
     static constexpr std::size_t READ_SHORT_BYTES = 15;  // "ReadFrame", "f1", one digit
 
     FramesTest() {
-        set("VANTREL_FRAME_STALL_TIMEOUT_MS", "300");
+        set("VANTREL_FRAME_STALL_TIMEOUT_MS", "1000");
         client.init();
         describeFrames("2010.1.1.0");
     }

@@ -15,7 +15,7 @@ using Vantrel::DaemonRecord;
 using Vantrel::show;
 
 /// Well below the time that a search lasts while servers answer on.
-constexpr long SOON_MS = VantrelSearches::MAX_WAIT_MS / 2;
+constexpr long SOON_MS = VantrelSearches::MAX_WAIT_MS * 3 / 4;
 
 class MulticastClient : public DiscoveryTest {
   protected:
