@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "ForkedChild.h"
+#include "HeldClock.h"
 
 namespace Vantrel {
 namespace {
@@ -66,6 +67,7 @@ TEST(CoCache, KeepsEntriesInUseAboveTheCapacityAndBeyondTheIdleTime) {
 }
 
 TEST(CoCache, ForgetsEntriesWhenTheirTimeIsOver) {
+    const HeldClock clock;
     const struct {
         const char* what;
         CoCacheExpiry expiry;
@@ -74,7 +76,7 @@ TEST(CoCache, ForgetsEntriesWhenTheirTimeIsOver) {
         bool held;
         bool found;
     } cases[] = {
-        {"idle just below the limit", CoCacheExpiry::Idle, 0, LIMIT - CoTime::PER_SECOND, false, true},
+        {"idle just below the limit", CoCacheExpiry::Idle, 0, LIMIT - 1, false, true},
         {"idle for the limit", CoCacheExpiry::Idle, 0, LIMIT, false, false},
         {"in use is not idle", CoCacheExpiry::Idle, 0, LIMIT * 2, true, true},
         {"lifetime not over", CoCacheExpiry::Lifetime, LIMIT / 2, LIMIT / 3, false, true},

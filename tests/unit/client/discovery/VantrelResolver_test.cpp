@@ -2,6 +2,7 @@
 
 #include "BareHost.h"
 #include "DiscoveryFixture.h"
+#include "HeldClock.h"
 
 namespace {
 
@@ -56,6 +57,7 @@ TEST_F(Resolver, LeavesOutWhatIsDeadUntilItsTimeIsOver) {
     const VantrelServerId id("db", "10.1.2.3", 7000);
     EXPECT_FALSE(VantrelResolver::isUnreachableServer(id));
     EXPECT_FALSE(VantrelResolver::isUnreachableServer(id));
+    const Vantrel::HeldClock clock;
     VantrelResolver::flagUnreachableServer(id);
     EXPECT_TRUE(VantrelResolver::isUnreachableServer(id));
     EXPECT_FALSE(VantrelResolver::isUnreachableServer(VantrelServerId("db", "10.1.2.3", 7001)));

@@ -6,6 +6,8 @@
 #include <string>
 #include <tuple>
 
+#include "HeldClock.h"
+
 namespace {
 
 using Vantrel::CoTime;
@@ -35,6 +37,7 @@ class Searches : public testing::Test {
         return wait(storageId, FAR, [](int) {});
     }
 
+    const Vantrel::HeldClock clock;
     VantrelSearches searches;
     int sent = 0;
 };

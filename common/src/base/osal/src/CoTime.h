@@ -18,6 +18,9 @@ class CoTime {
 
     /// Moves the clock forward for everyone in this process. For tests of expiry and caching.
     static void advance(Microseconds by);
+    /// While it is held the clock moves by `advance` alone; it goes on from where it stood. For tests that
+    /// count steps, which a busy machine must not add to.
+    static void hold(bool held);
 };
 
 /// A point in time by which something must be done.
