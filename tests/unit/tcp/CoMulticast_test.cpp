@@ -7,6 +7,7 @@
 #include <sys/time.h>
 #include <sys/un.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -289,6 +290,15 @@ TEST(Multicast, KeepsItsPortsApart) {
     searcher.bind(CoMulticast::PRIVATE);
     EXPECT_EQ(takePort(holder, "127.0.0.1", searcher.getLocalPort(), true), EADDRINUSE)
         << "replies could be taken";
+    const unsigned one = searcher.getLocalPort();
+    CoMulticast other(0, GROUP, "lo");
+    EXPECT_EQ(failureOf([&] {
+                  other.bindPrivate({one, one});
+              }),
+              coFormat("Unable to bind to 127.0.0.1:%u: ", one) + reason(EADDRINUSE));
+    const unsigned more = std::min(one + 100, 65535u);
+    other.bindPrivate({one, more});
+    EXPECT_TRUE(one < other.getLocalPort() && other.getLocalPort() <= more) << other.getLocalPort();
 
     ASSERT_EQ(takePort(holder, "0.0.0.0", 0, false), 0);
     sockaddr_storage taken{};

@@ -71,6 +71,18 @@ TEST_F(VantrelDiscoverySocketsTest, CarriesSearchesAndAnswersWithinOneHost) {
     EXPECT_FALSE(client.receive(heardOn, none)) << "of another";
 }
 
+TEST_F(VantrelDiscoverySocketsTest, SearchesFromAPortThatTheHostsFilterLetsIn) {
+    CoMulticast free(0, SCOPE, "lo");
+    free.bindPrivate({50000, 65535});
+    const unsigned lowest = free.getLocalPort() - 100;
+    configure("Multicast=lo",
+              Vantrel::coFormat("[DynamicPorts]\nLowerBound=%u\nUpperBound=%u", lowest, lowest + 99));
+    const VantrelDiscoverySockets client(group());
+    EXPECT_TRUE(client.send(Protocol::FIND_SERVERS, payloadOf(1)));
+    const Datagram search = next(client, descriptorsOf(client).back());
+    EXPECT_TRUE(lowest <= search.port && search.port <= lowest + 99) << search.port;
+}
+
 TEST_F(VantrelDiscoverySocketsTest, SendsNothingThatReceiversWouldCut) {
     use("lo");
     const Vantrel::CapturedLog log;

@@ -15,6 +15,7 @@
 #include "CoMsg.h"
 #include "CoNameLookup.h"
 #include "CoPort.h"
+#include "CoTime.h"
 #include "TcpSettings.h"
 
 namespace Vantrel {
@@ -158,31 +159,48 @@ CoMulticast::Interface CoMulticast::findNamedInterface(const std::string& name) 
 }
 
 void CoMulticast::bind(bool isPublic) {
+    if (!isPublic) return bindPrivate({0, 0});
     const Interface local = findInterface(interface_);
-    sockaddr_storage address{};  // any address, any free port
+    sockaddr_storage address{};  // any address
     address.ss_family = group_.ss_family;
     const int on = 1;
-    if (isPublic) {
-        setPort(address, port_);
-        if (::setsockopt(socket_.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0) {
-            failFromSystem("Unable to set SO_REUSEADDR option");
-        }
-        hearJoinedOnly();
-    } else if (!isIPv6()) {
-        // No address reuse here: the system could give two private sockets the same port, and the replies to
-        // one would go to the other.
-        reinterpret_cast<sockaddr_in&>(address).sin_addr = local.address;
+    if (::setsockopt(socket_.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0) {
+        failFromSystem("Unable to set SO_REUSEADDR option");
     }
-    if (::bind(socket_.get(), toSockaddr(address), sizeOf(address)) != 0) {
-        const int error = errno;
-        const std::string ip = CoNameLookup::toNumericText(toSockaddr(address), sizeOf(address));
-        fail(coFormat("Unable to bind to %s:%u", ip.c_str(), isPublic ? port_ : 0), error);
-    }
-    if (isPublic && port_ == 0) {
+    hearJoinedOnly();
+    if (!takePort(address, port_)) failToBind(address, port_);
+    if (port_ == 0) {
         port_ = getLocalPort();
         setPort(group_, port_);
     }
     if (!interface_.empty()) selectInterface(local);
+}
+
+void CoMulticast::bindPrivate(PortRange ports) {
+    const Interface local = findInterface(interface_);
+    sockaddr_storage address{};
+    address.ss_family = group_.ss_family;
+    // No address reuse here: the system could give two private sockets the same port, and the replies to one
+    // would go to the other.
+    if (!isIPv6()) reinterpret_cast<sockaddr_in&>(address).sin_addr = local.address;
+    const unsigned count = ports.highest - ports.lowest + 1;
+    const auto first = static_cast<unsigned>(CoTime::getTime() % count);  // processes hardly try the same one
+    unsigned tried = 0;
+    while (!takePort(address, ports.lowest + (first + tried) % count)) {
+        if (errno != EADDRINUSE || ++tried == count) failToBind(address, ports.lowest);
+    }
+    if (!interface_.empty()) selectInterface(local);
+}
+
+bool CoMulticast::takePort(sockaddr_storage& address, unsigned port) const {
+    setPort(address, port);
+    return ::bind(socket_.get(), toSockaddr(address), sizeOf(address)) == 0;
+}
+
+void CoMulticast::failToBind(const sockaddr_storage& address, unsigned port) {
+    const int error = errno;
+    const std::string ip = CoNameLookup::toNumericText(toSockaddr(address), sizeOf(address));
+    fail(coFormat("Unable to bind to %s:%u", ip.c_str(), port), error);
 }
 
 void CoMulticast::hearJoinedOnly() const {

@@ -47,6 +47,12 @@ class CoMulticast {
     /// that replies to what it sends come to it alone. With an interface, what is sent to groups leaves by
     /// it.
     void bind(bool isPublic);
+    /// PRIVATE with a free port of a range, for hosts that let only some ports in; 0 to 0 is any port.
+    struct PortRange {
+        unsigned lowest;
+        unsigned highest;
+    };
+    void bindPrivate(PortRange ports);
 
     /// Joins and leaves the group on the interface; with any, on the one that the system routes the group
     /// through. Joining twice, or leaving without having joined, fails.
@@ -97,6 +103,8 @@ class CoMulticast {
     Interface findInterface(const std::string& name) const;
     Interface findNamedInterface(const std::string& name) const;
     void open();
+    bool takePort(sockaddr_storage& address, unsigned port) const;
+    [[noreturn]] static void failToBind(const sockaddr_storage& address, unsigned port);
     void hearJoinedOnly() const;
     void selectInterface(const Interface& local) const;
     unsigned deviceOf(const Interface& local) const;

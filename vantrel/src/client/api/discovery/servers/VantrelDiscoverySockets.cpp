@@ -116,7 +116,9 @@ void VantrelDiscoverySockets::openPrivate(Addresses addresses) {
     const char* const ip = addresses.front().ip.c_str();
     try {
         CoMulticast socket(group_.port, group_.scope, name);
-        socket.bind(CoMulticast::PRIVATE);
+        CoMulticast::PortRange ports{};
+        Vantrel::CoNetworkConfig::getInstance().getDynamicPortRange(ports.lowest, ports.highest);
+        socket.bindPrivate(ports);
         socket.setTTL(group_.ttl);
         socket.setLoopback(true);  // programs of one machine hear each other
         CO_MSG_DEBUG("Vantrel Multicast: opened private socket '%d' on  '%s' '%s:%u/%s/%u'.", socket.getId(),

@@ -24,8 +24,9 @@ struct VantrelDiscoveryGroup {
 };
 
 /// The sockets of one party of discovery, client or server. One private socket per interface that network.cfg
-/// selects for multicast: searches and announcements leave by them, and the answers come back to them. One
-/// public socket, a member of the group on all those interfaces: it hears what is sent to the group.
+/// selects for multicast, on a port of its dynamic range: searches and announcements leave by them, and the
+/// answers come back to them. One public socket, a member of the group on all those interfaces: it hears what
+/// is sent to the group.
 ///
 /// Whatever fails is logged and left out; nothing is thrown. Without any multicast interface, or with TTL 0,
 /// there are no sockets; with IPv6, loopback is none. Parties on one machine hear each other, and each hears
