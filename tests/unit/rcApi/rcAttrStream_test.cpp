@@ -71,6 +71,7 @@ TEST(AttrStreamReading, IsShownOnOneLineWithLongValuesCut) {
         {"A 8 12345678", "A='12345678'"},
         {"A 9 123456789", "A='123456789"},
         {"A 10 1234567890", "A='12345...'"},
+        {"A\0B 10 1234567890"s, "A='1234567890'"},  // the whole name makes the room
     };
     for (const auto& [text, line] : cases) EXPECT_EQ(rcAttrStream(text).toPrettyString(8), line) << text;
     EXPECT_EQ(rcAttrStream("A 5 12345"s).toPrettyString(-1), "A='...'") << "three bytes at least";

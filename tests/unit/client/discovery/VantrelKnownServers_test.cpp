@@ -69,6 +69,8 @@ TEST(VantrelKnownServers, FollowsAServerToItsNewAddressesAndName) {
     EXPECT_EQ(servers.remove(VantrelServerId("d", "4", 7600)).size(), 1u);
     EXPECT_EQ(servers.add(Server{"", "", "d", "4", "", "c"}.info()), Change::Added) << "so is this one";
     EXPECT_EQ(names(servers.list()), "a c d ");
+    EXPECT_EQ(servers.add(Server{"", "", "d", "2 4", "", "e"}.info()), Change::Changed);
+    EXPECT_EQ(names(servers.list()), "a c e ") << "the first address decides";
 }
 
 TEST(VantrelKnownServers, TakesOutWhatAServerIdDenotes) {

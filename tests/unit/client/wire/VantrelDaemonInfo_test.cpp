@@ -82,6 +82,10 @@ TEST(DaemonInfoText, AddressesAndHostName) {
     }
 }
 
+TEST(DaemonInfoText, EmptyAddressesAreNone) {
+    EXPECT_EQ(fromText("IP0 1 AIP1 0 FrameIP0 0 "), fromText("IP0 1 A"));
+}
+
 TEST(DaemonInfoText, HoldsNoMoreThan64Addresses) {
     std::string text;
     for (unsigned i = 0; i < 70; ++i)

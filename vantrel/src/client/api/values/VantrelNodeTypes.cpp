@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <iterator>
+#include <string>
 
 namespace {
 
@@ -45,12 +46,7 @@ bool vantrelIsKnownNodeType(std::string_view type) {
 bool vantrelNodeTypeAccepts(std::string_view parent, std::string_view child) {
     const int row = vantrelNodeTypeNumber(parent);
     if (row < 0 || !vantrelIsKnownNodeType(child)) return false;
-    const std::string_view children = TYPES[row].children;
-    for (std::size_t at = children.find(child); at != std::string_view::npos;
-         at = children.find(child, at + 1)) {
-        if (children[at - 1] == '|' && children[at + child.size()] == '|') return true;
-    }
-    return false;
+    return TYPES[row].children.find('|' + std::string(child) + '|') != std::string_view::npos;
 }
 
 bool vantrelIsClipNodeType(std::string_view type) {
