@@ -37,6 +37,7 @@ TEST_F(BadPeerTest, MalformedRepliesAreFailuresWithATextAndTheConnectionGoesOn) 
         VantrelNodeHandle node(server, "n1");
         EXPECT_FALSE(call(node));
         EXPECT_STREQ(server.lastError(), error);
+        EXPECT_EQ(server.lastErrorCode(), VANTREL_ERROR_INVALID_REPLY);
         EXPECT_TRUE(server.ping(0)) << server.lastError();
     }
     EXPECT_EQ(peer.connections(), 1U);

@@ -220,6 +220,7 @@ TEST_F(CommandsTest, EachOperationIsRefusedWhileTheLibraryIsNotUp) {
         VantrelNodeHandle node(server, "n1");
         EXPECT_FALSE(operation.second(server, node));
         EXPECT_STREQ(server.lastError(), "API not initialized");
+        EXPECT_EQ(server.lastErrorCode(), VANTREL_ERROR_NOT_INITIALIZED);
         EXPECT_FALSE(server.isConnected() || server.getHostName());
     }
     const VantrelServerHandle server(id());

@@ -43,21 +43,26 @@ TEST_F(ConnectionTest, AFailedCallSaysWhyInTimeAndTheNextOneWorks) {
         const char* name;
         std::function<void()> fail;
         ::testing::Matcher<std::string> error;
+        VantrelErrorCode code;
         bool connects = false;  // it is a new connection that fails
         bool staysOpen = false;
     } failures[] = {
-        {"refused port", [&] { peer.refuse(); }, refused},
-        {"closes mid-reply", [&] { peer.closeAfter(2); }, reset},
-        {"closes instead of a reply", [&] { peer.closeAfter(0); }, reset},
-        {"closes at once", [&] { peer.closeOnAccept(true); }, StartsWith("Server not found ["), again},
-        {"never answers", [&] { peer.neverAnswer("Ping"); }, late},
+        {"refused port", [&] { peer.refuse(); }, refused, VANTREL_ERROR_UNREACHABLE},
+        {"closes mid-reply", [&] { peer.closeAfter(2); }, reset, VANTREL_ERROR_MAYBE_EXECUTED},
+        {"closes instead of a reply", [&] { peer.closeAfter(0); }, reset, VANTREL_ERROR_MAYBE_EXECUTED},
+        {"closes at once", [&] { peer.closeOnAccept(true); }, StartsWith("Server not found ["),
+         VANTREL_ERROR_UNREACHABLE, again},
+        {"never answers", [&] { peer.neverAnswer("Ping"); }, late, VANTREL_ERROR_TIMED_OUT},
         {"server's own error", [&] { peer.answer("Ping", ScriptedPeer::error("No\nway.")); }, "No\nway.",
-         false, true},
-        {"error without text", [&] { peer.answer("Ping", "error "); }, "", false, true},
-        {"wrong login", [&] { peer.answer("_login", ScriptedPeer::error("Who?")); }, notFound("Who?"), again},
-        {"login never answered", [&] { peer.neverAnswer("_login"); }, late, again},
-        {"no daemon info", [&] { peer.answer(info, ScriptedPeer::error("?")); }, notFound("?"), again},
-        {"daemon info never answered", [&] { peer.neverAnswer(info); }, late, again},
+         VANTREL_ERROR_REFUSED, false, true},
+        {"error without text", [&] { peer.answer("Ping", "error "); }, "", VANTREL_ERROR_REFUSED, false,
+         true},
+        {"wrong login", [&] { peer.answer("_login", ScriptedPeer::error("Who?")); }, notFound("Who?"),
+         VANTREL_ERROR_UNREACHABLE, again},
+        {"login never answered", [&] { peer.neverAnswer("_login"); }, late, VANTREL_ERROR_TIMED_OUT, again},
+        {"no daemon info", [&] { peer.answer(info, ScriptedPeer::error("?")); }, notFound("?"),
+         VANTREL_ERROR_UNREACHABLE, again},
+        {"daemon info never answered", [&] { peer.neverAnswer(info); }, late, VANTREL_ERROR_TIMED_OUT, again},
     };
     const VantrelServerHandle server(id());
     for (const auto& failure : failures) {
@@ -69,6 +74,9 @@ TEST_F(ConnectionTest, AFailedCallSaysWhyInTimeAndTheNextOneWorks) {
         EXPECT_FALSE(server.ping(0));
         EXPECT_LT(steady_clock::now() - start, seconds(20));
         EXPECT_THAT(server.lastError(), failure.error);
+        EXPECT_EQ(server.lastErrorCode(), failure.code);
+        const bool wasSent = !failure.connects && failure.code != VANTREL_ERROR_UNREACHABLE;
+        EXPECT_EQ(server.mayHaveExecuted(), wasSent && failure.code != VANTREL_ERROR_REFUSED);
         EXPECT_EQ(server.isConnected(), failure.staysOpen);
 
         peer.closeAfter(std::nullopt);
@@ -225,25 +233,27 @@ TEST_F(ConnectionTest, AnsweredByTheLastAttempt) {
 
 // --- Servers that cannot be reached ---
 
-TEST_F(ConnectionTest, AServerThatCannotBeReachedIsToldOfInTime) {
+TEST_F(ConnectionTest, AServerThatCannotBeReachedIsReportedInTime) {
     set("VANTREL_CONNECTION_TIMEOUT_MS", "60000");  // the call's is shorter
     const Vantrel::SilentListener silent;
     peer.neverAnswer("_login");
-    const std::pair<VantrelServerId, std::string> rows[] = {
-        {VantrelServerId(silent.port(), "127.0.0.1"), std::string(": ") + std::strerror(ETIMEDOUT) + "."},
-        {id(), std::strerror(ETIMEDOUT)},
+    const std::tuple<VantrelServerId, std::string, VantrelErrorCode> rows[] = {
+        {VantrelServerId(silent.port(), "127.0.0.1"), std::string(": ") + std::strerror(ETIMEDOUT) + ".",
+         VANTREL_ERROR_UNREACHABLE},
+        {id(), std::strerror(ETIMEDOUT), VANTREL_ERROR_TIMED_OUT},
         {VantrelServerId("no-such-host.invalid:7549"),
-         "Server not found [no-such-host.invalid:7549] [] []: "},
-        {VantrelServerId("render01"), "Server not found [render01:0] [SXAFS] []: "},
-        {VantrelServerId(""), "Server not found [:0] ["},
+         "Server not found [no-such-host.invalid:7549] [] []: ", VANTREL_ERROR_UNREACHABLE},
+        {VantrelServerId("render01"), "Server not found [render01:0] [SXAFS] []: ", VANTREL_ERROR_NOT_FOUND},
+        {VantrelServerId(""), "Server not found [:0] [", VANTREL_ERROR_NOT_FOUND},
     };
-    for (const auto& [wanted, error] : rows) {
+    for (const auto& [wanted, error, code] : rows) {
         const VantrelServerHandle server(wanted);
         const auto start = steady_clock::now();
         EXPECT_FALSE(server.ping(0));
         EXPECT_LT(steady_clock::now() - start, seconds(20));
         EXPECT_THAT(server.lastError(), HasSubstr(error));
-        EXPECT_FALSE(server.isConnected());
+        EXPECT_EQ(server.lastErrorCode(), code) << error;
+        EXPECT_FALSE(server.isConnected() || server.mayHaveExecuted());
     }
 }
 
@@ -271,6 +281,7 @@ TEST_F(ConnectionTest, AnotherServerAtTheAddressIsRefused) {
         EXPECT_EQ(peer.connections() - before, 1U) << "a wrong server is not tried again";
         EXPECT_EQ(server.isConnected(), matches);
         if (matches) continue;
+        EXPECT_EQ(server.lastErrorCode(), VANTREL_ERROR_NOT_FOUND);
         EXPECT_THAT(server.lastError(),
                     StartsWith("Mismatching server information [127.0.0.1:" + std::to_string(peer.port()) +
                                "] [" + database + " vs SXAFS] [" + storageId + " vs stor-1]: "));

@@ -214,6 +214,7 @@ TEST_F(FramesTest, AFailedTransferSaysWhyAndTheNextOneWorks) {
         std::string error = server.lastError();
         if (row.then == Then::Close && error.rfind("ret: -1", 0) == 0) error.replace(5, 2, "0");
         EXPECT_EQ(error, row.error);
+        EXPECT_TRUE(server.lastErrorCode() == VANTREL_ERROR_REFUSED || !row.keepsConnection);
         expectNextTransferWorks();
         EXPECT_EQ(frames.connections() - connections, row.keepsConnection ? 0U : 1U);
         EXPECT_EQ(folder.read("pulled"), "earlier");
@@ -252,6 +253,7 @@ TEST_F(FramesTest, WithoutADataInterfaceNoFrameTravelsOverTheMetadataAddress) {
     describe(info);
     EXPECT_FALSE(read(4));
     EXPECT_STREQ(server.lastError(), "No data interface found");
+    EXPECT_EQ(server.lastErrorCode(), VANTREL_ERROR_UNREACHABLE);
     EXPECT_EQ(frames.connections(), 0U);
     describeFrames("2010.1.1.0");
     expectNextTransferWorks();
@@ -268,6 +270,7 @@ TEST_F(FramesTest, TransfersToAndFromFilesThatAreNoFilesAreRefused) {
     };
     for (const auto& [push, path, error] : rows) {
         EXPECT_FALSE(push ? server.pushStream("r", path.c_str()) : server.pullStream("r", path.c_str()));
+        EXPECT_EQ(server.lastErrorCode(), VANTREL_ERROR_LOCAL);
         EXPECT_THAT(server.lastError(), HasSubstr("'" + path + "': " + std::strerror(error)));
     }
     EXPECT_FALSE(server.pullStream("r", nullptr) || server.pushStream("r", nullptr) ||

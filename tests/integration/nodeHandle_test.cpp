@@ -127,6 +127,7 @@ TEST_F(NodeTest, DisplayPathsAreWalkedByOneListPerLevel) {
         EXPECT_EQ(VantrelResolveDisplayPath(server, row.path, node), row.id != nullptr);
         EXPECT_EQ(peer.arguments("GetChildrenEx").size() - before, row.lists);
         EXPECT_TRUE(!row.id || node.getNodeId().id() == std::string(row.id)) << node.getNodeId().id();
+        EXPECT_TRUE(row.id || server.lastErrorCode() == VANTREL_ERROR_NOT_FOUND);
         EXPECT_TRUE(row.id || !*server.lastError()) << "an earlier failure must not pass for the reason";
     }
     EXPECT_THAT(methods(), Not(Contains("GetDisplayNameEx")));
@@ -152,6 +153,7 @@ TEST_F(NodeTest, WhatMayBeCreatedUnderWhatOnServersThatCannotBeAsked) {
     peer.answer("GetNodeTypeStr", ScriptedPeer::ok("SHELF"));
     EXPECT_FALSE(VantrelNodeHandle(server, "n1").canCreateNode("CLIP", can));
     EXPECT_STREQ(server.lastError(), "Unhandled parent node type 'SHELF'");
+    EXPECT_EQ(server.lastErrorCode(), VANTREL_ERROR_NOT_SUPPORTED);
 }
 
 TEST_F(NodeTest, AnIndexOutsideTheListFails) {
@@ -170,6 +172,7 @@ TEST_F(NodeTest, AnIndexOutsideTheListFails) {
         EXPECT_TRUE(at(size - 1)) << name << server.lastError();
         for (const int index : {-1, size, 0x7fffffff}) {
             EXPECT_FALSE(at(index)) << name;
+            EXPECT_EQ(node.lastErrorCode(), VANTREL_ERROR_INVALID_ARGUMENT);
             EXPECT_EQ(server.lastError(), "Index " + std::to_string(index) + " is out of the bounds 0," +
                                               std::to_string(size) + ".");
         }

@@ -51,6 +51,7 @@ TEST_F(StopTest, EndsACallAtOnceInEveryPhaseOfIt) {
             EXPECT_FALSE(pinging.get());
         });
         EXPECT_STREQ(server.lastError(), row.error);
+        EXPECT_EQ(server.lastErrorCode(), VANTREL_ERROR_STOPPED);
         EXPECT_FALSE(server.isConnected());
         peer.closeOnAccept(false);
         peer.answer("Ping", ScriptedPeer::ok(""));

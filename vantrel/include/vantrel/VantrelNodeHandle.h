@@ -45,6 +45,8 @@ class VANTREL_API VantrelNodeHandle {
 
     /// VantrelServerHandle::lastError of the server handle: never null, valid until the next call on it.
     const char* lastError() const;
+    /// VantrelServerHandle::lastErrorCode of the server handle.
+    VantrelErrorCode lastErrorCode() const;
 
     // --- Identity ---
 

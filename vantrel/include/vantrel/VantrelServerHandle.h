@@ -1,5 +1,6 @@
 #pragma once
 
+#include <vantrel/VantrelErrorCode.h>
 #include <vantrel/VantrelServerInfo.h>
 #include <vantrel/VantrelTypes.h>
 
@@ -53,6 +54,11 @@ class VANTREL_API VantrelServerHandle {
     /// Why the last failing call failed; never null, empty at first. The text is the calling thread's own
     /// copy; it is valid until the library has handed that thread 16 further texts.
     const char* lastError() const;
+    /// The same for programs: VANTREL_ERROR_NONE at first.
+    VantrelErrorCode lastErrorCode() const;
+    /// Whether the server may have done what the last failing call asked: its command went out, and no answer
+    /// said that it was refused. False where nothing was sent, or the server refused.
+    bool mayHaveExecuted() const;
 
     // --- Connection ---
 

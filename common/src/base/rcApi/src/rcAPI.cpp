@@ -115,6 +115,7 @@ rcOutcome rcAPI::call(int objectId, const char* method, const char* argument, bo
     // The scope first: a stop that comes before the flag is cleared still ends this call.
     const CoIoDescriptor::StopScope stopScope(descriptor_);
     clearStop();
+    sent_ = false;
     const std::string_view name = method ? method : "";
     if (!CO_ASSERT(isMethodName(name))) {
         result = INVALID_METHOD;
@@ -150,6 +151,7 @@ rcOutcome rcAPI::performCall(int objectId, std::string_view method, std::string_
     rcCommand::format(type, objectId, method, argument, line_);
     const rcOutcome written = writeLine(deadline, result);
     if (written != rcOutcome::Answered) return written;
+    sent_ = true;
     if (waitForResult) return readReply(deadline, result);
     result.clear();
     return rcOutcome::Answered;

@@ -45,6 +45,9 @@ class rcAPI {
     rcOutcome call(int objectId, const char* method, const char* argument, bool waitForResult,
                    std::string& result, unsigned timeoutMs);
 
+    /// Whether the command of the last call went out whole, so that the server may perform it.
+    bool wasSent() const { return sent_; }
+
     /// `checkAlive` also asks the system whether the peer has closed.
     bool isConnected(bool checkAlive) const;
 
@@ -96,6 +99,7 @@ class rcAPI {
     std::atomic<unsigned> forkGeneration_{0};
     std::unique_ptr<char[]> buffer_;
     std::string line_;
+    bool sent_ = false;
     rcResult result_;
 
     std::atomic<bool> connecting_{false};

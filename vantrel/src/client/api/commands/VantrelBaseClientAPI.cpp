@@ -57,9 +57,9 @@ bool VantrelBaseClientAPI::translatePaths(const VantrelStrList& paths, VantrelSt
                                           const char* srcHost, const char* dstHost, VantrelOS::OsType srcType,
                                           VantrelOS::OsType dstType) {
     if (!srcHost || !VantrelTranslationCodec::isValidHost(srcHost))
-        return fail("Invalid source host name given");
+        return fail(VANTREL_ERROR_INVALID_ARGUMENT, "Invalid source host name given");
     if (!dstHost || !VantrelTranslationCodec::isValidHost(dstHost))
-        return fail("Invalid destination host name given");
+        return fail(VANTREL_ERROR_INVALID_ARGUMENT, "Invalid destination host name given");
     VantrelTranslationRequest asked{srcHost, srcType, dstHost, dstType, {}};
     asked.paths.reserve(paths.size());
     for (unsigned i = 0; i < paths.size(); ++i) asked.paths.emplace_back(paths.getStr(i));

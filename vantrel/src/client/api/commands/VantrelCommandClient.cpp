@@ -1,12 +1,12 @@
 #include "VantrelCommandClient.h"
 
-bool VantrelCommandClient::fail(std::string reason) {
-    lastError_ = std::move(reason);
+bool VantrelCommandClient::fail(VantrelErrorCode code, std::string reason, bool sent) {
+    lastFailure_ = {std::move(reason), code, sent};
     return false;
 }
 
-bool VantrelCommandClient::succeeded(Vantrel::rcOutcome outcome, std::string& reason) {
-    return outcome == Vantrel::rcOutcome::Answered || fail(std::move(reason));
+bool VantrelCommandClient::succeeded(const VantrelCallOutcome& outcome, std::string& reason) {
+    return outcome == Vantrel::rcOutcome::Answered || fail(outcome.code(), std::move(reason), outcome.sent());
 }
 
 bool VantrelCommandClient::serverVersion(VantrelVersion& version) {
@@ -23,5 +23,5 @@ const VantrelCommand* VantrelCommandClient::formOf(const VantrelCommand& plain) 
 bool VantrelCommandClient::require(const VantrelCommand& command, const char* refusal) {
     VantrelVersion version{};
     if (!serverVersion(version)) return false;
-    return version >= command.since || fail(refusal);
+    return version >= command.since || fail(VANTREL_ERROR_NOT_SUPPORTED, refusal);
 }

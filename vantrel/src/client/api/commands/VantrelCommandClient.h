@@ -6,24 +6,26 @@
 
 #include "VantrelClientConnection.h"
 #include "VantrelCommands.h"
+#include "VantrelFailure.h"
 
 /// What the clients of the node port's commands have in common: they ask the server, in the form that a
 /// server of its version knows, and keep the reason of the last failure. Operations return true on success.
 /// Thread safety: one object is used by one thread at a time.
 class VantrelCommandClient {
   public:
-    /// The connection must outlive this object, and so must `lastError`, which takes the reasons of failures
-    /// instead of a text of this object's own.
-    VantrelCommandClient(VantrelClientConnection& connection, std::string& lastError)
-        : connection_(connection), lastError_(lastError) {}
+    /// The connection must outlive this object, and so must `lastFailure`, which takes the reasons of
+    /// failures instead of a record of this object's own.
+    VantrelCommandClient(VantrelClientConnection& connection, VantrelFailure& lastFailure)
+        : connection_(connection), lastFailure_(lastFailure) {}
     explicit VantrelCommandClient(VantrelClientConnection& connection)
-        : connection_(connection), lastError_(ownLastError_) {}
+        : connection_(connection), lastFailure_(ownLastFailure_) {}
     VantrelCommandClient(const VantrelCommandClient&) = delete;
     VantrelCommandClient& operator=(const VantrelCommandClient&) = delete;
 
     /// Why the last failing operation failed: the server's own text, the transport's, or what is wrong with
     /// the reply. Empty at first; a success does not clear it.
-    const char* lastError() const { return lastError_.c_str(); }
+    const char* lastError() const { return lastFailure_.text.c_str(); }
+    const VantrelFailure& lastFailure() const { return lastFailure_; }
 
   protected:
     ~VantrelCommandClient() = default;
@@ -54,27 +56,26 @@ class VantrelCommandClient {
     [[nodiscard]] bool require(const VantrelCommand& command, const char* refusal);
 
     /// Keeps the reason of a failure and returns false.
-    bool fail(std::string reason);
+    bool fail(VantrelErrorCode code, std::string reason, bool sent = false);
     /// After a call that went wrong: the text beside its outcome is the reason.
-    bool succeeded(Vantrel::rcOutcome outcome, std::string& reason);
+    bool succeeded(const VantrelCallOutcome& outcome, std::string& reason);
 
   private:
     VantrelClientConnection& connection_;
-    std::string ownLastError_;
-    std::string& lastError_;
+    VantrelFailure ownLastFailure_;
+    VantrelFailure& lastFailure_;
 };
 
 template <typename Take>
 bool VantrelCommandClient::ask(const VantrelCommand& command, const std::string& argument, Take take,
                                const VantrelClientConnection::Limits& limits) {
+    bool answered = false;
     try {
         std::string reply;
-        if (!succeeded(connection_.callMethod(command.name, argument.c_str(), reply, limits), reply)) {
-            return false;
-        }
-        take(std::move(reply));
-        return true;
+        answered = succeeded(connection_.callMethod(command.name, argument.c_str(), reply, limits), reply);
+        if (answered) take(std::move(reply));
+        return answered;
     } catch (const std::exception& error) {
-        return fail(error.what());
+        return fail(answered ? VANTREL_ERROR_INVALID_REPLY : VANTREL_ERROR_LOCAL, error.what(), answered);
     }
 }

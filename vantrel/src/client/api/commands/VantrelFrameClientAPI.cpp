@@ -6,13 +6,17 @@
 #include "CoAssert.h"
 #include "CoException.h"
 #include "CoMsg.h"
+#include "VantrelFailure.h"
 #include "VantrelFrameTrace.h"
 #include "VantrelSettings.h"
 
+using Failed = VantrelFailureException;
 using Vantrel::CoException;
 using Vantrel::coFormat;
 
 namespace {
+
+constexpr const char* NO_NAME = "No frame, stream or file name given";
 
 bool hasMethod(const VantrelDaemonInfo& info, VantrelFrameInterface::Method method) {
     return VantrelVersion::ofProtocol(info) >= VantrelFrameInterface::since(method);
@@ -54,7 +58,7 @@ void VantrelFrameClientAPI::disconnect() {
 
 void VantrelFrameClientAPI::writeMethodStringAndSize(Connection& connection, Method method, const char* text,
                                                      std::size_t size) {
-    if (!CO_ASSERT(text != nullptr)) throw CoException("No frame, stream or file name given");
+    if (!CO_ASSERT(text != nullptr)) throw Failed(VANTREL_ERROR_INVALID_ARGUMENT, NO_NAME, false);
     const std::string bytes = header(method, text, static_cast<long>(size));
     connection.write(bytes.data(), bytes.size());
 }
@@ -74,7 +78,7 @@ void VantrelFrameClientAPI::writeParameters(Connection& connection, const void* 
 void VantrelFrameClientAPI::handleReturnCode(Connection& connection) {
     std::string text;
     if (!connection.readText(text, MAX_RETURN_CODE)) connection.disconnect();  // the rest would be misread
-    if (!text.empty()) throw CoException(text);
+    if (!text.empty()) throw Failed(VANTREL_ERROR_REFUSED, text, true);
 }
 
 std::size_t VantrelFrameClientAPI::readSize(Connection& connection) {
@@ -83,7 +87,7 @@ std::size_t VantrelFrameClientAPI::readSize(Connection& connection) {
     const auto size = complete ? parseSize(text) : std::nullopt;
     if (!size) {
         connection.disconnect();
-        throw CoException(coFormat("Invalid size reply: '%s'.", text.c_str()));
+        throw Failed(VANTREL_ERROR_INVALID_REPLY, coFormat("Invalid size reply: '%s'.", text.c_str()), true);
     }
     return *size;
 }
@@ -168,7 +172,7 @@ void VantrelFrameClientAPI::throwFastAckError(const char* buffer, std::size_t si
     if (!CO_ASSERT(prefixLength < size)) return;
     if (std::memcmp(buffer, FAST_ACK_ERROR_PREFIX(), prefixLength) != 0) return;
     const char* text = buffer + prefixLength;
-    throw CoException(std::string(text, ::strnlen(text, size - prefixLength)));
+    throw Failed(VANTREL_ERROR_REFUSED, std::string(text, ::strnlen(text, size - prefixLength)), true);
 }
 
 std::optional<VantrelDaemonInfo> VantrelFrameClientAPI::readAhead(const char* frameId, const void* parameters,
@@ -190,8 +194,10 @@ std::optional<VantrelDaemonInfo> VantrelFrameClientAPI::readRedirection() {
     if (length == 0) return std::nullopt;
     if (length > MAX_REDIRECTION_BYTES) {
         connection_.disconnect();
-        throw CoException(
-            coFormat("Redirection of %zu bytes; at most %zu are taken.", length, MAX_REDIRECTION_BYTES));
+        throw Failed(
+            VANTREL_ERROR_INVALID_REPLY,
+            coFormat("Redirection of %zu bytes; at most %zu are taken.", length, MAX_REDIRECTION_BYTES),
+            true);
     }
     std::string text(length, '\0');
     connection_.read(text.data(), text.size());
@@ -223,7 +229,7 @@ void VantrelFrameClientAPI::readStream(const char* streamId, void* buffer, std::
     count = available;
     if (elementSize > 0 && available > size / elementSize) {
         connection_.disconnect();  // the elements are on their way, and are not read
-        throw CoException("Buffer too small.");
+        throw Failed(VANTREL_ERROR_INVALID_ARGUMENT, "Buffer too small.", true);
     }
     connection_.read(static_cast<char*>(buffer), available * elementSize);
 }

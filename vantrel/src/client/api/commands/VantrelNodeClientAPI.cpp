@@ -47,7 +47,7 @@ bool VantrelNodeClientAPI::checkNoComma(const VantrelNodeId& node) {
     if (std::string(node.id()).find(',') == std::string::npos) return true;
     std::string message = coFormat("Invalid node id: '%s'.", node.id());
     if (message.size() > MAX_ID_MESSAGE_BYTES) message.resize(MAX_ID_MESSAGE_BYTES);
-    return fail(std::move(message));
+    return fail(VANTREL_ERROR_INVALID_ARGUMENT, std::move(message));
 }
 
 // --- The server ---
@@ -156,7 +156,8 @@ bool VantrelNodeClientAPI::canCreateNode(const VantrelNodeId& parent, std::optio
         known = std::move(own);
     }
     if (!vantrelIsKnownNodeType(known->text)) {
-        return fail(coFormat("Unhandled parent node type '%s'", known->text.c_str()));
+        return fail(VANTREL_ERROR_NOT_SUPPORTED,
+                    coFormat("Unhandled parent node type '%s'", known->text.c_str()));
     }
     can = vantrelNodeTypeAccepts(known->text, orEmpty(extendedType));
     return true;

@@ -54,63 +54,66 @@ VantrelClientConnection::~VantrelClientConnection() = default;
 
 // --- Calling ---
 
-rcOutcome VantrelClientConnection::callMethod(const char* method, const char* argument, std::string& result,
-                                              const Limits& limits) {
+VantrelCallOutcome VantrelClientConnection::callMethod(const char* method, const char* argument,
+                                                       std::string& result, const Limits& limits) {
     const CoDeferral deferral;
     const Call call(control_.stops());
     const CoLock lock(mutex_);
     const Operation operation(control_);
     unsigned leftMs = limits.callMs;
     std::optional<CoDeadline> retrying;
+    bool sent = false;  // on any of the connections
     for (unsigned reconnects = 0;; ++reconnects) {
-        if (isStopped(result)) return rcOutcome::Stopped;
+        if (isStopped(result)) return {rcOutcome::Stopped, sent};
         if (endpoint_.isConnected(false)) {
             const CoDeadline answer(leftMs);
-            const rcOutcome outcome = callOnce(method, argument, result, leftMs);
-            if (outcome != rcOutcome::Lost) return outcome;
+            const VantrelCallOutcome outcome = callOnce(method, argument, result, leftMs);
+            sent = sent || outcome.sent();
+            if (outcome != rcOutcome::Lost) return {outcome, sent};
             leftMs = answer.leftMs();
-            if (leftMs == 0 && !control_.isRequested()) return outcome;
+            if (leftMs == 0 && !control_.isRequested()) return {outcome, sent};
         } else {
             callDisconnectCallback();
         }
-        if (isStopped(result)) return rcOutcome::Stopped;
+        if (isStopped(result)) return {rcOutcome::Stopped, sent};
         if (reconnects == MAX_RECONNECTS_PER_CALL) {
             if (result.empty()) result = NOT_CONNECTED;  // lost by a connect callback's own call each time
-            return rcOutcome::Lost;
+            return {rcOutcome::Lost, sent};
         }
         if (!retrying) retrying.emplace(limits.retryMs);
-        const rcOutcome connected = connect({limits.connectMs, retrying->leftMs(), true, leftMs}, result);
+        const auto connected = connect({limits.connectMs, retrying->leftMs(), true, leftMs}, result, sent);
         if (connected != rcOutcome::Answered) return connected;
     }
 }
 
-rcOutcome VantrelClientConnection::callConnected(const char* method, const char* argument,
-                                                 std::string& result, unsigned callTimeoutMs) {
+VantrelCallOutcome VantrelClientConnection::callConnected(const char* method, const char* argument,
+                                                          std::string& result, unsigned callTimeoutMs) {
     const CoDeferral deferral;
     const Call call(control_.stops());
     const CoLock lock(mutex_);
     const Operation operation(control_);
-    if (isStopped(result)) return rcOutcome::Stopped;
+    if (isStopped(result)) return {rcOutcome::Stopped, false};
     if (!endpoint_.isConnected(true)) {
         result = NOT_CONNECTED;
-        return rcOutcome::Lost;
+        return {rcOutcome::Lost, false};
     }
     return callOnce(method, argument, result, callTimeoutMs);
 }
 
 // On a connection that may turn out to be lost. Unless the server answered, it is closed afterwards.
-rcOutcome VantrelClientConnection::callOnce(const char* method, const char* argument, std::string& result,
-                                            unsigned timeoutMs) {
+VantrelCallOutcome VantrelClientConnection::callOnce(const char* method, const char* argument,
+                                                     std::string& result, unsigned timeoutMs) {
     auto outcome = rcOutcome::Lost;
     {
         const VantrelCallTrace trace(method, argument, result);
         outcome = endpoint_.call(0, method, argument, true, result, timeoutMs);
     }
-    if (outcome == rcOutcome::Answered || outcome == rcOutcome::Refused) return outcome;
+    const VantrelCallOutcome fate(outcome, endpoint_.wasSent());
+    if (outcome == rcOutcome::Answered || outcome == rcOutcome::Refused) return fate;
     if (outcome == rcOutcome::TimedOut) CO_MSG_ERROR("%s timed-out", method);
     endpoint_.disconnect();  // a late reply would be taken for that of the next call
     callDisconnectCallback();
-    return outcome;
+    return fate;
 }
 
 bool VantrelClientConnection::isStopped(std::string& reason) const {
@@ -119,47 +122,48 @@ bool VantrelClientConnection::isStopped(std::string& reason) const {
     return true;
 }
 
-rcOutcome VantrelClientConnection::connect(const Terms& terms, std::string& error) {
+VantrelCallOutcome VantrelClientConnection::connect(const Terms& terms, std::string& error, bool sent) {
     const rcOutcome outcome = finder_.connect(terms, error);
     if (outcome == rcOutcome::Answered && std::exchange(wasConnected_, true)) runConnectCallbacks();
-    return outcome;
+    return VantrelCallOutcome::ofConnecting(outcome, finder_.triedAddress(), sent);
 }
 
 // --- What the server is ---
 
-rcOutcome VantrelClientConnection::getDaemonInfo(bool refresh, std::shared_ptr<const VantrelDaemonInfo>& info,
-                                                 std::string& error) {
+VantrelCallOutcome VantrelClientConnection::getDaemonInfo(bool refresh,
+                                                          std::shared_ptr<const VantrelDaemonInfo>& info,
+                                                          std::string& error) {
     const CoDeferral deferral;
     const Call call(control_.stops());
     const CoLock lock(mutex_);
-    const rcOutcome outcome = updateDaemonInfo(refresh, error);
+    const VantrelCallOutcome outcome = updateDaemonInfo(refresh, error);
     if (outcome == rcOutcome::Answered) info = finder_.daemonInfo();
     return outcome;
 }
 
-rcOutcome VantrelClientConnection::getProtocolVersion(VantrelVersion& version, std::string& error) {
+VantrelCallOutcome VantrelClientConnection::getProtocolVersion(VantrelVersion& version, std::string& error) {
     const CoDeferral deferral;
     const Call call(control_.stops());
     const CoLock lock(mutex_);
-    const rcOutcome outcome = updateDaemonInfo(false, error);
+    const VantrelCallOutcome outcome = updateDaemonInfo(false, error);
     if (outcome == rcOutcome::Answered) version = VantrelVersion::ofProtocol(*finder_.daemonInfo());
     return outcome;
 }
 
-rcOutcome VantrelClientConnection::updateDaemonInfo(bool refresh, std::string& error) {
-    if (finder_.daemonInfo() && !refresh) return rcOutcome::Answered;
+VantrelCallOutcome VantrelClientConnection::updateDaemonInfo(bool refresh, std::string& error) {
+    if (finder_.daemonInfo() && !refresh) return {rcOutcome::Answered, false};
     const Operation operation(control_);
-    if (isStopped(error)) return rcOutcome::Stopped;
+    if (isStopped(error)) return {rcOutcome::Stopped, false};
     Limits limits = Limits::byDefault();
     if (!endpoint_.isConnected(true)) {
         endpoint_.disconnect();
         callDisconnectCallback();  // as for a first connect by any other call
-        const rcOutcome outcome = connect({limits.connectMs, limits.retryMs, true, limits.callMs}, error);
+        const auto outcome = connect({limits.connectMs, limits.retryMs, true, limits.callMs}, error);
         if (outcome != rcOutcome::Answered || !refresh || finder_.askedServer()) return outcome;
     }
     limits.callMs = VantrelServerFinder::daemonInfoTimeoutMs();
-    const rcOutcome outcome = callMethod(VantrelCommands::GET_DAEMON_INFO.name,
-                                         VantrelServerFinder::DAEMON_INFO_ARGUMENT, error, limits);
+    const auto outcome = callMethod(VantrelCommands::GET_DAEMON_INFO.name,
+                                    VantrelServerFinder::DAEMON_INFO_ARGUMENT, error, limits);
     if (outcome == rcOutcome::Answered) finder_.takeDaemonInfo(std::move(error));
     return outcome;
 }

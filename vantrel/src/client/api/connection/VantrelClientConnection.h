@@ -9,6 +9,7 @@
 
 #include "CoDeferral.h"
 #include "CoMutex.h"
+#include "VantrelCallOutcome.h"
 #include "VantrelServerFinder.h"
 #include "VantrelStopControl.h"
 #include "VantrelVersion.h"
@@ -51,11 +52,11 @@ class VantrelClientConnection {
     /// Performs one call, connecting first where needed, and at most twice: only a call that was Lost is sent
     /// again, while time is left for it. `result` is the server's reply, or the reason of a failure. A call
     /// that times out closes the connection.
-    Vantrel::rcOutcome callMethod(const char* method, const char* argument, std::string& result,
+    VantrelCallOutcome callMethod(const char* method, const char* argument, std::string& result,
                                   const Limits& limits);
 
     /// The same with a connection that is up: never connects.
-    Vantrel::rcOutcome callConnected(const char* method, const char* argument, std::string& result,
+    VantrelCallOutcome callConnected(const char* method, const char* argument, std::string& result,
                                      unsigned callTimeoutMs);
 
     /// Runs `action`, which may call the server, while no other thread does; false when one does so now.
@@ -70,10 +71,10 @@ class VantrelClientConnection {
 
     /// What the server said of itself when connecting, connecting now if need be; with `refresh` it is asked
     /// again. `info` is not null when it was Answered, else `error` says why.
-    Vantrel::rcOutcome getDaemonInfo(bool refresh, std::shared_ptr<const VantrelDaemonInfo>& info,
+    VantrelCallOutcome getDaemonInfo(bool refresh, std::shared_ptr<const VantrelDaemonInfo>& info,
                                      std::string& error);
     /// The server's version, from the same record.
-    Vantrel::rcOutcome getProtocolVersion(VantrelVersion& version, std::string& error);
+    VantrelCallOutcome getProtocolVersion(VantrelVersion& version, std::string& error);
 
     /// Neither waits behind calls: those that run, and those that wait for them, fail.
     void disconnect();
@@ -102,10 +103,10 @@ class VantrelClientConnection {
   private:
     using Terms = VantrelServerFinder::Terms;
 
-    Vantrel::rcOutcome callOnce(const char* method, const char* argument, std::string& result,
+    VantrelCallOutcome callOnce(const char* method, const char* argument, std::string& result,
                                 unsigned timeoutMs) CO_REQUIRES(mutex_);
-    Vantrel::rcOutcome connect(const Terms& terms, std::string& error) CO_REQUIRES(mutex_);
-    Vantrel::rcOutcome updateDaemonInfo(bool refresh, std::string& error) CO_REQUIRES(mutex_);
+    VantrelCallOutcome connect(const Terms& terms, std::string& error, bool sent = false) CO_REQUIRES(mutex_);
+    VantrelCallOutcome updateDaemonInfo(bool refresh, std::string& error) CO_REQUIRES(mutex_);
     bool isStopped(std::string& reason) const;
     void runConnectCallbacks() CO_REQUIRES(mutex_);
     void noteLoss() CO_REQUIRES(mutex_);

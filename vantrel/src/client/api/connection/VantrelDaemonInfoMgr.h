@@ -1,5 +1,7 @@
 #pragma once
 
+#include <vantrel/VantrelErrorCode.h>
+
 class VantrelDaemonInfo;
 
 /// Holder of the daemon info of one server, through which frame connections learn where to connect. Each
@@ -16,4 +18,5 @@ class VantrelDaemonInfoMgr {
     virtual void clearDaemonInfo() = 0;
     /// Why the last failing call failed; never null.
     virtual const char* lastError() const = 0;
+    virtual VantrelErrorCode lastErrorCode() const { return VANTREL_ERROR_UNREACHABLE; }
 };

@@ -2,16 +2,16 @@
 
 #include <algorithm>
 
-#include "CoException.h"
 #include "CoMsg.h"
 #include "CoPort.h"
 #include "CoProcess.h"
 #include "VantrelDaemonHost.h"
 #include "VantrelDaemonInfoMgr.h"
+#include "VantrelFailure.h"
 #include "VantrelResolver.h"
 #include "VantrelSettings.h"
 
-using Vantrel::CoException;
+using Failed = VantrelFailureException;
 using Vantrel::coFormat;
 using Vantrel::CoIoDescriptor;
 using Vantrel::coPrintable;
@@ -34,7 +34,7 @@ unsigned stallTimeoutMs() {
 }  // namespace
 
 void VantrelRawDataClientConnection::Operation::throwIfStopped() const {
-    if (tcp_.stopRequested() || local_.stopRequested()) throw CoException(ABORTED);
+    if (tcp_.stopRequested() || local_.stopRequested()) throw Failed(VANTREL_ERROR_STOPPED, ABORTED, false);
 }
 
 VantrelRawDataClientConnection::Request::Request(VantrelRawDataClientConnection& connection)
@@ -70,7 +70,7 @@ CoIoDescriptor& VantrelRawDataClientConnection::socket() {
 
 void VantrelRawDataClientConnection::connect() {
     const VantrelDaemonInfo* info = nullptr;
-    if (!server_->getDaemonInfo(info)) throw CoException(server_->lastError());
+    if (!server_->getDaemonInfo(info)) throw Failed(server_->lastErrorCode(), server_->lastError(), false);
     disconnect();
     if (connectLocally(*info)) return;
     const int port =
@@ -84,7 +84,7 @@ void VantrelRawDataClientConnection::connect() {
         return;
     }
     server_->clearDaemonInfo();  // the server may have moved: ask it before the next attempt
-    throw CoException("No data interface found");
+    throw Failed(VANTREL_ERROR_UNREACHABLE, "No data interface found", false);
 }
 
 bool VantrelRawDataClientConnection::connectLocally(const VantrelDaemonInfo& info) {
@@ -95,7 +95,7 @@ bool VantrelRawDataClientConnection::connectLocally(const VantrelDaemonInfo& inf
     CO_MSG_NOTICE("Connecting to server '%s' / '%s' using '%s'.", name.c_str(), storageId.c_str(),
                   path.c_str());
     if (!local_.connect(path.c_str(), LOCAL_CONNECT_TIMEOUT_MS)) {
-        if (local_.wasStopped()) throw CoException(ABORTED);
+        if (local_.wasStopped()) throw Failed(VANTREL_ERROR_STOPPED, ABORTED, false);
         CO_MSG_WARNING("Could not connect to socket pipe file '%s': %s", path.c_str(),
                        local_.lastErrorText().c_str());
         return false;
@@ -113,7 +113,7 @@ bool VantrelRawDataClientConnection::connectTo(const VantrelDaemonInfo& info, co
                   static_cast<unsigned>(port));
     const int bufferBytes = static_cast<int>(VantrelSettings::frameSocketBufferBytes.get());
     if (!tcp_.connect(address, port, bufferBytes, bufferBytes, CONNECT_TIMEOUT_SEC)) {
-        if (tcp_.wasStopped()) throw CoException(ABORTED);
+        if (tcp_.wasStopped()) throw Failed(VANTREL_ERROR_STOPPED, ABORTED, false);
         return false;
     }
     forkGeneration_ = Vantrel::CoProcess::forkGeneration();
@@ -132,11 +132,14 @@ void VantrelRawDataClientConnection::read(char* buffer, std::size_t length) {
         const ssize_t moved = from.blockingRead(buffer, piece, stallTimeoutMs());
         if (moved != static_cast<ssize_t>(piece)) {
             const bool aborted = from.wasStopped();
+            const bool stalled = from.lastError() == CoIoDescriptor::IoError::TimedOut;
             const std::string reason = from.lastErrorText();
             disconnect();
-            if (aborted) throw CoException(ABORTED);
-            if (moved == 0) throw CoException("Connection closed");
-            throw CoException(coFormat("Cannot read data on socket: %.*s", MAX_REASON_BYTES, reason.c_str()));
+            if (aborted) throw Failed(VANTREL_ERROR_STOPPED, ABORTED, true);
+            if (moved == 0) throw Failed(VANTREL_ERROR_MAYBE_EXECUTED, "Connection closed", true);
+            throw Failed(stalled ? VANTREL_ERROR_TIMED_OUT : VANTREL_ERROR_MAYBE_EXECUTED,
+                         coFormat("Cannot read data on socket: %.*s", MAX_REASON_BYTES, reason.c_str()),
+                         true);
         }
         buffer += piece;
         length -= piece;
@@ -154,9 +157,11 @@ void VantrelRawDataClientConnection::write(const char* buffer, std::size_t lengt
             const bool stalled = to.lastError() == CoIoDescriptor::IoError::TimedOut;
             const std::string reason = stalled ? ": " + to.lastErrorText() : std::string();
             disconnect();
-            if (aborted) throw CoException(ABORTED);
-            throw CoException(coFormat("ret: %d writing %d bytes%s", static_cast<int>(moved),
-                                       static_cast<int>(piece), reason.c_str()));
+            if (aborted) throw Failed(VANTREL_ERROR_STOPPED, ABORTED, true);
+            throw Failed(stalled ? VANTREL_ERROR_TIMED_OUT : VANTREL_ERROR_MAYBE_EXECUTED,
+                         coFormat("ret: %d writing %d bytes%s", static_cast<int>(moved),
+                                  static_cast<int>(piece), reason.c_str()),
+                         true);
         }
         buffer += piece;
         length -= piece;

@@ -101,6 +101,7 @@ void VantrelServerFinder::search(const Terms& terms) {
     logNetwork();
     reportAddress();
     error_.clear();
+    triedAddress_ = false;
     for (unsigned retryLeftMs = terms.retryTimeoutMs;;) {
         const CoDeadline limit(terms.limitMs);
         if (tryGivenAddress(terms, limit) || tryResolvedAddresses(terms, limit)) return;
@@ -162,6 +163,7 @@ bool VantrelServerFinder::tryGivenAddress(const Terms& terms, const CoDeadline& 
     if (!findAllowedAddress(std::min(terms.connectTimeoutMs, limit.leftMs()), address)) return false;
     vantrelSimulateLatency(VantrelSettings::connectExtraLatencyMs);
     throwIfStopped();
+    triedAddress_ = true;
     const rcOutcome outcome =
         endpoint_.connect(address.c_str(), port, terms.connectTimeoutMs, error_, limit.leftMs());
     if (outcome != rcOutcome::Answered) {
@@ -324,6 +326,7 @@ bool VantrelServerFinder::tryResolvedAddress(const VantrelDaemonInfo& info, cons
     CO_MSG_NOTICE("Connecting to server '%s' / '%s' using '%s:%u'.", host, storageId, address.c_str(), port);
     vantrelSimulateLatency(VantrelSettings::connectExtraLatencyMs);
     throwIfStopped();
+    triedAddress_ = true;
     const rcOutcome outcome = endpoint_.connect(address.c_str(), info.getNodePort(), terms.connectTimeoutMs,
                                                 error_, limit.leftMs());
     if (outcome != rcOutcome::Answered) {

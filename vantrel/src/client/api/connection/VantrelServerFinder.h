@@ -40,6 +40,8 @@ class VantrelServerFinder {
 
     /// What the server last said of itself, or discovery of it; null before the first connect.
     const std::shared_ptr<const VantrelDaemonInfo>& daemonInfo() const { return daemonInfo_; }
+    /// Whether the last connect had an address to try.
+    bool triedAddress() const { return triedAddress_; }
     /// Whether `daemonInfo` is the server's own answer to the last connect.
     bool askedServer() const { return askedServer_; }
     /// Takes a later answer of the server to "GetDaemonInfo".
@@ -83,4 +85,5 @@ class VantrelServerFinder {
     std::string reachedAddress_;
     std::string error_;  // why the last address did not work
     bool askedServer_ = false;
+    bool triedAddress_ = false;
 };

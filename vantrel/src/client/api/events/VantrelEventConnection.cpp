@@ -84,13 +84,14 @@ bool VantrelEventConnection::registerEventHandler(const VantrelNodeId& nodeId, H
     CO_MSG_DEBUG("Registering event handler %p for '%s'", static_cast<void*>(handler), nodeId.id());
     const auto port = port_.lock();
     if (!handler || !isOpen() || !port) {
-        lastError_ = handler ? CLOSED : INVALID_HANDLER;
+        if (handler) lastFailure_ = {CLOSED, VANTREL_ERROR_NOT_INITIALIZED, false};
+        if (!handler) lastFailure_ = {INVALID_HANDLER, VANTREL_ERROR_INVALID_ARGUMENT, false};
         return false;
     }
     const VantrelEventSubject subject{nodeId.id(), format ? format : "", meta ? meta : ""};
     // Before the server knows: its first event may come before its answer.
     const auto addition = dispatcher_.add(subject, handler);
-    if (registrations_.add(subject, lastError_)) {
+    if (registrations_.add(subject, lastFailure_)) {
         port->watchSoon();
         return true;
     }
@@ -100,15 +101,16 @@ bool VantrelEventConnection::registerEventHandler(const VantrelNodeId& nodeId, H
 
 bool VantrelEventConnection::unregisterEventHandler(const VantrelNodeId& nodeId, const Handler* handler) {
     if (isForeign()) {
-        lastError_ = CLOSED;
+        lastFailure_ = {CLOSED, VANTREL_ERROR_NOT_INITIALIZED, false};
         return false;
     }
     const auto removal = dispatcher_.remove(nodeId.id(), handler);
     if (removal == VantrelEventDispatcher::Removal::Unknown) {
-        lastError_ = coFormat("Event handler %p is not registered for '%s'",
-                              static_cast<const void*>(handler), nodeId.id());
+        lastFailure_ = {coFormat("Event handler %p is not registered for '%s'",
+                                 static_cast<const void*>(handler), nodeId.id()),
+                        VANTREL_ERROR_NOT_FOUND, false};
         return false;
     }
     if (removal == VantrelEventDispatcher::Removal::OthersLeft || !isOpen()) return true;
-    return registrations_.remove(nodeId, lastError_);
+    return registrations_.remove(nodeId, lastFailure_);
 }

@@ -15,8 +15,8 @@
 
 /// The events of one server handle: its handlers, and their registrations with the server.
 ///
-/// Thread safety: registering, unregistering and `lastError` one thread at a time (the server handle's lock);
-/// everything else from any. No lock of its own is held while the server is called or a handler runs.
+/// Thread safety: registering, unregistering and `lastFailure` one thread at a time (the server handle's
+/// lock); everything else from any. No lock of its own is held while the server is called or a handler runs.
 class VantrelEventConnection : private VantrelClientConnection::ConnectCallback {
   public:
     using Handler = VantrelNodeEvent::Handler;
@@ -38,13 +38,13 @@ class VantrelEventConnection : private VantrelClientConnection::ConnectCallback 
     bool isOpen() const { return !closed_ && !isForeign(); }
 
     /// Every registration is passed on to the server. On failure the handler is not registered: see
-    /// `lastError`.
+    /// `lastFailure`.
     bool registerEventHandler(const VantrelNodeId& nodeId, Handler* handler, const char* format,
                               const char* meta);
     /// The handler is removed in any case; false when it was not registered, or the server did not take the
     /// deregistration.
     bool unregisterEventHandler(const VantrelNodeId& nodeId, const Handler* handler);
-    const char* lastError() const { return lastError_.c_str(); }
+    const VantrelFailure& lastFailure() const { return lastFailure_; }
     /// Waits for a call of `handler` in progress on another thread. Not under a lock that handlers may want.
     void awaitHandler(const Handler* handler) {
         if (!isForeign()) dispatcher_.awaitEnd(handler);
@@ -75,5 +75,5 @@ class VantrelEventConnection : private VantrelClientConnection::ConnectCallback 
     std::atomic<bool> closed_{false};
     VantrelEventDispatcher dispatcher_;
     VantrelEventRegistrations registrations_;
-    std::string lastError_;
+    VantrelFailure lastFailure_;
 };

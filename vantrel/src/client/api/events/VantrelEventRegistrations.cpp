@@ -21,17 +21,17 @@ VantrelEventRegistrations::VantrelEventRegistrations(const std::shared_ptr<Vantr
                                                      const VantrelEventDispatcher& wanted)
     : port_(port), portNumber_(port->number()), id_(id), client_(client), wanted_(wanted) {}
 
-bool VantrelEventRegistrations::add(const VantrelEventSubject& subject, std::string& error) const {
+bool VantrelEventRegistrations::add(const VantrelEventSubject& subject, VantrelFailure& failure) const {
     VantrelBaseClientAPI api(*client_.get());
     if (api.registerEventsOn(portNumber_, id_, subject)) return true;
-    error = api.lastError();
+    failure = api.lastFailure();
     return false;
 }
 
-bool VantrelEventRegistrations::remove(const VantrelNodeId& nodeId, std::string& error) const {
+bool VantrelEventRegistrations::remove(const VantrelNodeId& nodeId, VantrelFailure& failure) const {
     VantrelBaseClientAPI api(*client_.get());
     if (api.unregisterEventsOn(portNumber_, id_, nodeId)) return true;
-    error = api.lastError();
+    failure = api.lastFailure();
     return false;
 }
 

@@ -30,8 +30,8 @@ class VantrelEventRegistrations {
     VantrelClientConnection& client() const { return *client_.get(); }
 
     /// Registers one subject; on failure `error` says why.
-    bool add(const VantrelEventSubject& subject, std::string& error) const;
-    bool remove(const VantrelNodeId& nodeId, std::string& error) const;
+    bool add(const VantrelEventSubject& subject, VantrelFailure& failure) const;
+    bool remove(const VantrelNodeId& nodeId, VantrelFailure& failure) const;
     /// Deregisters, while the connection is up and `limit` has not passed; failures are logged.
     void remove(const std::vector<VantrelEventSubject>& subjects, const Vantrel::CoDeadline& limit) const;
     /// Registers nothing again from now on.

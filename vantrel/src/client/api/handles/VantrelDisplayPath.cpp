@@ -29,7 +29,7 @@ bool VantrelResolveDisplayPath(const VantrelServerHandle& server, const char* pa
     VantrelServerImp* imp = server.imp();
     if (!imp) return false;
     // A name that is not found leaves no text: an earlier failure's must not pass for it.
-    imp->setLastError("");
+    imp->setLastError(VANTREL_ERROR_NOT_FOUND, "");
     for (const std::string_view name : Vantrel::coTokens(clean, "/")) {
         // The node's last error is the server's, so a failed request's reason is where it belongs already.
         if (!VantrelFindChild(node, std::string(name).c_str(), node)) return false;

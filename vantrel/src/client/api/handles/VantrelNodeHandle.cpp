@@ -47,6 +47,11 @@ const char* VantrelNodeHandle::lastError() const {
     return node ? node->server().lastError() : "";
 }
 
+VantrelErrorCode VantrelNodeHandle::lastErrorCode() const {
+    const VantrelNodeImp* node = imp();
+    return node ? node->server().lastErrorCode() : VANTREL_ERROR_NONE;
+}
+
 // --- Identity ---
 
 const VantrelNodeId& VantrelNodeHandle::getNodeId() const {
@@ -303,7 +308,7 @@ bool VantrelNodeHandle::linkToFrames(const VantrelStr* paths, int count) {
     VantrelNodeImp* node = imp();
     if (!node) return false;
     if (count < 0 || (!paths && count > 0)) {
-        node->setLastError(Vantrel::coFormat("Invalid list of %d frame paths", count));
+        node->setInvalid(Vantrel::coFormat("Invalid list of %d frame paths", count));
         return false;
     }
     std::vector<std::string> texts;

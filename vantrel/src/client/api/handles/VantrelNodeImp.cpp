@@ -50,13 +50,13 @@ VantrelServerImp* VantrelNodeImp::serverImp() const {
     return server().imp();
 }
 
-void VantrelNodeImp::setLastError(const std::string& text) const {
-    if (VantrelServerImp* server = serverImp()) server->setLastError(text);
+void VantrelNodeImp::setInvalid(const std::string& text) const {
+    if (VantrelServerImp* server = serverImp()) server->setLastError(VANTREL_ERROR_INVALID_ARGUMENT, text);
 }
 
 bool VantrelNodeImp::checkIndex(int index, std::size_t size) const {
     if (index >= 0 && static_cast<std::size_t>(index) < size) return true;
-    setLastError(vantrelIndexError(index, size));
+    setInvalid(vantrelIndexError(index, size));
     return false;
 }
 
@@ -210,7 +210,7 @@ bool VantrelNodeImp::setMetaData(const char* stream, const char* metaData) {
 
 bool VantrelNodeImp::setNumFrames(unsigned count) {
     if (count > static_cast<unsigned>(INT_MAX)) {
-        setLastError(Vantrel::coFormat("Invalid number of frames: %u", count));
+        setInvalid(Vantrel::coFormat("Invalid number of frames: %u", count));
         return false;
     }
     if (!fetchClipFormat()) return false;

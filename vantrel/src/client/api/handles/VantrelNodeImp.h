@@ -23,7 +23,8 @@ class VantrelNodeImp {
     static const VantrelServerHandle& nowhere();
     const VantrelServerHandle& server() const { return server_ ? *server_ : nowhere(); }
     void setServer(const VantrelServerHandle& server);
-    void setLastError(const std::string& text) const;
+    /// What is wrong with an argument becomes the server handle's last error.
+    void setInvalid(const std::string& text) const;
 
     void pointAt(const VantrelServerHandle& server, const VantrelNodeId& id);
     /// Points `child` at one of `children`, whose display name it then knows. It may be this very node.

@@ -29,7 +29,19 @@ VantrelServerHandle::~VantrelServerHandle() {
 
 const char* VantrelServerHandle::lastError() const {
     const VantrelServerImp* server = imp();
-    return server ? VantrelKeptText::keep(server->lastErrorText()) : "";
+    return server ? VantrelKeptText::keep(server->lastFailure().text) : "";
+}
+
+VantrelErrorCode VantrelServerHandle::lastErrorCode() const {
+    const VantrelServerImp* server = imp();
+    return server ? server->lastFailure().code : VANTREL_ERROR_NONE;
+}
+
+bool VantrelServerHandle::mayHaveExecuted() const {
+    const VantrelServerImp* server = imp();
+    if (!server) return false;
+    const VantrelFailure failure = server->lastFailure();
+    return failure.sent && failure.code != VANTREL_ERROR_REFUSED;
 }
 
 // --- Connection ---
@@ -87,7 +99,7 @@ bool queryText(VantrelServerImp* server, bool (VantrelNodeClientAPI::*query)(std
 // The server, or null, with the reason as its last error, when there is no handler.
 VantrelServerImp* checkHandler(VantrelServerImp* server, const VantrelNodeEvent::Handler* hdlr) {
     if (!server || CO_ASSERT(hdlr)) return server;
-    server->setLastError("Invalid handler pointer");
+    server->setLastError(VANTREL_ERROR_INVALID_ARGUMENT, "Invalid handler pointer");
     return nullptr;
 }
 

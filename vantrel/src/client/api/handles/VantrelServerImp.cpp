@@ -42,13 +42,18 @@ const VantrelStops* VantrelServerImp::connectionStops() {
 bool VantrelServerImp::begin() {
     if (!init()) return false;
     if (!stops_.isCallStopped()) return true;
-    lastError_ = stops_.reason();
+    lastFailure_ = stopped();
     return false;
+}
+
+// Of a call that was stopped while it waited for its turn.
+VantrelFailure VantrelServerImp::stopped() const {
+    return {stops_.reason(), VANTREL_ERROR_STOPPED, false};
 }
 
 bool VantrelServerImp::init() {
     if (!VantrelInitCounter::handlesMayWork()) {
-        setLastError(VantrelInitCounter::NOT_INITIALIZED);
+        setLastError(VANTREL_ERROR_NOT_INITIALIZED, VantrelInitCounter::NOT_INITIALIZED);
         return false;
     }
     if (connectionNow_) return true;
@@ -57,11 +62,11 @@ bool VantrelServerImp::init() {
     try {
         connection_.reset(&serverId_);
     } catch (const std::exception& error) {
-        lastError_ = error.what();
+        lastFailure_ = {error.what(), VANTREL_ERROR_NOT_INITIALIZED, false};
         return false;
     }
-    baseClient_.emplace(*connection_.get(), lastError_);
-    nodeClient_.emplace(*connection_.get(), lastError_);
+    baseClient_.emplace(*connection_.get(), lastFailure_);
+    nodeClient_.emplace(*connection_.get(), lastFailure_);
     connectionNow_ = connection_.get();
     return true;
 }
@@ -107,14 +112,14 @@ void VantrelServerImp::disconnectAll() {
                              [](VantrelServerImp& server) { server.disconnect(); });
 }
 
-std::string VantrelServerImp::lastErrorText() const {
+VantrelFailure VantrelServerImp::lastFailure() const {
     const Lock lock(*this);
-    return lastError_;
+    return lastFailure_;
 }
 
-void VantrelServerImp::setLastError(std::string text) {
+void VantrelServerImp::setLastError(VantrelErrorCode code, std::string text) {
     const Lock lock(*this);
-    lastError_ = std::move(text);
+    lastFailure_ = {std::move(text), code, false};
 }
 
 // --- Events ---
@@ -140,9 +145,9 @@ bool VantrelServerImp::registerEventHandler(const VantrelNodeId& nodeId, Vantrel
         if (!begin()) return false;
         try {
             ok = eventConnection(old).registerEventHandler(nodeId, handler, format, meta);
-            if (!ok) lastError_ = events_->lastError();
+            if (!ok) lastFailure_ = events_->lastFailure();
         } catch (const std::exception& error) {
-            lastError_ = error.what();
+            lastFailure_ = VantrelFailure::of(error);
         }
         events = events_;
     }
@@ -160,12 +165,12 @@ bool VantrelServerImp::unregisterEventHandler(const VantrelNodeId& nodeId,
         const CallLock lock(*this);
         const bool mayWork = init();
         if (!events_) {
-            if (mayWork) lastError_ = NO_HANDLERS;
+            if (mayWork) lastFailure_ = {NO_HANDLERS, VANTREL_ERROR_NOT_FOUND, false};
             return false;
         }
         events = events_;
         ok = events->unregisterEventHandler(nodeId, handler);
-        if (!ok) lastError_ = events->lastError();
+        if (!ok) lastFailure_ = events->lastFailure();
     }
     events->awaitHandler(handler);
     return ok;
@@ -191,17 +196,17 @@ bool VantrelServerImp::requireVersion(const VantrelVersion& needed, const std::s
     VantrelVersion version{};
     if (!protocolVersion(version)) return false;
     if (version >= needed) return true;
-    setLastError(refusal);
+    setLastError(VANTREL_ERROR_NOT_SUPPORTED, refusal);
     return false;
 }
 
 // --- Frames ---
 
 VantrelFrameClientAPI& VantrelServerImp::frameApi() {
-    if (!begin()) throw Vantrel::CoException(lastError_);
+    if (!begin()) throw VantrelFailureException(lastFailure_);
     if (!frameClient_) {
         const auto info = daemonInfo();
-        if (!info) throw Vantrel::CoException(lastError_);
+        if (!info) throw VantrelFailureException(lastFailure_);
         frameClient_ = std::make_unique<VantrelFrameClientAPI>(rawData_, *info);
         frameClientNow_ = frameClient_.get();
     }
@@ -216,7 +221,7 @@ void VantrelServerImp::joinFrameUsers() {
     if (frameUserOf_ == process) return;
     FrameUsers::get().add(this);
     frameUserOf_ = process;
-    if (!init()) throw Vantrel::CoException(lastError_);
+    if (!init()) throw VantrelFailureException(lastFailure_);
 }
 
 // A frame connection asks on behalf of a request, which holds the lock.
@@ -235,5 +240,10 @@ void VantrelServerImp::FrameTarget::clearDaemonInfo() {
 
 const char* VantrelServerImp::FrameTarget::lastError() const {
     server_.mutex_.assertHeld();
-    return server_.lastError_.c_str();
+    return server_.lastFailure_.text.c_str();
+}
+
+VantrelErrorCode VantrelServerImp::FrameTarget::lastErrorCode() const {
+    server_.mutex_.assertHeld();
+    return server_.lastFailure_.code;
 }

@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "CoDeferral.h"
-#include "CoException.h"
 #include "CoMutex.h"
 #include "VantrelBaseClientAPI.h"
 #include "VantrelDaemonInfoMgr.h"
@@ -57,7 +56,7 @@ class VantrelServerImp {
     VantrelServerImp& operator=(const VantrelServerImp&) = delete;
     ~VantrelServerImp();
 
-    /// Takes the connection and builds the command clients on it, once. False: see `lastErrorText`.
+    /// Takes the connection and builds the command clients on it, once. False: see `lastFailure`.
     bool init();
     /// What every call does first: the same, and false when it was stopped.
     [[nodiscard]] bool begin() CO_REQUIRES(mutex_);
@@ -74,8 +73,8 @@ class VantrelServerImp {
 
     const VantrelServerId& serverId() const { return serverId_; }
 
-    std::string lastErrorText() const;
-    void setLastError(std::string text);
+    VantrelFailure lastFailure() const;
+    void setLastError(VantrelErrorCode code, std::string text);
 
     /// Under the lock: builds the frame client, then runs `call(client)`, which throws on failure.
     template <typename Call>
@@ -113,6 +112,7 @@ class VantrelServerImp {
         bool getDaemonInfo(const VantrelDaemonInfo*& info) override;
         void clearDaemonInfo() override;
         const char* lastError() const override;
+        VantrelErrorCode lastErrorCode() const override;
 
       private:
         VantrelServerImp& server_;
@@ -123,6 +123,7 @@ class VantrelServerImp {
     VantrelEventConnection& eventConnection(EventConnection& old) CO_REQUIRES(mutex_);
 
     const VantrelStops* connectionStops();
+    VantrelFailure stopped() const;
     void joinFrameUsers() CO_REQUIRES(mutex_);
 
     const VantrelServerId serverId_;
@@ -132,7 +133,7 @@ class VantrelServerImp {
     std::atomic<VantrelFrameClientAPI*> frameClientNow_{nullptr};
 
     mutable Vantrel::CoRecursiveMutex mutex_;
-    std::string lastError_ CO_GUARDED_BY(mutex_);
+    VantrelFailure lastFailure_ CO_GUARDED_BY(mutex_);
     VantrelClientConnection::Shared connection_ CO_GUARDED_BY(mutex_);
     std::optional<VantrelBaseClientAPI> baseClient_ CO_GUARDED_BY(mutex_);
     std::optional<VantrelNodeClientAPI> nodeClient_ CO_GUARDED_BY(mutex_);
@@ -168,11 +169,11 @@ bool VantrelServerImp::frameRequest(Call call) {
     try {
         VantrelFrameClientAPI& client = frameApi();
         const VantrelRawDataClientConnection::Operation operation(rawData_);  // a later stop() meets it
-        if (stops_.isCallStopped()) throw Vantrel::CoException(VantrelRawDataClientConnection::ABORTED);
+        if (stops_.isCallStopped()) throw VantrelFailureException(stopped());
         call(client);
         return true;
     } catch (const std::exception& error) {
-        lastError_ = error.what();
+        lastFailure_ = VantrelFailure::of(error);
         return false;
     }
 }

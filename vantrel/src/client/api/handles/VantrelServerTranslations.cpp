@@ -96,7 +96,7 @@ bool useEntry(VantrelServerImp* server, const Table<Entry>& table, int index, Us
     const std::optional<std::vector<Entry>>& entries = server->translationTables().*table.kept;
     if (!entries && !ask(*server, table)) return false;
     if (index < 0 || static_cast<std::size_t>(index) >= entries->size()) {
-        server->setLastError(vantrelIndexError(index, entries->size()));
+        server->setLastError(VANTREL_ERROR_INVALID_ARGUMENT, vantrelIndexError(index, entries->size()));
         return false;
     }
     use((*entries)[static_cast<std::size_t>(index)]);
