@@ -46,26 +46,84 @@ TEST_F(NodeTest, AnswersAreKeptUntilTheNodeChanges) {
     }
 }
 
-TEST_F(NodeTest, AHandleSeesItsOwnChanges) {
+TEST_F(NodeTest, ACommandThatWentOutMakesOldWhatItMayHaveChanged) {
     const VantrelServerHandle server(id());
     VantrelNodeHandle node(server, "n1");
     VantrelNodeHandle out;
     VantrelStr text;
     int number = 0;
-    unsigned frames = 0;
-    ASSERT_TRUE(node.getNumChildren(number) && node.getNumFrames(frames) && node.getDisplayName(text));
-    ASSERT_TRUE(node.createNode("c", "REEL", out) && node.getNumChildren(number));
-    ASSERT_TRUE(node.duplicateNode(out, "d", out) && node.getNumChildren(number));
-    ASSERT_TRUE(node.setNumFrames(1) && node.getNumFrames(frames));
-    ASSERT_TRUE(node.renameNode("e") && node.getDisplayName(text));
-    EXPECT_EQ(peer.arguments("GetChildrenEx").size(), 3U);
-    EXPECT_EQ(peer.arguments("GetFramesEx").size(), 2U);
-    EXPECT_EQ(peer.arguments("GetDisplayNameEx").size(), 2U);
+    const VantrelStr paths[] = {"/a"};
+    const std::function<bool()> children = [&] { return node.getNumChildren(number); };
+    const std::function<bool()> frames = [&] { return node.getNumFrames(number); };
+    const struct {
+        const char* command;
+        std::function<bool()> edit;
+        const char* query;
+        std::function<bool()> ask;
+    } rows[] = {
+        {"CreateNodeEx", [&] { return node.createNode("c", "REEL", out); }, "GetChildrenEx", children},
+        {"DuplicateNode", [&] { return node.duplicateNode(node, "d", out); }, "GetChildrenEx", children},
+        {"AllocateFramesEx", [&] { return node.setNumFrames(1); }, "GetFramesEx", frames},
+        {"SetFramePathsEx", [&] { return node.linkToFrames(paths, 1); }, "GetFramePathsEx",
+         [&] { return node.getFrameIdPath(0, text); }},
+        {"RenameNode", [&] { return node.renameNode("e"); }, "GetDisplayNameEx",
+         [&] { return node.getDisplayName(text); }},
+        {"SetMetaData", [&] { return node.setMetaData("XML", "<x/>"); }, "QueryMetaDataSupport",
+         [&] { return node.getNumAvailableMetaDataStreams(number); }},
+        {"DestroyNode", [&] { return node.destroyNode(); }, "GetNodeType",
+         [&] { return node.getNodeType(number); }},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.command);
+        const std::string works = answers.at(row.command);
+        for (const bool refused : {true, false}) {
+            node.setNodeId("n1");
+            EXPECT_TRUE(row.ask()) << server.lastError();
+            const std::size_t before = peer.arguments(row.query).size();
+            peer.answer(row.command, refused ? ScriptedPeer::error("No.") : ScriptedPeer::ok(works));
+            EXPECT_EQ(row.edit(), !refused) << server.lastError();
+            EXPECT_TRUE(row.ask()) << server.lastError();
+            EXPECT_EQ(peer.arguments(row.query).size() - before, 1U) << refused;
+        }
+    }
+    EXPECT_STREQ(node.getNodeId().id(), "") << "destroyed";
     peer.answer("RenameNode", ScriptedPeer::ok("n77"));
     ASSERT_TRUE(node.renameNode("f"));
     EXPECT_STREQ(node.getNodeId().id(), "n77");
-    ASSERT_TRUE(node.destroyNode());
-    EXPECT_STREQ(node.getNodeId().id(), "");
+}
+
+TEST_F(NodeTest, AnEditThatWasNotSentLeavesWhatIsKnown) {
+    const VantrelServerHandle server(id());
+    VantrelNodeHandle node(server, "n1");
+    VantrelNodeHandle out;
+    int number = 0;
+    ASSERT_TRUE(node.getNumChildren(number));
+    peer.refuse();
+    EXPECT_FALSE(node.createNode("c", "REEL", out) || server.mayHaveExecuted());
+    EXPECT_TRUE(node.getNumChildren(number));
+}
+
+TEST_F(NodeTest, AListOfChildrenDoesNotGiveNamesThatItsServerHandleHasChanged) {
+    const VantrelServerHandle server(id());
+    VantrelNodeHandle parent(server, "n1");
+    VantrelNodeHandle children[2];
+    VantrelNodeHandle again;
+    VantrelStr name;
+    int number = 0;
+    for (int i = 0; i < 2; ++i) ASSERT_TRUE(parent.getChild(i, children[i]));
+    peer.answer("RenameNode", ScriptedPeer::ok("n22"));
+    peer.answer("GetDisplayNameEx", ScriptedPeer::ok("new"));
+    ASSERT_TRUE(children[0].renameNode("new"));
+    ASSERT_TRUE(parent.getChild(0, again) && again.getDisplayName(name)) << server.lastError();
+    EXPECT_STREQ(name, "new");
+    EXPECT_STREQ(again.getNodeId().id(), "n22");
+    EXPECT_TRUE(parent.getChild(1, again) && again.getDisplayName(name) && name == "b");
+    EXPECT_EQ(peer.arguments("GetDisplayNameEx").size(), 1U);
+
+    ASSERT_TRUE(children[1].destroyNode() && parent.getChild(1, again)) << "a walk goes on";
+    EXPECT_EQ(peer.arguments("GetChildrenEx").size(), 1U);
+    EXPECT_TRUE(parent.getNumChildren(number));
+    EXPECT_EQ(peer.arguments("GetChildrenEx").size(), 2U);
 }
 
 TEST_F(NodeTest, AFailedQueryIsNotRemembered) {

@@ -9,9 +9,11 @@ class VantrelNodeImp;
 /// One node of a server's tree: navigation, creation, metadata, clip format and frames.
 ///
 /// The handle keeps what the server said about the node's children, frames, metadata streams, type, name and
-/// format, and answers from it. After a change made through this handle it asks the server again; changes
-/// made elsewhere show in a new handle or a copy. Pointing the handle at another node (`setNodeId`) forgets
-/// all of it.
+/// format, and answers from it. After a command to change something of that went out through this handle, it
+/// asks the server again, also when the command failed. A child that was renamed through any handle to the
+/// same server handle has its new name when it is reached through a list of children that was asked for
+/// before; one that was destroyed stays in such a list until it is counted again. Changes made elsewhere show
+/// in a new handle or a copy. Pointing the handle at another node (`setNodeId`) forgets all of it.
 ///
 /// Every call that returns `bool` returns true on success; on failure it returns false and `lastError`, which
 /// is the server handle's, says why: the failures that VantrelServerHandle names for every call, the

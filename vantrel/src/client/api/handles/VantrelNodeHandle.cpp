@@ -126,12 +126,12 @@ const Element* elementAt(const VantrelNodeImp& node, const std::vector<Element>*
 
 bool VantrelNodeHandle::getNumChildren(int& count) {
     VantrelNodeImp* node = imp();
-    return node && countOf(node->children(), count);
+    return node && countOf(node->childrenToCount(), count);
 }
 
 bool VantrelNodeHandle::getNumChildren(unsigned int& count) {
     VantrelNodeImp* node = imp();
-    return node && countOf(node->children(), count);
+    return node && countOf(node->childrenToCount(), count);
 }
 
 bool VantrelNodeHandle::getChild(int index, VantrelNodeHandle& child) {

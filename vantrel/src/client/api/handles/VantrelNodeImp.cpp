@@ -10,6 +10,16 @@
 
 using Session = VantrelServerImp::Session;
 
+namespace {
+
+// Whether a command that changes something went out: also when the server refused it, or its answer was lost,
+// something may have come of it.
+bool wasSent(const Session& session, bool ok) {
+    return ok || (session && session.nodes().lastFailure().sent);
+}
+
+}  // namespace
+
 VantrelNodeImp::VantrelNodeImp(const VantrelServerHandle* server, const VantrelNodeId& id)
     : id_(id), server_(server) {}
 
@@ -40,9 +50,11 @@ void VantrelNodeImp::pointAt(const VantrelServerHandle& server, const VantrelNod
 
 void VantrelNodeImp::pointAtChild(std::size_t index, VantrelNodeImp& child) const {
     const VantrelNodeInterface::NodeInfo info = children_[index];
-    const std::string id(info.id());
-    std::string displayName(info.displayName());
-    child.pointAt(server(), id.c_str());
+    std::string id(info.id());
+    std::optional<std::string> displayName(info.displayName());
+    VantrelServerImp* server = serverImp();
+    if (server && server->edits().wasRenamed(childrenAsOf_, id, id)) displayName.reset();
+    child.pointAt(this->server(), id.c_str());
     child.displayName_ = std::move(displayName);
 }
 
@@ -82,9 +94,16 @@ const VantrelNodeInterface::NodeInfoList* VantrelNodeImp::children() {
     if (!childrenFresh_) {
         children_.clear();
         const Session session(serverImp());
+        if (session) childrenAsOf_ = serverImp()->edits().count();
         childrenFresh_ = session && session.nodes().getChildren(id_, children_);
     }
     return childrenFresh_ ? &children_ : nullptr;
+}
+
+const VantrelNodeInterface::NodeInfoList* VantrelNodeImp::childrenToCount() {
+    VantrelServerImp* server = serverImp();
+    if (server && server->edits().wereDestroyed(childrenAsOf_)) childrenFresh_ = false;
+    return children();
 }
 
 const std::vector<VantrelFrameId>* VantrelNodeImp::frames() {
@@ -163,35 +182,38 @@ bool VantrelNodeImp::create(const char* name, VantrelNodeInterface::NodeType kin
                             const char* stream, const char* metaData, const VantrelClipFormat& format,
                             VantrelNodeId& created) {
     const Session session(serverImp());
-    if (!session ||
-        !session.nodes().createNode(id_, name, kind, extendedType, stream, metaData, format, created)) {
-        return false;
-    }
-    childrenFresh_ = false;
-    return true;
+    const bool ok = session && session.nodes().createNode(id_, name, kind, extendedType, stream, metaData,
+                                                          format, created);
+    if (wasSent(session, ok)) childrenFresh_ = false;
+    return ok;
 }
 
 bool VantrelNodeImp::duplicate(const VantrelNodeId& source, const char* name, VantrelNodeId& copy) {
     const Session session(serverImp());
-    if (!session || !session.nodes().duplicateNode(id_, source, name, copy)) return false;
-    childrenFresh_ = false;
-    return true;
+    const bool ok = session && session.nodes().duplicateNode(id_, source, name, copy);
+    if (wasSent(session, ok)) childrenFresh_ = false;
+    return ok;
 }
 
 bool VantrelNodeImp::rename(const char* name) {
     const Session session(serverImp());
     VantrelNodeId renamed = id_;
-    if (!session || !session.nodes().renameNode(renamed, name)) return false;
+    const bool ok = session && session.nodes().renameNode(renamed, name);
+    if (!wasSent(session, ok)) return false;
+    serverImp()->edits().noteRenamed(id_.id(), renamed.id());
     setId(renamed);
     displayName_.reset();
-    return true;
+    return ok;
 }
 
 bool VantrelNodeImp::destroy() {
     const Session session(serverImp());
-    if (!session || !session.nodes().destroyNode(id_)) return false;
-    setId(VantrelNodeId());
-    return true;
+    const bool ok = session && session.nodes().destroyNode(id_);
+    if (!wasSent(session, ok)) return false;
+    serverImp()->edits().noteDestroyed();
+    forgetAll();
+    if (ok) setId(VantrelNodeId());
+    return ok;
 }
 
 // --- Metadata ---
@@ -203,7 +225,11 @@ bool VantrelNodeImp::getMetaData(const char* stream, const char* filter, int dep
 
 bool VantrelNodeImp::setMetaData(const char* stream, const char* metaData) {
     const Session session(serverImp());
-    return session && session.nodes().setMetaData(id_, stream, metaData);
+    const bool ok = session && session.nodes().setMetaData(id_, stream, metaData);
+    if (!wasSent(session, ok)) return false;
+    metaDataStreams_.reset();
+    clipFormat_.reset();  // which holds metadata, too
+    return ok;
 }
 
 // --- Frames ---
@@ -216,21 +242,18 @@ bool VantrelNodeImp::setNumFrames(unsigned count) {
     if (!fetchClipFormat()) return false;
     const Session session(serverImp());
     std::vector<VantrelFrameId> allocated;
-    if (!session || !session.nodes().allocateFrames(id_, static_cast<int>(count), *clipFormat_, allocated)) {
-        return false;
-    }
-    forgetFrames();
-    return true;
+    const bool ok =
+        session && session.nodes().allocateFrames(id_, static_cast<int>(count), *clipFormat_, allocated);
+    if (wasSent(session, ok)) forgetFrames();
+    return ok;
 }
 
 bool VantrelNodeImp::linkToFrames(const std::vector<std::string>& paths) {
     const Session session(serverImp());
-    if (!session || !session.nodes().requireFrameLinks() || !fetchClipFormat() ||
-        !session.nodes().setFramePaths(id_, paths, *clipFormat_)) {
-        return false;
-    }
-    forgetFrames();
-    return true;
+    if (!session || !session.nodes().requireFrameLinks() || !fetchClipFormat()) return false;
+    const bool ok = session.nodes().setFramePaths(id_, paths, *clipFormat_);
+    if (wasSent(session, ok)) forgetFrames();
+    return ok;
 }
 
 bool VantrelNodeImp::streamId(VantrelStr& streamId) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "VantrelNodeInterface.h"
+#include "VantrelTreeEdits.h"
 
 class VantrelServerImp;
 
@@ -36,6 +37,9 @@ class VantrelNodeImp {
     // Each answers from what is known, else asks the server. The pointer is null on failure; it is valid
     // until the node changes or is asked again.
     const VantrelNodeInterface::NodeInfoList* children();
+    /// The same, asked for again when nodes were destroyed since: an application that counts them starts
+    /// over.
+    const VantrelNodeInterface::NodeInfoList* childrenToCount();
     const std::vector<VantrelFrameId>* frames();
     const std::vector<std::string>* framePaths();
     const std::vector<std::string>* metaDataStreams();
@@ -80,6 +84,7 @@ class VantrelNodeImp {
     // What the server has said; unset means stale.
     VantrelNodeInterface::NodeInfoList children_;
     bool childrenFresh_ = false;
+    VantrelTreeEdits::Count childrenAsOf_ = 0;
     std::optional<std::vector<VantrelFrameId>> frames_;
     std::optional<std::vector<std::string>> framePaths_;
     std::optional<std::vector<std::string>> metaDataStreams_;

@@ -19,6 +19,7 @@
 #include "VantrelRawDataClientConnection.h"
 #include "VantrelSharedConnection.h"
 #include "VantrelStops.h"
+#include "VantrelTreeEdits.h"
 #include "VantrelVersion.h"
 
 /// What stands behind a server handle: the shared metadata connection and the command clients on it, the
@@ -101,6 +102,8 @@ class VantrelServerImp {
     /// False, with `refusal` as the last error, when the server is older than `needed`.
     [[nodiscard]] bool requireVersion(const VantrelVersion& needed, const std::string& refusal);
 
+    VantrelTreeEdits& edits() { return edits_; }
+
     /// For functions elsewhere that want the lock held.
     Vantrel::CoRecursiveMutex& mutex() const CO_RETURN_MUTEX(mutex_) { return mutex_; }
 
@@ -128,6 +131,7 @@ class VantrelServerImp {
 
     const VantrelServerId serverId_;
     VantrelStops stops_;
+    VantrelTreeEdits edits_;
     // What stop() and isConnected() reach without the lock: set once, never replaced.
     std::atomic<VantrelClientConnection*> connectionNow_{nullptr};
     std::atomic<VantrelFrameClientAPI*> frameClientNow_{nullptr};
