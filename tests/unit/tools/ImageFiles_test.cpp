@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "TemporaryDirectory.h"
 
 namespace {
@@ -50,6 +52,14 @@ TEST(ImageFilesTest, SamplesOfEveryTypeComeBackUnchangedAndGiveTheirTag) {
         std::string again(pixels.size(), '\0');
         readImage(path, found, again.data());
         EXPECT_TRUE(again == pixels);
+    }
+    for (const auto& [type, samples, stored] : {std::tuple(Type::Exr, SampleType::UInt8, SampleType::Half),
+                                                {Type::Exr, SampleType::UInt16, SampleType::Float},
+                                                {Type::Dpx, SampleType::Half, SampleType::Float}}) {
+        const FrameLayout layout{WIDTH, HEIGHT, 1, samples, false};
+        const std::string path = folder.path(std::string("wider.") + imageFileTypeName(type));
+        writeImage(path, type, layout, "", pixelsOf(layout).data());
+        EXPECT_EQ(describeImage(path).layout.type, stored);
     }
 }
 

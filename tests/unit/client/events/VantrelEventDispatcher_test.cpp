@@ -106,11 +106,11 @@ TEST_F(EventDispatcherTest, BeyondTheBoundTheOldestUndeliveredEventsAreDropped) 
     const Vantrel::CapturedLog log;
     auto delivering = std::async(std::launch::async, [&] { dispatcher.notify(event("n1", "0")); });
     begun.get_future().wait();
-    for (int i = 1; i <= 12; ++i) dispatcher.notify(event("n1", std::to_string(i)));
+    for (int i = 1; i <= 6; ++i) dispatcher.notify(event("n1", std::to_string(i)));
     released.set_value();
     delivering.get();
-    EXPECT_THAT(noted, ElementsAre("busy:0", "busy:8", "busy:9", "busy:10", "busy:11", "busy:12"));
-    EXPECT_THAT(log.texts(Vantrel::CoMsg::WARNING), ElementsAre(HasSubstr("7 undelivered events dropped")));
+    EXPECT_THAT(noted, ElementsAre("busy:0", "busy:2", "busy:3", "busy:4", "busy:5", "busy:6"));
+    EXPECT_THAT(log.texts(Vantrel::CoMsg::WARNING), ElementsAre(HasSubstr("1 undelivered events dropped")));
 }
 
 TEST_F(EventDispatcherTest, EventsAreTracedOnRequest) {
