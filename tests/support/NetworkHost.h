@@ -86,7 +86,7 @@ class NetworkHost {
         const int id = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
         ifreq request{};
         interface.copy(request.ifr_name, sizeof request.ifr_name - 1);
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
         while (::ioctl(id, SIOCGIFFLAGS, &request) == 0 && (request.ifr_flags & IFF_RUNNING) == 0 &&
                std::chrono::steady_clock::now() < deadline)
             ::poll(nullptr, 0, 5);

@@ -87,7 +87,7 @@ class RawClient {
     bool isClosedByPeer() { return received_.empty() && !receive(); }
 
   private:
-    static constexpr int LIMIT_MS = 10000;
+    static constexpr int LIMIT_MS = 30000;
 
     bool receive() {
         pollfd waiting{socket_, POLLIN, 0};

@@ -81,7 +81,7 @@ class ScriptedPeer {
     /// Whether every client has gone within the limit.
     bool waitForNoClients(unsigned timeoutMs = DEFAULT_WAIT_MS) const;
 
-    static constexpr unsigned DEFAULT_WAIT_MS = 10000;
+    static constexpr unsigned DEFAULT_WAIT_MS = 30000;
 
   private:
     struct Connection;

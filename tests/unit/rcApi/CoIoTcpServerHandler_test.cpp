@@ -55,7 +55,7 @@ TEST_F(CoIoTcpServerHandlerTest, PausesWhenItCannotAcceptAndRecovers) {
     const CapturedLog log;
     breakServer();
     int passes = 0;
-    for (; pauses < 3 && passes < 100; ++passes) loop.callIOHandlers(10000);
+    for (; pauses < 3 && passes < 100; ++passes) loop.callIOHandlers(30000);
     EXPECT_EQ(pauses, 3);  // it tries again
     EXPECT_LE(passes, 6);  // and does not spin while it waits
     EXPECT_THAT(log.texts(CoMsg::ERROR), SizeIs(1));
@@ -65,7 +65,7 @@ TEST_F(CoIoTcpServerHandlerTest, PausesWhenItCannotAcceptAndRecovers) {
     ASSERT_TRUE(handler.server().listen(0, "127.0.0.1"));
     const RawClient client(handler.server().getPort());
     loop.reviewInterestsIn(0);  // another handler's, within the pause
-    EXPECT_EQ(loop.callIOHandlers(10000), 1);
+    EXPECT_EQ(loop.callIOHandlers(30000), 1);
     EXPECT_THAT(accepted, SizeIs(1));
 }
 

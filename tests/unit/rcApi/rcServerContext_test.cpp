@@ -156,7 +156,7 @@ class rcServerDelayTest : public ServerFixture {
     void sendAndWait(RawClient& client, const std::string& lines) {
         const unsigned before = calls;
         client.send(lines);
-        for (const CoDeadline limit(10000); calls == before; std::this_thread::yield())
+        for (const CoDeadline limit(30000); calls == before; std::this_thread::yield())
             ASSERT_FALSE(limit.passed());
     }
 

@@ -23,7 +23,7 @@ using Vantrel::CoTime;
 using Protocol = VantrelMulticastProtocol;
 
 constexpr const char* SCOPE = "224.0.0.1";
-constexpr unsigned LIMIT_MS = 10000;
+constexpr unsigned LIMIT_MS = 30000;
 
 VantrelDaemonInfo record(const char* storageId, const char* database = "SXAFS") {
     VantrelDaemonInfo info;

@@ -13,7 +13,7 @@ namespace {
 
 using std::string_literals::operator""s;
 
-constexpr unsigned LIMIT_MS = 10000;
+constexpr unsigned LIMIT_MS = 30000;
 const std::string OK(1, '\0');
 const std::string PREFIX =
     "Fetcher la vache! An error occurred while reading a frame from the Vantrel server:";

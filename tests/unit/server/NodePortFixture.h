@@ -36,7 +36,7 @@ class NodePortFixture : public StoreFixture {
         return outcome == Vantrel::rcOutcome::Answered ? result : "error " + result;
     }
 
-    static constexpr unsigned LIMIT_MS = 10000;
+    static constexpr unsigned LIMIT_MS = 30000;
 
     NodeServer server_;
     Vantrel::rcAPI api_;

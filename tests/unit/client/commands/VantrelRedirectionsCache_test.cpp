@@ -47,7 +47,7 @@ class Listener {
     bool peerHasGone() {
         const CoIoDescriptor peer(socket_.accept());
         pollfd entry{peer.getId(), POLLIN, 0};
-        return ::poll(&entry, 1, 10000) == 1 && !peer.isActive();
+        return ::poll(&entry, 1, 30000) == 1 && !peer.isActive();
     }
 
   private:
