@@ -190,6 +190,7 @@ TEST_F(ConnectionTest, ACallThatHasNoTimeLeftIsNotSentAgain) {
     EXPECT_FALSE(node.setMetaData("XML", much.c_str()));
     EXPECT_STREQ(server.lastError(), std::strerror(ETIMEDOUT));
     released.set_value();
+    EXPECT_TRUE(peer.waitForNoClients());
     EXPECT_TRUE(server.ping(0));
     EXPECT_EQ(peer.connections(), 3U);
 }

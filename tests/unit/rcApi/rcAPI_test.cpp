@@ -100,7 +100,7 @@ TEST_F(rcAPITest, IsDisconnectedWhenLoginFails) {
     peer.neverAnswer("_login");
     const SilentListener silent;
     const CoDeadline early(60000);
-    EXPECT_EQ(api.connect(HOST, peer.port(), 300, result), rcOutcome::TimedOut);
+    EXPECT_EQ(api.connect(HOST, peer.port(), 1000, result), rcOutcome::TimedOut);
     for (const auto& [port, outcome] :
          {std::pair(peer.port(), rcOutcome::TimedOut), {silent.port(), rcOutcome::Lost}}) {
         EXPECT_EQ(api.connect(HOST, port, 60000, result, 100), outcome);

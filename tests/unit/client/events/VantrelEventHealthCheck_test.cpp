@@ -78,6 +78,16 @@ TEST_F(EventHealthCheckTest, OnlyWhatAClientThatLeftDeliveredToIsRegisteredAgain
     check.clientGone(2);
     run();
     EXPECT_EQ(takeRegistrations(), "n1");
+    check.request();
+    EXPECT_EQ(check.due(now), now + 100 * CoTime::PER_MILLISECOND);
+}
+
+TEST_F(EventHealthCheckTest, AClosedConnectionTakesNoHandler) {
+    VantrelEventConnection::release(connections[0]);
+    EXPECT_FALSE(connections[0]->registerEventHandler("n1", &handler, "", ""));
+    EXPECT_STREQ(connections[0]->lastError(), "Event connection is closed");
+    run();
+    EXPECT_EQ(takeRegistrations(), "");
 }
 
 TEST_F(EventHealthCheckTest, IntervalsGrowWhenClientsComeAndGo) {
