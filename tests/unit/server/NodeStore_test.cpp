@@ -88,21 +88,20 @@ TEST_F(NodeStoreTest, TheRootStaysAndAParentRefusesWhatDoesNotBelongUnderIt) {
 
 TEST_F(NodeStoreTest, DestroyingTakesTheSubtreeAndItsFilesAndNothingElse) {
     const std::string library = createLibrary();
-    const std::string keptClip = create(library, "CLIP", "kept");
+    const std::string kept = create(library, "CLIP", "kept");
     const std::string folder = create(library, "FOLDER", "f");
     const std::string clip = create(create(folder, "REEL", "r"), "CLIP", "c");
-    for (const std::string& each : {keptClip, clip}) {
+    for (const std::string& each : {kept, clip}) {
         store().setNumFrames(each, 1);
         store().setMetaData(each, "XML", each);
-        write(store().frameIds(each)[0], each);
+        write(each + "-0", each);
     }
-    const std::string frame = store().frameIds(clip)[0];
     store().destroy(folder);
     EXPECT_NE(failureOf([&] { store().node(clip); }), "");
-    EXPECT_EQ(failureOf([&] { store().openFrame(frame); }), "Frame '" + frame + "' does not exist.");
+    EXPECT_EQ(failureOf([&] { store().openFrame(clip + "-0"); }), "Frame '" + clip + "-0' does not exist.");
     EXPECT_EQ(store().children(library).size(), 1u);
-    EXPECT_EQ(read(store().frameIds(keptClip)[0]), keptClip);
-    EXPECT_EQ(store().metaData(keptClip, "XML"), keptClip);
+    EXPECT_EQ(read(kept + "-0"), kept);
+    EXPECT_EQ(store().metaData(kept, "XML"), kept);
     EXPECT_EQ(frameFiles(), 1u);
 }
 
@@ -110,19 +109,19 @@ TEST_F(NodeStoreTest, ADuplicateIsIndependentOfItsSource) {
     const std::string library = createLibrary();
     const std::string folder = create(library, "FOLDER", "f");
     const std::string clip = create(folder, "CLIP", "c");
-    store().setNumFrames(clip, 2);
+    store().setNumFrames(clip, 1);
     store().setMetaData(clip, "XML", "<x/>");
-    write(store().frameIds(clip)[0], "one");
+    write(clip + "-0", "one");
     // Below its own source: the copy must not copy itself.
     const std::string copy = store().duplicate(folder, folder, "copy");
     EXPECT_EQ(store().node(copy).displayName, "copy");
     ASSERT_EQ(store().children(copy).size(), 1u);
     const std::string clipCopy = store().children(copy)[0].id;
     EXPECT_EQ(store().metaData(clipCopy, "XML"), "<x/>");
-    write(store().frameIds(clip)[0], "two");
-    EXPECT_EQ(read(store().frameIds(clipCopy)[0]), "one");
+    write(clip + "-0", "two");
+    EXPECT_EQ(read(clipCopy + "-0"), "one");
     store().destroy(clip);
-    EXPECT_EQ(read(store().frameIds(clipCopy)[0]), "one");
+    EXPECT_EQ(read(clipCopy + "-0"), "one");
     EXPECT_EQ(frameFiles(), 1u);
     EXPECT_EQ(store().node(store().duplicate(library, clipCopy, "")).displayName, "c");
 }
