@@ -85,7 +85,7 @@ TEST_F(EventHealthCheckTest, OnlyWhatAClientThatLeftDeliveredToIsRegisteredAgain
 TEST_F(EventHealthCheckTest, AClosedConnectionTakesNoHandler) {
     VantrelEventConnection::release(connections[0]);
     EXPECT_FALSE(connections[0]->registerEventHandler("n1", &handler, "", ""));
-    EXPECT_STREQ(connections[0]->lastError(), "Event connection is closed");
+    EXPECT_EQ(connections[0]->lastFailure().text, "Event connection is closed");
     run();
     EXPECT_EQ(takeRegistrations(), "");
 }
