@@ -237,7 +237,7 @@ const std::vector<Exchange> EXCHANGES = {
      "64x32 24/3 6144 ratio 1 rate 25 [rgb] scan 4 [none] [some  data] []"},
     {"GetClipFormatEx", giving(&Api::getClipFormat, SPACED), "n \"1", FORMAT_ENTRY.substr(8),
      "1920x1080 24/3 6220800 ratio 1.5 rate 29.97 [rgb] scan 4 [tag] [some \"data\"] [Rec 709]"},
-    {"GetFrames", giving(&Api::getFrames, SPACED), SPACED_WORD, "f1,f2", "<f1><f2>"},
+    {"GetFrames", giving(&Api::getFrames, SPACED), SPACED_WORD, ",f1,,f2,", "<f1><f2>"},
     {"GetFramesEx", giving(&Api::getFrames, SPACED), "Node 4 n \"1", "2 3 a,b1 c", "<a,b><c>"},
     {"GetFramesEx", giving(&Api::getFrames, N1), "Node 2 n1", "2 3 a,b", "error: Invalid frame list"},
     {"AllocateFrames", giving(&Api::allocateFrames, SPACED, 24, clipFormat()),
@@ -253,8 +253,8 @@ const std::vector<Exchange> EXCHANGES = {
      "</a></b,c>"},
     {"GetFramePathsEx", giving(&Api::getFramePaths, N1), "Parent 2 n1" + hostEntries(), "2 9 /a",
      "error: Invalid file list"},
-    {"SetFramePaths", doing(&Api::setFramePaths, SPACED, Texts{"/a b", "/c"}, clipFormat()),
-     SPACED_WORD + " /a b,/c " + LOCAL_WORDS + machine().release + " " + PLAIN_FORMAT, "", ""},
+    {"SetFramePaths", doing(&Api::setFramePaths, SPACED, Texts{"/a b", "", "/c"}, clipFormat()),
+     SPACED_WORD + " /a b,,/c " + LOCAL_WORDS + machine().release + " " + PLAIN_FORMAT, "", ""},
     {"SetFramePathsEx", doing(&Api::setFramePaths, N1, Texts{"/a b,c", "/d"}, clipFormat()),
      FORMAT_ENTRY + "Parent 2 n1" + "Paths 14 2 6 /a b,c2 /d" + hostEntries(), "", ""}};
 

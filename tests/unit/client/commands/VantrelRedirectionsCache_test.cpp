@@ -81,18 +81,6 @@ TEST_F(RedirectionsCache, AddTakesTheSameIdElseAFreeSlotElseTheLeastRecentlyUsed
     }
 }
 
-TEST_F(RedirectionsCache, IdsAreComparedAsByteStrings) {
-    VantrelRedirectionsCache cache(4);
-    EXPECT_EQ(cache.find("", &fallback), &fallback);
-    EXPECT_EQ(cache.find("ab", nullptr), nullptr);
-    cache.add("ab", serverAt(1));
-    for (const char* other : {"", "a", "abc", "aB"})
-        EXPECT_EQ(cache.find(other, &fallback), &fallback) << other;
-    EXPECT_EQ(cache.find(std::string("ab\0", 3), &fallback), &fallback);
-    cache.add("", serverAt(2));
-    EXPECT_NE(cache.find("", &fallback), &fallback);
-}
-
 TEST_F(RedirectionsCache, ServersWithOneFramePortShareAConnectionThatOutlivesTheirEntries) {
     VantrelRedirectionsCache cache(2);
     cache.add("a", serverAt(1));
