@@ -72,26 +72,25 @@ TEST(VantrelStr, AssignsAndAppends) {
 
 TEST(VantrelStr, ComparesBytesNotAddresses) {
     const VantrelStr a("abc");
-    const VantrelStr sameText(std::string("abc").c_str());
-    const VantrelStr high("ab\xC3");
-    EXPECT_TRUE(a == sameText && a == "abc" && "abc" == sameText && a <= sameText && a >= sameText);
-    EXPECT_FALSE(a != sameText || a != "abc" || "abc" != sameText || a < sameText || a > sameText);
-    EXPECT_TRUE(a != "abd" && a != VantrelStr("abcd") && a != "ab");
-    EXPECT_FALSE(a == static_cast<const char*>(nullptr));
+    for (const char* text : {"abc", "ab", "abd", "abcd", "ab\xC3", "", static_cast<const char*>(nullptr)}) {
+        SCOPED_TRACE(text ? text : "null");
+        const int order = text ? std::strcmp("abc", text) : 1;
+        EXPECT_TRUE((a == text) == (order == 0) && (text == a) == (order == 0));
+        EXPECT_TRUE((a != text) == (order != 0) && (text != a) == (order != 0));
+        EXPECT_TRUE((a < text) == (order < 0) && (text > a) == (order < 0));
+        EXPECT_TRUE((a > text) == (order > 0) && (text < a) == (order > 0));
+        EXPECT_TRUE((a <= text) == (order <= 0) && (text >= a) == (order <= 0));
+        EXPECT_TRUE((a >= text) == (order >= 0) && (text <= a) == (order >= 0));
+        if (!text) continue;
+        const VantrelStr str(std::string(text).c_str());
+        EXPECT_TRUE((a == str) == (order == 0) && (a != str) == (order != 0) && (a < str) == (order < 0));
+        EXPECT_TRUE((a > str) == (order > 0) && (a <= str) == (order <= 0) && (a >= str) == (order >= 0));
+    }
     EXPECT_FALSE(VantrelStr() == static_cast<const char*>(nullptr));
-    EXPECT_TRUE(a < high) << "bytes compare as unsigned";
-    EXPECT_TRUE(a < "abd" && !(a < "abb") && VantrelStr() < a);
     // With a zero inside, lengths and bytes count between strings, the text before it elsewhere.
     EXPECT_FALSE(VantrelStr("a\0b", 3) == VantrelStr("a\0c", 3));
     EXPECT_TRUE(VantrelStr("a\0b", 3) == "a");
-    for (const char* text : {"abc", "ab", "abd", "", static_cast<const char*>(nullptr)}) {
-        const int order = text ? std::strcmp("abc", text) : 1;
-        EXPECT_TRUE((a > text) == (order > 0) && (a >= text) == (order >= 0) && (a <= text) == (order <= 0));
-        EXPECT_TRUE((text < a) == (order > 0) && (text <= a) == (order >= 0) && (text > a) == (order < 0) &&
-                    (text >= a) == (order <= 0));
-    }
-    EXPECT_EQ(a[1], 'b');
-    EXPECT_TRUE(a[2L] == 'c' && a[0LL] == 'a' && a[3ULL] == '\0');
+    EXPECT_TRUE(a[1] == 'b' && a[2L] == 'c' && a[0LL] == 'a' && a[3ULL] == '\0');
     EXPECT_TRUE(a && !VantrelStr()) << "true when it is not empty";
 }
 
@@ -105,7 +104,7 @@ TEST(VantrelStr, IsEmptyRatherThanLongerThanItMayBe) {
     constexpr unsigned tooLong = 4294967295U;
     void* const bytes =
         ::mmap(nullptr, tooLong, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-    ASSERT_NE(bytes, MAP_FAILED);
+    if (bytes == MAP_FAILED) GTEST_SKIP() << "no address space for so long a text";
     *static_cast<char*>(bytes) = 'x';
     EXPECT_TRUE(VantrelStr(static_cast<char*>(bytes), tooLong).isEmpty());
     ::munmap(bytes, tooLong);
