@@ -4,10 +4,12 @@
 
 #include <atomic>
 #include <functional>
+#include <optional>
 #include <string>
 #include <thread>
 
 #include "CapturedLog.h"
+#include "ContextLoop.h"
 #include "RawClient.h"
 #include "rcServerContext.h"
 #include "rcSysCalls.h"
@@ -54,25 +56,15 @@ class ServerFixture : public testing::Test {
         });
     }
 
-    void start() {
-        stopping_ = false;
-        thread_ = std::thread([this] {
-            while (!stopping_) context.callIOHandlers(nullptr);
-        });
-    }
-    void stop() {
-        stopping_ = true;
-        context.cancel();
-        if (thread_.joinable()) thread_.join();
-    }
+    void start() { loop_.emplace(context); }
+    void stop() { loop_.reset(); }
     int port() const { return context.getPort(); }
 
     CapturedLog log;  ///< outlives the loop, which writes to it
     Context context;
 
   private:
-    std::atomic<bool> stopping_{false};
-    std::thread thread_;
+    std::optional<ContextLoop> loop_;
 };
 
 }  // namespace Vantrel

@@ -13,12 +13,10 @@ TEST(rcAppContext, LogsItsWaits) {
     const CapturedLog log;
     rcAppContext context;
     context.callIOHandlers(0U);
-    context.cancel();
-    timeval long_{7200, 0};
-    context.callIOHandlers(&long_);
-    context.cancel();
-    timeval fine{12, 345678};
-    context.callIOHandlers(&fine);
+    for (timeval time : {timeval{7200, 0}, timeval{12, 345678}}) {
+        context.cancel();
+        context.callIOHandlers(&time);
+    }
     context.cancel();
     context.callIOHandlers(nullptr);
     const std::string waiting = "Waiting for IO handlers ";
