@@ -72,9 +72,11 @@ struct Pair {
 /// it begins when `action` has read what the peer sent before.
 inline void stopWhile(CoIoDescriptor& descriptor, const std::function<void()>& action) {
     std::atomic<bool> ended{false};
+    const int id = descriptor.getId();  // none before an action that connects, which makes one
     std::thread stopper([&] {
         char byte;
-        while (::recv(descriptor.getId(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) > 0) std::this_thread::yield();
+        while (id >= 0 && !ended && ::recv(id, &byte, 1, MSG_PEEK | MSG_DONTWAIT) > 0)
+            std::this_thread::yield();
         while (!ended) {
             descriptor.stop();
             std::this_thread::yield();
