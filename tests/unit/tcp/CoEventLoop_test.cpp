@@ -1,19 +1,11 @@
 #include "CoEventLoop.h"
 
-#include <gmock/gmock.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <chrono>
 #include <functional>
 #include <future>
-#include <string>
-#include <system_error>
 #include <utility>
-#include <vector>
 
-#include "CoIoDescriptor.h"
+#include "TcpFixtures.h"
 
 namespace Vantrel {
 namespace {
@@ -29,39 +21,25 @@ CoTime::Microseconds limit() {
 /// One end of a socket pair in a loop; what happens to it is written to a list that handlers share.
 class PairHandler : public CoIoHandler {
   public:
-    PairHandler(std::string name, std::vector<std::string>& calls) : name_(std::move(name)), calls_(calls) {
-        int ends[2];
-        if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
-            throw std::system_error(errno, std::generic_category(), "socketpair");
-        }
-        own.setId(ends[0]);
-        peer.setId(ends[1]);
-    }
+    PairHandler(std::string name, std::vector<std::string>& calls) : name_(std::move(name)), calls_(calls) {}
 
-    int descriptorId() const override { return own.getId(); }
+    int descriptorId() const override { return pair.descriptor.getId(); }
     bool wantsRead() const override { return reading; }
     bool wantsWrite() const override { return writing; }
-    bool handleRead() override { return called("read", onRead); }
-    bool handleWrite() override { return called("write", onWrite); }
-    bool handleError() override {
-        return called("error", [] { return true; });
-    }
+    bool handleRead() override { return called("read") && onRead(); }
+    bool handleWrite() override { return called("write"); }
+    bool handleError() override { return called("error"); }
+    void released() override { called("released"); }
 
-    void released() override { calls_.push_back(name_ + " released"); }
-
-    void makeReadable() { peer.writeStr("x"); }
-
-    CoIoDescriptor own;
-    CoIoDescriptor peer;
+    Pair pair;
     bool reading = true;
     bool writing = false;
     std::function<bool()> onRead = [] { return true; };
-    std::function<bool()> onWrite = [] { return true; };
 
   private:
-    bool called(const char* what, const std::function<bool()>& reaction) {
+    bool called(const char* what) {
         calls_.push_back(name_ + " " + what);
-        return reaction();
+        return true;
     }
 
     std::string name_;
@@ -70,6 +48,8 @@ class PairHandler : public CoIoHandler {
 
 class CoEventLoopTest : public testing::Test {
   protected:
+    CoEventLoopTest() { loop.add(first); }
+
     std::vector<std::string> takeCalls() { return std::exchange(calls, {}); }
 
     std::vector<std::string> calls;
@@ -79,14 +59,12 @@ class CoEventLoopTest : public testing::Test {
 };
 
 TEST_F(CoEventLoopTest, CallsWhatIsReadyAndWanted) {
-    EXPECT_TRUE(loop.add(first));
     EXPECT_TRUE(loop.add(second));
     EXPECT_FALSE(loop.add(first));
-
     EXPECT_EQ(loop.pass(0), 0);
     EXPECT_THAT(takeCalls(), ElementsAre());
 
-    second.makeReadable();
+    second.pair.send("x");
     first.writing = true;
     EXPECT_EQ(loop.pass(limit()), 2);
     EXPECT_THAT(takeCalls(), ElementsAre("first write", "second read"));
@@ -100,33 +78,28 @@ TEST_F(CoEventLoopTest, CallsWhatIsReadyAndWanted) {
     EXPECT_EQ(loop.pass(0), 0);
 }
 
-TEST_F(CoEventLoopTest, ReadsAHangUpAndReleasesWhatReturnsFalse) {
-    loop.add(first);
+TEST_F(CoEventLoopTest, ReleasesWhatReturnsFalseAndWhatHasNoDescriptor) {
     first.reading = false;
     first.writing = true;
     first.onRead = [] { return false; };
-    first.peer.close();
+    first.pair.peer.close();
     EXPECT_EQ(loop.pass(limit()), 1);
     EXPECT_THAT(takeCalls(), ElementsAre("first read", "first released"));
     EXPECT_FALSE(loop.remove(first));
-}
 
-TEST_F(CoEventLoopTest, ReleasesAHandlerWithoutDescriptor) {
-    loop.add(first);
     loop.add(second);
-    first.own.close();
+    second.pair.descriptor.close();
     EXPECT_EQ(loop.pass(0), 0);
-    EXPECT_THAT(takeCalls(), ElementsAre("first error", "first released"));
-    EXPECT_FALSE(loop.remove(first));
+    EXPECT_THAT(takeCalls(), ElementsAre("second error", "second released"));
+    EXPECT_FALSE(loop.remove(second));
 }
 
 TEST_F(CoEventLoopTest, LetsACallbackRemoveAnyAndAddOthers) {
     PairHandler third{"third", calls};
-    loop.add(first);
     loop.add(second);
-    first.makeReadable();
-    second.makeReadable();
-    third.makeReadable();
+    first.pair.send("x");
+    second.pair.send("x");
+    third.pair.send("x");
     first.writing = true;
     first.onRead = [&] {
         EXPECT_TRUE(loop.remove(second));
@@ -140,7 +113,7 @@ TEST_F(CoEventLoopTest, LetsACallbackRemoveAnyAndAddOthers) {
     EXPECT_THAT(takeCalls(), ElementsAre("third read"));
 }
 
-TEST_F(CoEventLoopTest, AWakeUpEndsAWaitWithoutLimitAndOnlyOne) {
+TEST_F(CoEventLoopTest, AWakeUpEndsOneWaitWithoutLimitAndAStopTheRun) {
     auto pass = std::async(std::launch::async, [this] { return loop.pass(); });
     loop.wakeUp();
     ASSERT_EQ(pass.wait_for(LIMIT), std::future_status::ready);
@@ -149,6 +122,11 @@ TEST_F(CoEventLoopTest, AWakeUpEndsAWaitWithoutLimitAndOnlyOne) {
     loop.wakeUp();
     EXPECT_EQ(loop.pass(limit()), 1);
     EXPECT_EQ(loop.pass(0), 0);
+
+    auto run = std::async(std::launch::async, [this] { loop.run(); });
+    loop.wakeUp();
+    loop.stop();
+    ASSERT_EQ(run.wait_for(LIMIT), std::future_status::ready);
 }
 
 TEST_F(CoEventLoopTest, AsksForInterestsAgainDuringAWait) {
@@ -158,16 +136,9 @@ TEST_F(CoEventLoopTest, AsksForInterestsAgainDuringAWait) {
         mutable int asked = 0;
     } late("late", calls);
     loop.add(late);
-    late.makeReadable();
+    late.pair.send("x");
     loop.reviewInterestsAt(CoTime::getTime() + CoTime::PER_MILLISECOND);
     EXPECT_EQ(loop.pass(limit()), 1);
-}
-
-TEST_F(CoEventLoopTest, RunsUntilItIsStopped) {
-    auto run = std::async(std::launch::async, [this] { loop.run(); });
-    loop.wakeUp();
-    loop.stop();
-    ASSERT_EQ(run.wait_for(LIMIT), std::future_status::ready);
 }
 
 }  // namespace

@@ -39,8 +39,7 @@ TEST(IoErrors, AreTiedToTheSystemsErrors) {
 TEST(Descriptor, WithoutADescriptorEveryTransferIsNotConnected) {
     CoIoDescriptor descriptor;
     char byte = 0;
-    EXPECT_FALSE(descriptor.isValid());
-    EXPECT_FALSE(descriptor.isActive());
+    EXPECT_FALSE(descriptor.isValid() || descriptor.isActive());
     const std::function<ssize_t()> calls[] = {
         [&] { return ssize_t{descriptor.nonBlockingReadWithTimeout(&byte, 1, LONG_MS)}; },
         [&] { return ssize_t{descriptor.nonBlockingWriteWithTimeout(&byte, 1, LONG_MS)}; },
@@ -60,21 +59,27 @@ TEST(Descriptor, WithoutADescriptorEveryTransferIsNotConnected) {
 }
 
 TEST(Descriptor, ReadWaitsForDataAndTellsSilenceFromTheEnd) {
-    Pair pair;
-    char buffer[8] = {};
-    EXPECT_GE(secondsOf([&] { EXPECT_EQ(pair.descriptor.nonBlockingReadWithTimeout(buffer, 8, 60), 0); }),
-              0.059);
-    EXPECT_EQ(pair.descriptor.lastError(), IoError::None);
-    pair.send("abcdefghij");
-    EXPECT_EQ(pair.descriptor.nonBlockingReadWithTimeout(buffer, 8, LONG_MS), 8);
-    EXPECT_EQ(std::string(buffer, 8), "abcdefgh");
-    EXPECT_TRUE(pair.descriptor.isActive());
-    pair.peer.close();
-    EXPECT_TRUE(pair.descriptor.isActive()) << "data is still waiting";
-    EXPECT_EQ(pair.descriptor.nonBlockingReadWithTimeout(buffer, 8, LONG_MS), 2);
-    EXPECT_FALSE(pair.descriptor.isActive());
-    EXPECT_EQ(pair.descriptor.nonBlockingReadWithTimeout(buffer, 8, LONG_MS), -1);
-    EXPECT_EQ(pair.descriptor.lastError(), IoError::ConnectionReset);
+    for (const bool waitsInRead : {false, true}) {
+        Pair pair;
+        ASSERT_TRUE(!waitsInRead || pair.descriptor.enableWaitInRead());
+        char buffer[8] = {};
+        const auto read = [&](unsigned ms) {
+            return pair.descriptor.nonBlockingReadWithTimeout(buffer, 8, ms);
+        };
+        // Longer than the wait in the read, so that the one in poll follows.
+        EXPECT_GE(secondsOf([&] { EXPECT_EQ(read(300), 0); }), waitsInRead ? 0.28 : 0.299);
+        EXPECT_EQ(pair.descriptor.lastError(), IoError::None);
+        pair.send("abcdefghij");
+        EXPECT_EQ(read(LONG_MS), 8);
+        EXPECT_EQ(std::string(buffer, 8), "abcdefgh");
+        EXPECT_TRUE(pair.descriptor.isActive());
+        pair.peer.close();
+        EXPECT_TRUE(pair.descriptor.isActive()) << "data is still waiting";
+        EXPECT_EQ(read(LONG_MS), 2);
+        EXPECT_FALSE(pair.descriptor.isActive());
+        EXPECT_EQ(read(LONG_MS), -1);
+        EXPECT_EQ(pair.descriptor.lastError(), IoError::ConnectionReset);
+    }
 }
 
 TEST(Descriptor, ResetByThePeerIsReportedWithTheSystemsText) {
@@ -95,17 +100,13 @@ TEST(Descriptor, ResetByThePeerIsReportedWithTheSystemsText) {
 // A peer that went away, on a socket and on a pipe, with SIGPIPE at its deadly default.
 TEST(Descriptor, NoWriteRaisesTheBrokenPipeSignal) {
     ASSERT_NE(::signal(SIGPIPE, SIG_DFL), SIG_ERR);
-    int ends[2];
-    ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
-    ::close(ends[0]);
-    Pair pair;
-    pair.peer.close();
-    CoIoDescriptor pipe(ends[1]);
-    for (CoIoDescriptor* descriptor : {&pair.descriptor, &pipe}) {
-        EXPECT_EQ(descriptor->nonBlockingWriteWithTimeout("x", 1, LONG_MS), -1);
-        EXPECT_EQ(descriptor->blockingWrite("x", 1), 0);
-        EXPECT_EQ(descriptor->lastError(), IoError::ConnectionReset);
-        EXPECT_FALSE(descriptor->writeStr("x"));
+    for (const Pair::Kind kind : {Pair::Kind::Sockets, Pair::Kind::Pipe}) {
+        Pair pair(kind);
+        pair.peer.close();
+        EXPECT_EQ(pair.descriptor.nonBlockingWriteWithTimeout("x", 1, LONG_MS), -1);
+        EXPECT_EQ(pair.descriptor.blockingWrite("x", 1), 0);
+        EXPECT_EQ(pair.descriptor.lastError(), IoError::ConnectionReset);
+        EXPECT_FALSE(pair.descriptor.writeStr("x"));
     }
     sigset_t set;
     ::sigpending(&set);
@@ -118,22 +119,13 @@ TEST(Descriptor, NoWriteRaisesTheBrokenPipeSignal) {
 TEST(Descriptor, BlockingTransfersMoveEveryByte) {
     std::string sent(300000, '\0');
     for (std::size_t i = 0; i < sent.size(); ++i) sent[i] = static_cast<char>(i * 7 + i / 251);
-    enum class Kind { Blocking, NonBlocking, Pipe };
-    for (const Kind kind : {Kind::Blocking, Kind::NonBlocking, Kind::Pipe}) {
+    using Kind = Pair::Kind;
+    for (const Kind kind : {Kind::Sockets, Kind::NonBlocking, Kind::Pipe}) {
         for (const unsigned piece : {0U, 1U, 3U, 4097U}) {
             SCOPED_TRACE(testing::Message() << "kind " << static_cast<int>(kind) << " piece " << piece);
             CoIoDescriptor::faults().maxReadBytes = piece;
             CoIoDescriptor::faults().maxWriteBytes = piece;
-            Pair pair;
-            if (kind == Kind::Pipe) {
-                int ends[2];
-                ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
-                pair.peer.setId(ends[0]);
-                pair.descriptor.setId(ends[1]);
-            } else if (kind == Kind::NonBlocking) {
-                ::fcntl(pair.peer.getId(), F_SETFL, O_NONBLOCK);
-                ::fcntl(pair.descriptor.getId(), F_SETFL, O_NONBLOCK);
-            }
+            Pair pair(kind);
             const std::size_t size = piece == 0 || piece > 100 ? sent.size() : 3000;
             std::thread writer([&] {
                 EXPECT_EQ(pair.descriptor.blockingWrite(sent.data(), size), static_cast<ssize_t>(size));

@@ -8,29 +8,23 @@ namespace {
 
 using IoError = CoIoDescriptor::IoError;
 
-// An accepted connection, once there is one.
-CoFd acceptOne(CoIoTcpServerDescriptor& server) {
-    pollfd entry{server.getId(), POLLIN, 0};
-    EXPECT_EQ(::poll(&entry, 1, static_cast<int>(LONG_MS)), 1);
-    return server.accept();
-}
-
 TEST(Listen, TakesAFreePortAndAcceptsUsableSockets) {
     for (const char* address : {"127.0.0.1", "", static_cast<const char*>(nullptr)}) {
         SCOPED_TRACE(address ? address : "null");
         CoIoTcpServerDescriptor server;
         ASSERT_TRUE(server.listen(0, address)) << server.lastErrorText();
         ASSERT_GT(server.getPort(), 0);
-        EXPECT_NE(::fcntl(server.getId(), F_GETFD) & FD_CLOEXEC, 0);
+        EXPECT_TRUE(isNonBlockingAndCloseOnExec(server.getId()));
         EXPECT_FALSE(server.accept().isOpen());
         EXPECT_EQ(server.lastError(), IoError::Again);
 
         CoIoTcpDescriptor client;
         ASSERT_TRUE(client.connect("127.0.0.1", server.getPort(), 0, 0, 10)) << client.lastErrorText();
-        CoIoTcpDescriptor accepted(acceptOne(server));
+        pollfd entry{server.getId(), POLLIN, 0};
+        EXPECT_EQ(::poll(&entry, 1, static_cast<int>(LONG_MS)), 1);
+        CoIoTcpDescriptor accepted(server.accept());
         EXPECT_EQ(server.lastError(), IoError::None);
-        EXPECT_NE(::fcntl(accepted.getId(), F_GETFD) & FD_CLOEXEC, 0);
-        EXPECT_NE(::fcntl(accepted.getId(), F_GETFL) & O_NONBLOCK, 0);
+        EXPECT_TRUE(isNonBlockingAndCloseOnExec(accepted.getId()));
         std::string ip;
         EXPECT_TRUE(accepted.getPeerIP(ip));
         EXPECT_EQ(ip, "127.0.0.1") << "an IPv4 peer of a socket for both families";

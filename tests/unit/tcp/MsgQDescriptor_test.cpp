@@ -51,8 +51,7 @@ TEST_F(MsgQConnect, GivesASocketThatIsReadyToUse) {
     ASSERT_EQ(::listen(server.getId(), 1), 0);
     ASSERT_TRUE(client.connect(path.c_str(), LONG_MS)) << client.lastErrorText();
     EXPECT_EQ(client.lastError(), IoError::None);
-    EXPECT_NE(::fcntl(client.getId(), F_GETFL) & O_NONBLOCK, 0);
-    EXPECT_NE(::fcntl(client.getId(), F_GETFD) & FD_CLOEXEC, 0);
+    EXPECT_TRUE(isNonBlockingAndCloseOnExec(client.getId()));
     CoIoDescriptor peer(::accept4(server.getId(), nullptr, nullptr, SOCK_CLOEXEC));
     ASSERT_TRUE(client.writeStr("to the peer\n"));
     char line[32];
@@ -81,7 +80,7 @@ TEST_F(MsgQConnect, TellsWhyItFailsAndCloses) {
     EXPECT_EQ(log.texts(CoMsg::ERROR).size(), 1u);  // the assertion
 }
 
-TEST_F(MsgQConnect, AFullQueueTimesOut) {
+TEST_F(MsgQConnect, AFullQueueIsTriedUntilThereIsRoomOrTheTimeIsOver) {
     fillQueue();
     const double cpuBefore = threadCpuSeconds();
     const double seconds = secondsOf([&] { EXPECT_FALSE(client.connect(path.c_str(), 200)); });
@@ -90,10 +89,7 @@ TEST_F(MsgQConnect, AFullQueueTimesOut) {
     EXPECT_EQ(client.lastError(), IoError::TimedOut);
     EXPECT_FALSE(client.isValid());
     EXPECT_LT(threadCpuSeconds() - cpuBefore, 0.1);
-}
 
-TEST_F(MsgQConnect, AFullQueueIsTriedUntilThereIsRoom) {
-    fillQueue();
     std::atomic<bool> connecting{false};
     std::thread acceptor([&] {
         while (!connecting) std::this_thread::yield();
@@ -107,13 +103,8 @@ TEST_F(MsgQConnect, AFullQueueIsTriedUntilThereIsRoom) {
 
 TEST_F(MsgQConnect, CanBeStoppedAndThenUsedAgain) {
     fillQueue();
-    CoMsg::setFilterLevel(CoMsg::ERROR);
-    const double seconds =
-        secondsOf([&] { stopWhile(client, [&] { EXPECT_FALSE(client.connect(path.c_str(), LONG_MS)); }); });
-    EXPECT_LT(seconds, LONG_SEC / 2);
-    EXPECT_TRUE(client.wasStopped());
+    expectStopEnds(client, [&] { EXPECT_FALSE(client.connect(path.c_str(), LONG_MS)); });
     EXPECT_FALSE(client.isValid());
-    EXPECT_FALSE(cancelPipeHasStops());
     const CoIoDescriptor room(::accept4(server.getId(), nullptr, nullptr, SOCK_CLOEXEC));
     EXPECT_TRUE(client.connect(path.c_str(), LONG_MS)) << client.lastErrorText();
 }

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <functional>
 #include <string>
@@ -16,6 +17,7 @@
 #include <vector>
 
 #include "CoIoTcpServerDescriptor.h"
+#include "CoMsg.h"
 #include "CoSharedCancelPipe.h"
 #include "SilentListener.h"
 
@@ -45,13 +47,15 @@ inline bool cancelPipeHasStops() {
     return ::poll(&entry, 1, 0) > 0;
 }
 
-/// Two connected local stream sockets: ours behind a descriptor, the peer's bare.
+/// Two connected ends: of local stream sockets, or of a pipe that `descriptor` writes to.
 struct Pair {
-    Pair() {
+    enum class Kind { Sockets, NonBlocking, Pipe };
+    explicit Pair(Kind kind = Kind::Sockets) {
         int ids[2] = {-1, -1};
-        EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ids), 0);
-        descriptor.setId(ids[0]);
-        peer.setId(ids[1]);
+        const int flags = SOCK_STREAM | SOCK_CLOEXEC | (kind == Kind::NonBlocking ? SOCK_NONBLOCK : 0);
+        EXPECT_EQ(kind == Kind::Pipe ? ::pipe2(ids, O_CLOEXEC) : ::socketpair(AF_UNIX, flags, 0, ids), 0);
+        peer.setId(ids[0]);
+        descriptor.setId(ids[1]);
     }
     void send(const std::string& bytes) const {
         EXPECT_EQ(::send(peer.getId(), bytes.data(), bytes.size(), MSG_NOSIGNAL),
@@ -68,9 +72,14 @@ struct Pair {
     CoIoDescriptor peer;
 };
 
+inline bool isNonBlockingAndCloseOnExec(int id) {
+    return (::fcntl(id, F_GETFL) & O_NONBLOCK) != 0 && (::fcntl(id, F_GETFD) & FD_CLOEXEC) != 0;
+}
+
 /// Calls `stop` on a descriptor again and again until `action` returns, so that no moment has to be guessed;
 /// it begins when `action` has read what the peer sent before.
 inline void stopWhile(CoIoDescriptor& descriptor, const std::function<void()>& action) {
+    CoMsg::setFilterLevel(CoMsg::ERROR);
     std::atomic<bool> ended{false};
     const int id = descriptor.getId();  // none before an action that connects, which makes one
     std::thread stopper([&] {
@@ -85,6 +94,14 @@ inline void stopWhile(CoIoDescriptor& descriptor, const std::function<void()>& a
     action();
     ended = true;
     stopper.join();
+}
+
+/// A stop ends `action`, which would last for LONG_MS, and leaves nothing behind.
+inline void expectStopEnds(CoIoDescriptor& descriptor, const std::function<void()>& action) {
+    EXPECT_LT(secondsOf([&] { stopWhile(descriptor, action); }), LONG_SEC / 2);
+    EXPECT_TRUE(descriptor.wasStopped());
+    EXPECT_EQ(descriptor.lastErrorText(), coErrorText(ECONNABORTED));
+    EXPECT_FALSE(cancelPipeHasStops());
 }
 
 }  // namespace Vantrel
