@@ -19,17 +19,26 @@ using Strings = std::vector<std::string>;
 using ::testing::ElementsAre;
 
 /// All that is defined, as "section|name|value".
-Strings contents(const CoConfigFileReader& reader, const Strings& sections) {
+Strings contents(const CoConfigFileReader& reader) {
     Strings found;
-    for (const std::string& name : sections) {
+    for (const char* const name : {"", "A", "B"}) {
         const CoConfigFileReader::Section* const section = reader.getSection(name);
         if (!section) continue;
         found.push_back(name);
         for (const auto& variable : section->variables) {
-            found.push_back(name + '|' + variable.name + '|' + variable.value);
+            found.push_back(std::string(name) + '|' + variable.name + '|' + variable.value);
         }
     }
     return found;
+}
+
+/// Reads a text; the warnings that it gives.
+Strings read(CoConfigFileReader& reader, const std::string& text,
+             unsigned options = CoConfigFileReader::READ_DEFAULT) {
+    std::istringstream stream(text);
+    Strings warnings;
+    EXPECT_TRUE(reader.read(stream, options, &warnings));
+    return warnings;
 }
 
 TEST(CoConfigFileReader, ReadsSectionsAndVariables) {
@@ -58,12 +67,12 @@ TEST(CoConfigFileReader, ReadsSectionsAndVariables) {
     for (const auto& each : cases) {
         SCOPED_TRACE(each.what);
         CoConfigFileReader reader;
-        std::istringstream stream(each.text);
-        Strings warnings;
-        ASSERT_TRUE(reader.read(stream, CoConfigFileReader::READ_DEFAULT, &warnings));
-        EXPECT_EQ(each.defined, contents(reader, {"", "A", "B"}));
-        EXPECT_EQ(each.warnings, warnings);
+        EXPECT_EQ(each.warnings, read(reader, each.text));
+        EXPECT_EQ(each.defined, contents(reader));
     }
+    CoConfigFileReader reader;
+    read(reader, "[A]\nx=1\nx=2", CoConfigFileReader::READ_KEEP_FIRST);
+    EXPECT_EQ("1", reader.getVariable("A", "x")->value);
 }
 
 TEST(CoConfigFileReader, CutsLinesAtTheirLongest) {
@@ -74,10 +83,8 @@ TEST(CoConfigFileReader, CutsLinesAtTheirLongest) {
     };
     for (const auto& [value, names] : cases) {
         SCOPED_TRACE(value.size());
-        std::istringstream stream("[A]\nx=" + value + "\nnext=1\nwrong\n");
         CoConfigFileReader reader;
-        Strings warnings;
-        ASSERT_TRUE(reader.read(stream, CoConfigFileReader::READ_DEFAULT, &warnings));
+        const Strings warnings = read(reader, "[A]\nx=" + value + "\nnext=1\nwrong\n");
         Strings found;
         for (const auto& variable : reader.getSection("A")->variables) found.push_back(variable.name);
         EXPECT_EQ(names, found);
@@ -87,29 +94,19 @@ TEST(CoConfigFileReader, CutsLinesAtTheirLongest) {
     }
 }
 
-TEST(CoConfigFileReader, KeepsTheFirstValueWhenAsked) {
-    std::istringstream stream("[A]\nx=1\nx=2");
-    CoConfigFileReader reader;
-    ASSERT_TRUE(reader.read(stream, CoConfigFileReader::READ_KEEP_FIRST));
-    EXPECT_EQ("1", reader.getVariable("A", "x")->value);
-}
-
-TEST(CoConfigFileReader, ABinaryFileDoesNotFloodTheLog) {
-    std::string text;
-    for (int i = 0; i < 100000; ++i) text += "x\n";
-    std::istringstream stream(text);
+TEST(CoConfigFileReader, ALongFileNeitherFloodsTheLogNorTakesLong) {
+    std::string rubbish;
+    std::string text = "[A]\n";
+    for (int i = 0; i < 100000; ++i) {
+        rubbish += "x\n";
+        text += std::to_string(i) + "=\n";
+    }
+    std::istringstream stream(rubbish);
     const CapturedLog log;
     CoConfigFileReader reader;
     ASSERT_TRUE(reader.read(stream));
     EXPECT_EQ(101U, log.texts().size());
-}
-
-TEST(CoConfigFileReader, ManyVariablesTakeNoLongTime) {
-    std::string text = "[A]\n";
-    for (int i = 0; i < 100000; ++i) text += std::to_string(i) + "=\n";
-    std::istringstream stream(text);
-    CoConfigFileReader reader;
-    ASSERT_TRUE(reader.read(stream));  // minutes when every line looks through all before it
+    read(reader, text);  // minutes when every line looks through all before it
     EXPECT_EQ(100000U, reader.getSection("A")->variables.size());
 }
 

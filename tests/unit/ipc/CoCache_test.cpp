@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <utility>
 
 #include "ForkedChild.h"
@@ -43,18 +44,16 @@ int use(Cache& cache, const char* key) {
     return cache.get(key, make)->number;
 }
 
-TEST(CoCache, DropsTheLeastRecentlyUsedAboveTheCapacity) {
-    Cache cache(2, LIMIT);
-    const int a = use(cache, "a");
-    use(cache, "b");
-    EXPECT_EQ(a, use(cache, "a"));
-    use(cache, "c");
-    EXPECT_TRUE(cache.find("a"));
-    EXPECT_FALSE(cache.find("b"));
-    EXPECT_TRUE(cache.find("c"));
-}
+TEST(CoCache, DropsTheLeastRecentlyUsedAboveTheCapacityUnlessInUse) {
+    Cache small(2, LIMIT);
+    const int first = use(small, "a");
+    use(small, "b");
+    EXPECT_EQ(first, use(small, "a"));
+    use(small, "c");
+    EXPECT_TRUE(small.find("a") && small.find("c"));
+    EXPECT_FALSE(small.find("b"));
+    small.reset();
 
-TEST(CoCache, KeepsEntriesInUseAboveTheCapacityAndBeyondTheIdleTime) {
     Cache cache(1, LIMIT);
     Cache::Ref a = cache.get("a", make);
     const Cache::Ref b = cache.get("b", make);
@@ -68,38 +67,30 @@ TEST(CoCache, KeepsEntriesInUseAboveTheCapacityAndBeyondTheIdleTime) {
 
 TEST(CoCache, ForgetsEntriesWhenTheirTimeIsOver) {
     const HeldClock clock;
-    const struct {
-        const char* what;
-        CoCacheExpiry expiry;
-        CoTime::Microseconds untilUse;
-        CoTime::Microseconds untilFind;
-        bool held;
-        bool found;
-    } cases[] = {
-        {"idle just below the limit", CoCacheExpiry::Idle, 0, LIMIT - 1, false, true},
-        {"idle for the limit", CoCacheExpiry::Idle, 0, LIMIT, false, false},
-        {"in use is not idle", CoCacheExpiry::Idle, 0, LIMIT * 2, true, true},
-        {"lifetime not over", CoCacheExpiry::Lifetime, LIMIT / 2, LIMIT / 3, false, true},
-        {"a use does not prolong the lifetime", CoCacheExpiry::Lifetime, LIMIT / 2, LIMIT * 2 / 3, false,
-         false},
-        {"nor does a reference", CoCacheExpiry::Lifetime, 0, LIMIT, true, false},
-    };
-    for (const auto& each : cases) {
-        SCOPED_TRACE(each.what);
-        Cache cache(16, LIMIT, each.expiry);
+    const std::tuple<const char*, CoCacheExpiry, CoTime::Microseconds, CoTime::Microseconds, bool, bool>
+        cases[] = {
+            {"idle just below the limit", CoCacheExpiry::Idle, 0, LIMIT - 1, false, true},
+            {"idle for the limit", CoCacheExpiry::Idle, 0, LIMIT, false, false},
+            {"in use is not idle", CoCacheExpiry::Idle, 0, LIMIT * 2, true, true},
+            {"lifetime not over", CoCacheExpiry::Lifetime, LIMIT / 2, LIMIT / 3, false, true},
+            {"a use does not prolong the lifetime", CoCacheExpiry::Lifetime, LIMIT / 2, LIMIT * 2 / 3, false,
+             false},
+            {"nor does a reference", CoCacheExpiry::Lifetime, 0, LIMIT, true, false},
+        };
+    for (const auto& [what, expiry, untilUse, untilFind, isHeld, found] : cases) {
+        SCOPED_TRACE(what);
+        Cache cache(16, LIMIT, expiry);
         Cache::Ref held = cache.get("a", make);
-        if (!each.held) held.reset();
-        CoTime::advance(each.untilUse);
+        const int number = held->number;
+        if (!isHeld) held.reset();
+        CoTime::advance(untilUse);
         cache.find("a");
-        CoTime::advance(each.untilFind);
-        EXPECT_EQ(each.found, static_cast<bool>(cache.find("a")));
-        EXPECT_EQ(each.found ? 1U : 0U, cache.size());
-        EXPECT_EQ(each.found || each.held ? 1 : 0, Item::alive) << "a reference outlasts what was forgotten";
+        CoTime::advance(untilFind);
+        EXPECT_EQ(found, static_cast<bool>(cache.find("a")));
+        EXPECT_EQ(found ? 1U : 0U, cache.size());
+        EXPECT_EQ(found || isHeld ? 1 : 0, Item::alive) << "a reference outlasts what was forgotten";
+        EXPECT_EQ(found, use(cache, "a") == number);
     }
-    Cache cache(16, LIMIT);
-    const int old = use(cache, "a");
-    CoTime::advance(LIMIT);
-    EXPECT_NE(old, use(cache, "a"));
 }
 
 TEST(CoCache, ForgottenEntriesStayWithTheirHolders) {
@@ -126,8 +117,7 @@ TEST(CoCache, ForgottenEntriesStayWithTheirHolders) {
         EXPECT_EQ(number, held->number);
         EXPECT_EQ(each.keepsHeld, cache.find("held").get() == held.get());
         EXPECT_EQ(each.keepsUnheld, static_cast<bool>(cache.find("unheld")));
-        const bool isAnother = cache.get("held", make).get() != held.get();
-        EXPECT_EQ(!each.keepsHeld, isAnother);
+        EXPECT_EQ(each.keepsHeld, use(cache, "held") == number);
     }
     EXPECT_EQ(0, Item::alive);
 }
@@ -149,24 +139,17 @@ TEST(CoCache, CopiesAndMovesPinTheEntryExactlyOnceEachAndOutliveTheCache) {
     EXPECT_EQ(0, Item::alive);
 }
 
-TEST(CoCache, AFailedFactoryLeavesNothing) {
-    Cache cache(16, LIMIT);
+TEST(CoCache, FactoriesMayFailAndTheyAndDestructorsMayUseTheCache) {
+    Cache cache(1, LIMIT);
     EXPECT_THROW(cache.get("a", [](const auto&) -> std::unique_ptr<Item> { throw std::runtime_error("no"); }),
                  std::runtime_error);
     EXPECT_FALSE(cache.get("a", [](const auto&) { return std::unique_ptr<Item>(); }));
     EXPECT_EQ(0U, cache.size());
-    EXPECT_GT(use(cache, "a"), 0);
-}
-
-TEST(CoCache, FactoriesAndDestructorsMayUseTheCache) {
-    Cache cache(1, LIMIT);
-    cache
-        .get("a",
-             [&cache](const auto& key) {
-                 use(cache, "b");
-                 return make(key);
-             })
-        ->onDestroy = [&cache] { use(cache, "c"); };
+    const auto nested = [&cache](const auto& key) {
+        use(cache, "b");
+        return make(key);
+    };
+    cache.get("a", nested)->onDestroy = [&cache] { use(cache, "c"); };
     cache.reset();
     EXPECT_TRUE(cache.find("c"));
 }

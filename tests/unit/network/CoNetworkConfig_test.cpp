@@ -29,9 +29,12 @@ using Strings = std::vector<std::string>;
 
 constexpr const char* WITH_UUID = "[Local]\nUUID=00112233-4455-6677-8899-aabbccddeeff\n";
 
-bool isUUID(const std::string& text) {
-    uuid_t parsed{};
-    return ::uuid_parse(text.c_str(), parsed) == 0;
+/// The UUID that a configuration has, or "none".
+std::string uuidOf(CoNetworkConfig& config) {
+    std::string uuid = "to be replaced";
+    if (config.getUUID(uuid)) return uuid;
+    EXPECT_EQ("", uuid);
+    return "none";
 }
 
 class CoNetworkConfigTest : public ::testing::Test {
@@ -87,9 +90,7 @@ TEST_F(CoNetworkConfigTest, ReadsEveryKey) {
         "Suite 3|7556|239.0.0.1|0|50000-50000|eth2;eth1;*;|ib0;|eth3;|"
         "Accept from 192.168.0.0/16, 10.0.0.1\nReject from 192.168.1.0/24\n",
         settings(config));
-    std::string uuid;
-    EXPECT_TRUE(config.getUUID(uuid));
-    EXPECT_EQ("00112233-4455-6677-8899-aabbccddeeff", uuid);
+    EXPECT_EQ("00112233-4455-6677-8899-aabbccddeeff", uuidOf(config));
 
     write("[DynamicPorts]\nUpperBound=60000\n");
     config.reset();
@@ -122,59 +123,48 @@ TEST_F(CoNetworkConfigTest, TheTemplateSaysWhatHoldsWithoutIt) {
 TEST_F(CoNetworkConfigTest, CreatesTheMissingFileWithAUUID) {
     CoNetworkConfig deep(directory.path("a/b/network.cfg"));
     ASSERT_TRUE(deep.createIfMissing()) << deep.lastError();
-    std::string uuid;
-    ASSERT_TRUE(deep.getUUID(uuid));
-    EXPECT_TRUE(isUUID(uuid)) << uuid;
-
+    const std::string uuid = uuidOf(deep);
+    uuid_t parsed{};
+    EXPECT_EQ(0, ::uuid_parse(uuid.c_str(), parsed)) << uuid;
     std::string expected(CoNetworkConfig::getTemplate());
     expected.replace(expected.find("UUID=\n"), 6, "UUID=" + uuid + '\n');
     EXPECT_EQ(expected, directory.read("a/b/network.cfg"));
-
     ASSERT_TRUE(deep.createIfMissing());
     EXPECT_EQ(expected, directory.read("a/b/network.cfg")) << "what exists stays";
-    CoNetworkConfig other(deep.getConfigFileName());
-    std::string same;
-    EXPECT_TRUE(other.getUUID(same));
-    EXPECT_EQ(uuid, same);
 }
 
 TEST_F(CoNetworkConfigTest, GivesAnExistingFileItsUUIDAndKeepsTheRest) {
-    const std::pair<const char*, const char*> cases[] = {
-        {"[Local]\n# mine\nUUID=\n[SelfDiscovery]\nPort=7\n",
+    const std::tuple<const char*, bool, const char*> cases[] = {
+        {"[Local]\n# mine\nUUID=\n[SelfDiscovery]\nPort=7\n", false,
          "[Local]\n# mine\nUUID=%s\n[SelfDiscovery]\nPort=7\n"},
-        {"# a\n[SelfDiscovery]\nPort=7\n# b\n", "# a\n[SelfDiscovery]\nPort=7\n[Local]\nUUID=%s\n# b\n"},
+        {"# a\n[SelfDiscovery]\nPort=7\n# b\n", false,
+         "# a\n[SelfDiscovery]\nPort=7\n[Local]\nUUID=%s\n# b\n"},
+        {"[Local]\nUUID=0011-22\n", false, "[Local]\nUUID=0011-22\n"},  // once assigned, never edited
+        {"", false, ""},                                                // left to its writer
+        {"", true, "[Local]\nUUID=%s\n"},
     };
-    for (const auto& [before, after] : cases) {
+    for (const auto& [before, fill, after] : cases) {
         directory.write("network.cfg", before);
         CoNetworkConfig fresh(file);
-        unsigned port = 7555;
+        unsigned port = 7;
+        EXPECT_TRUE(!fill || fresh.createIfMissing());
         fresh.getSelfDiscoveryPort(port);  // reading is enough
         EXPECT_EQ(7U, port);
-        std::string uuid;
-        ASSERT_TRUE(fresh.getUUID(uuid));
         std::string expected = after;
-        expected.replace(expected.find("%s"), 2, uuid);
+        const std::size_t place = expected.find("%s");
+        if (place != std::string::npos) expected.replace(place, 2, uuidOf(fresh));
         EXPECT_EQ(expected, directory.read("network.cfg"));
     }
-}
-
-TEST_F(CoNetworkConfigTest, LeavesAnEmptyFileToItsWriterUnlessAskedToFillIt) {
-    directory.write("network.cfg", "");
-    EXPECT_EQ(7555U, port());
-    EXPECT_EQ("", directory.read("network.cfg"));
-    ASSERT_TRUE(config.createIfMissing());
-    std::string uuid;
-    EXPECT_TRUE(config.getUUID(uuid));
-    EXPECT_EQ("[Local]\nUUID=" + uuid + '\n', directory.read("network.cfg"));
+    directory.write("network.cfg", "[Local]\nUUID=0011-22\n");
+    EXPECT_EQ("none", uuidOf(config));
+    EXPECT_EQ("Invalid UUID '0011-22'", config.lastError());
 }
 
 TEST_F(CoNetworkConfigTest, AMissingFileIsNormal) {
     const CapturedLog log;
     EXPECT_EQ(DEFAULTS, settings(config));
     EXPECT_TRUE(config.isIPInValidRange("10.0.0.1"));
-    std::string uuid = "x";
-    EXPECT_FALSE(config.getUUID(uuid));
-    EXPECT_EQ("", uuid);
+    EXPECT_EQ("none", uuidOf(config));
     EXPECT_EQ("No host UUID configured. Please check " + file + ".", config.lastError());
     bool changed = true;
     EXPECT_FALSE(config.parse(changed, true));
@@ -187,30 +177,23 @@ TEST_F(CoNetworkConfigTest, AMissingFileIsNormal) {
 TEST_F(CoNetworkConfigTest, FailuresAreLoggedAndKeepWhatWasRead) {
     write("[SelfDiscovery]\nPort=7556\n");
     ASSERT_EQ(7556U, port());
-    const std::string blocked = directory.write("blocked", "") + "/network.cfg";
-    const std::tuple<const char*, std::function<void()>, std::string> cases[] = {
-        {"too large", [this] { write(std::string(CoConfigFileReader::MAX_FILE_SIZE, '#')); },
-         "Could not parse network.cfg: " + coErrorText(EFBIG)},
-        {"a directory",
-         [this] {
-             std::filesystem::remove(file);
-             std::filesystem::create_directory(file);
-         },
-         "Could not read '" + file + "': " + coErrorText(EISDIR)},
-    };
-    for (const auto& [what, prepare, error] : cases) {
-        SCOPED_TRACE(what);
-        prepare();
+    const auto expectFailure = [this](const std::string& error) {
         const CapturedLog log;
         EXPECT_FALSE(config.createIfMissing());
         EXPECT_EQ(error, config.lastError());
         EXPECT_THAT(log.texts(CoMsg::ERROR), ElementsAre(error));
         EXPECT_EQ(7556U, port());
-    }
-    CoNetworkConfig cannotCreate(blocked);
+    };
+    write(std::string(CoConfigFileReader::MAX_FILE_SIZE, '#'));
+    expectFailure("Could not parse network.cfg: " + coErrorText(EFBIG));
+    std::filesystem::remove(file);
+    std::filesystem::create_directory(file);
+    expectFailure("Could not read '" + file + "': " + coErrorText(EISDIR));
+
+    const std::string blocked = directory.write("blocked", "");
+    CoNetworkConfig cannotCreate(blocked + "/network.cfg");
     EXPECT_FALSE(cannotCreate.createIfMissing());
-    EXPECT_THAT(cannotCreate.lastError(),
-                StartsWith("Could not create '" + directory.path("blocked") + "': "));
+    EXPECT_THAT(cannotCreate.lastError(), StartsWith("Could not create '" + blocked + "': "));
 }
 
 TEST_F(CoNetworkConfigTest, AFullDiskLosesNothing) {
@@ -223,19 +206,9 @@ TEST_F(CoNetworkConfigTest, AFullDiskLosesNothing) {
     EXPECT_THAT(log.texts(CoMsg::ERROR), ElementsAre(error));
     EXPECT_EQ(before, directory.read("network.cfg"));
     EXPECT_EQ(1U, directory.countEntries());
-    std::string uuid;
-    EXPECT_FALSE(config.getUUID(uuid)) << "a UUID that is not in the file identifies nobody";
+    EXPECT_EQ("none", uuidOf(config)) << "a UUID that is not in the file identifies nobody";
     EXPECT_FALSE(config.createIfMissing());
     EXPECT_EQ(error, config.lastError());
-}
-
-TEST_F(CoNetworkConfigTest, AMalformedUUIDIsNone) {
-    directory.write("network.cfg", "[Local]\nUUID=0011-22\n");
-    std::string uuid = "x";
-    EXPECT_FALSE(config.getUUID(uuid));
-    EXPECT_EQ("", uuid);
-    EXPECT_EQ("Invalid UUID '0011-22'", config.lastError());
-    EXPECT_EQ("[Local]\nUUID=0011-22\n", directory.read("network.cfg")) << "once assigned, never edited";
 }
 
 TEST_F(CoNetworkConfigTest, UnusableSettingsKeepTheDefault) {
@@ -329,18 +302,15 @@ TEST_F(CoNetworkConfigTest, ManyThreadsAskWhileTheFileChanges) {
     for (std::thread& thread : threads) thread.join();
 }
 
-TEST(CoNetworkConfig, AForkedChildHasOneOfItsOwn) {
+TEST(CoNetworkConfig, HasADefaultFileAndAForkedChildAnObjectOfItsOwn) {
+    ::unsetenv("QD_NETWORK_CFG_FILE");
     const CoNetworkConfig& parents = CoNetworkConfig::getInstance();
+    EXPECT_EQ("/opt/Quorvane/cfg/network.cfg", parents.getConfigFileName());
     EXPECT_EQ(inForkedChild([&parents] {
                   CoFileMonitor::stop();
                   return &CoNetworkConfig::getInstance() != &parents ? 0 : 1;
               }),
               0);
-}
-
-TEST(CoNetworkConfig, HasADefaultFile) {
-    ::unsetenv("QD_NETWORK_CFG_FILE");
-    EXPECT_EQ("/opt/Quorvane/cfg/network.cfg", CoNetworkConfig::getInstance().getConfigFileName());
 }
 
 }  // namespace
