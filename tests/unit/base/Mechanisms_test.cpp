@@ -38,7 +38,7 @@ TEST(Fd, ADescriptorHasOneOwnerAndIsClosedOnce) {
     EXPECT_FALSE(isOpen(first));
     {
         CoFd taker(std::move(owner));
-        EXPECT_EQ(std::pair(taker.get(), taker.isOpen()), std::pair(second, true));
+        EXPECT_TRUE(taker.get() == second && taker.isOpen());
         EXPECT_EQ(taker.release(), second);
     }
     EXPECT_TRUE(isOpen(second)) << "given up, not closed";
@@ -87,13 +87,10 @@ struct Slow {
 };
 
 TEST(PerProcess, AChildHasItsOwnAndTakesOverWhatItMay) {
-    EXPECT_EQ(CoPerProcess<Heir>::get().number, 1);
-    EXPECT_EQ(inForkedChild([] {
-                  const int childs = CoPerProcess<Heir>::get().number;
-                  return childs * 10 + inForkedChild([] { return CoPerProcess<Heir>::get().number; });
-              }),
-              23);
-    EXPECT_EQ(CoPerProcess<Heir>::get().number, 1);
+    const auto number = [] { return CoPerProcess<Heir>::get().number; };
+    EXPECT_EQ(number(), 1);
+    EXPECT_EQ(inForkedChild([number] { return number() * 10 + inForkedChild(number); }), 23);
+    EXPECT_EQ(number(), 1);
 }
 
 TEST(PerProcess, AForkWhileAnotherThreadMakesItDoesNotHoldTheChildUp) {

@@ -19,46 +19,47 @@
 namespace Vantrel {
 namespace {
 
+bool blocksInterrupts() {
+    sigset_t blocked;
+    ::pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
+    return ::sigismember(&blocked, SIGINT) == 1 && ::sigismember(&blocked, SIGTERM) == 1;
+}
+
 // A body that runs until it is asked to stop.
 struct Worker {
-    explicit Worker(const char* name)
+    explicit Worker(const char* theName)
         : thread(
-              name,
+              theName,
               [this] {
-                  started.set_value(describe());
+                  ::pthread_getname_np(::pthread_self(), name, sizeof name);
+                  quiet = blocksInterrupts();
                   stop.get_future().wait();
               },
               [this] {
                   if (!asked.exchange(true)) stop.set_value();
               }) {}
 
-    static std::string describe() {
-        char name[16] = {};
-        ::pthread_getname_np(::pthread_self(), name, sizeof name);
-        sigset_t blocked;
-        ::pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
-        const bool quiet = ::sigismember(&blocked, SIGINT) == 1 && ::sigismember(&blocked, SIGTERM) == 1;
-        return std::string(name) + (quiet ? "" : " takes signals");
-    }
-
-    std::promise<std::string> started;
+    char name[16] = {};
+    bool quiet = false;
     std::promise<void> stop;
     std::atomic<bool> asked{false};
     CoThread thread;
 };
 
-TEST(Threads, HaveTheirNameAndTakeNoSignals) {
-    const std::pair<const char*, const char*> cases[] = {{"VT Multicast", "VT Multicast"},
-                                                         {"sixteen letters!", "sixteen letters"}};
-    sigset_t before;
-    ::pthread_sigmask(SIG_SETMASK, nullptr, &before);
-    for (const auto& [name, seen] : cases) {
-        Worker worker(name);
-        EXPECT_EQ(worker.started.get_future().get(), seen);
+TEST(Threads, TheManagerAsksEveryNamedThreadThatExistsAndThatTakesNoSignals) {
+    std::make_unique<Worker>("gone").reset();
+    Worker first("VT Multicast");
+    Worker second("sixteen letters!");
+    EXPECT_FALSE(blocksInterrupts()) << "the creator's mask is back";
+    CoThreadMgr::getInstance().stopAll();
+    for (Worker* worker : {&first, &second}) {
+        worker->thread.join();
+        EXPECT_TRUE(worker->thread.finished() && worker->quiet);
+        worker->thread.join();  // a second time returns at once
     }
-    sigset_t after;
-    ::pthread_sigmask(SIG_SETMASK, nullptr, &after);
-    EXPECT_EQ(::sigismember(&after, SIGINT), ::sigismember(&before, SIGINT)) << "the creator's mask is back";
+    EXPECT_STREQ(first.name, "VT Multicast");
+    EXPECT_STREQ(second.name, "sixteen letters");
+    CoThreadMgr::getInstance().stopAll();
 }
 
 // An application may shut down from a callback.
@@ -88,20 +89,6 @@ TEST(Threads, AnExceptionEndsTheThreadAndNotTheProcess) {
     EXPECT_THAT(log.texts(CoMsg::ERROR), testing::ElementsAre("Thread 'worker' ended early: no memory"));
 }
 
-TEST(Threads, TheManagerAsksEveryThreadThatExists) {
-    auto gone = std::make_unique<Worker>("gone");
-    gone.reset();
-    Worker first("first");
-    Worker second("second");
-    CoThreadMgr::getInstance().stopAll();
-    for (Worker* worker : {&first, &second}) {
-        worker->thread.join();
-        EXPECT_TRUE(worker->thread.finished());
-        worker->thread.join();  // a second time returns at once
-    }
-    CoThreadMgr::getInstance().stopAll();
-}
-
 TEST(Threads, AForkWhileTheManagerAsksDoesNotHoldTheChildUp) {
     std::promise<void> asking;
     std::promise<void> forked;
@@ -115,11 +102,7 @@ TEST(Threads, AForkWhileTheManagerAsksDoesNotHoldTheChildUp) {
         });
     std::thread stopper([] { CoThreadMgr::getInstance().stopAll(); });
     asking.get_future().wait();
-    EXPECT_EQ(inForkedChild([] {
-                  CoThreadMgr::getInstance().stopAll();
-                  return 0;
-              }),
-              0);
+    EXPECT_EQ(inForkedChild([] { return CoThreadMgr::getInstance().stopAll(), 0; }), 0);
     forked.set_value();
     stopper.join();
 }

@@ -33,8 +33,7 @@ TEST(Stop, EndsABlockedCallAndTheNextOneWaitsNormally) {
         pair.fillSendBuffer();
         if (sends) pair.send("abc");
         expectStopEnds(descriptor, [&] { EXPECT_EQ(call(descriptor), result); });
-        EXPECT_GE(secondsOf([&] { EXPECT_EQ(descriptor.nonBlockingReadWithTimeout(bytes, 1, 50), 0); }),
-                  0.049);
+        EXPECT_GE(secondsOf([&] { EXPECT_EQ(pair.read(50), 0); }), 0.049);
         EXPECT_FALSE(descriptor.wasStopped());
     }
 }
@@ -48,9 +47,8 @@ TEST(WaitInRead, EndsAtOnceWithAStop) {
         while (rounds.size() < ROUNDS) {
             Pair pair;
             EXPECT_TRUE(!waitInRead || pair.descriptor.enableWaitInRead());
-            char byte;
-            const auto read = [&] { return pair.descriptor.nonBlockingReadWithTimeout(&byte, 1, LONG_MS); };
-            rounds.push_back(secondsOf([&] { stopWhile(pair.descriptor, [&] { EXPECT_EQ(read(), -1); }); }));
+            rounds.push_back(
+                secondsOf([&] { stopWhile(pair.descriptor, [&] { EXPECT_EQ(pair.read(LONG_MS), -1); }); }));
             EXPECT_TRUE(pair.descriptor.wasStopped());
         }
         std::nth_element(rounds.begin(), rounds.begin() + ROUNDS / 2, rounds.end());
@@ -66,9 +64,7 @@ TEST(Stop, LogsTheThreadAndHasNoEffectOnALaterWait) {
     idle.descriptor.stop();
     EXPECT_THAT(log.texts(CoMsg::NOTICE), testing::ElementsAre(coFormat("TID %d stopping I/O", ::gettid())));
     EXPECT_FALSE(cancelPipeHasStops());
-    char byte;
-    EXPECT_GE(secondsOf([&] { EXPECT_EQ(idle.descriptor.nonBlockingReadWithTimeout(&byte, 1, 200), 0); }),
-              0.19);
+    EXPECT_GE(secondsOf([&] { EXPECT_EQ(idle.read(200), 0); }), 0.19);
 }
 
 TEST(Stop, BetweenTwoWaitsOfAScopeIsNotLostAndHoldsUntilItsEnd) {
@@ -79,7 +75,7 @@ TEST(Stop, BetweenTwoWaitsOfAScopeIsNotLostAndHoldsUntilItsEnd) {
         const CoIoDescriptor::StopScope scope(pair.descriptor);
         EXPECT_EQ(pair.descriptor.blockingRead(&byte, 1), 1);
         pair.descriptor.stop();
-        EXPECT_EQ(pair.descriptor.nonBlockingReadWithTimeout(&byte, 1, LONG_MS), -1);
+        EXPECT_EQ(pair.read(LONG_MS), -1);
         EXPECT_TRUE(pair.descriptor.wasStopped());
         EXPECT_FALSE(cancelPipeHasStops()) << "other waiters would be kept awake";
         pair.descriptor.stop();
@@ -99,17 +95,15 @@ TEST(Stop, BetweenTwoWaitsOfAScopeIsNotLostAndHoldsUntilItsEnd) {
 TEST(Stop, SomebodyElsesLeavesAWaiterUnaffected) {
     Pair pair;
     ASSERT_TRUE(CoSharedCancelPipe::get().put());
-    char byte = 0;
-    EXPECT_LT(secondsOf([&] { EXPECT_EQ(pair.descriptor.nonBlockingReadWithTimeout(&byte, 1, LONG_MS), 0); }),
-              LONG_SEC / 2);
+    EXPECT_LT(secondsOf([&] { EXPECT_EQ(pair.read(LONG_MS), 0); }), LONG_SEC / 2);
     EXPECT_EQ(pair.descriptor.lastError(), IoError::None);
     EXPECT_TRUE(cancelPipeHasStops()) << "took a stop of somebody else";
     const double cpuBefore = threadCpuSeconds();
-    EXPECT_EQ(pair.descriptor.blockingRead(&byte, 1, 500), -1);
+    EXPECT_EQ(pair.descriptor.blockingRead(pair.buffer, 1, 500), -1);
     EXPECT_EQ(pair.descriptor.lastError(), IoError::TimedOut);
     EXPECT_LT(threadCpuSeconds() - cpuBefore, 0.1) << "its owner may be busy for long";
     pair.send("x");
-    EXPECT_EQ(pair.descriptor.nonBlockingReadWithTimeout(&byte, 1, LONG_MS), 1) << "data counts all the same";
+    EXPECT_EQ(pair.read(LONG_MS), 1) << "data counts all the same";
     CoSharedCancelPipe::get().take();
     EXPECT_FALSE(cancelPipeHasStops());
 }
@@ -127,9 +121,8 @@ TEST(Stop, AStormFromSeveralThreadsLeavesNothingBehind) {
     std::vector<std::thread> threads;
     for (Pair& pair : pairs) {
         threads.emplace_back([&pair, &waiting] {
-            char byte;
             for (int i = 0; i < ROUNDS; ++i) {
-                EXPECT_EQ(pair.descriptor.blockingRead(&byte, 1, LONG_MS), 0);
+                EXPECT_EQ(pair.descriptor.blockingRead(pair.buffer, 1, LONG_MS), 0);
                 EXPECT_TRUE(pair.descriptor.wasStopped());
             }
             --waiting;
@@ -142,10 +135,8 @@ TEST(Stop, AStormFromSeveralThreadsLeavesNothingBehind) {
             }
         });
     }
-    threads.emplace_back([&] {
-        char byte;
-        EXPECT_EQ(bystander.descriptor.blockingRead(&byte, 1, LONG_MS), 1);
-    });
+    threads.emplace_back(
+        [&] { EXPECT_EQ(bystander.descriptor.blockingRead(bystander.buffer, 1, LONG_MS), 1); });
     while (waiting > 0) std::this_thread::yield();
     bystander.send("x");
     for (std::thread& thread : threads) thread.join();

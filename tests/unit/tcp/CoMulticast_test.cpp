@@ -3,7 +3,7 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <net/if.h>
-#include <sched.h>
+#include <sys/resource.h>
 #include <sys/time.h>
 #include <sys/un.h>
 
@@ -56,8 +56,7 @@ struct Datagram {
 /// Waits for the next datagram and takes up to `size` bytes of it.
 Datagram receiveFrom(const CoMulticast& socket, std::size_t size = 100) {
     Datagram datagram;
-    pollfd entry{socket.getId(), POLLIN, 0};
-    EXPECT_EQ(::poll(&entry, 1, LONG_MS), 1);
+    EXPECT_TRUE(isReadable(socket.getId(), LONG_MS));
     datagram.text.resize(size);
     datagram.came = socket.receive(&datagram.text[0], size, datagram.from, false);
     datagram.text.resize(size);
@@ -101,11 +100,10 @@ void exchange(const char* scope, const char* interface, const char* hostIP) {
     EXPECT_NE(client.getLocalPort(), client.getPort());
 
     // An interface that has just come up may lose what is sent at once.
-    pollfd heard{first.getId(), POLLIN, 0};
-    for (int tries = 0; tries < 100; ++tries) {
+    int tries = 0;
+    do {
         client.send("who?", 4, nullptr, 0);
-        if (::poll(&heard, 1, 100) == 1) break;
-    }
+    } while (!isReadable(first.getId(), 100) && ++tries < 100);
     for (const CoMulticast* each : {&first, &second}) {
         const Datagram search = receiveFrom(*each);
         EXPECT_EQ(search.text, "who?");
@@ -134,8 +132,7 @@ Strings heardFrom(const char* scope, const Strings& joined, const Strings& sende
     }
     // What goes to the host itself is there when it has been sent.
     Strings heard;
-    pollfd entry{socket.getId(), POLLIN, 0};
-    while (::poll(&entry, 1, 0) == 1) {
+    while (isReadable(socket.getId())) {
         const Datagram datagram = receiveFrom(socket);
         if (datagram.came) heard.push_back(datagram.text);
     }

@@ -20,8 +20,7 @@ TEST(Listen, TakesAFreePortAndAcceptsUsableSockets) {
 
         CoIoTcpDescriptor client;
         ASSERT_TRUE(client.connect("127.0.0.1", server.getPort(), 0, 0, 10)) << client.lastErrorText();
-        pollfd entry{server.getId(), POLLIN, 0};
-        EXPECT_EQ(::poll(&entry, 1, static_cast<int>(LONG_MS)), 1);
+        EXPECT_TRUE(isReadable(server.getId(), LONG_MS));
         CoIoTcpDescriptor accepted(server.accept());
         EXPECT_EQ(server.lastError(), IoError::None);
         EXPECT_TRUE(isNonBlockingAndCloseOnExec(accepted.getId()));

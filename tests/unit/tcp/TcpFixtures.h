@@ -4,13 +4,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <ctime>
 #include <functional>
 #include <string>
 #include <thread>
@@ -34,17 +34,18 @@ inline double secondsOf(const std::function<void()>& action) {
 
 /// CPU time that this thread has used.
 inline double threadCpuSeconds() {
-    rusage usage{};
-    ::getrusage(RUSAGE_THREAD, &usage);
-    const auto seconds = [](const timeval& time) {
-        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
-    };
-    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+    timespec used{};
+    ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
+    return static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) / 1e9;
+}
+
+inline bool isReadable(int id, unsigned timeoutMs = 0) {
+    pollfd entry{id, POLLIN, 0};
+    return ::poll(&entry, 1, static_cast<int>(timeoutMs)) == 1;
 }
 
 inline bool cancelPipeHasStops() {
-    pollfd entry{CoSharedCancelPipe::get().getOut(), POLLIN, 0};
-    return ::poll(&entry, 1, 0) > 0;
+    return isReadable(CoSharedCancelPipe::get().getOut());
 }
 
 /// Two connected ends: of local stream sockets, or of a pipe that `descriptor` writes to.
@@ -57,9 +58,10 @@ struct Pair {
         peer.setId(ids[0]);
         descriptor.setId(ids[1]);
     }
-    void send(const std::string& bytes) const {
-        EXPECT_EQ(::send(peer.getId(), bytes.data(), bytes.size(), MSG_NOSIGNAL),
-                  static_cast<ssize_t>(bytes.size()));
+    /// What the peer sends.
+    void send(const std::string& bytes) { EXPECT_TRUE(peer.writeStr(bytes.c_str())); }
+    int read(unsigned timeoutMs) {
+        return descriptor.nonBlockingReadWithTimeout(buffer, sizeof buffer, timeoutMs);
     }
     /// Until nothing more is accepted.
     void fillSendBuffer() const {
@@ -70,6 +72,7 @@ struct Pair {
 
     CoIoDescriptor descriptor;
     CoIoDescriptor peer;
+    char buffer[8] = {};
 };
 
 inline bool isNonBlockingAndCloseOnExec(int id) {
