@@ -1,6 +1,5 @@
 #pragma once
 
-#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
@@ -8,13 +7,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "PlainSocket.h"
 
 extern char** environ;
 
@@ -33,8 +33,8 @@ class ChildProcess {
     explicit ChildProcess(const std::vector<std::string>& command,
                           const std::vector<std::string>& variables = {})
         : name_(command.at(0)) {
-        Pipe out;
-        Pipe err;
+        Vantrel::PlainPipe out;
+        Vantrel::PlainPipe err;
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_adddup2(&actions, out.write, STDOUT_FILENO);
@@ -47,16 +47,13 @@ class ChildProcess {
         const int error = posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), environment.data());
         posix_spawn_file_actions_destroy(&actions);
         if (error != 0) throw std::runtime_error("cannot start " + name_ + ": " + std::strerror(error));
-        out_ = std::exchange(out.read, -1);
-        err_ = std::exchange(err.read, -1);
+        out_ = std::move(out.read);
+        err_ = std::move(err.read);
     }
     ~ChildProcess() {
-        if (!reaped_) {
-            kill(pid_, SIGKILL);
-            waitpid(pid_, nullptr, 0);
-        }
-        if (out_ >= 0) close(out_);
-        if (err_ >= 0) close(err_);
+        if (reaped_) return;
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
     }
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
@@ -65,32 +62,22 @@ class ChildProcess {
 
     /// The first line of standard output, without its end. Throws when none comes within the limit.
     std::string firstLine(std::chrono::milliseconds limit) {
-        const auto deadline = std::chrono::steady_clock::now() + limit;
-        while (result_.out.find('\n') == std::string::npos) {
-            if (out_ < 0) throw std::runtime_error(name_ + " ended without a line: " + result_.err);
-            gather(deadline);
-        }
+        waitForText("\n", out_, result_.out, limit);
         return result_.out.substr(0, result_.out.find('\n'));
     }
 
     /// Waits until `text` stands on standard error. Throws when it does not come within the limit.
     void waitForError(const std::string& text, std::chrono::milliseconds limit) {
-        const auto deadline = std::chrono::steady_clock::now() + limit;
-        while (result_.err.find(text) == std::string::npos) {
-            if (err_ < 0) throw std::runtime_error(name_ + " ended without '" + text + "': " + result_.err);
-            gather(deadline);
-        }
+        waitForText(text, err_, result_.err, limit);
     }
 
     /// Waits for its end and gives all its output. Throws when it does not end within the limit.
     Result wait(std::chrono::milliseconds limit) {
         const auto deadline = std::chrono::steady_clock::now() + limit;
-        while (out_ >= 0 || err_ >= 0) gather(deadline);
-        const int descriptor = static_cast<int>(syscall(SYS_pidfd_open, pid_, 0));
+        while (out_.isOpen() || err_.isOpen()) gather(deadline);
+        const Vantrel::PlainFd descriptor(static_cast<int>(syscall(SYS_pidfd_open, pid_, 0)));
         pollfd ended{descriptor, POLLIN, 0};
-        const int ready = poll(&ended, 1, millisecondsTo(deadline));
-        close(descriptor);
-        if (ready != 1) throw std::runtime_error(name_ + " does not end");
+        if (poll(&ended, 1, millisecondsTo(deadline)) != 1) throw std::runtime_error(name_ + " does not end");
         int status = 0;
         waitpid(pid_, &status, 0);
         reaped_ = true;
@@ -100,21 +87,6 @@ class ChildProcess {
 
   private:
     using Deadline = std::chrono::steady_clock::time_point;
-
-    struct Pipe {
-        Pipe() {
-            int ends[2];
-            if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error(std::strerror(errno));
-            read = ends[0];
-            write = ends[1];
-        }
-        ~Pipe() {
-            if (read >= 0) close(read);
-            close(write);
-        }
-        int read = -1;
-        int write = -1;
-    };
 
     static std::vector<char*> pointers(const std::vector<std::string>& texts) {
         std::vector<char*> result;
@@ -129,6 +101,16 @@ class ChildProcess {
         return left.count() > 0 ? static_cast<int>(left.count()) : 0;
     }
 
+    void waitForText(const std::string& text, const Vantrel::PlainFd& from, const std::string& gathered,
+                     std::chrono::milliseconds limit) {
+        const auto deadline = std::chrono::steady_clock::now() + limit;
+        while (gathered.find(text) == std::string::npos) {
+            if (!from.isOpen())
+                throw std::runtime_error(name_ + " ended without '" + text + "': " + result_.err);
+            gather(deadline);
+        }
+    }
+
     void gather(Deadline deadline) {
         pollfd fds[] = {{out_, POLLIN, 0}, {err_, POLLIN, 0}};
         if (poll(fds, 2, millisecondsTo(deadline)) <= 0)
@@ -137,21 +119,17 @@ class ChildProcess {
         if (fds[1].revents != 0) take(err_, result_.err);
     }
 
-    static void take(int& descriptor, std::string& text) {
+    static void take(Vantrel::PlainFd& descriptor, std::string& text) {
         char piece[65536];
         const ssize_t got = read(descriptor, piece, sizeof piece);
-        if (got > 0) {
-            text.append(piece, static_cast<std::size_t>(got));
-            return;
-        }
-        close(descriptor);
-        descriptor = -1;
+        if (got <= 0) return descriptor.close();
+        text.append(piece, static_cast<std::size_t>(got));
     }
 
     const std::string name_;
     pid_t pid_ = -1;
-    int out_ = -1;
-    int err_ = -1;
+    Vantrel::PlainFd out_;
+    Vantrel::PlainFd err_;
     bool reaped_ = false;
     Result result_;
 };

@@ -1,17 +1,10 @@
 #include "FramePeer.h"
 
-#include <arpa/inet.h>
-#include <fcntl.h>
-#include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
-#include <system_error>
 
 namespace Vantrel {
 
@@ -19,53 +12,16 @@ namespace {
 
 constexpr std::chrono::seconds LIMIT{20};
 
-int check(int result, const char* what) {
-    if (result < 0) throw std::system_error(errno, std::generic_category(), what);
-    return result;
-}
-
 }  // namespace
 
 FramePeer::FramePeer() {
-    check(::pipe2(endPipe_, O_CLOEXEC), "pipe2");
-    listener_ = check(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0), "socket");
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    auto* const generic = reinterpret_cast<sockaddr*>(&address);
-    check(::bind(listener_, generic, size), "bind");
-    check(::listen(listener_, SOMAXCONN), "listen");
-    check(::getsockname(listener_, generic, &size), "getsockname");
-    port_ = ntohs(address.sin_port);
+    checked(::listen(listener_, SOMAXCONN), "listen");
     thread_ = std::thread(&FramePeer::run, this);
 }
 
 FramePeer::~FramePeer() {
-    ::close(endPipe_[1]);
+    end_.write.close();
     thread_.join();
-    ::close(endPipe_[0]);
-    ::close(listener_);
-}
-
-void FramePeer::expect(std::size_t requestBytes, const std::string& reply, Then then) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    script_.push_back({requestBytes, reply, then});
-}
-
-void FramePeer::replyInPieces(std::size_t bytes) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    pieceSize_ = bytes;
-}
-
-std::vector<std::string> FramePeer::requests() const {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return requests_;
-}
-
-std::size_t FramePeer::connections() const {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return connections_;
 }
 
 template <typename Predicate>
@@ -84,7 +40,7 @@ bool FramePeer::waitForClosed(std::size_t count) const {
 
 // False when the peer is to end.
 bool FramePeer::waitFor(int descriptor, short event) const {
-    pollfd entries[] = {{descriptor, event, 0}, {endPipe_[0], POLLIN, 0}};
+    pollfd entries[] = {{descriptor, event, 0}, {end_.read, POLLIN, 0}};
     while (::poll(entries, 2, -1) < 0 && errno == EINTR) {
     }
     return entries[1].revents == 0;
@@ -92,16 +48,12 @@ bool FramePeer::waitFor(int descriptor, short event) const {
 
 void FramePeer::run() {
     while (waitFor(listener_, POLLIN)) {
-        const int client = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
-        if (client < 0) continue;
+        const PlainFd client(::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+        if (!client.isOpen()) continue;
         const int on = 1;
         ::setsockopt(client, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-        {
-            const std::lock_guard<std::mutex> lock(mutex_);
-            ++connections_;
-        }
+        ++connections_;
         serve(client);
-        ::close(client);
         const std::lock_guard<std::mutex> lock(mutex_);
         ++closed_;
         changed_.notify_all();
@@ -113,7 +65,7 @@ void FramePeer::serve(int client) {
         if (!send(client, step.reply) || step.then == Then::Close) return;
         if (step.then == Then::GoOn) continue;
         // A client that gave a write up may leave bytes that nobody reads, and its end behind them.
-        pollfd entries[] = {{client, POLLRDHUP, 0}, {listener_, POLLIN, 0}, {endPipe_[0], POLLIN, 0}};
+        pollfd entries[] = {{client, POLLRDHUP, 0}, {listener_, POLLIN, 0}, {end_.read, POLLIN, 0}};
         while (::poll(entries, 3, -1) < 0 && errno == EINTR) {
         }
         break;
@@ -154,11 +106,7 @@ bool FramePeer::receive(int client, std::size_t size, std::string& request) cons
 }
 
 bool FramePeer::send(int client, const std::string& reply) const {
-    std::size_t pieceSize = 0;
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        pieceSize = pieceSize_ > 0 ? pieceSize_ : reply.size();
-    }
+    const std::size_t pieceSize = pieceSize_ > 0 ? pieceSize_.load() : reply.size();
     for (std::size_t sent = 0; sent < reply.size();) {
         if (!waitFor(client, POLLOUT)) return false;
         const std::size_t size = std::min(pieceSize, reply.size() - sent);

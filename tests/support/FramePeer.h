@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
@@ -7,6 +8,8 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "PlainSocket.h"
 
 namespace Vantrel {
 
@@ -23,17 +26,23 @@ class FramePeer {
     FramePeer& operator=(const FramePeer&) = delete;
     ~FramePeer();
 
-    int port() const { return port_; }
+    int port() const { return portOf(listener_); }
 
     /// The next request has `requestBytes` bytes (0: whatever one read gives) and gets `reply`.
-    void expect(std::size_t requestBytes, const std::string& reply, Then then = Then::GoOn);
+    void expect(std::size_t requestBytes, const std::string& reply, Then then = Then::GoOn) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        script_.push_back({requestBytes, reply, then});
+    }
     /// Sends later replies `bytes` at a time; 0: whole.
-    void replyInPieces(std::size_t bytes);
+    void replyInPieces(std::size_t bytes) { pieceSize_ = bytes; }
 
     /// The requests received, those cut short by the client's going included, in order. A last element holds
     /// what came beyond the script.
-    std::vector<std::string> requests() const;
-    std::size_t connections() const;
+    std::vector<std::string> requests() const {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return requests_;
+    }
+    std::size_t connections() const { return connections_; }
     /// Whether so many requests came, or so many connections ended, within the limit.
     bool waitForRequests(std::size_t count) const;
     bool waitForClosed(std::size_t count) const;
@@ -55,17 +64,16 @@ class FramePeer {
     template <typename Predicate>
     bool wait(Predicate predicate) const;
 
-    int listener_ = -1;
-    int port_ = 0;
-    int endPipe_[2] = {-1, -1};
+    const PlainFd listener_ = boundSocket(SOCK_STREAM);
+    PlainPipe end_;
+    std::atomic<std::size_t> pieceSize_{0};
+    std::atomic<std::size_t> connections_{0};
 
     mutable std::mutex mutex_;
     mutable std::condition_variable changed_;
     // Guarded by mutex_.
     std::deque<Step> script_;
-    std::size_t pieceSize_ = 0;
     std::vector<std::string> requests_;
-    std::size_t connections_ = 0;
     std::size_t closed_ = 0;
 
     std::thread thread_;

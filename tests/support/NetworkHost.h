@@ -26,23 +26,13 @@
 /// allow it. Needs root and iproute2.
 class NetworkHost {
   public:
-    NetworkHost() = default;
-    ~NetworkHost() {
-        if (descriptor_ >= 0) ::close(descriptor_);
-    }
-    NetworkHost(const NetworkHost&) = delete;
-    NetworkHost& operator=(const NetworkHost&) = delete;
-
     /// While it lives, this thread and the threads and processes that it starts are on the host.
     class Stay {
       public:
         explicit Stay(const NetworkHost& host) : home_(::open(OWN_NAMESPACE, O_RDONLY | O_CLOEXEC)) {
             enter(host.descriptor());
         }
-        ~Stay() {
-            enter(home_);
-            ::close(home_);
-        }
+        ~Stay() { enter(home_); }
         Stay(const Stay&) = delete;
         Stay& operator=(const Stay&) = delete;
 
@@ -50,7 +40,7 @@ class NetworkHost {
         static void enter(int descriptor) {
             if (::setns(descriptor, CLONE_NEWNET) != 0) std::abort();
         }
-        const int home_;
+        const Vantrel::PlainFd home_;
     };
 
     /// Runs "ip" with these words on the host; throws when it fails.
@@ -83,14 +73,13 @@ class NetworkHost {
     /// The system may take a second to notice that a cable is connected.
     void waitUntilRunning(const std::string& interface) const {
         const Stay stay(*this);
-        const int id = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        const Vantrel::PlainFd id(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
         ifreq request{};
         interface.copy(request.ifr_name, sizeof request.ifr_name - 1);
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
         while (::ioctl(id, SIOCGIFFLAGS, &request) == 0 && (request.ifr_flags & IFF_RUNNING) == 0 &&
                std::chrono::steady_clock::now() < deadline)
             ::poll(nullptr, 0, 5);
-        ::close(id);
         if ((request.ifr_flags & IFF_RUNNING) == 0) throw std::runtime_error(interface + " does not run");
     }
 
@@ -111,22 +100,22 @@ class NetworkHost {
     static constexpr const char* IP_PROGRAM = "/sbin/ip";
 
     int descriptor() const {
-        if (descriptor_ >= 0) return descriptor_;
+        if (descriptor_.isOpen()) return descriptor_;
         std::string reason;
         std::thread([this, &reason] {
             if (::unshare(CLONE_NEWNET) != 0) {
                 reason = std::strerror(errno);
                 return;
             }
-            descriptor_ = ::open(OWN_NAMESPACE, O_RDONLY | O_CLOEXEC);
+            descriptor_ = Vantrel::PlainFd(::open(OWN_NAMESPACE, O_RDONLY | O_CLOEXEC));
             // Addresses of IPv6 are usable at once.
             for (const char* which : {"all", "default"})
                 std::ofstream(std::string("/proc/sys/net/ipv6/conf/") + which + "/accept_dad") << 0;
         }).join();
-        if (descriptor_ < 0) throw std::runtime_error("no network namespace: " + reason);
+        if (!descriptor_.isOpen()) throw std::runtime_error("no network namespace: " + reason);
         ip("link set lo up");
         return descriptor_;
     }
 
-    mutable int descriptor_ = -1;
+    mutable Vantrel::PlainFd descriptor_;
 };

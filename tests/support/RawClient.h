@@ -1,20 +1,14 @@
 #pragma once
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstddef>
-#include <cstdint>
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <system_error>
-#include <utility>
+
+#include "PlainSocket.h"
 
 namespace Vantrel {
 
@@ -22,26 +16,14 @@ namespace Vantrel {
 class RawClient {
   public:
     explicit RawClient(int port, int receiveBufferSize = 0)
-        : socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(static_cast<std::uint16_t>(port));
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        : socket_(checked(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0), "socket")) {
         if (receiveBufferSize != 0) {
             ::setsockopt(socket_, SOL_SOCKET, SO_RCVBUF, &receiveBufferSize, sizeof receiveBufferSize);
         }
-        if (::connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-            throw std::system_error(errno, std::generic_category(), "connect");
-        }
+        checked(::connect(socket_, LoopbackAddress(port).get(), LoopbackAddress::SIZE), "connect");
     }
-    RawClient(const RawClient&) = delete;
-    RawClient& operator=(const RawClient&) = delete;
-    ~RawClient() { close(); }
 
-    void close() {
-        if (socket_ >= 0) ::close(socket_);
-        socket_ = -1;
-    }
+    void close() { socket_.close(); }
     void finishSending() { ::shutdown(socket_, SHUT_WR); }
 
     /// Sends `text`, `pieceSize` bytes at a time (0: whole).
@@ -50,7 +32,7 @@ class RawClient {
             const std::size_t size = pieceSize == 0 ? text.size() : std::min(pieceSize, text.size());
             const ssize_t sent = ::send(socket_, text.data(), size, MSG_NOSIGNAL);
             if (sent < 0 && (errno == EPIPE || errno == ECONNRESET)) return;  // the peer has heard enough
-            if (sent < 0) throw std::system_error(errno, std::generic_category(), "send");
+            checked(static_cast<int>(sent), "send");
             text.remove_prefix(static_cast<std::size_t>(sent));
         }
     }
@@ -99,7 +81,7 @@ class RawClient {
         return true;
     }
 
-    int socket_;
+    PlainFd socket_;
     std::string received_;
 };
 

@@ -1,43 +1,16 @@
 #include "ScriptedPeer.h"
 
-#include <arpa/inet.h>
-#include <fcntl.h>
-#include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
-#include <system_error>
 
 namespace Vantrel {
 
 namespace {
 
 const char* const LOGIN = "_login";
-
-[[noreturn]] void fail(const char* what) {
-    throw std::system_error(errno, std::generic_category(), what);
-}
-
-int openSocketOn(int port) {
-    const int descriptor = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (descriptor < 0) fail("socket");
-    const int on = 1;
-    ::setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (::bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-        ::close(descriptor);
-        fail("bind");
-    }
-    return descriptor;
-}
 
 std::string escaped(const std::string& text) {
     const std::string special = "\n\t\\";
@@ -65,7 +38,7 @@ std::string unescaped(const std::string& text) {
 }  // namespace
 
 struct ScriptedPeer::Connection {
-    int descriptor = -1;
+    PlainFd descriptor;
     std::string in;
     std::string out;
     std::size_t sent = 0;
@@ -75,12 +48,6 @@ struct ScriptedPeer::Connection {
 };
 
 ScriptedPeer::ScriptedPeer() {
-    if (::pipe2(wakeEnds_, O_CLOEXEC | O_NONBLOCK) != 0) fail("pipe2");
-    reservation_ = openSocketOn(0);
-    sockaddr_in address{};
-    socklen_t size = sizeof address;
-    if (::getsockname(reservation_, reinterpret_cast<sockaddr*>(&address), &size) != 0) fail("getsockname");
-    port_ = ntohs(address.sin_port);
     answers_[LOGIN] = ok("");
     applySettings();
     thread_ = std::thread(&ScriptedPeer::run, this);
@@ -89,16 +56,8 @@ ScriptedPeer::ScriptedPeer() {
 ScriptedPeer::~ScriptedPeer() {
     change([this] { stopping_ = true; });
     thread_.join();
-    for (const Connection& client : clients_) ::close(client.descriptor);
-    if (listener_ >= 0) ::close(listener_);
-    ::close(reservation_);
-    ::close(wakeEnds_[0]);
-    ::close(wakeEnds_[1]);
 }
 
-std::string ScriptedPeer::address() const {
-    return "127.0.0.1:" + std::to_string(port_);
-}
 std::string ScriptedPeer::ok(const std::string& text) {
     return "ok " + escaped(text);
 }
@@ -106,50 +65,8 @@ std::string ScriptedPeer::error(const std::string& text) {
     return "error " + escaped(text);
 }
 
-template <typename Change>
-void ScriptedPeer::change(Change change) {
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        change();
-    }
-    const ssize_t ignored = ::write(wakeEnds_[1], "w", 1);  // a full pipe wakes as well
-    static_cast<void>(ignored);
-}
-
-void ScriptedPeer::answer(const std::string& method, const std::string& line) {
-    change([&] { answers_[method] = line; });
-}
-
-void ScriptedPeer::answerWith(Responder responder) {
-    change([&] { responder_ = std::move(responder); });
-}
-
-void ScriptedPeer::neverAnswer(const std::string& method) {
-    change([&] { answers_[method] = std::nullopt; });
-}
-
 void ScriptedPeer::loginUnknown(bool quoted) {
     answer(LOGIN, quoted ? "error Unknown method: '_login'." : "error Unknown method: _login");
-}
-
-void ScriptedPeer::replyInPieces(std::size_t bytes) {
-    change([&] { pieceSize_ = bytes; });
-}
-
-void ScriptedPeer::closeAfter(std::optional<std::size_t> bytes) {
-    change([&] { closeAfter_ = bytes; });
-}
-
-void ScriptedPeer::holdReplies() {
-    change([this] { holding_ = true; });
-}
-
-void ScriptedPeer::releaseReplies() {
-    change([this] { holding_ = false; });
-}
-
-void ScriptedPeer::closeOnAccept(bool on) {
-    change([&] { closeOnAccept_ = on; });
 }
 
 void ScriptedPeer::dropConnections() {
@@ -188,35 +105,6 @@ std::vector<std::string> ScriptedPeer::arguments(const std::string& method) cons
     return found;
 }
 
-std::size_t ScriptedPeer::connections() const {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return accepted_;
-}
-
-template <typename Condition>
-bool ScriptedPeer::waitFor(Condition condition, unsigned timeoutMs) const {
-    std::unique_lock<std::mutex> lock(mutex_);
-    return changed_.wait_for(lock, std::chrono::milliseconds(timeoutMs), condition);
-}
-
-bool ScriptedPeer::waitForCommands(std::size_t count, unsigned timeoutMs) const {
-    const auto isCommand = [](const Command& command) { return command.method != LOGIN; };
-    return waitFor(
-        [&] {
-            const auto commands = std::count_if(received_.begin(), received_.end(), isCommand);
-            return static_cast<std::size_t>(commands) >= count;
-        },
-        timeoutMs);
-}
-
-bool ScriptedPeer::waitForConnections(std::size_t count, unsigned timeoutMs) const {
-    return waitFor([&] { return accepted_ >= count; }, timeoutMs);
-}
-
-bool ScriptedPeer::waitForNoClients(unsigned timeoutMs) const {
-    return waitFor([this] { return open_ == 0; }, timeoutMs);
-}
-
 ScriptedPeer::Command ScriptedPeer::parse(const std::string& line) {
     // type, object, method, argument: the first three end at one blank each, the rest is the argument.
     std::size_t at = 0;
@@ -232,7 +120,7 @@ ScriptedPeer::Command ScriptedPeer::parse(const std::string& line) {
 void ScriptedPeer::run() {
     while (applySettings()) {
         std::vector<pollfd> polled;
-        polled.push_back({wakeEnds_[0], POLLIN, 0});
+        polled.push_back({wake_.read, POLLIN, 0});
         polled.push_back({listener_, POLLIN, 0});  // negative: ignored
         for (const Connection& client : clients_) {
             const bool sending = !client.held && (client.sent < client.out.size() || client.closeWhenSent);
@@ -241,7 +129,7 @@ void ScriptedPeer::run() {
         if (::poll(polled.data(), polled.size(), -1) < 0) continue;
 
         char drained[64];
-        while (::read(wakeEnds_[0], drained, sizeof drained) > 0) {
+        while (::read(wake_.read, drained, sizeof drained) > 0) {
         }
         std::size_t i = 2;
         for (Connection& client : clients_) {
@@ -258,34 +146,30 @@ bool ScriptedPeer::applySettings() {
     const std::lock_guard<std::mutex> lock(mutex_);
     clients_.remove_if([this](Connection& client) {
         client.held = client.held && holding_;
-        if (!client.ended && !dropAll_) return false;
-        ::close(client.descriptor);
-        return true;
+        return client.ended || dropAll_;
     });
     dropAll_ = false;
-    if (wantListening_ && listener_ < 0) {
-        listener_ = openSocketOn(port_);
-        if (::listen(listener_, SOMAXCONN) != 0) fail("listen");
-    } else if (!wantListening_ && listener_ >= 0) {
-        ::close(listener_);
-        listener_ = -1;
+    if (!wantListening_) {
+        listener_.close();
+    } else if (!listener_.isOpen()) {
+        listener_ = boundSocket(SOCK_STREAM | SOCK_NONBLOCK, port_, PortUse::Shared);
+        checked(::listen(listener_, SOMAXCONN), "listen");
     }
-    isListening_ = listener_ >= 0;
+    isListening_ = listener_.isOpen();
     open_ = clients_.size();
     changed_.notify_all();
     return !stopping_;
 }
 
 void ScriptedPeer::acceptClient() {
-    const int descriptor = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
-    if (descriptor < 0) return;
-    const int on = 1;
-    ::setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     Connection client;
-    client.descriptor = descriptor;
+    client.descriptor = PlainFd(::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    if (!client.descriptor.isOpen()) return;
+    const int on = 1;
+    ::setsockopt(client.descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     const std::lock_guard<std::mutex> lock(mutex_);
     client.ended = closeOnAccept_;
-    clients_.push_back(client);
+    clients_.push_back(std::move(client));
     ++accepted_;
     open_ = clients_.size();
     changed_.notify_all();
@@ -325,6 +209,7 @@ void ScriptedPeer::handle(Connection& connection, const Command& command) {
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         received_.push_back(command);
+        if (command.method != LOGIN) ++commandCount_;
         changed_.notify_all();
     }
     std::optional<std::string> line = resultLine(command);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <functional>
@@ -10,6 +12,8 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "PlainSocket.h"
 
 namespace Vantrel {
 
@@ -34,7 +38,7 @@ class ScriptedPeer {
 
     int port() const { return port_; }
     /// "127.0.0.1:" and the port.
-    std::string address() const;
+    std::string address() const { return "127.0.0.1:" + std::to_string(port_); }
 
     // Result lines, escaped as they travel and without the newline.
     static std::string ok(const std::string& text);
@@ -43,24 +47,40 @@ class ScriptedPeer {
     /// From now on `method` is answered with `line`, as it is (see `ok` and `error`; anything else is the
     /// rubbish that a test wants). A method without an answer gets the unknown-method error; "_login" has one
     /// from the start: success with an empty text.
-    void answer(const std::string& method, const std::string& line);
-    void answerWith(Responder responder);
+    void answer(const std::string& method, const std::string& line) {
+        change([&] { answers_[method] = line; });
+    }
+    void answerWith(Responder responder) {
+        change([&] { responder_ = std::move(responder); });
+    }
     /// Answers no command of this name any more and keeps the connection open.
-    void neverAnswer(const std::string& method);
+    void neverAnswer(const std::string& method) {
+        change([&] { answers_[method] = std::nullopt; });
+    }
     /// "_login" too is unknown, as with servers that have no login; `quoted` selects the newer of the two
     /// wordings of that answer.
     void loginUnknown(bool quoted);
 
     /// Sends later replies `bytes` at a time; 0: whole.
-    void replyInPieces(std::size_t bytes);
+    void replyInPieces(std::size_t bytes) {
+        change([&] { pieceSize_ = bytes; });
+    }
     /// Ends the connection after the first `bytes` bytes of a reply to anything but "_login" (0: instead of a
     /// reply); nothing: no longer.
-    void closeAfter(std::optional<std::size_t> bytes);
+    void closeAfter(std::optional<std::size_t> bytes) {
+        change([&] { closeAfter_ = bytes; });
+    }
     /// Keeps replies to anything but "_login" back until `releaseReplies`.
-    void holdReplies();
-    void releaseReplies();
+    void holdReplies() {
+        change([this] { holding_ = true; });
+    }
+    void releaseReplies() {
+        change([this] { holding_ = false; });
+    }
     /// Ends every new connection at once.
-    void closeOnAccept(bool on);
+    void closeOnAccept(bool on) {
+        change([&] { closeOnAccept_ = on; });
+    }
 
     /// Ends every connection; new ones are still accepted.
     void dropConnections();
@@ -74,12 +94,18 @@ class ScriptedPeer {
     /// Unescaped arguments of the commands of one method ("_login" included), in order.
     std::vector<std::string> arguments(const std::string& method) const;
     /// Number of connections accepted so far.
-    std::size_t connections() const;
+    std::size_t connections() const { return accepted_; }
     /// Whether at least so many commands, or connections, came within the limit.
-    bool waitForCommands(std::size_t count, unsigned timeoutMs = DEFAULT_WAIT_MS) const;
-    bool waitForConnections(std::size_t count, unsigned timeoutMs = DEFAULT_WAIT_MS) const;
+    bool waitForCommands(std::size_t count, unsigned timeoutMs = DEFAULT_WAIT_MS) const {
+        return waitFor([&] { return commandCount_ >= count; }, timeoutMs);
+    }
+    bool waitForConnections(std::size_t count, unsigned timeoutMs = DEFAULT_WAIT_MS) const {
+        return waitFor([&] { return accepted_ >= count; }, timeoutMs);
+    }
     /// Whether every client has gone within the limit.
-    bool waitForNoClients(unsigned timeoutMs = DEFAULT_WAIT_MS) const;
+    bool waitForNoClients(unsigned timeoutMs = DEFAULT_WAIT_MS) const {
+        return waitFor([this] { return open_ == 0; }, timeoutMs);
+    }
 
     static constexpr unsigned DEFAULT_WAIT_MS = 30000;
 
@@ -94,9 +120,19 @@ class ScriptedPeer {
     static Command parse(const std::string& line);
 
     template <typename Change>
-    void change(Change change);
+    void change(Change change) {
+        {
+            const std::lock_guard<std::mutex> lock(mutex_);
+            change();
+        }
+        const ssize_t ignored = ::write(wake_.write, "w", 1);  // a full pipe wakes as well
+        static_cast<void>(ignored);
+    }
     template <typename Condition>
-    bool waitFor(Condition condition, unsigned timeoutMs = DEFAULT_WAIT_MS) const;
+    bool waitFor(Condition condition, unsigned timeoutMs = DEFAULT_WAIT_MS) const {
+        std::unique_lock<std::mutex> lock(mutex_);
+        return changed_.wait_for(lock, std::chrono::milliseconds(timeoutMs), condition);
+    }
 
     void run();
     bool applySettings();
@@ -106,13 +142,15 @@ class ScriptedPeer {
     void send(Connection& connection);
     std::optional<std::string> resultLine(const Command& command);
 
-    int port_ = 0;
-    int reservation_ = -1;  ///< bound but never listening: keeps the port ours while we refuse
-    int wakeEnds_[2] = {-1, -1};
+    /// Bound but never listening: keeps the port ours while we refuse.
+    const PlainFd reservation_ = boundSocket(SOCK_STREAM, 0, PortUse::Shared);
+    const int port_ = portOf(reservation_);
+    PlainPipe wake_{O_NONBLOCK};
     std::thread thread_;
+    std::atomic<std::size_t> accepted_{0};
 
     // The peer's thread's own.
-    int listener_ = -1;
+    PlainFd listener_;
     std::list<Connection> clients_;
 
     mutable std::mutex mutex_;
@@ -129,7 +167,7 @@ class ScriptedPeer {
     std::map<std::string, std::optional<std::string>> answers_;
     Responder responder_;
     std::vector<Command> received_;
-    std::size_t accepted_ = 0;
+    std::size_t commandCount_ = 0;  ///< of these, logins apart
     std::size_t open_ = 0;
 };
 
