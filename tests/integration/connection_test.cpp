@@ -296,6 +296,7 @@ TEST_F(ConnectionTest, IPRangesDecideWhoIsContacted) {
         {"Reject=10.0.0.0/8", "127.0.0.1", true},
         {"Accept=127.0.0.0/8", "localhost", true},
         {"Reject=127.0.0.0/8", "localhost", false},
+        {"Accept=10.0.0.0/33", "127.0.0.1", false},
     };
     for (const auto& [filtering, host, allowed] : rows) {
         const std::string wanted = std::string(host) + ':' + std::to_string(peer.port());

@@ -246,12 +246,18 @@ TEST_F(CoNetworkConfigTest, FiltersAddresses) {
          {"10.0.0.1", "12.0.0.1"},
          {"Invalid IP range filter prefix 40", "Invalid IP range filter x",
           "Invalid IP range filter mask 255.0.0.1"}},
+        {"Accept=10.0.0.0/40,x",
+         {},
+         {"10.0.0.1", "127.0.0.1", "::1", "host"},
+         {"Invalid IP range filter prefix 40", "Invalid IP range filter x",
+          "No valid range in Accept '10.0.0.0/40,x' of [Filtering]: no address is accepted."}},
     };
     for (const auto& [filters, allowed, refused, errors] : cases) {
         SCOPED_TRACE(filters);
         write(std::string("[Filtering]\n") + filters);
         config.reset();
         const CapturedLog log;
+        EXPECT_EQ(!refused.empty(), config.hasIPRangeFilters());
         for (const std::string& ip : allowed) EXPECT_TRUE(config.isIPInValidRange(ip.c_str())) << ip;
         for (const std::string& ip : refused) EXPECT_FALSE(config.isIPInValidRange(ip.c_str())) << ip;
         EXPECT_FALSE(config.isIPInValidRange(nullptr));

@@ -122,6 +122,7 @@ void CoNetworkConfig::reset(bool parseNow) {
     const CoDeferral deferral;
     const CoLock lock(mutex_);
     reader_.reset();
+    acceptsAny_ = true;
     accept_.clear();
     reject_.clear();
     fileMissing_ = false;
@@ -224,6 +225,11 @@ void CoNetworkConfig::adopt(std::unique_ptr<CoConfigFileReader> reader) {
     std::string list;
     reader_->get(FILTERING, "Accept", list, {});
     accept_ = parseRanges(list);
+    acceptsAny_ = list.empty();
+    if (!acceptsAny_ && accept_.empty()) {
+        logLater(CoMsg::WARNING, coFormat("No valid range in Accept '%s' of [%s]: no address is accepted.",
+                                          list.c_str(), FILTERING));
+    }
     reader_->get(FILTERING, "Reject", list, {});
     reject_ = parseRanges(list);
 }
@@ -310,21 +316,31 @@ void CoNetworkConfig::getIPRangeFilters(IPRangeFilters& accept, IPRangeFilters& 
     reject = reject_;
 }
 
+bool CoNetworkConfig::hasIPRangeFilters() {
+    const CoDeferral deferral;
+    const CoLock lock(mutex_);
+    bool changed = false;
+    load(Creation::Refused, false, changed);
+    return !acceptsAny_ || !reject_.empty();
+}
+
 bool CoNetworkConfig::isIPInValidRange(const char* ip) {
     if (!ip) return false;
     const CoDeferral deferral;
     const CoLock lock(mutex_);
     bool changed = false;
     load(Creation::Refused, false, changed);
-    return (accept_.empty() || isInAny(accept_, ip)) && !isInAny(reject_, ip);
+    return (acceptsAny_ || isInAny(accept_, ip)) && !isInAny(reject_, ip);
 }
 
 std::string CoNetworkConfig::getIPRangeFiltersInfo() {
-    IPRangeFilters accept;
-    IPRangeFilters reject;
-    getIPRangeFilters(accept, reject);
-    return coFormat("Accept from %s\nReject from %s\n", listText(accept, "any").c_str(),
-                    listText(reject, "none").c_str());
+    const CoDeferral deferral;
+    const CoLock lock(mutex_);
+    bool changed = false;
+    load(Creation::Refused, false, changed);
+    return coFormat("Accept from %s\nReject from %s\n",
+                    listText(accept_, acceptsAny_ ? "any" : "none").c_str(),
+                    listText(reject_, "none").c_str());
 }
 
 void CoNetworkConfig::getDynamicPortRange(unsigned& lower, unsigned& upper) {

@@ -69,9 +69,12 @@ class CoNetworkConfig {
 
     /// The well-formed ranges of each list; those that are not were logged when the file was read.
     void getIPRangeFilters(IPRangeFilters& accept, IPRangeFilters& reject);
-    /// Whether connections to a numeric address are allowed: it lies in a range to accept, when there are
-    /// any, and in none to reject. The ranges are IPv4 (an IPv4 address in IPv6 form counts as such): any
-    /// other text lies in none. False for null.
+    /// Whether there is an address to which connections are not allowed.
+    bool hasIPRangeFilters();
+    /// Whether connections to a numeric address are allowed: it lies in a range to accept, unless no list of
+    /// these is configured, and in none to reject. A list to accept without a well-formed range, which is
+    /// logged as a warning when the file is read, allows no address. The ranges are IPv4 (an IPv4 address in
+    /// IPv6 form counts as such): any other text lies in none. False for null.
     bool isIPInValidRange(const char* ip);
     /// The filters for display: a line "Accept from ..." and a line "Reject from ...".
     std::string getIPRangeFiltersInfo();
@@ -113,6 +116,7 @@ class CoNetworkConfig {
     CoFileMonitor::Watch watch_ CO_GUARDED_BY(mutex_);
     std::unique_ptr<CoConfigFileReader> reader_ CO_GUARDED_BY(mutex_);  ///< null until first use
     bool fileMissing_ CO_GUARDED_BY(mutex_) = false;
+    bool acceptsAny_ CO_GUARDED_BY(mutex_) = true;  ///< no list to accept is configured
     IPRangeFilters accept_ CO_GUARDED_BY(mutex_);
     IPRangeFilters reject_ CO_GUARDED_BY(mutex_);
     std::string lastError_ CO_GUARDED_BY(mutex_);

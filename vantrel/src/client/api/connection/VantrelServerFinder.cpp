@@ -191,10 +191,7 @@ bool VantrelServerFinder::tryGivenAddress(const Terms& terms, const CoDeadline& 
 bool VantrelServerFinder::findAllowedAddress(unsigned timeoutMs, std::string& address) {
     address = serverId_.getIPAddr();
     auto& config = Vantrel::CoNetworkConfig::getInstance();
-    Vantrel::CoNetworkConfig::IPRangeFilters accept;
-    Vantrel::CoNetworkConfig::IPRangeFilters reject;
-    config.getIPRangeFilters(accept, reject);
-    if (accept.empty() && reject.empty()) return true;
+    if (!config.hasIPRangeFilters()) return true;
     if (!isNumericAddress(address)) {
         try {
             address = Vantrel::CoIoTcpDescriptor::getIpAddrFromHostName(address.c_str(), timeoutMs);
