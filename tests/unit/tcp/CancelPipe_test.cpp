@@ -144,6 +144,32 @@ TEST(Stop, AStormFromSeveralThreadsLeavesNothingBehind) {
     EXPECT_TRUE(log.texts().empty());
 }
 
+// Until then the reader may be done with the socket, and another have its number.
+TEST(StopRequest, AsksForTheSocketWhileItsReaderCannotLeave) {
+    Pair pair;
+    CoStopRequest request;
+    request.begin();
+    ASSERT_TRUE(request.beginRead());
+    std::atomic<bool> left{false};
+    std::thread reader;
+    request.request([&] {
+        reader = std::thread([&] {
+            EXPECT_FALSE(request.endRead());
+            left = true;
+        });
+        for (int i = 0; i < 10000; ++i) std::this_thread::yield();
+        EXPECT_FALSE(left);
+        return pair.descriptor.getId();
+    });
+    reader.join();
+    request.end();
+    request.request([] {
+        ADD_FAILURE() << "nobody reads";
+        return CoFd::NONE;
+    });
+    EXPECT_EQ(pair.read(LONG_MS), -1) << "it was shut down for reading";
+}
+
 TEST(CancelPipe, DoesNotBlockAndAForkedChildHasOneOfItsOwn) {
     const CoSharedCancelPipe& ours = CoSharedCancelPipe::get();
     EXPECT_NE(::fcntl(ours.getOut(), F_GETFD) & FD_CLOEXEC, 0);

@@ -64,6 +64,7 @@ TEST(Descriptor, ReadWaitsForDataAndTellsSilenceFromTheEnd) {
         ASSERT_TRUE(!waitsInRead || pair.descriptor.enableWaitInRead());
         // Longer than the wait in the read, so that the one in poll follows.
         EXPECT_GE(secondsOf([&] { EXPECT_EQ(pair.read(300), 0); }), waitsInRead ? 0.28 : 0.299);
+        EXPECT_GE(secondsOf([&] { EXPECT_EQ(pair.read(1), 0); }), 0.001) << "the shortest wait is one";
         EXPECT_EQ(pair.descriptor.lastError(), IoError::None);
         pair.send("abcdefghij");
         EXPECT_EQ(pair.read(LONG_MS), 8);

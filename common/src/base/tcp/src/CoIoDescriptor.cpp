@@ -67,7 +67,7 @@ bool CoIoDescriptor::isActive() const {
 
 void CoIoDescriptor::stop() {
     CO_MSG_NOTICE("TID %d stopping I/O", static_cast<int>(::gettid()));
-    if (!stop_.request(getId()))
+    if (!stop_.request([this] { return getId(); }))
         CO_MSG_ERROR("Could not cancel callIOHandler: %s", coErrorText(errno).c_str());
 }
 

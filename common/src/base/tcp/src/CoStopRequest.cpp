@@ -24,14 +24,14 @@ void CoStopRequest::end() {
     if (--depth_ == 0) replaceState(IDLE);
 }
 
-bool CoStopRequest::request(int socket) {
+bool CoStopRequest::request(const std::function<int()>& socket) {
     if (generation_.load(std::memory_order_relaxed) != CoProcess::forkGeneration()) return true;
     int expected = WAITING;
     while (!state_.compare_exchange_strong(expected, expected == READING ? SHUTTING : REQUESTED)) {
         if (expected != WAITING && expected != READING) return true;
     }
     if (expected == READING) {
-        ::shutdown(socket, SHUT_RD);
+        ::shutdown(socket(), SHUT_RD);
         state_.store(NOTICED);
         return true;
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 
 namespace Vantrel {
 
@@ -24,8 +25,9 @@ class CoStopRequest {
     void end();
 
     /// Ends the wait in progress, if there is one. False with errno set when the pipe takes no stop.
-    /// `socket` is what the waiter reads, should it be between `beginRead` and `endRead`.
-    bool request(int socket);
+    /// `socket` gives what the waiter reads, should it be between `beginRead` and `endRead`; it is asked only
+    /// then and while the waiter cannot leave, so that the number is that of the same socket still.
+    bool request(const std::function<int()>& socket);
 
     /// Whether a request came since the outermost `begin`.
     bool requested();
