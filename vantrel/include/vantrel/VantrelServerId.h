@@ -25,9 +25,10 @@ class VANTREL_API VantrelServerId {
     VantrelServerId& operator=(const VantrelServerId& other) = default;
     VantrelServerId& operator=(VantrelServerId&& other) = default;
 
-    /// Reads the text form. The last ':' ends the address. What follows it is the port when it is a decimal
-    /// number other than 0, otherwise the storage. A text without ':' is an address whose storage is "SXAFS".
-    /// Null counts as empty. The storage id is left as it is.
+    /// Reads the text form. The last ':' ends the address. What follows it is the port when all of it is a
+    /// decimal number other than 0 that an int holds: digits, at most a '-' before them, and no blanks. What
+    /// is anything else ("0x50", " 7549") is the storage. A text without ':' is an address whose storage is
+    /// "SXAFS". Null counts as empty. The storage id is left as it is.
     void setId(const char* text);
     /// The text form; never null. Valid until the id is changed or destroyed. A text of more than 1023 bytes
     /// is a programming error: it is logged and the text is cut.

@@ -11,13 +11,12 @@ namespace {
 
 TEST(VantrelServerId, ReadsItsTextForm) {
     const std::tuple<std::string, const char*, const char*, int> cases[] = {
-        {"host:7549", "host", "", 7549},
-        {"host:stor1", "host", "stor1", 0},
-        {"host:", "host", "", 0},
-        {"a:b:c", "a:b", "c", 0},
-        {"host:99999999999", "host", "99999999999", 0},
-        {"host", "host", "SXAFS", 0},
-        {"", "", "SXAFS", 0}};
+        {"host:7549", "host", "", 7549},    {"host:stor1", "host", "stor1", 0},
+        {"host:", "host", "", 0},           {"a:b:c", "a:b", "c", 0},
+        {"host:-5", "host", "", -5},        {"host:0x50", "host", "0x50", 0},
+        {"host: 7549", "host", " 7549", 0}, {"host:7549 ", "host", "7549 ", 0},
+        {"host:0", "host", "0", 0},         {"host:99999999999", "host", "99999999999", 0},
+        {"host", "host", "SXAFS", 0},       {"", "", "SXAFS", 0}};
     for (const auto& [text, address, storage, port] : cases) {
         VantrelServerId id("old", "other", 1);
         id.setId(text.c_str());
