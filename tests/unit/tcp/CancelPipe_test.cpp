@@ -3,6 +3,8 @@
 #include <tuple>
 
 #include "CapturedLog.h"
+#include "CoStopRequest.h"
+#include "CoTime.h"
 #include "ForkedChild.h"
 #include "TcpFixtures.h"
 
@@ -157,7 +159,7 @@ TEST(StopRequest, AsksForTheSocketWhileItsReaderCannotLeave) {
             EXPECT_FALSE(request.endRead());
             left = true;
         });
-        for (int i = 0; i < 10000; ++i) std::this_thread::yield();
+        for (const CoDeadline over(20); !over.passed();) std::this_thread::yield();
         EXPECT_FALSE(left);
         return pair.descriptor.getId();
     });
