@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <functional>
 
+#include "BareHost.h"
 #include "ClientFixture.h"
 #include "RawClient.h"
 #include "SilentListener.h"
@@ -292,10 +293,8 @@ TEST_F(ConnectionTest, AnotherServerAtTheAddressIsRefused) {
 
 TEST_F(ConnectionTest, IPRangesDecideWhoIsContacted) {
     const std::tuple<const char*, const char*, bool> rows[] = {
-        {"Accept=10.0.0.0/8", "127.0.0.1", false},
-        {"Reject=10.0.0.0/8", "127.0.0.1", true},
-        {"Accept=127.0.0.0/8", "localhost", true},
-        {"Reject=127.0.0.0/8", "localhost", false},
+        {"Accept=10.0.0.0/8", "127.0.0.1", false},  {"Reject=10.0.0.0/8", "127.0.0.1", true},
+        {"Accept=127.0.0.0/8", "localhost", true},  {"Reject=127.0.0.0/8", "localhost", false},
         {"Accept=10.0.0.0/33", "127.0.0.1", false},
     };
     for (const auto& [filtering, host, allowed] : rows) {
@@ -312,6 +311,20 @@ TEST_F(ConnectionTest, IPRangesDecideWhoIsContacted) {
         EXPECT_THAT(server.lastError(), HasSubstr(text));
         EXPECT_THAT(Received::log(), Contains("2 " + text));
     }
+}
+
+TEST_F(ConnectionTest, TheLoginRecordCanNameAMetadataAddressThatLeadsBackHere) {
+    set("VANTREL_USE_CLIENT_IP", "");
+    bool linked = false;
+    const bool made = Vantrel::onBareHost([&] {
+        linked = Vantrel::runCommand("ip link set lo up") && Vantrel::addCable("link1", 1);
+        if (!linked) return;
+        const ScriptedPeer there;
+        const VantrelServerHandle server(VantrelServerId(there.address().c_str()));
+        server.ping(0);
+        EXPECT_THAT(there.arguments("_login"), ElementsAre(HasSubstr("10.0.1.1")));
+    });
+    if (!made || !linked) GTEST_SKIP() << "may not make a network namespace, or iproute2 is missing";
 }
 
 // --- Tracing ---

@@ -131,9 +131,11 @@ void VantrelServerFinder::throwIfFinal(rcOutcome outcome, const CoDeadline& limi
 
 void VantrelServerFinder::reportAddress() {
     if (!VantrelSettings::useClientIp.get()) return;
-    VantrelStrList addresses;
-    if (VantrelOS::getLocalMetadataIPs(addresses) && addresses.size() > 0) {
-        endpoint_.setReportedAddress(addresses.getStr(0));
+    using Vantrel::CoNetworkDispatcher;
+    for (const auto& local : CoNetworkDispatcher::getInterfaces(CoNetworkDispatcher::Role::Metadata)) {
+        if (local.loopback) continue;  // these come first, and would lead a server to itself
+        endpoint_.setReportedAddress(local.ip);
+        return;
     }
 }
 
