@@ -1,9 +1,12 @@
 // The bytes that frame, stream and file transfers put on the wire, and what becomes of transfers that fail.
+#include <fcntl.h>
+#include <sys/fsuid.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <functional>
 
 #include "ClientFixture.h"
@@ -12,6 +15,7 @@
 using std::string_literals::operator""s;
 using ::testing::Contains;
 using ::testing::HasSubstr;
+using ::testing::IsSupersetOf;
 using Then = Vantrel::FramePeer::Then;
 
 namespace {
@@ -260,23 +264,26 @@ TEST_F(FramesTest, WithoutADataInterfaceNoFrameTravelsOverTheMetadataAddress) {
 }
 
 TEST_F(FramesTest, TransfersToAndFromFilesThatAreNoFilesAreRefused) {
+    const std::string pipe = folder.path("pipe");
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0666), 0);
     const std::tuple<bool, std::string, int> rows[] = {
         {true, folder.path("missing"), ENOENT},
         {true, folder.path(), EINVAL},
         {true, "", ENOENT},
-        {false, "/dev/null", EINVAL},
+        {true, pipe, EINVAL},
+        {false, pipe, ENXIO},
         {false, folder.path("no/dir"), ENOENT},
-        {false, folder.path(), EINVAL},
+        {false, folder.path(), EISDIR},
     };
     for (const auto& [push, path, error] : rows) {
-        EXPECT_FALSE(push ? server.pushStream("r", path.c_str()) : server.pullStream("r", path.c_str()));
+        within(std::chrono::seconds(10), [&, push = push, path = path] {
+            EXPECT_FALSE(push ? server.pushStream("r", path.c_str()) : server.pullStream("r", path.c_str()));
+        });
         EXPECT_EQ(server.lastErrorCode(), VANTREL_ERROR_LOCAL);
         EXPECT_THAT(server.lastError(), HasSubstr("'" + path + "': " + std::strerror(error)));
     }
     EXPECT_FALSE(server.pullStream("r", nullptr) || server.pushStream("r", nullptr) ||
                  server.writeFrame(nullptr, "x", 1));
-    struct stat status {};
-    EXPECT_TRUE(::stat("/dev/null", &status) == 0 && S_ISCHR(status.st_mode));
     expectNextTransferWorks();
 }
 
@@ -290,6 +297,71 @@ TEST_F(FramesTest, APulledFileTakesThePlaceOfTheEarlierOneWithItsModeAndLink) {
     struct stat status {};
     EXPECT_TRUE(::lstat(target.c_str(), &status) == 0 && (status.st_mode & 07777U) == 0640U);
     EXPECT_TRUE(::lstat(link.c_str(), &status) == 0 && S_ISLNK(status.st_mode));
+}
+
+/// While it lives, this thread has no more right to files than anybody.
+class AsNobody {
+  public:
+    AsNobody() { ::setfsuid(65534); }
+    AsNobody(const AsNobody&) = delete;
+    AsNobody& operator=(const AsNobody&) = delete;
+    ~AsNobody() { ::setfsuid(::geteuid()); }
+};
+
+TEST_F(FramesTest, APulledFileIsWrittenInPlaceWhereItCannotTakeAnothers) {
+    const std::string pipe = folder.path("pipe");
+    const std::string closed = folder.path("closed");
+    ASSERT_TRUE(::mkfifo(pipe.c_str(), 0666) == 0 && ::chmod(pipe.c_str(), 0666) == 0);
+    ASSERT_EQ(::mkdir(closed.c_str(), 0777), 0);
+    const std::string file = folder.write("closed/file", "earlier and longer");
+    ASSERT_EQ(::chmod(file.c_str(), 0666), 0);
+    ASSERT_TRUE(::chmod(closed.c_str(), 0555) == 0 && ::chmod(folder.path().c_str(), 0755) == 0);
+    const Vantrel::PlainFd reader(::open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    const auto pull = [&](const std::string& path, const std::string& reply) {
+        frames.expect(9 + 2 + 7, reply);
+        const AsNobody nobody;
+        return server.pullStream("r", path.c_str());
+    };
+
+    EXPECT_FALSE(pull(file, "0\0No such file.\0"s));
+    EXPECT_EQ(folder.read("closed/file"), "earlier and longer");
+    for (const std::string& path : {file, pipe, "/dev/null"s}) {
+        EXPECT_TRUE(pull(path, "3\0new\0"s)) << server.lastError();
+    }
+    EXPECT_EQ(folder.read("closed/file"), "new");
+    char received[4] = "";
+    EXPECT_EQ(::read(reader, received, sizeof received), 3);
+    EXPECT_STREQ(received, "new");
+    struct stat status {};
+    EXPECT_TRUE(::stat("/dev/null", &status) == 0 && S_ISCHR(status.st_mode));
+
+    EXPECT_FALSE(pull(pipe, "100000\0"s + std::string(100000, 'x') + '\0')) << "nobody reads it";
+    EXPECT_THAT(server.lastError(), HasSubstr("'" + pipe + "': " + std::strerror(ETIMEDOUT)));
+    EXPECT_TRUE(pull(file, "0\0\0"s)) << server.lastError();
+    EXPECT_EQ(folder.read("closed/file"), "");
+}
+
+TEST_F(FramesTest, TheEnvironmentSetsDelaysTracesBuffersAndPieces) {
+    set("QD_VANTREL_TRACE", "1");
+    set("QD_VANTREL_CONNECT_EXTRA_LATENCY_MSEC", "20");
+    set("QD_VANTREL_CALL_EXTRA_LATENCY_MSEC", "30");
+    set("KS_VANTREL_TCP_BUF_SIZE", "8192");
+    set("QD_VANTREL_NETIO_BUF_SIZE", "1000");
+    Received::record();
+    VantrelSetLogLevel(VANTREL_LOG_DEBUG);
+    const auto start = std::chrono::steady_clock::now();
+    expectNextTransferWorks();  // connects and asks who the server is before
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(20 + 30));
+    EXPECT_THAT(
+        Received::log(),
+        IsSupersetOf({"4 Simulating extra latency of 20 ms"s, "4 Simulating extra latency of 30 ms"s,
+                      "4 Calling ReadFrame(f1, 4)"s, "4 Finished ReadFrame()"s,
+                      "4 Connecting to '127.0.0.1:" + std::to_string(frames.port()) + " [8192/8192/10s]"}));
+
+    const std::string large(LARGE, 'L');
+    frames.expect(30, "", Then::Close);
+    EXPECT_FALSE(server.writeFrame("f1", large.data(), large.size()));
+    EXPECT_THAT(server.lastError(), HasSubstr(" writing 1000 bytes"));
 }
 
 // --- Stopping ---

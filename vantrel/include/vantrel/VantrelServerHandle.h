@@ -133,8 +133,12 @@ class VANTREL_API VantrelServerHandle {
     /// servers older than 2007.1.0.0.
     bool readStream(const char* streamId, void* buffer, unsigned long size, unsigned long position,
                     unsigned long elementSize, unsigned long& count) const;
-    /// Sends a local file to the server, or fetches one. A failed `pullStream` leaves no partial file. Fail
-    /// with the system's EACCES text on servers older than 2007.1.0.0.
+    /// Sends a local file to the server, which must be a regular one, or fetches one. A fetched file takes
+    /// the place of the earlier one when it is complete; a failed `pullStream` leaves that as it was. Where
+    /// this is not possible, because the folder of an existing file cannot be written or `localPath` is a
+    /// device or a FIFO, the bytes are written in place as they come, and a failed one leaves those that
+    /// came. A FIFO that nobody reads is a failure, not waited for. Fail with the system's EACCES text on
+    /// servers older than 2007.1.0.0.
     bool pushStream(const char* remoteName, const char* localPath) const;
     bool pullStream(const char* remoteName, const char* localPath) const;
     /// Makes the server forget frames that it has cached. True without traffic on servers older than
