@@ -10,7 +10,6 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <functional>
 #include <future>
 #include <mutex>
@@ -18,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "AwaitSleep.h"
 #include "ScriptedPeer.h"
 #include "TemporaryDirectory.h"
 
@@ -89,10 +89,7 @@ class BackgroundCall {
           })) {}
     bool result() { return result_.get(); }
     /// Returns once the call waits for something: its turn, or an answer.
-    void awaitSleep() const {
-        for (std::string stat; stat.find(") S") == std::string::npos; std::this_thread::yield())
-            std::getline(std::ifstream("/proc/self/task/" + std::to_string(thread_) + "/stat"), stat);
-    }
+    void awaitSleep() const { ::awaitSleep(thread_); }
 
   private:
     std::atomic<pid_t> thread_{0};

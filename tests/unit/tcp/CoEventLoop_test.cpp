@@ -114,7 +114,12 @@ TEST_F(CoEventLoopTest, LetsACallbackRemoveAnyAndAddOthers) {
 }
 
 TEST_F(CoEventLoopTest, AWakeUpEndsOneWaitWithoutLimitAndAStopTheRun) {
-    auto pass = std::async(std::launch::async, [this] { return loop.pass(); });
+    std::atomic<pid_t> waiter{0};
+    auto pass = std::async(std::launch::async, [&] {
+        waiter = ::gettid();
+        return loop.pass();
+    });
+    interruptSleep(waiter, 20);  // a signal ends none
     loop.wakeUp();
     ASSERT_EQ(pass.wait_for(LIMIT), std::future_status::ready);
     EXPECT_EQ(pass.get(), 1);

@@ -166,15 +166,10 @@ TEST(Descriptor, AStallLimitStartsAgainWithEveryByte) {
 }
 
 TEST(Descriptor, ASignalEndsNoTransfer) {
-    struct sigaction ignoring {};
-    ignoring.sa_handler = [](int) {};  // without SA_RESTART: waits are interrupted
-    ASSERT_EQ(::sigaction(SIGUSR1, &ignoring, nullptr), 0);
     Pair pair;
-    std::thread sender([&pair, reader = ::pthread_self()] {
-        for (int i = 0; i < 200; ++i) {
-            ::pthread_kill(reader, SIGUSR1);
-            std::this_thread::yield();
-        }
+    const std::atomic<pid_t> reader{::gettid()};
+    std::thread sender([&] {
+        interruptSleep(reader, 20);
         pair.send("x");
     });
     EXPECT_EQ(pair.descriptor.blockingRead(pair.buffer, 1, LONG_MS), 1);

@@ -4,7 +4,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -16,6 +19,7 @@
 #include <thread>
 #include <vector>
 
+#include "AwaitSleep.h"
 #include "CoIoTcpServerDescriptor.h"
 #include "CoMsg.h"
 #include "CoSharedCancelPipe.h"
@@ -37,6 +41,24 @@ inline double threadCpuSeconds() {
     timespec used{};
     ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
     return static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) / 1e9;
+}
+
+/// How often this thread has slept.
+inline long threadSleeps() {
+    rusage usage{};
+    ::getrusage(RUSAGE_THREAD, &usage);
+    return usage.ru_nvcsw;
+}
+
+/// Interrupts the sleep of a thread `times` times.
+inline void interruptSleep(const std::atomic<pid_t>& thread, int times) {
+    struct sigaction ignoring {};
+    ignoring.sa_handler = [](int) {};  // without SA_RESTART: waits are interrupted
+    EXPECT_EQ(::sigaction(SIGUSR1, &ignoring, nullptr), 0);
+    while (times-- > 0) {
+        awaitSleep(thread);
+        ::syscall(SYS_tgkill, ::getpid(), thread.load(), SIGUSR1);
+    }
 }
 
 inline bool isReadable(int id, unsigned timeoutMs = 0) {
