@@ -1,25 +1,19 @@
 #pragma once
 
 #include <fcntl.h>
-#include <net/if.h>
-#include <poll.h>
 #include <sched.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <thread>
-#include <vector>
 
-#include "ChildProcess.h"
+#include "BareHost.h"
+#include "PlainSocket.h"
 
 /// A host of its own, with loopback and what `connect` gives it: a network namespace that only this process
 /// holds, so that it goes with it, however it ends. Made on first use, which throws when the system does not
@@ -45,12 +39,9 @@ class NetworkHost {
 
     /// Runs "ip" with these words on the host; throws when it fails.
     void ip(const std::string& words) const {
-        std::vector<std::string> command{IP_PROGRAM};
-        std::istringstream stream(words);
-        for (std::string word; stream >> word;) command.push_back(word);
         const Stay stay(*this);
-        const ChildProcess::Result result = ChildProcess(command).wait(std::chrono::seconds(30));
-        if (result.status != 0) throw std::runtime_error("ip " + words + ": " + result.err);
+        if (!Vantrel::runCommand(std::string(IP_PROGRAM) + ' ' + words))
+            throw std::runtime_error("ip " + words + " failed");
     }
 
     /// One end of a cable: an interface and its address with prefix length.
@@ -73,14 +64,8 @@ class NetworkHost {
     /// The system may take a second to notice that a cable is connected.
     void waitUntilRunning(const std::string& interface) const {
         const Stay stay(*this);
-        const Vantrel::PlainFd id(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-        ifreq request{};
-        interface.copy(request.ifr_name, sizeof request.ifr_name - 1);
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-        while (::ioctl(id, SIOCGIFFLAGS, &request) == 0 && (request.ifr_flags & IFF_RUNNING) == 0 &&
-               std::chrono::steady_clock::now() < deadline)
-            ::poll(nullptr, 0, 5);
-        if ((request.ifr_flags & IFF_RUNNING) == 0) throw std::runtime_error(interface + " does not run");
+        if (!Vantrel::awaitCommand("ip -o link show dev " + interface + " | grep -q 'state UP'"))
+            throw std::runtime_error(interface + " does not run");
     }
 
     /// Why a test cannot have such hosts; empty when it can.

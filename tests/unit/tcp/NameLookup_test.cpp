@@ -1,8 +1,7 @@
 #include <cerrno>
-#include <condition_variable>
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
+#include <future>
 #include <utility>
 
 #include "CoNameLookup.h"
@@ -16,39 +15,17 @@ namespace {
 
 using IoError = CoIoDescriptor::IoError;
 
-// A resolver that holds every look-up until the test lets go.
-class Gate {
-  public:
-    static Gate& get() {
-        static Gate gate;
-        return gate;
-    }
-    static int resolve(const char*, const char*, const addrinfo*, addrinfo**) {
-        get().pass();
-        return EAI_FAIL;
-    }
-    void open() {
-        std::unique_lock<std::mutex> lock(mutex_);
-        open_ = true;
-        changed_.notify_all();
-        changed_.wait(lock, [this] { return inside_ == 0; });
-    }
+// A resolver that holds every look-up until the gate opens.
+std::promise<void> gate;
+const std::shared_future<void> opened(gate.get_future());
+std::atomic<int> held{0};
 
-  private:
-    void pass() {
-        std::unique_lock<std::mutex> lock(mutex_);
-        ++inside_;
-        changed_.wait(lock, [this] { return open_; });
-        --inside_;
-        changed_.notify_all();
-    }
-
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    // Guarded by mutex_:
-    bool open_ = false;
-    int inside_ = 0;
-};
+int resolveWhenOpen(const char*, const char*, const addrinfo*, addrinfo**) {
+    ++held;
+    opened.wait();
+    --held;
+    return EAI_FAIL;
+}
 
 // Answers with what a numeric look-up gives for 127.0.0.2 and then for 127.0.0.1.
 int resolveToTwo(const char*, const char*, const addrinfo* hints, addrinfo** result) {
@@ -103,7 +80,7 @@ TEST(NameLookup, ConnectTriesEveryAddressOfAName) {
 }
 
 TEST(NameLookup, ASilentResolverEndsWithTheTimeOrAStop) {
-    const UseResolver resolver(&Gate::resolve);
+    const UseResolver resolver(&resolveWhenOpen);
     CoIoTcpDescriptor client;
     const double cpuBefore = threadCpuSeconds();
     const double seconds = secondsOf([&] { EXPECT_FALSE(client.connect("slow.test", 1, 0, 0, 1)); });
@@ -124,7 +101,8 @@ TEST(NameLookup, ASilentResolverEndsWithTheTimeOrAStop) {
         ++begun;
     }
     EXPECT_EQ(begun, CoNameLookup::MAX_RUNNING - 3);
-    Gate::get().open();
+    gate.set_value();
+    while (held > 0) std::this_thread::yield();
 }
 
 TEST(NameLookup, AddressesOfNamesAndNamesOfAddresses) {
