@@ -48,12 +48,13 @@ bool FramePeer::waitFor(int descriptor, short event) const {
 
 void FramePeer::run() {
     while (waitFor(listener_, POLLIN)) {
-        const PlainFd client(::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+        PlainFd client(::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
         if (!client.isOpen()) continue;
         const int on = 1;
         ::setsockopt(client, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
         ++connections_;
         serve(client);
+        client.close();
         const std::lock_guard<std::mutex> lock(mutex_);
         ++closed_;
         changed_.notify_all();
