@@ -12,6 +12,10 @@ using Vantrel::ScriptedPeer;
 
 namespace {
 
+static_assert(!std::is_constructible_v<VantrelNodeHandle, VantrelServerHandle, const char*> &&
+                  !std::is_constructible_v<VantrelNodeHandle, VantrelServerHandle, VantrelNodeId>,
+              "a temporary server handle would be gone after the statement");
+
 // --- What is remembered ---
 
 TEST_F(NodeTest, AnswersAreKeptUntilTheNodeChanges) {

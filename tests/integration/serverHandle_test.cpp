@@ -59,6 +59,36 @@ TEST_F(ServerHandleTest, OfAServerThatCannotBeReachedThereIsNothing) {
     EXPECT_TRUE(copy.ping(0));
 }
 
+TEST_F(ServerHandleTest, HandlesAreAssignedAndKeptInVectors) {
+    ScriptedPeer other;
+    const VantrelServerId otherId(other.address().c_str());
+    std::vector<VantrelServerHandle> handles;
+    for (const VantrelServerId& each : {id(), otherId, id()}) handles.emplace_back(each);
+    EXPECT_TRUE(handles[0].ping(0)) << handles[0].lastError();
+    handles.erase(handles.begin());
+    EXPECT_TRUE(handles[0].getId() == otherId && handles[1].getId() == id());
+    const VantrelServerHandle& same = handles[1];
+    handles[1] = same;
+    handles[0] = handles[1];
+    EXPECT_TRUE(handles[0].getId() == id() && handles[0].ping(0) && handles[1].ping(0));
+    handles[0] = std::move(handles[1]);
+    EXPECT_TRUE(handles[0].ping(0));
+    EXPECT_EQ(other.connections(), 0U);
+}
+
+TEST_F(ServerHandleTest, TimeOutsAreSetByHandle) {
+    server.setCallTimeout(200);
+    server.setConnectRetryTimeout(150);
+    VantrelStr vendor;
+    peer.neverAnswer("QueryNodePlugInVendor");
+    within(std::chrono::seconds(30), [&] { EXPECT_FALSE(server.getVendor(vendor)); });
+    EXPECT_EQ(server.lastErrorCode(), VANTREL_ERROR_TIMED_OUT);
+    peer.closeOnAccept(true);
+    const std::size_t before = peer.connections();
+    EXPECT_FALSE(server.getVendor(vendor));
+    EXPECT_EQ(peer.connections() - before, 2U) << "tried again after a pause";
+}
+
 TEST_F(ServerHandleTest, ARestartedServerOfAnotherVersionIsNoticed) {
     int major = 0;
     int minor = 0;

@@ -81,11 +81,13 @@ VANTREL_API bool VantrelFindChild(const VantrelNodeHandle& parent, const char* d
 
 /// Finds a node by the display names on the way to it from the root, separated by "/". Null, "" and "/" give
 /// the root; repeated separators and "." count for nothing, and ".." takes the name before it back. On
-/// failure the reason is the server's last error, empty when a name was not found, and `node` is undefined.
-/// Costs one request to the server per level, and one for the root. `server` must outlive `node`. Thread
-/// safety: as a call on `node`.
+/// failure the reason is the server's last error, empty (and VANTREL_ERROR_NOT_FOUND) when a name was not
+/// found, and `node` is undefined. Costs one request to the server per level, and one for the root. `server`
+/// must outlive `node`. Thread safety: as a call on `node`.
 VANTREL_API bool VantrelResolveDisplayPath(const VantrelServerHandle& server, const char* path,
                                            VantrelNodeHandle& node);
+bool VantrelResolveDisplayPath(const VantrelServerHandle&& server, const char* path,
+                               VantrelNodeHandle& node) = delete;
 
 /// VantrelClientInit and VantrelClientUninit for the life of an object. Thread safety: as those functions.
 class VANTREL_API VantrelClient {

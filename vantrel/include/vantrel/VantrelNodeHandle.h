@@ -26,6 +26,12 @@ class VantrelNodeImp;
 ///
 /// A call waits as long as VantrelServerHandle says of its own.
 ///
+/// A call that changes something may have been performed although it failed: when its answer did not come in
+/// time, or its connection was lost (VantrelServerHandle::mayHaveExecuted). A call whose connection was lost
+/// is sent again, at most twice, without knowing what became of it the first time. So after `createNode`,
+/// `createClipNode` or `duplicateNode` there may be a node that no handle names, or, even after a success, a
+/// second one of the same name; the list of children tells.
+///
 /// Lifetime: refers to its server handle, which must outlive it. Node handles that are outputs are the
 /// caller's; they then refer to this handle's server handle, and may be this very handle.
 /// Thread safety: one node handle is used by one thread at a time. Different handles may be used by different
@@ -37,6 +43,9 @@ class VANTREL_API VantrelNodeHandle {
     /// Refers to a node by id. Sends nothing.
     VantrelNodeHandle(const VantrelServerHandle& server, const VantrelNodeId& id);
     VantrelNodeHandle(const VantrelServerHandle& server, const char* id);
+    /// Not for a server handle that is gone after the statement.
+    VantrelNodeHandle(const VantrelServerHandle&& server, const VantrelNodeId& id) = delete;
+    VantrelNodeHandle(const VantrelServerHandle&& server, const char* id) = delete;
     /// Copies refer to the same node and server and start without cached answers.
     VantrelNodeHandle(const VantrelNodeHandle& other);
     VantrelNodeHandle& operator=(const VantrelNodeHandle& other);
@@ -62,6 +71,7 @@ class VANTREL_API VantrelNodeHandle {
     const VantrelServerHandle& getServer() const;
     /// Makes the handle refer to another server handle, which must outlive it.
     void setServer(const VantrelServerHandle& server);
+    void setServer(const VantrelServerHandle&& server) = delete;
 
     /// The name that people see: not unique among the children of a node.
     bool getDisplayName(VantrelStr& displayName);

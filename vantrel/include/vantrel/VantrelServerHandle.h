@@ -45,8 +45,11 @@ class VANTREL_API VantrelServerHandle {
     VantrelServerHandle(const VantrelServerHandle& other);
     /// Leaves `other` empty: every later call on it logs an assertion and fails.
     VantrelServerHandle(VantrelServerHandle&& other) noexcept;
-    VantrelServerHandle& operator=(const VantrelServerHandle&) = delete;
-    VantrelServerHandle& operator=(VantrelServerHandle&&) = delete;
+    /// Become what the constructors make of `other`; what the handle was goes as with its destruction. Node
+    /// handles that refer to it refer to the other server from then on, and are to be pointed at nodes of
+    /// that: so they do in a std::vector of server handles whose elements move.
+    VantrelServerHandle& operator=(const VantrelServerHandle& other);
+    VantrelServerHandle& operator=(VantrelServerHandle&& other) noexcept;
     /// Removes its event handlers and waits for one that runs on another thread. A connected server is told
     /// first, for a second at most, longer only where another thread is in a call on the same connection.
     virtual ~VantrelServerHandle();
@@ -73,6 +76,15 @@ class VANTREL_API VantrelServerHandle {
     /// "Operation aborted.". Calls through other handles to the server, which share the connection, end as
     /// well. Without a call in progress it has no effect.
     void stop(const char* reason) const;
+
+    /// How long calls through this handle may take, in milliseconds, in place of the environment's settings:
+    /// for the server's answer (VANTREL_DEFAULT_CALL_TIMEOUT_MS), for an attempt to connect
+    /// (VANTREL_CONNECTION_TIMEOUT_MS) and for trying again to connect (VANTREL_CONNECTION_RETRY_TIMEOUT_MS).
+    /// From the next call on; a copy of the handle has the environment's. Frame transfers and the
+    /// registration of event handlers keep to the environment's.
+    void setCallTimeout(unsigned int milliseconds) const;
+    void setConnectTimeout(unsigned int milliseconds) const;
+    void setConnectRetryTimeout(unsigned int milliseconds) const;
 
     /// Whether the server answers. `retryTimeoutMs`: how long to keep trying to connect, in milliseconds, in
     /// place of VANTREL_CONNECTION_RETRY_TIMEOUT_MS; the attempts themselves come on top.
@@ -117,7 +129,10 @@ class VANTREL_API VantrelServerHandle {
     /// null, name frames that the server may prepare, or for which it may name another server: they are then
     /// read from that one, as long as it can be connected. The bytes are those that were written; their
     /// layout is given by the clip format (VantrelFormats.h). On failure the content of `buffer` is
-    /// undefined.
+    /// undefined. A read of nothing (a null or empty `frameId`, a null `buffer` or a `size` of 0) names the
+    /// frames ahead alone. It returns true when the server was told of them, and also when there are none: no
+    /// frame is asked for then, but a server that was not reached yet is connected to first, and the call
+    /// fails when that does.
     bool readFrame(const char* frameId, void* buffer, unsigned long size, const char* readAheadId1 = nullptr,
                    const char* readAheadId2 = nullptr) const;
     /// The same with `requestSize` bytes of parameters for the server.

@@ -26,8 +26,10 @@ class ServerFinder : public DiscoveryTest {
         VantrelClientConnection connection(id);
         std::shared_ptr<const VantrelDaemonInfo> info;
         std::string error;
-        return connection.getDaemonInfo(false, info, error) == rcOutcome::Answered ? info->getDisplayName()
-                                                                                   : error;
+        return connection.getDaemonInfo(false, info, error, VantrelClientConnection::Limits::byDefault()) ==
+                       rcOutcome::Answered
+                   ? info->getDisplayName()
+                   : error;
     }
 
     ScriptedPeer peer;

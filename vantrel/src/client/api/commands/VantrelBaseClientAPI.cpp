@@ -31,10 +31,10 @@ Vantrel::rcAttrStream eventRoute(unsigned port, int connectionId, const char* no
 }  // namespace
 
 bool VantrelBaseClientAPI::ping(unsigned retryTimeoutMs) {
-    auto limits = VantrelClientConnection::Limits::byDefault();
-    limits.retryMs = retryTimeoutMs;
+    auto terms = limits();
+    terms.retryMs = retryTimeoutMs;
     return ask(
-        Commands::PING, "", [](const std::string&) {}, limits);
+        Commands::PING, "", [](const std::string&) {}, terms);
 }
 
 bool VantrelBaseClientAPI::queryVersion(int& major, int& minor) {
@@ -50,7 +50,7 @@ bool VantrelBaseClientAPI::shutdown() {
 
 bool VantrelBaseClientAPI::getDaemonInfo(std::shared_ptr<const VantrelDaemonInfo>& info, bool refresh) {
     std::string error;
-    return succeeded(connection().getDaemonInfo(refresh, info, error), error);
+    return succeeded(connection().getDaemonInfo(refresh, info, error, limits()), error);
 }
 
 bool VantrelBaseClientAPI::translatePaths(const VantrelStrList& paths, VantrelStrList& result,

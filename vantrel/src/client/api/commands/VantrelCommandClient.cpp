@@ -11,7 +11,7 @@ bool VantrelCommandClient::succeeded(const VantrelCallOutcome& outcome, std::str
 
 bool VantrelCommandClient::serverVersion(VantrelVersion& version) {
     std::string error;
-    return succeeded(connection_.getProtocolVersion(version, error), error);
+    return succeeded(connection_.getProtocolVersion(version, error, limits()), error);
 }
 
 const VantrelCommand* VantrelCommandClient::formOf(const VantrelCommand& plain) {

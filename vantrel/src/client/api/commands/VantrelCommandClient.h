@@ -14,9 +14,11 @@
 class VantrelCommandClient {
   public:
     /// The connection must outlive this object, and so must `lastFailure`, which takes the reasons of
-    /// failures instead of a record of this object's own.
-    VantrelCommandClient(VantrelClientConnection& connection, VantrelFailure& lastFailure)
-        : connection_(connection), lastFailure_(lastFailure) {}
+    /// failures instead of a record of this object's own, and `limits`, which hold in place of the
+    /// environment's.
+    VantrelCommandClient(VantrelClientConnection& connection, VantrelFailure& lastFailure,
+                         const VantrelClientConnection::OwnLimits& limits)
+        : connection_(connection), lastFailure_(lastFailure), ownLimits_(&limits) {}
     explicit VantrelCommandClient(VantrelClientConnection& connection)
         : connection_(connection), lastFailure_(ownLastFailure_) {}
     VantrelCommandClient(const VantrelCommandClient&) = delete;
@@ -31,13 +33,19 @@ class VantrelCommandClient {
     ~VantrelCommandClient() = default;
 
     VantrelClientConnection& connection() { return connection_; }
+    VantrelClientConnection::Limits limits() const {
+        return ownLimits_ ? ownLimits_->get() : VantrelClientConnection::Limits::byDefault();
+    }
 
     /// Sends a command and hands the reply to `take(std::string reply)`, which throws when the reply is not
     /// what it should be.
     template <typename Take>
-    [[nodiscard]] bool ask(
-        const VantrelCommand& command, const std::string& argument, Take take,
-        const VantrelClientConnection::Limits& limits = VantrelClientConnection::Limits::byDefault());
+    [[nodiscard]] bool ask(const VantrelCommand& command, const std::string& argument, Take take,
+                           const VantrelClientConnection::Limits& limits);
+    template <typename Take>
+    [[nodiscard]] bool ask(const VantrelCommand& command, const std::string& argument, Take take) {
+        return ask(command, argument, std::move(take), limits());
+    }
     /// For commands whose reply says nothing.
     [[nodiscard]] bool ask(const VantrelCommand& command, const std::string& argument) {
         return ask(command, argument, [](const std::string&) {});
@@ -64,6 +72,7 @@ class VantrelCommandClient {
     VantrelClientConnection& connection_;
     VantrelFailure ownLastFailure_;
     VantrelFailure& lastFailure_;
+    const VantrelClientConnection::OwnLimits* const ownLimits_ = nullptr;
 };
 
 template <typename Take>

@@ -42,6 +42,18 @@ VantrelClientConnection::Limits VantrelClientConnection::Limits::byDefault() {
             static_cast<unsigned>(VantrelSettings::connectionRetryTimeoutMs.get())};
 }
 
+VantrelClientConnection::Limits VantrelClientConnection::OwnLimits::get() const {
+    Limits limits = Limits::byDefault();
+    const auto set = [](unsigned& limit, const Value& own) {
+        const std::int64_t value = own;
+        if (value != UNSET) limit = static_cast<unsigned>(value);
+    };
+    set(limits.callMs, callMs_);
+    set(limits.connectMs, connectMs_);
+    set(limits.retryMs, retryMs_);
+    return limits;
+}
+
 VantrelClientConnection::VantrelClientConnection(const VantrelServerId& serverId)
     : serverId_(serverId),
       endpoint_(LIBRARY_VERSION, std::size(LIBRARY_VERSION)),
@@ -132,36 +144,37 @@ VantrelCallOutcome VantrelClientConnection::connect(const Terms& terms, std::str
 
 VantrelCallOutcome VantrelClientConnection::getDaemonInfo(bool refresh,
                                                           std::shared_ptr<const VantrelDaemonInfo>& info,
-                                                          std::string& error) {
+                                                          std::string& error, const Limits& limits) {
     const CoDeferral deferral;
     const Call call(control_.stops());
     const CoLock lock(mutex_);
-    const VantrelCallOutcome outcome = updateDaemonInfo(refresh, error);
+    const VantrelCallOutcome outcome = updateDaemonInfo(refresh, error, limits);
     if (outcome == rcOutcome::Answered) info = finder_.daemonInfo();
     return outcome;
 }
 
-VantrelCallOutcome VantrelClientConnection::getProtocolVersion(VantrelVersion& version, std::string& error) {
+VantrelCallOutcome VantrelClientConnection::getProtocolVersion(VantrelVersion& version, std::string& error,
+                                                               const Limits& limits) {
     const CoDeferral deferral;
     const Call call(control_.stops());
     const CoLock lock(mutex_);
-    const VantrelCallOutcome outcome = updateDaemonInfo(false, error);
+    const VantrelCallOutcome outcome = updateDaemonInfo(false, error, limits);
     if (outcome == rcOutcome::Answered) version = VantrelVersion::ofProtocol(*finder_.daemonInfo());
     return outcome;
 }
 
-VantrelCallOutcome VantrelClientConnection::updateDaemonInfo(bool refresh, std::string& error) {
+VantrelCallOutcome VantrelClientConnection::updateDaemonInfo(bool refresh, std::string& error,
+                                                             Limits limits) {
     if (finder_.daemonInfo() && !refresh) return {rcOutcome::Answered, false};
     const Operation operation(control_);
     if (isStopped(error)) return {rcOutcome::Stopped, false};
-    Limits limits = Limits::byDefault();
     if (!endpoint_.isConnected(true)) {
         endpoint_.disconnect();
         callDisconnectCallback();  // as for a first connect by any other call
         const auto outcome = connect({limits.connectMs, limits.retryMs, true, limits.callMs}, error);
         if (outcome != rcOutcome::Answered || !refresh || finder_.askedServer()) return outcome;
     }
-    limits.callMs = VantrelServerFinder::daemonInfoTimeoutMs();
+    limits.callMs = std::min(limits.callMs, VantrelServerFinder::daemonInfoTimeoutMs());
     const auto outcome = callMethod(VantrelCommands::GET_DAEMON_INFO.name,
                                     VantrelServerFinder::DAEMON_INFO_ARGUMENT, error, limits);
     if (outcome == rcOutcome::Answered) finder_.takeDaemonInfo(std::move(error));

@@ -3,6 +3,8 @@
 #include <vantrel/VantrelCallbacks.h>
 #include <vantrel/VantrelTypes.h>
 
+#include <atomic>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -43,6 +45,23 @@ class VantrelClientConnection {
         static Limits byDefault();
     };
 
+    /// Limits that a user of the connection has set; for the others the environment's hold. Thread-safe.
+    class OwnLimits {
+      public:
+        void setCall(unsigned ms) { callMs_ = ms; }
+        void setConnect(unsigned ms) { connectMs_ = ms; }
+        void setRetry(unsigned ms) { retryMs_ = ms; }
+        Limits get() const;
+
+      private:
+        using Value = std::atomic<std::int64_t>;
+        static constexpr std::int64_t UNSET = -1;
+
+        Value callMs_{UNSET};
+        Value connectMs_{UNSET};
+        Value retryMs_{UNSET};
+    };
+
     /// Connects to no server yet.
     explicit VantrelClientConnection(const VantrelServerId& serverId);
     VantrelClientConnection(const VantrelClientConnection&) = delete;
@@ -72,9 +91,9 @@ class VantrelClientConnection {
     /// What the server said of itself when connecting, connecting now if need be; with `refresh` it is asked
     /// again. `info` is not null when it was Answered, else `error` says why.
     VantrelCallOutcome getDaemonInfo(bool refresh, std::shared_ptr<const VantrelDaemonInfo>& info,
-                                     std::string& error);
+                                     std::string& error, const Limits& limits);
     /// The server's version, from the same record.
-    VantrelCallOutcome getProtocolVersion(VantrelVersion& version, std::string& error);
+    VantrelCallOutcome getProtocolVersion(VantrelVersion& version, std::string& error, const Limits& limits);
 
     /// Neither waits behind calls: those that run, and those that wait for them, fail.
     void disconnect();
@@ -106,7 +125,7 @@ class VantrelClientConnection {
     VantrelCallOutcome callOnce(const char* method, const char* argument, std::string& result,
                                 unsigned timeoutMs) CO_REQUIRES(mutex_);
     VantrelCallOutcome connect(const Terms& terms, std::string& error, bool sent = false) CO_REQUIRES(mutex_);
-    VantrelCallOutcome updateDaemonInfo(bool refresh, std::string& error) CO_REQUIRES(mutex_);
+    VantrelCallOutcome updateDaemonInfo(bool refresh, std::string& error, Limits limits) CO_REQUIRES(mutex_);
     bool isStopped(std::string& reason) const;
     void runConnectCallbacks() CO_REQUIRES(mutex_);
     void noteLoss() CO_REQUIRES(mutex_);

@@ -27,6 +27,17 @@ VantrelServerHandle::~VantrelServerHandle() {
     delete imp_;
 }
 
+VantrelServerHandle& VantrelServerHandle::operator=(const VantrelServerHandle& other) {
+    if (this != &other) *this = VantrelServerHandle(other);
+    return *this;
+}
+
+VantrelServerHandle& VantrelServerHandle::operator=(VantrelServerHandle&& other) noexcept {
+    const Vantrel::CoDeferral deferral;
+    if (this != &other) delete std::exchange(imp_, std::exchange(other.imp_, nullptr));
+    return *this;
+}
+
 const char* VantrelServerHandle::lastError() const {
     const VantrelServerImp* server = imp();
     return server ? VantrelKeptText::keep(server->lastFailure().text) : "";
@@ -57,6 +68,18 @@ void VantrelServerHandle::disconnect() const {
 
 void VantrelServerHandle::stop(const char* reason) const {
     if (VantrelServerImp* server = imp()) server->stop(reason);
+}
+
+void VantrelServerHandle::setCallTimeout(unsigned int milliseconds) const {
+    if (VantrelServerImp* server = imp()) server->limits().setCall(milliseconds);
+}
+
+void VantrelServerHandle::setConnectTimeout(unsigned int milliseconds) const {
+    if (VantrelServerImp* server = imp()) server->limits().setConnect(milliseconds);
+}
+
+void VantrelServerHandle::setConnectRetryTimeout(unsigned int milliseconds) const {
+    if (VantrelServerImp* server = imp()) server->limits().setRetry(milliseconds);
 }
 
 bool VantrelServerHandle::ping(unsigned int retryTimeoutMs) const {

@@ -65,8 +65,8 @@ bool VantrelServerImp::init() {
         lastFailure_ = {error.what(), VANTREL_ERROR_NOT_INITIALIZED, false};
         return false;
     }
-    baseClient_.emplace(*connection_.get(), lastFailure_);
-    nodeClient_.emplace(*connection_.get(), lastFailure_);
+    baseClient_.emplace(*connection_.get(), lastFailure_, limits_);
+    nodeClient_.emplace(*connection_.get(), lastFailure_, limits_);
     connectionNow_ = connection_.get();
     return true;
 }

@@ -103,6 +103,7 @@ class VantrelServerImp {
     [[nodiscard]] bool requireVersion(const VantrelVersion& needed, const std::string& refusal);
 
     VantrelTreeEdits& edits() { return edits_; }
+    VantrelClientConnection::OwnLimits& limits() { return limits_; }
 
     /// For functions elsewhere that want the lock held.
     Vantrel::CoRecursiveMutex& mutex() const CO_RETURN_MUTEX(mutex_) { return mutex_; }
@@ -132,6 +133,7 @@ class VantrelServerImp {
     const VantrelServerId serverId_;
     VantrelStops stops_;
     VantrelTreeEdits edits_;
+    VantrelClientConnection::OwnLimits limits_;
     // What stop() and isConnected() reach without the lock: set once, never replaced.
     std::atomic<VantrelClientConnection*> connectionNow_{nullptr};
     std::atomic<VantrelFrameClientAPI*> frameClientNow_{nullptr};
