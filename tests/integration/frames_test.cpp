@@ -11,6 +11,7 @@
 
 #include "ClientFixture.h"
 #include "FramePeer.h"
+#include "SilentListener.h"
 
 using std::string_literals::operator""s;
 using ::testing::Contains;
@@ -247,6 +248,15 @@ TEST_F(FramesTest, AFramePortThatMovedIsFoundByTheNextCall) {
     describeFrames("2010.1.1.0");
     expectNextTransferWorks();
     EXPECT_EQ(peer.connections(), 1U) << "the metadata connection is asked, not made again";
+}
+
+TEST_F(FramesTest, ADataAddressThatIsSilentIsGivenUpAfterTenSeconds) {
+    const Vantrel::SilentListener silent;
+    PeerInfo info;
+    info.framePort = silent.port();
+    describe(info);
+    within(std::chrono::seconds(60), [&] { EXPECT_FALSE(read(4)); });
+    EXPECT_STREQ(server.lastError(), "No data interface found");
 }
 
 TEST_F(FramesTest, WithoutADataInterfaceNoFrameTravelsOverTheMetadataAddress) {
