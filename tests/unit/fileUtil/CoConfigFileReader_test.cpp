@@ -150,15 +150,18 @@ TEST(CoConfigFileReader, WritesBackWhatItRead) {
 
 TEST(CoConfigFileReader, RefusesToPutWhatReadsBackDifferently) {
     const std::tuple<std::string, std::string, std::string> cases[] = {
-        {"A\nx=1", "k", "v"}, {"A", "", "v"},     {"A", "#k", "v"},
-        {"A", " k", "v"},     {"A", "k", "v\n"},  {"A", "k", "v\r[B]"},
-        {"A", "k", " v"},     {"A", "k\ny", "v"}, {"A", "k", std::string(2047, 'v')},
+        {"A\nx=1", "k", "v"}, {"A", "", "v"},       {"A", "#k", "v"}, {"A", " k", "v"},
+        {"A", "k", "v\n"},    {"A", "k", "v\r[B]"}, {"A", "k", " v"}, {"A", "k\ny", "v"},
     };
     for (const auto& [section, key, value] : cases) {
         CoConfigFileReader reader;
         EXPECT_FALSE(reader.put(section, key, value)) << section << '|' << key;
         EXPECT_EQ("", reader.toText());
     }
+    CoConfigFileReader reader;
+    EXPECT_TRUE(reader.put(std::string(2045, 'A'), "k", std::string(2045, 'v')));
+    EXPECT_FALSE(reader.put(std::string(2046, 'A'), "k", "v"));
+    EXPECT_FALSE(reader.put("A", "k", std::string(2046, 'v')));
 }
 
 template <typename Value>

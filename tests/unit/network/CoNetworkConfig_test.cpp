@@ -147,8 +147,9 @@ TEST_F(CoNetworkConfigTest, GivesAnExistingFileItsUUIDAndKeepsTheRest) {
         directory.write("network.cfg", before);
         CoNetworkConfig fresh(file);
         unsigned port = 7;
-        EXPECT_TRUE(!fill || fresh.createIfMissing());
-        fresh.getSelfDiscoveryPort(port);  // reading is enough
+        bool changed = false;
+        EXPECT_TRUE(fill ? fresh.createIfMissing() : fresh.parse(changed, false));
+        fresh.getSelfDiscoveryPort(port);
         EXPECT_EQ(7U, port);
         std::string expected = after;
         const std::size_t place = expected.find("%s");

@@ -13,7 +13,6 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <ctime>
 #include <functional>
 #include <string>
 #include <thread>
@@ -34,13 +33,6 @@ inline double secondsOf(const std::function<void()>& action) {
     const auto start = std::chrono::steady_clock::now();
     action();
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-/// CPU time that this thread has used.
-inline double threadCpuSeconds() {
-    timespec used{};
-    ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
-    return static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) / 1e9;
 }
 
 /// How often this thread has slept.
