@@ -34,7 +34,8 @@ TEST(Stop, EndsABlockedCallAndTheNextOneWaitsNormally) {
         CoIoDescriptor& descriptor = pair.descriptor;
         pair.fillSendBuffer();
         if (sends) pair.send("abc");
-        expectStopEnds(descriptor, [&] { EXPECT_EQ(call(descriptor), result); });
+        expectStopEnds(descriptor,
+                       [&, &call = call, result = result] { EXPECT_EQ(call(descriptor), result); });
         EXPECT_GE(secondsOf([&] { EXPECT_EQ(pair.read(50), 0); }), 0.049);
         EXPECT_FALSE(descriptor.wasStopped());
     }
