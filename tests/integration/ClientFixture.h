@@ -88,7 +88,7 @@ class BackgroundCall {
               return call();
           })) {}
     bool result() { return result_.get(); }
-    /// Returns once the call waits for something: its turn, or an answer.
+    /// Returns once the call waits for its turn, or for an answer.
     void awaitSleep() const { ::awaitSleep(thread_); }
 
   private:

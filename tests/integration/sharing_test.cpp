@@ -143,7 +143,7 @@ TEST_F(FewConnectionsTest, OneVariableSetsTheirNumberAndTheirIdleSeconds) {
     EXPECT_FALSE(peer.waitForNoClients(100)) << "there is room for two";
     while (!peer.waitForNoClients(50) && steady_clock::now() - start < seconds(20)) use(other.address());
     EXPECT_GE(steady_clock::now() - start, milliseconds(1900));
-    EXPECT_LT(steady_clock::now() - start, seconds(10));
+    EXPECT_LT(steady_clock::now() - start, seconds(20));
     use("third:1");
     use("fourth:1");
     EXPECT_TRUE(other.waitForNoClients()) << "the least recently used one makes room";
