@@ -17,14 +17,15 @@ std::atomic<std::size_t> tooMuch{SIZE_MAX};
 
 }  // namespace
 
-void* operator new(std::size_t size) {
+// Not inline: a compiler that sees into one of the pair only takes it for the other's mismatch.
+[[gnu::noinline]] void* operator new(std::size_t size) {
     void* const memory = size < tooMuch ? std::malloc(size) : nullptr;
     return memory ? memory : throw std::bad_alloc();
 }
-void operator delete(void* memory) noexcept {
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
     std::free(memory);
 }
-void operator delete(void* memory, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
     std::free(memory);
 }
 
