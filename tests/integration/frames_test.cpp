@@ -234,43 +234,28 @@ TEST_F(FramesTest, AConnectionThatTheServerHasClosedIsOpenedAgain) {
     expectNextTransferWorks();
 }
 
-TEST_F(FramesTest, AFramePortThatMovedIsFoundByTheNextCall) {
+TEST_F(FramesTest, AServerIsAskedAgainWhereNoneOfItsDataInterfacesAnswers) {
     Received::record();
     VantrelSetLogLevel(VANTREL_LOG_NOTICE);
-    PeerInfo info;
-    info.version = "2010.1.1.0";
-    info.framePort = 0;  // stands for 7550, where nobody listens
-    describe(info);
-    EXPECT_FALSE(read(4));
-    EXPECT_STREQ(server.lastError(), "No data interface found");
+    const Vantrel::SilentListener silent;  // given up after ten seconds
+    const std::pair<int, std::vector<const char*>> rows[] = {
+        {0, {"127.0.0.9", "127.0.0.1"}}, {silent.port(), {"127.0.0.1"}}, {frames.port(), {}}};
+    for (const auto& [port, addresses] : rows) {
+        PeerInfo info;
+        info.framePort = port;
+        info.frameAddresses = addresses;
+        describe(info);
+        within(std::chrono::seconds(60), [&] { EXPECT_FALSE(read(4)); });
+        EXPECT_STREQ(server.lastError(), "No data interface found");
+        EXPECT_EQ(server.lastErrorCode(), VANTREL_ERROR_UNREACHABLE);
+    }
     EXPECT_THAT(Received::log(),
-                Contains("3 Connecting to server 'Render 1' / 'stor-1' using '127.0.0.1:7550'."));
+                Contains("3 Connecting to server 'Render 1' / 'stor-1' using '127.0.0.1:7550'."))
+        << "what a port of 0 stands for";
+    EXPECT_EQ(frames.connections(), 0U) << "no frame travels over the metadata address";
     describeFrames("2010.1.1.0");
     expectNextTransferWorks();
     EXPECT_EQ(peer.connections(), 1U) << "the metadata connection is asked, not made again";
-}
-
-TEST_F(FramesTest, ADataAddressThatIsSilentIsGivenUpAfterTenSeconds) {
-    const Vantrel::SilentListener silent;
-    PeerInfo info;
-    info.framePort = silent.port();
-    describe(info);
-    within(std::chrono::seconds(60), [&] { EXPECT_FALSE(read(4)); });
-    EXPECT_STREQ(server.lastError(), "No data interface found");
-}
-
-TEST_F(FramesTest, WithoutADataInterfaceNoFrameTravelsOverTheMetadataAddress) {
-    PeerInfo info;
-    info.version = "2010.1.1.0";
-    info.framePort = frames.port();
-    info.frameAddresses.clear();
-    describe(info);
-    EXPECT_FALSE(read(4));
-    EXPECT_STREQ(server.lastError(), "No data interface found");
-    EXPECT_EQ(server.lastErrorCode(), VANTREL_ERROR_UNREACHABLE);
-    EXPECT_EQ(frames.connections(), 0U);
-    describeFrames("2010.1.1.0");
-    expectNextTransferWorks();
 }
 
 TEST_F(FramesTest, TransfersToAndFromFilesThatAreNoFilesAreRefused) {

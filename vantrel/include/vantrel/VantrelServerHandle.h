@@ -130,9 +130,9 @@ class VANTREL_API VantrelServerHandle {
     /// read from that one, as long as it can be connected. The bytes are those that were written; their
     /// layout is given by the clip format (VantrelFormats.h). On failure the content of `buffer` is
     /// undefined. A read of nothing (a null or empty `frameId`, a null `buffer` or a `size` of 0) names the
-    /// frames ahead alone. It returns true when the server was told of them, and also when there are none: no
-    /// frame is asked for then, but a server that was not reached yet is connected to first, and the call
-    /// fails when that does.
+    /// frames ahead alone. It returns true when they were announced to the server, and also when there are
+    /// none: no frame is asked for then, but a server that was not reached yet is connected to first, and the
+    /// call fails when that does.
     bool readFrame(const char* frameId, void* buffer, unsigned long size, const char* readAheadId1 = nullptr,
                    const char* readAheadId2 = nullptr) const;
     /// The same with `requestSize` bytes of parameters for the server.

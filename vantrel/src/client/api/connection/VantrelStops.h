@@ -32,7 +32,7 @@ class VantrelStops {
         const Call* const outer_;  // of this thread, on whatever object
     };
 
-    /// While it lives, calls that begin are to end as well: whoever made it need not wait behind them.
+    /// While it lives, calls that begin are to end as well: its owner need not wait behind them.
     class Barrier {
       public:
         Barrier(VantrelStops& stops, const std::string& reason);
