@@ -51,6 +51,8 @@ TEST_F(ConnectionTest, AFailedCallSaysWhyInTimeAndTheNextOneWorks) {
         {"refused port", [&] { peer.refuse(); }, refused, VANTREL_ERROR_UNREACHABLE},
         {"closes mid-reply", [&] { peer.closeAfter(2); }, reset, VANTREL_ERROR_MAYBE_EXECUTED},
         {"closes instead of a reply", [&] { peer.closeAfter(0); }, reset, VANTREL_ERROR_MAYBE_EXECUTED},
+        {"closes instead of a reply, and gives no login",
+         [&] { peer.closeAfter(0), peer.neverAnswer("_login"); }, late, VANTREL_ERROR_MAYBE_EXECUTED},
         {"closes at once", [&] { peer.closeOnAccept(true); }, StartsWith("Server not found ["),
          VANTREL_ERROR_UNREACHABLE, again},
         {"never answers", [&] { peer.neverAnswer("Ping"); }, late, VANTREL_ERROR_TIMED_OUT},

@@ -2,32 +2,13 @@
 
 #include <climits>
 #include <cstdlib>
-#include <new>
 #include <stdexcept>
 #include <vector>
 
+#include "FailingAllocations.h"
 #include "RcSettings.h"
 #include "ServerFixture.h"
 #include "rcServerClient.h"
-
-namespace {
-
-/// Allocations of at least so many bytes fail.
-std::atomic<std::size_t> tooMuch{SIZE_MAX};
-
-}  // namespace
-
-// Not inline: a compiler that sees into one of the pair only takes it for the other's mismatch.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-    void* const memory = size < tooMuch ? std::malloc(size) : nullptr;
-    return memory ? memory : throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
 
 namespace Vantrel {
 namespace {

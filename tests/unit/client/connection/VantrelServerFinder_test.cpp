@@ -1,6 +1,7 @@
 #include "VantrelServerFinder.h"
 
 #include "DiscoveryFixture.h"
+#include "FailingAllocations.h"
 #include "ScriptedPeer.h"
 #include "VantrelClientConnection.h"
 #include "VantrelResolver.h"
@@ -16,9 +17,8 @@ class ServerFinder : public DiscoveryTest {
   protected:
     ServerFinder() {
         ::setenv("VANTREL_CONNECTION_RETRY_TIMEOUT_MS", "0", 1);
-        const VantrelDaemonInfo own =
-            DaemonRecord{"new", "", "d", "127.0.0.1", "", "itself", peer.port()}.info();
-        peer.answer("GetDaemonInfo", ScriptedPeer::ok(own.toAttrStream().text()));
+        peer.answer("GetDaemonInfo", ScriptedPeer::ok(ownInfo));
+        peer.answer("Ping", ScriptedPeer::ok(""));
     }
 
     /// The display name of the server that an id leads to, or why it leads to none.
@@ -33,6 +33,8 @@ class ServerFinder : public DiscoveryTest {
     }
 
     ScriptedPeer peer;
+    const std::string ownInfo =
+        DaemonRecord{"new", "", "d", "127.0.0.1", "", "itself", peer.port()}.info().toAttrStream().text();
     const std::shared_ptr<VantrelMulticastClient> discovery = VantrelMulticastClient::getInstance();
 };
 
@@ -89,6 +91,34 @@ TEST_F(ServerFinder, AServerThatIsReachedIsNotDeadAnyMore) {
     EXPECT_EQ(found(id), "itself");
     EXPECT_FALSE(VantrelResolver::isUnreachableServer(id));
     EXPECT_EQ(VantrelResolver(record).getIP(VantrelResolver::Metadata, 0), "127.0.0.1");
+}
+
+TEST_F(ServerFinder, AReplyWithoutMemoryForItIsNotGoneOnWithByTheNextCall) {
+    const struct {
+        const char* method;
+        bool sent;
+    } cases[] = {{"Get", true}, {"_login", false}, {"GetDaemonInfo", false}};
+    for (const auto& [method, sent] : cases) {
+        SCOPED_TRACE(method);
+        VantrelClientConnection connection(VantrelServerId(peer.port(), "127.0.0.1"));
+        const auto limits = VantrelClientConnection::Limits::byDefault();
+        std::string reply;
+        if (sent) {
+            ASSERT_EQ(connection.callMethod("Ping", "", reply, limits), rcOutcome::Answered) << reply;
+        }
+        peer.answer(method, ScriptedPeer::ok(std::string(4U << 20, 'x')));
+        tooMuchHere = 1U << 20;
+        const VantrelCallOutcome outcome = connection.callMethod("Get", "", reply, limits);
+        tooMuchHere = SIZE_MAX;
+        EXPECT_EQ(outcome.code(), VANTREL_ERROR_LOCAL) << reply;
+        EXPECT_EQ(outcome.sent(), sent);
+        EXPECT_FALSE(connection.isConnected());
+        peer.answer("_login", ScriptedPeer::ok(""));
+        peer.answer("GetDaemonInfo", ScriptedPeer::ok(ownInfo));
+        peer.answer("Get", ScriptedPeer::ok("right"));
+        EXPECT_EQ(connection.callMethod("Get", "", reply, limits), rcOutcome::Answered);
+        EXPECT_EQ(reply, "right");
+    }
 }
 
 }  // namespace

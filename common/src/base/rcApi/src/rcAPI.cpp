@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <exception>
 #include <new>
 
 #include "CoAssert.h"
@@ -87,7 +88,8 @@ rcOutcome rcAPI::connect(const char* host, int port, unsigned timeoutMs, std::st
     userId_ = ::geteuid();
     groupId_ = ::getegid();
     forkGeneration_ = CoProcess::forkGeneration();
-    const rcOutcome outcome = login(std::min(timeoutMs, limit.leftMs()), error);
+    const rcOutcome outcome =
+        closingOnException(error, [&] { return login(std::min(timeoutMs, limit.leftMs()), error); });
     if (outcome != rcOutcome::Answered) {
         disconnect();
         return outcome;
@@ -122,7 +124,22 @@ rcOutcome rcAPI::call(int objectId, const char* method, const char* argument, bo
         return rcOutcome::Refused;
     }
     if (!isCallPossible(result)) return rcOutcome::Lost;
-    return performCall(objectId, name, argument ? argument : "", waitForResult, result, timeoutMs);
+    return closingOnException(result, [&] {
+        return performCall(objectId, name, argument ? argument : "", waitForResult, result, timeoutMs);
+    });
+}
+
+/// An exception may leave the connection in the middle of a line, of which the next call would take the rest
+/// for its reply.
+template <typename Transfer>
+rcOutcome rcAPI::closingOnException(std::string& reason, Transfer transfer) {
+    try {
+        return transfer();
+    } catch (const std::exception& error) {
+        disconnect();
+        reason = error.what();
+        return rcOutcome::Failed;
+    }
 }
 
 bool rcAPI::isCallPossible(std::string& reason) {

@@ -40,8 +40,9 @@ class rcAPI {
     /// Sends a command and, when `waitForResult`, takes its reply: `result` becomes the reply's text when it
     /// was Answered or Refused, otherwise the reason. Handing in the same string again saves allocations.
     /// The connection stays open when the server answered or when the reply did not come in time, and is
-    /// closed otherwise. After a time-out the late reply may still come, and the next call would take it for
-    /// its own: disconnect first. A command that could not be sent in time is Lost: it was not performed.
+    /// closed otherwise, also when an exception ended the call, which has Failed then. After a time-out the
+    /// late reply may still come, and the next call would take it for its own: disconnect first. A command
+    /// that could not be sent in time is Lost: it was not performed.
     rcOutcome call(int objectId, const char* method, const char* argument, bool waitForResult,
                    std::string& result, unsigned timeoutMs);
 
@@ -82,6 +83,8 @@ class rcAPI {
     bool allocateBuffer();
     rcOutcome login(unsigned timeoutMs, std::string& error);
     bool isCallPossible(std::string& reason);
+    template <typename Transfer>
+    rcOutcome closingOnException(std::string& reason, Transfer transfer);
     rcOutcome performCall(int objectId, std::string_view method, std::string_view argument,
                           bool waitForResult, std::string& result, unsigned timeoutMs);
     rcOutcome writeLine(const CoDeadline& deadline, std::string& result);

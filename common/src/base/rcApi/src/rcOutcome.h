@@ -10,6 +10,7 @@ enum class [[nodiscard]] rcOutcome{
     TooLong,   ///< the answer is longer than this side takes
     Lost,      ///< there was no connection, or it broke before an answer came: may be tried again
     Stopped,   ///< ended by stop()
+    Failed,    ///< this side could not go on, as without memory for the answer
 };
 
 }  // namespace Vantrel

@@ -30,6 +30,10 @@ class [[nodiscard]] VantrelCallOutcome {
 };
 
 inline VantrelErrorCode VantrelCallOutcome::code() const {
+    const bool stopped = outcome_ == Vantrel::rcOutcome::Stopped;
+    const bool answered = outcome_ == Vantrel::rcOutcome::Answered;
+    // Why the lost connection could not be made again matters less than what may have been done on it.
+    if (connecting_ && sent_ && !stopped && !answered) return VANTREL_ERROR_MAYBE_EXECUTED;
     switch (outcome_) {
         case Vantrel::rcOutcome::Answered:
             return VANTREL_ERROR_NONE;
@@ -42,6 +46,8 @@ inline VantrelErrorCode VantrelCallOutcome::code() const {
         case Vantrel::rcOutcome::Refused:
             // A server that refuses the connection, and not the command, is another than the one asked for.
             return connecting_ ? VANTREL_ERROR_NOT_FOUND : VANTREL_ERROR_REFUSED;
+        case Vantrel::rcOutcome::Failed:
+            return VANTREL_ERROR_LOCAL;
         case Vantrel::rcOutcome::Lost:
             break;
     }

@@ -92,6 +92,7 @@ rcOutcome VantrelServerFinder::connect(const Terms& terms, std::string& error) {
         error = end.what();
         return end.outcome();
     } catch (const std::exception& failure) {
+        endpoint_.disconnect();  // it may be logged in, to a server of which nothing is known
         error = failure.what();
         return rcOutcome::Lost;
     }
