@@ -117,10 +117,12 @@ TEST_F(NodeTest, AListOfChildrenDoesNotGiveNamesThatItsServerHandleHasChanged) {
     for (int i = 0; i < 2; ++i) ASSERT_TRUE(parent.getChild(i, children[i]));
     peer.answer("RenameNode", ScriptedPeer::ok("n22"));
     peer.answer("GetDisplayNameEx", ScriptedPeer::ok("new"));
+    ASSERT_TRUE(children[0].renameNode("newer"));
+    peer.answer("RenameNode", ScriptedPeer::ok("n222"));
     ASSERT_TRUE(children[0].renameNode("new"));
     ASSERT_TRUE(parent.getChild(0, again) && again.getDisplayName(name)) << server.lastError();
     EXPECT_STREQ(name, "new");
-    EXPECT_STREQ(again.getNodeId().id(), "n22");
+    EXPECT_STREQ(again.getNodeId().id(), "n222");
     EXPECT_TRUE(parent.getChild(1, again) && again.getDisplayName(name) && name == "b");
     EXPECT_EQ(peer.arguments("GetDisplayNameEx").size(), 1U);
 

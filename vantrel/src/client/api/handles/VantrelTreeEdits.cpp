@@ -9,6 +9,10 @@ void VantrelTreeEdits::noteRenamed(const std::string& id, const std::string& idN
         renamed_.clear();
         allRenamed_ = count;
     }
+    // Lists from before its first rename know the node by an older id.
+    for (auto& earlier : renamed_) {
+        if (earlier.second.idNow == id) earlier.second.idNow = idNow;
+    }
     renamed_[id] = {count, idNow};
     lastRenamed_ = count;
 }
