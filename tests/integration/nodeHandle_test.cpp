@@ -19,7 +19,7 @@ static_assert(!std::is_constructible_v<VantrelNodeHandle, VantrelServerHandle, c
 // --- What is remembered ---
 
 TEST_F(NodeTest, AnswersAreKeptUntilTheNodeChanges) {
-    const VantrelServerHandle server(id());
+    VantrelServerHandle server(id());
     const VantrelServerHandle sameServer(server);
     const VantrelNodeHandle other(server, "n2");
     VantrelNodeHandle node(server, "n1");
@@ -43,6 +43,8 @@ TEST_F(NodeTest, AnswersAreKeptUntilTheNodeChanges) {
         {"another id", [&] { node.setNodeId("n2"); }, 8},
         {"another server handle", [&] { node.setServer(sameServer); }, 8},
         {"assignment", [&] { node = other; }, 8},
+        {"its server handle is assigned", [&] { server = VantrelServerHandle(id()); }, 8},
+        {"nothing, after that", [&] { node.setServer(server); }, 0},
     };
     for (const auto& [name, change, asked] : changes) {
         change();

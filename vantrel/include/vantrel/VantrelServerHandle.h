@@ -26,8 +26,9 @@ class VantrelServerImp;
 ///   with pauses of VANTREL_CONNECTION_RETRY_TIMEOUT_MS (1000 ms) in all. A connection that breaks is made
 ///   again twice at most;
 /// - frame and file transfers, as long as bytes move: VANTREL_FRAME_STALL_TIMEOUT_MS (60000 ms) without one.
-/// A call that sends several commands, such as a display path's, waits for each. `lastError`, `getId`,
-/// `isConnected` and `stop` never wait.
+/// A call that sends several commands, such as a display path's, waits for each. `getId`, `isConnected` and
+/// `stop` never wait; `lastError`, `lastErrorCode` and `mayHaveExecuted` wait for a call of the handle that
+/// another thread is in.
 ///
 /// Thread safety: any thread may call; calls on one handle wait for each other, except `isConnected` and
 /// `stop`, which never wait, and `disconnect`, which ends the others. The handle must outlive the node
@@ -46,8 +47,11 @@ class VANTREL_API VantrelServerHandle {
     /// Leaves `other` empty: every later call on it logs an assertion and fails.
     VantrelServerHandle(VantrelServerHandle&& other) noexcept;
     /// Become what the constructors make of `other`; what the handle was goes as with its destruction. Node
-    /// handles that refer to it refer to the other server from then on, and are to be pointed at nodes of
-    /// that: so they do in a std::vector of server handles whose elements move.
+    /// handles that refer to it refer to the other server from then on, forget what the first one said, and
+    /// are to be pointed at nodes of the other: so it is with the elements of a std::vector that move up when
+    /// one before them is erased. Node handles of a handle that is gone dangle and must be pointed at another
+    /// before they are used: those of all elements when a vector allocates its storage again, and those of
+    /// the last one after an erase.
     VantrelServerHandle& operator=(const VantrelServerHandle& other);
     VantrelServerHandle& operator=(VantrelServerHandle&& other) noexcept;
     /// Removes its event handlers and waits for one that runs on another thread. A connected server is told

@@ -38,8 +38,15 @@ void VantrelNodeImp::setId(const VantrelNodeId& id) {
 }
 
 void VantrelNodeImp::setServer(const VantrelServerHandle& server) {
-    if (server_ == &server) return;
     server_ = &server;
+    forgetReplacedServer();
+}
+
+void VantrelNodeImp::forgetReplacedServer() {
+    const VantrelServerImp* server = serverImp();
+    const std::uint64_t serial = server ? server->serial() : 0;
+    if (serial == serverSerial_) return;
+    serverSerial_ = serial;
     forgetAll();
 }
 
@@ -91,6 +98,7 @@ void VantrelNodeImp::forgetAll() {
 // --- What the server says ---
 
 const VantrelNodeInterface::NodeInfoList* VantrelNodeImp::children() {
+    forgetReplacedServer();
     if (!childrenFresh_) {
         children_.clear();
         const Session session(serverImp());
@@ -101,12 +109,14 @@ const VantrelNodeInterface::NodeInfoList* VantrelNodeImp::children() {
 }
 
 const VantrelNodeInterface::NodeInfoList* VantrelNodeImp::childrenToCount() {
+    forgetReplacedServer();
     VantrelServerImp* server = serverImp();
     if (server && server->edits().wereDestroyed(childrenAsOf_)) childrenFresh_ = false;
     return children();
 }
 
 const std::vector<VantrelFrameId>* VantrelNodeImp::frames() {
+    forgetReplacedServer();
     if (!frames_) {
         std::vector<VantrelFrameId> fetched;
         const Session session(serverImp());
@@ -116,6 +126,7 @@ const std::vector<VantrelFrameId>* VantrelNodeImp::frames() {
 }
 
 const std::vector<std::string>* VantrelNodeImp::framePaths() {
+    forgetReplacedServer();
     if (!framePaths_) {
         std::vector<std::string> fetched;
         const Session session(serverImp());
@@ -125,6 +136,7 @@ const std::vector<std::string>* VantrelNodeImp::framePaths() {
 }
 
 const std::vector<std::string>* VantrelNodeImp::metaDataStreams() {
+    forgetReplacedServer();
     if (!metaDataStreams_) {
         std::vector<std::string> fetched;
         const Session session(serverImp());
@@ -136,6 +148,7 @@ const std::vector<std::string>* VantrelNodeImp::metaDataStreams() {
 }
 
 bool VantrelNodeImp::fetchClipFormat() {
+    forgetReplacedServer();
     VantrelClipFormat fetched =
         clipFormat_.value_or(VantrelClipFormat());  // some servers do not give all of it
     const Session session(serverImp());
@@ -145,10 +158,12 @@ bool VantrelNodeImp::fetchClipFormat() {
 }
 
 const VantrelClipFormat* VantrelNodeImp::clipFormat() {
+    forgetReplacedServer();
     return clipFormat_ || fetchClipFormat() ? &*clipFormat_ : nullptr;
 }
 
 const char* VantrelNodeImp::displayName() {
+    forgetReplacedServer();
     if (!displayName_) {
         std::string fetched;
         const Session session(serverImp());
@@ -158,6 +173,7 @@ const char* VantrelNodeImp::displayName() {
 }
 
 const VantrelNodeImp::Type* VantrelNodeImp::type() {
+    forgetReplacedServer();
     if (!type_) {
         Type fetched;
         const Session session(serverImp());
@@ -174,6 +190,7 @@ bool VantrelNodeImp::parent(VantrelNodeId& parent) {
 // --- Editing the tree ---
 
 bool VantrelNodeImp::canCreate(const char* extendedType, bool& can) {
+    forgetReplacedServer();
     const Session session(serverImp());
     return session && session.nodes().canCreateNode(id_, type_, extendedType, can);
 }
@@ -264,6 +281,16 @@ bool VantrelNodeImp::streamId(VantrelStr& streamId) {
 bool VantrelNodeImp::getNbReadAheads(int& count) {
     const Session session(serverImp());
     return session && session.nodes().getNbReadAheads(id_, count);
+}
+
+bool VantrelNodeImp::activateReadAhead() {
+    forgetReplacedServer();
+    return getNbReadAheads(readAheads_);
+}
+
+void VantrelNodeImp::setClipFormat(const VantrelClipFormat& format) {
+    forgetReplacedServer();
+    clipFormat_ = format;
 }
 
 bool VantrelNodeImp::readFrame(int index, const void* request, unsigned long requestSize, void* buffer,

@@ -2,6 +2,7 @@
 
 #include <vantrel/VantrelNodeHandle.h>
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -65,8 +66,8 @@ class VantrelNodeImp {
     [[nodiscard]] bool linkToFrames(const std::vector<std::string>& paths);
     [[nodiscard]] bool streamId(VantrelStr& streamId);
     [[nodiscard]] bool getNbReadAheads(int& count);
-    [[nodiscard]] bool activateReadAhead() { return getNbReadAheads(readAheads_); }
-    void setClipFormat(const VantrelClipFormat& format) { clipFormat_ = format; }
+    [[nodiscard]] bool activateReadAhead();
+    void setClipFormat(const VantrelClipFormat& format);
 
     [[nodiscard]] bool readFrame(int index, const void* request, unsigned long requestSize, void* buffer,
                                  unsigned long size, bool hintReadAhead);
@@ -74,6 +75,8 @@ class VantrelNodeImp {
 
   private:
     VantrelServerImp* serverImp() const;
+    /// Called before every use of what is known: the server handle may have been assigned since.
+    void forgetReplacedServer();
     [[nodiscard]] bool fetchClipFormat();
     void forgetFrames();
     void forgetAll();
@@ -81,6 +84,7 @@ class VantrelNodeImp {
     VantrelNodeId id_;
     const VantrelServerHandle* server_;
 
+    std::uint64_t serverSerial_ = 0;  ///< of the server that said what follows; 0: nothing was said
     // What the server has said; unset means stale.
     VantrelNodeInterface::NodeInfoList children_;
     bool childrenFresh_ = false;

@@ -16,10 +16,12 @@ constexpr const char* NO_HANDLERS = "No event handler is registered";
 /// Those that have a frame client.
 using FrameUsers = Vantrel::CoPerProcess<Vantrel::CoObserverList<VantrelServerImp>>;
 
+std::atomic<std::uint64_t> lastSerial{0};
+
 }  // namespace
 
 VantrelServerImp::VantrelServerImp(const VantrelServerId& serverId)
-    : serverId_(serverId), frameTarget_(*this), rawData_(frameTarget_) {
+    : serverId_(serverId), serial_(++lastSerial), frameTarget_(*this), rawData_(frameTarget_) {
     serverId_.getId();  // builds its text now, so that threads may read it at the same time later
 }
 

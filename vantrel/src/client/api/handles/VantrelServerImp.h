@@ -3,6 +3,7 @@
 #include <vantrel/VantrelServerHandle.h>
 
 #include <atomic>
+#include <cstdint>
 #include <exception>
 #include <memory>
 #include <optional>
@@ -73,6 +74,8 @@ class VantrelServerImp {
     static void disconnectAll();
 
     const VantrelServerId& serverId() const { return serverId_; }
+    /// Not 0, and no other object's of this process, before or after.
+    std::uint64_t serial() const { return serial_; }
 
     VantrelFailure lastFailure() const;
     void setLastError(VantrelErrorCode code, std::string text);
@@ -131,6 +134,7 @@ class VantrelServerImp {
     void joinFrameUsers() CO_REQUIRES(mutex_);
 
     const VantrelServerId serverId_;
+    const std::uint64_t serial_;
     VantrelStops stops_;
     VantrelTreeEdits edits_;
     VantrelClientConnection::OwnLimits limits_;
