@@ -1,6 +1,8 @@
 // The bytes that frame, stream and file transfers put on the wire, and what becomes of transfers that fail.
 #include <fcntl.h>
+#include <sched.h>
 #include <sys/fsuid.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,6 +10,7 @@
 #include <cerrno>
 #include <chrono>
 #include <functional>
+#include <thread>
 
 #include "ClientFixture.h"
 #include "FramePeer.h"
@@ -334,6 +337,23 @@ TEST_F(FramesTest, APulledFileIsWrittenInPlaceWhereItCannotTakeAnothers) {
     EXPECT_THAT(server.lastError(), HasSubstr("'" + pipe + "': " + std::strerror(ETIMEDOUT)));
     EXPECT_TRUE(pull(file, "0\0\0"s)) << server.lastError();
     EXPECT_EQ(folder.read("closed/file"), "");
+}
+
+TEST_F(FramesTest, AFullDiskDoesNotCostTheEarlierFileOfAPull) {
+    const std::string disk = folder.path("disk");
+    ASSERT_EQ(::mkdir(disk.c_str(), 0777), 0);
+    bool mounted = false;
+    std::thread([&] {
+        mounted = ::unshare(CLONE_NEWNS) == 0 &&
+                  ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                  ::mount("none", disk.c_str(), "tmpfs", 0, "nr_inodes=2") == 0;
+        if (!mounted) return;
+        const std::string file = folder.write("disk/file", "earlier");
+        EXPECT_FALSE(server.pullStream("r", file.c_str()));
+        EXPECT_EQ(server.lastError(), "Cannot create '" + file + "': " + std::strerror(ENOSPC));
+        EXPECT_EQ(folder.read("disk/file"), "earlier");
+    }).join();
+    if (!mounted) GTEST_SKIP() << "may not mount a disk";
 }
 
 TEST_F(FramesTest, TheEnvironmentSetsDelaysTracesBuffersAndPieces) {

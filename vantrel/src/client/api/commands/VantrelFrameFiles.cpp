@@ -88,6 +88,12 @@ class FileInPlace {
     bool isEmptied_ = false;
 };
 
+/// Whether a directory that takes no new file for this reason may yet hold one that can be written. A full or
+/// failing disk is none of these reasons: written in place, the earlier file would be lost to it.
+bool leavesWritingInPlace(int error) {
+    return error == EACCES || error == EPERM || error == EROFS || error == ENAMETOOLONG;
+}
+
 /// Where a pulled file goes: to a new file, which takes the place of `path` when complete and vanishes when
 /// it is not, or else to what is at `path` itself.
 class IncomingFile {
@@ -102,7 +108,7 @@ class IncomingFile {
         if (exists) mode_ = earlier.st_mode & 07777;
         const int error = file_.createBeside(path_);
         if (error == 0) return;
-        if (!exists) fail("create", path_, error);
+        if (!exists || !leavesWritingInPlace(error)) fail("create", path_, error);
         inPlace_.emplace(path_);
     }
 
