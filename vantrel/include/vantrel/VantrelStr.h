@@ -42,7 +42,7 @@ class VANTREL_API VantrelStr {
     /// Length in bytes, without the terminating zero.
     unsigned int length() const noexcept { return length_; }
     bool isEmpty() const noexcept { return length_ == 0; }
-    /// In a condition a string is true when it is not empty.
+    /// In a condition true when not empty; `bool b = str;` takes the conversion to text and is always true.
     explicit operator bool() const noexcept { return length_ != 0; }
 
     /// The text; never null. Valid until the string is changed or destroyed.

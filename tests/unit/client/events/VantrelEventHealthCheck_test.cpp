@@ -76,8 +76,12 @@ TEST_F(EventHealthCheckTest, OnlyWhatAClientThatLeftDeliveredToIsRegisteredAgain
     check.delivered(4, connections[1]->getId());
     check.clientGone(1);
     check.clientGone(2);
+    const int gone = -1;
+    check.delivered(5, gone);
     run();
     EXPECT_EQ(takeRegistrations(), "n1");
+    check.clientGone(5);
+    EXPECT_EQ(check.due(now), now + CoTime::PER_SECOND);
     check.request();
     EXPECT_EQ(check.due(now), now + 100 * CoTime::PER_MILLISECOND);
 }

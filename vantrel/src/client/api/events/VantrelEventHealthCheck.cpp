@@ -87,10 +87,17 @@ void VantrelEventHealthCheck::pause(VantrelEventConnection& connection, const Co
 }
 
 void VantrelEventHealthCheck::forgetOthers(const Connections& connections) {
+    const auto isGone = [&connections](int id) {
+        return std::none_of(connections.begin(), connections.end(),
+                            [id](const auto& connection) { return connection->getId() == id; });
+    };
     for (auto at = watched_.begin(); at != watched_.end();) {
-        const bool known = std::any_of(connections.begin(), connections.end(), [&at](const auto& connection) {
-            return connection->getId() == at->first;
-        });
-        at = known ? std::next(at) : watched_.erase(at);
+        at = isGone(at->first) ? watched_.erase(at) : std::next(at);
     }
+    for (auto client = deliveredTo_.begin(); client != deliveredTo_.end();) {
+        std::set<int>& ids = client->second;
+        for (auto id = ids.begin(); id != ids.end();) id = isGone(*id) ? ids.erase(id) : std::next(id);
+        client = ids.empty() ? deliveredTo_.erase(client) : std::next(client);
+    }
+    if (isGone(lastDelivery_.second)) lastDelivery_ = {};
 }
