@@ -1,5 +1,10 @@
 #include "VantrelServerFinder.h"
 
+#include <netdb.h>
+
+#include <future>
+
+#include "CoNameLookup.h"
 #include "DiscoveryFixture.h"
 #include "FailingAllocations.h"
 #include "ScriptedPeer.h"
@@ -81,6 +86,41 @@ TEST_F(ServerFinder, ALoginThatGetsNoAnswerIsNotTriedAtTheNextAddress) {
     EXPECT_EQ(found(storage("new")), Vantrel::coErrorText(ETIMEDOUT));
     peer.answer("_login", ScriptedPeer::error("No."));  // nobody listens at the next one
     EXPECT_THAT(found(storage("new")), HasSubstr(Vantrel::coErrorText(ECONNREFUSED)));
+}
+
+// A resolver that holds every look-up until the gate opens.
+std::promise<void> begun;
+std::promise<void> gate;
+
+int resolveWhenOpen(const char*, const char*, const addrinfo*, addrinfo**) {
+    begun.set_value();
+    gate.get_future().wait();
+    return EAI_FAIL;
+}
+
+TEST_F(ServerFinder, AStopDoesNotWaitForTheLookUpThatFilteringNeeds) {
+    configure("Multicast=lo", "[Filtering]\nReject=10.0.0.0/8");
+    Vantrel::CoNameLookup::resolver() = &resolveWhenOpen;
+    VantrelClientConnection connection(VantrelServerId(peer.port(), "slow.test"));
+    auto limits = VantrelClientConnection::Limits::byDefault();
+    limits.connectMs = 20000;
+    auto call = std::async(std::launch::async, [&] {
+        std::string reply;
+        return connection.callMethod("Ping", "", reply, limits) == rcOutcome::Stopped;
+    });
+    begun.get_future().wait();
+    EXPECT_LT(took([&] { connection.disconnect(); }), 10000);
+    EXPECT_TRUE(call.get());
+    gate.set_value();
+    Vantrel::CoNameLookup::resolver() = &::getaddrinfo;
+}
+
+TEST_F(ServerFinder, APortThatIsNoneIsNotConnectedTo) {
+    const Vantrel::CapturedLog log;
+    for (const int port : {-5, 99999}) {
+        EXPECT_THAT(found(VantrelServerId(port, "127.0.0.1")), HasSubstr(Vantrel::coErrorText(EINVAL)));
+    }
+    EXPECT_FALSE(log.contains("Assertion"));
 }
 
 TEST_F(ServerFinder, AServerThatIsReachedIsNotDeadAnyMore) {

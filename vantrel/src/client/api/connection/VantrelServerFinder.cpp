@@ -1,9 +1,11 @@
 #include "VantrelServerFinder.h"
 
 #include <arpa/inet.h>
+#include <netdb.h>
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <set>
 #include <utility>
@@ -11,6 +13,7 @@
 
 #include "CoException.h"
 #include "CoMsg.h"
+#include "CoNameLookup.h"
 #include "CoNetworkConfig.h"
 #include "CoNetworkDispatcher.h"
 #include "CoPort.h"
@@ -44,6 +47,10 @@ bool isNumericAddress(const std::string& text) {
     in6_addr ignored;
     return ::inet_pton(AF_INET, text.c_str(), &ignored) == 1 ||
            ::inet_pton(AF_INET6, text.c_str(), &ignored) == 1;
+}
+
+bool isPort(int number) {
+    return number >= 1 && number <= Vantrel::HIGHEST_PORT;
 }
 
 void logInterfaces(const char* familyName, int family) {
@@ -162,6 +169,11 @@ void VantrelServerFinder::failToConnect(bool flagsFailure) const {
 bool VantrelServerFinder::tryGivenAddress(const Terms& terms, const CoDeadline& limit) {
     const int port = serverId_.getPort();
     if (!*serverId_.getIPAddr() || port == 0) return false;
+    if (!isPort(port)) {
+        triedAddress_ = true;
+        error_ = Vantrel::coErrorText(EINVAL);
+        return false;
+    }
     std::string address;
     if (!findAllowedAddress(std::min(terms.connectTimeoutMs, limit.leftMs()), address)) return false;
     vantrelSimulateLatency(VantrelSettings::connectExtraLatencyMs);
@@ -196,12 +208,17 @@ bool VantrelServerFinder::findAllowedAddress(unsigned timeoutMs, std::string& ad
     auto& config = Vantrel::CoNetworkConfig::getInstance();
     if (!config.hasIPRangeFilters()) return true;
     if (!isNumericAddress(address)) {
-        try {
-            address = Vantrel::CoIoTcpDescriptor::getIpAddrFromHostName(address.c_str(), timeoutMs);
-        } catch (const Vantrel::CoException& error) {
-            error_ = error.what();
+        using Vantrel::CoNameLookup;
+        CoNameLookup::Addresses found(nullptr, &::freeaddrinfo);
+        const int error = CoNameLookup::find(
+            address.c_str(), timeoutMs, [this] { return control_.isRequested(); }, found,
+            CoNameLookup::choiceFamily());
+        if (error != 0) {
+            error_ = ::gai_strerror(error);
             return false;
         }
+        const std::string text = CoNameLookup::toNumericText(found->ai_addr, found->ai_addrlen);
+        address = Vantrel::CoIoTcpDescriptor::skipIPv4InIPv6Prefix(text.c_str());
     }
     if (config.isIPInValidRange(address.c_str())) return true;
     error_ = coFormat("Specified IP in server Id [%s] rejected by IP range filtering", serverId_.getId());
@@ -305,7 +322,7 @@ VantrelServerFinder::Attempts VantrelServerFinder::attemptsFor(const std::vector
     std::set<std::pair<std::string, int>> seen;
     for (const VantrelDaemonInfo& info : found) {
         const int port = info.getNodePort();
-        if (port < 1 || port > Vantrel::HIGHEST_PORT) {
+        if (!isPort(port)) {
             error_ = coFormat("It announces %d as its node port", port);
             continue;
         }
