@@ -7,6 +7,7 @@
 #include "CoNameLookup.h"
 #include "DiscoveryFixture.h"
 #include "FailingAllocations.h"
+#include "HeldClock.h"
 #include "ScriptedPeer.h"
 #include "VantrelClientConnection.h"
 #include "VantrelResolver.h"
@@ -113,6 +114,30 @@ TEST_F(ServerFinder, AStopDoesNotWaitForTheLookUpThatFilteringNeeds) {
     EXPECT_TRUE(call.get());
     gate.set_value();
     Vantrel::CoNameLookup::resolver() = &::getaddrinfo;
+}
+
+TEST_F(ServerFinder, TheWaitForDiscoveryTakesNoTimeFromConnecting) {
+    const Vantrel::HeldClock clock;
+    const FakeServers network(group());
+    VantrelClientConnection connection(storage("new"));
+    auto limits = VantrelClientConnection::Limits::byDefault();
+    limits.callMs = 100;
+    std::string error;
+    auto call = std::async(std::launch::async, [&] {
+        std::shared_ptr<const VantrelDaemonInfo> info;
+        return connection.getDaemonInfo(false, info, error, limits) == rcOutcome::Answered;
+    });
+    network.searches.wait(1);
+    Vantrel::CoTime::advance(limits.callMs * Vantrel::CoTime::PER_MILLISECOND);
+    discovery->setServers({DaemonRecord{"new", "", "d", "127.0.0.1", "", "a", peer.port()}.info()});
+    VantrelMulticastClient::recheckWaits();
+    EXPECT_TRUE(call.get()) << error;
+}
+
+TEST_F(ServerFinder, TheTimeOutOfAListDoesNotBoundConnecting) {
+    const VantrelServerId id(peer.port(), "127.0.0.1");
+    EXPECT_ANY_THROW(VantrelClientConnection::fetchDaemonList(id, 0));
+    EXPECT_EQ(peer.arguments("GetDaemonInfo").size(), 1U);
 }
 
 TEST_F(ServerFinder, APortThatIsNoneIsNotConnectedTo) {

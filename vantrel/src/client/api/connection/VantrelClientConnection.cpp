@@ -185,9 +185,13 @@ std::string VantrelClientConnection::fetchDaemonList(const VantrelServerId& serv
                                                      unsigned callTimeoutMs) {
     VantrelClientConnection connection(serverId);
     Limits limits = Limits::byDefault();
-    limits.callMs = callTimeoutMs;
     std::string reply;
-    const rcOutcome outcome = connection.callMethod(VantrelCommands::GET_DAEMON_LIST.name, "", reply, limits);
+    std::shared_ptr<const VantrelDaemonInfo> info;
+    rcOutcome outcome = connection.getDaemonInfo(false, info, reply, limits);  // connects, as for any call
+    if (outcome == rcOutcome::Answered) {
+        limits.callMs = callTimeoutMs;
+        outcome = connection.callMethod(VantrelCommands::GET_DAEMON_LIST.name, "", reply, limits);
+    }
     if (outcome != rcOutcome::Answered) throw Vantrel::CoException(reply);
     return reply;
 }

@@ -302,14 +302,16 @@ bool VantrelServerFinder::tryResolvedAddresses(const Terms& terms, const CoDeadl
     const auto discovery = VantrelMulticastClient::_getInstance(VantrelInitCounter::handlesMayWork());
     if (!discovery) throw Vantrel::CoException(VantrelInitCounter::NOT_INITIALIZED);
     std::vector<VantrelDaemonInfo> found;
+    const unsigned leftMs = limit.leftMs();  // the wait for discovery is not taken from it
     const bool known = discovery->resolveAll(serverId_, found, [this] { return control_.isRequested(); });
     throwIfStopped();
     if (!known) {
         if (error_.empty()) error_ = "No server is known by this id";
         return false;
     }
+    const CoDeadline connecting(leftMs);
     for (const auto& [info, address] : attemptsFor(found)) {
-        if (tryResolvedAddress(*info, address, terms, limit)) return true;
+        if (tryResolvedAddress(*info, address, terms, connecting)) return true;
     }
     if (error_.empty()) error_ = "None of its addresses can be used";
     return false;
