@@ -88,7 +88,7 @@ TEST_F(MsgQConnect, AFullQueueIsTriedUntilThereIsRoomOrTheTimeIsOver) {
     EXPECT_LT(seconds, LONG_SEC / 2);
     EXPECT_EQ(client.lastError(), IoError::TimedOut);
     EXPECT_FALSE(client.isValid());
-    EXPECT_GT(threadSleeps() - sleepsBefore, 3);
+    EXPECT_GT(threadSleeps() - sleepsBefore, 0) << "between two attempts";
 
     std::atomic<bool> connecting{false};
     std::thread acceptor([&] {
