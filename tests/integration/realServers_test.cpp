@@ -141,7 +141,8 @@ TEST_F(RealServersTest, FramesOfThisHostComeThroughItsSocketFileOrElseOverTcp) {
     ::mkdir(folder.path("sockets").c_str(), 0755);
     ServerProcess process = start("root", {"--display-name", "Render 1", "--storage-id", "stor-1"});
     const std::string content(3'000'000, 'c');  // more than the socket's buffers hold
-    VantrelNodeHandle clip = makeClip(VantrelServerHandle(idOf(process)), "clip", content);
+    const VantrelServerHandle maker(idOf(process));
+    VantrelNodeHandle clip = makeClip(maker, "clip", content);
     const std::string frame = frameOf(clip, 1);
     const auto messagesOfReading = [&] {
         Received::clear();

@@ -18,6 +18,9 @@ inline thread_local std::size_t tooMuchHere = SIZE_MAX;
     void* const memory = size < tooMuch && size < tooMuchHere ? std::malloc(size) : nullptr;
     return memory ? memory : throw std::bad_alloc();
 }
+[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return size < tooMuch && size < tooMuchHere ? std::malloc(size) : nullptr;
+}
 [[gnu::noinline]] void operator delete(void* memory) noexcept {
     std::free(memory);
 }
