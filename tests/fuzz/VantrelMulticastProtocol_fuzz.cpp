@@ -47,7 +47,7 @@ void check(VantrelKnownServers& servers) {
     if (all.size() != servers.size() || !std::is_sorted(all.begin(), all.end(), isBefore)) std::abort();
     for (const VantrelKnownServer& each : all) {
         const bool hasId = *each.info->getStorageId() || *each.info->getMetadataIP(0);
-        if (hasId && !servers.find(each.info->getServerId())) std::abort();
+        if (hasId && servers.find(each.info->getServerId()).empty()) std::abort();
     }
     std::size_t removed = 0;
     for (const VantrelKnownServer& each : all) removed += servers.remove(each.info->getServerId()).size();
